@@ -1,0 +1,10 @@
+#ifndef TAVIDL_TAVIDL_H
+#define TAVIDL_TAVIDL_H
+
+/// Everything that libTavIDL offers.
+
+#include <TavIDL/records/ConnectionInfo.h>
+#include <TavIDL/records/ParamList.h>
+#include <TavIDL/records/TAV_IDLConstants.h>
+
+#endif

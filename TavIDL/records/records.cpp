@@ -1,0 +1,59 @@
+#include <TavIDL/records/tables.h>
+
+#include <tuple>
+#include <utility>
+
+using apache::thrift::protocol::TProtocol;
+
+namespace {
+
+auto fieldsOf(const ConnectionInfo& info) {
+    return std::tie(info.callbackServicePort, info.empServicePort, info.empID);
+}
+
+auto fieldsOf(const ParamList& list) {
+    return std::tie(list.param1, list.param2, list.param3, list.param4, list.param5, list.param6,
+                    list.param7, list.param8, list.param9, list.param10);
+}
+
+}  // namespace
+
+const char* const ConnectionInfo::ascii_fingerprint = "4086F12A5C2D615560236565C542F3C3";
+const uint8_t ConnectionInfo::binary_fingerprint[16] = {
+    0x40, 0x86, 0xF1, 0x2A, 0x5C, 0x2D, 0x61, 0x55, 0x60, 0x23, 0x65, 0x65, 0xC5, 0x42, 0xF3, 0xC3};
+
+uint32_t ConnectionInfo::write(TProtocol* oprot) const {
+    return TavIDL::wire::write(oprot, *this);
+}
+
+uint32_t ConnectionInfo::read(TProtocol* iprot) {
+    return TavIDL::wire::read(iprot, *this);
+}
+
+bool ConnectionInfo::operator==(const ConnectionInfo& other) const {
+    return fieldsOf(*this) == fieldsOf(other);
+}
+
+void ConnectionInfo::swap(ConnectionInfo& other) noexcept {
+    std::swap(*this, other);
+}
+
+const char* const ParamList::ascii_fingerprint = "81E0FEFEB058D510E23D4883E8597F5D";
+const uint8_t ParamList::binary_fingerprint[16] = {0x81, 0xE0, 0xFE, 0xFE, 0xB0, 0x58, 0xD5, 0x10,
+                                                   0xE2, 0x3D, 0x48, 0x83, 0xE8, 0x59, 0x7F, 0x5D};
+
+uint32_t ParamList::write(TProtocol* oprot) const {
+    return TavIDL::wire::write(oprot, *this);
+}
+
+uint32_t ParamList::read(TProtocol* iprot) {
+    return TavIDL::wire::read(iprot, *this);
+}
+
+bool ParamList::operator==(const ParamList& other) const {
+    return fieldsOf(*this) == fieldsOf(other);
+}
+
+void ParamList::swap(ParamList& other) noexcept {
+    std::swap(*this, other);
+}

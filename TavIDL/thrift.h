@@ -1,0 +1,43 @@
+#ifndef TAVIDL_THRIFT_H
+#define TAVIDL_THRIFT_H
+
+#include <thrift/TApplicationException.h>
+#include <thrift/TProcessor.h>
+#include <thrift/protocol/TProtocol.h>
+#include <thrift/transport/TTransport.h>
+
+#include <utility>
+
+/// What differs between the releases of libthrift is settled here and nowhere
+/// else, from libthrift's own declarations.
+///
+/// - Pointers: older releases hold protocols by Boost's shared pointer, newer
+///   ones by the standard library's. `TavIDL::shared_ptr` is whichever it is.
+/// - `TProcessor::process`: older releases pass two protocols, newer ones a
+///   connection context besides. A processor declares both forms, with neither
+///   `virtual` nor `override`: the one that libthrift declares is its override,
+///   the other an ordinary overload. Both do the same.
+namespace TavIDL {
+
+template <typename Pointer>
+struct SharedPointer;
+
+template <template <typename> class Template, typename T>
+struct SharedPointer<Template<T>> {
+    template <typename U>
+    using To = Template<U>;
+};
+
+using TransportPointer =
+    decltype(std::declval<apache::thrift::protocol::TProtocol&>().getTransport());
+
+/// The shared pointer by which the installed libthrift holds its objects.
+template <typename T>
+using shared_ptr = typename SharedPointer<TransportPointer>::template To<T>;
+
+/// How clients and processors are handed a protocol.
+using ProtocolPointer = shared_ptr<apache::thrift::protocol::TProtocol>;
+
+}  // namespace TavIDL
+
+#endif

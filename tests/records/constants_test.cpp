@@ -1,0 +1,13 @@
+#include <TavIDL/records/TAV_IDLConstants.h>
+#include <gtest/gtest.h>
+
+#include <type_traits>
+
+TEST(TAV_IDLConstantsTest, HoldsNothing) {
+    EXPECT_TRUE(std::is_empty<TAV_IDLConstants>::value);
+}
+
+TEST(TAV_IDLConstantsTest, HasOneGlobalInstance) {
+    EXPECT_TRUE((std::is_same<decltype(g_TAV_IDL_constants), const TAV_IDLConstants>::value));
+    EXPECT_NE(&g_TAV_IDL_constants, nullptr);
+}
