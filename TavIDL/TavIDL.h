@@ -3,6 +3,7 @@
 
 /// Everything that libTavIDL offers.
 
+#include <TavIDL/broker/TavBroker.h>
 #include <TavIDL/records/ConnectionInfo.h>
 #include <TavIDL/records/ParamList.h>
 #include <TavIDL/records/TAV_IDLConstants.h>
