@@ -4,6 +4,7 @@
 /// Everything that libTavIDL offers.
 
 #include <TavIDL/broker/TavBroker.h>
+#include <TavIDL/emp/TavEmp.h>
 #include <TavIDL/records/ConnectionInfo.h>
 #include <TavIDL/records/ParamList.h>
 #include <TavIDL/records/TAV_IDLConstants.h>

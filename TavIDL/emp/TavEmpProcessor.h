@@ -1,0 +1,65 @@
+#ifndef TAVIDL_EMP_TAVEMPPROCESSOR_H
+#define TAVIDL_EMP_TAVEMPPROCESSOR_H
+
+#include <TavIDL/emp/TavEmpIf.h>
+#include <TavIDL/thrift.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+
+/// Serves an EMP: reads a request, calls the handler and answers. Hand it to any
+/// server of libthrift.
+///
+/// - A handler's std::exception is answered as a TApplicationException of kind
+///   UNKNOWN with its `what()` text. Anything else that a handler throws passes out
+///   of process(), with nothing answered; libthrift's servers do not survive it, so
+///   a handler should let none escape.
+/// - A message that is no call is answered with INVALID_MESSAGE_TYPE, an unknown name
+///   with UNKNOWN_METHOD; process() then returns true.
+/// - Exceptions of the protocol and the transport pass out of process() to the server.
+///
+/// The processor shares ownership of its handler, which must not be null. After
+/// construction it only reads its members, so connections may be served at once if
+/// the handler bears it. libthrift's setEventHandler() has no effect here.
+class TAVIDL_EXPORT TavEmpProcessor : virtual public apache::thrift::TProcessor {
+public:
+    explicit TavEmpProcessor(TavIDL::shared_ptr<TavEmpIf> handler) : handler_(std::move(handler)) {
+        operationMap_["Open"] = &TavEmpProcessor::process_Open;
+        operationMap_["Close"] = &TavEmpProcessor::process_Close;
+        operationMap_["Execute"] = &TavEmpProcessor::process_Execute;
+        operationMap_["ExecuteWithParamList"] = &TavEmpProcessor::process_ExecuteWithParamList;
+    }
+
+    virtual ~TavEmpProcessor() {}
+
+    /// Handles one message and returns true. `connectionContext` is not used. Of the
+    /// two forms, the one that libthrift declares is its override.
+    bool process(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output,
+                 void* connectionContext);
+    bool process(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output);
+
+    /// Handles what follows a header that has been read: `name` and `seqid` are the
+    /// header's. Returns true.
+    virtual bool process_fn(apache::thrift::protocol::TProtocol* iprot,
+                            apache::thrift::protocol::TProtocol* oprot, std::string& name,
+                            int32_t seqid);
+
+protected:
+    void process_Open(int32_t seqid, apache::thrift::protocol::TProtocol* iprot,
+                      apache::thrift::protocol::TProtocol* oprot);
+    void process_Close(int32_t seqid, apache::thrift::protocol::TProtocol* iprot,
+                       apache::thrift::protocol::TProtocol* oprot);
+    void process_Execute(int32_t seqid, apache::thrift::protocol::TProtocol* iprot,
+                         apache::thrift::protocol::TProtocol* oprot);
+    void process_ExecuteWithParamList(int32_t seqid, apache::thrift::protocol::TProtocol* iprot,
+                                      apache::thrift::protocol::TProtocol* oprot);
+
+    TavIDL::shared_ptr<TavEmpIf> handler_;
+    std::map<std::string, void (TavEmpProcessor::*)(int32_t, apache::thrift::protocol::TProtocol*,
+                                                    apache::thrift::protocol::TProtocol*)>
+        operationMap_;
+};
+
+#endif
