@@ -5,6 +5,7 @@
 
 #include <TavIDL/broker/TavBroker.h>
 #include <TavIDL/emp/TavEmp.h>
+#include <TavIDL/event/TavEmpEvent.h>
 #include <TavIDL/records/ConnectionInfo.h>
 #include <TavIDL/records/ParamList.h>
 #include <TavIDL/records/TAV_IDLConstants.h>

@@ -1,0 +1,57 @@
+#ifndef TAVIDL_EVENT_TAVEMPEVENTPROCESSOR_H
+#define TAVIDL_EVENT_TAVEMPEVENTPROCESSOR_H
+
+#include <TavIDL/event/TavEmpEventIf.h>
+#include <TavIDL/thrift.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+
+/// Serves a callback service: reads an event and calls the handler. Hand it to any
+/// server of libthrift.
+///
+/// - Nothing is written back for an event: a handler's std::exception is swallowed.
+///   Anything else that a handler throws passes out of process(); libthrift's servers
+///   do not survive it, so a handler should let none escape.
+/// - A message that is no call is answered with INVALID_MESSAGE_TYPE, an unknown name
+///   with UNKNOWN_METHOD, although the service is one-way; process() then returns true.
+/// - Exceptions of the protocol and the transport pass out of process() to the server.
+///
+/// The processor shares ownership of its handler, which must not be null. After
+/// construction it only reads its members, so connections may be served at once if
+/// the handler bears it. libthrift's setEventHandler() has no effect here.
+class TAVIDL_EXPORT TavEmpEventProcessor : virtual public apache::thrift::TProcessor {
+public:
+    explicit TavEmpEventProcessor(TavIDL::shared_ptr<TavEmpEventIf> handler)
+        : handler_(std::move(handler)) {
+        operationMap_["Callback"] = &TavEmpEventProcessor::process_Callback;
+    }
+
+    virtual ~TavEmpEventProcessor() {}
+
+    /// Handles one message and returns true. `connectionContext` is not used. Of the
+    /// two forms, the one that libthrift declares is its override.
+    bool process(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output,
+                 void* connectionContext);
+    bool process(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output);
+
+    /// Handles what follows a header that has been read: `name` and `seqid` are the
+    /// header's. Returns true.
+    virtual bool process_fn(apache::thrift::protocol::TProtocol* iprot,
+                            apache::thrift::protocol::TProtocol* oprot, std::string& name,
+                            int32_t seqid);
+
+protected:
+    void process_Callback(int32_t seqid, apache::thrift::protocol::TProtocol* iprot,
+                          apache::thrift::protocol::TProtocol* oprot);
+
+    TavIDL::shared_ptr<TavEmpEventIf> handler_;
+    std::map<std::string,
+             void (TavEmpEventProcessor::*)(int32_t, apache::thrift::protocol::TProtocol*,
+                                            apache::thrift::protocol::TProtocol*)>
+        operationMap_;
+};
+
+#endif
