@@ -7,11 +7,15 @@ using apache::thrift::protocol::TProtocol;
 
 namespace {
 
-auto fieldsOf(const ConnectionInfo& info) {
+// The fields of a record, for what is done to all of them alike. Any is the record
+// or a constant one.
+template <typename Any>
+auto fieldsOfInfo(Any& info) {
     return std::tie(info.callbackServicePort, info.empServicePort, info.empID);
 }
 
-auto fieldsOf(const ParamList& list) {
+template <typename Any>
+auto fieldsOfList(Any& list) {
     return std::tie(list.param1, list.param2, list.param3, list.param4, list.param5, list.param6,
                     list.param7, list.param8, list.param9, list.param10);
 }
@@ -31,11 +35,13 @@ uint32_t ConnectionInfo::read(TProtocol* iprot) {
 }
 
 bool ConnectionInfo::operator==(const ConnectionInfo& other) const {
-    return fieldsOf(*this) == fieldsOf(other);
+    return fieldsOfInfo(*this) == fieldsOfInfo(other);
 }
 
 void ConnectionInfo::swap(ConnectionInfo& other) noexcept {
-    std::swap(*this, other);
+    auto theirs = fieldsOfInfo(other);
+    fieldsOfInfo(*this).swap(theirs);
+    std::swap(__isset, other.__isset);
 }
 
 const char* const ParamList::ascii_fingerprint = "81E0FEFEB058D510E23D4883E8597F5D";
@@ -51,9 +57,11 @@ uint32_t ParamList::read(TProtocol* iprot) {
 }
 
 bool ParamList::operator==(const ParamList& other) const {
-    return fieldsOf(*this) == fieldsOf(other);
+    return fieldsOfList(*this) == fieldsOfList(other);
 }
 
 void ParamList::swap(ParamList& other) noexcept {
-    std::swap(*this, other);
+    auto theirs = fieldsOfList(other);
+    fieldsOfList(*this).swap(theirs);
+    std::swap(__isset, other.__isset);
 }
