@@ -5,7 +5,8 @@
 if(NOT TARGET Thrift::thrift)
     find_package(Thrift CONFIG QUIET)
     if(TARGET thrift::thrift)
-        add_library(Thrift::thrift INTERFACE IMPORTED)
+        set_property(TARGET thrift::thrift PROPERTY IMPORTED_GLOBAL TRUE)
+        add_library(Thrift::thrift INTERFACE IMPORTED GLOBAL)
         set_property(TARGET Thrift::thrift PROPERTY INTERFACE_LINK_LIBRARIES thrift::thrift)
         set(Thrift_LIBRARY thrift::thrift)
         set(Thrift_INCLUDE_DIR "by its CMake package")
@@ -29,7 +30,8 @@ find_package_handle_standard_args(Thrift
     REASON_FAILURE_MESSAGE "install libthrift's development files (Debian: libthrift-dev libboost-dev) or set Thrift_ROOT")
 
 if(Thrift_FOUND AND NOT TARGET Thrift::thrift)
-    add_library(Thrift::thrift UNKNOWN IMPORTED)
+    # Global: whoever links TavIDL needs it too, in a folder beside or above.
+    add_library(Thrift::thrift UNKNOWN IMPORTED GLOBAL)
     set_target_properties(Thrift::thrift PROPERTIES
         IMPORTED_LOCATION "${Thrift_LIBRARY}"
         INTERFACE_INCLUDE_DIRECTORIES "${Thrift_INCLUDE_DIR}")

@@ -1,0 +1,140 @@
+#!/usr/bin/env bash
+# Builds someone else's program against the library, in one of the ways that the
+# library offers. CMakeLists.txt beside this file says which; it sets CXX,
+# CMAKE_GENERATOR, SOURCE (this project) and WORK (a directory for all of this, where
+# builds are kept, so that a second run has little to do).
+set -euo pipefail
+
+warnings="-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Werror"
+here=$SOURCE/tests/package
+
+fail() {
+    echo "$*" >&2
+    exit 1
+}
+
+# The lines of standard input are the lines expected.
+expect() {
+    diff --unified --label expected --label found - <(printf '%s\n' "$1") || fail "not as expected"
+}
+
+files_below() {
+    (cd "$1" && find . -type f -o -type l) | sort
+}
+
+# Whether a program was linked to the shared library.
+shared_by() {
+    if ldd "$1" | grep -q 'libTavIDL\.so'; then echo shared; else echo static; fi
+}
+
+# Builds and installs the library alone, then moves what was installed.
+install_library() {
+    local kind=$1 build=$WORK/$1/build prefix=$WORK/$1/first
+    rm -rf "$prefix" "$WORK/$kind/moved"
+    # Neither GoogleTest nor the Thrift compiler can be found.
+    cmake -S "$SOURCE" -B "$build" -DBUILD_TESTING=OFF \
+        -DBUILD_SHARED_LIBS="$([[ $kind == shared ]] && echo ON || echo OFF)" \
+        -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DCMAKE_PROGRAM_PATH= \
+        -DCMAKE_INSTALL_LIBDIR=lib
+    cmake --build "$build"
+    cmake --install "$build" --prefix "$prefix"
+    mv "$prefix" "$WORK/$kind/moved"
+    if grep -rIlF -e "$WORK" -e "$SOURCE" "$WORK/$kind/moved"; then
+        fail "these files know where they were built or installed"
+    fi
+}
+
+# The files of a component, relative to the prefix.
+component() {
+    cmake --install "$WORK/shared/build" --prefix "$WORK/shared/component" --component "$1" >&2
+    files_below "$WORK/shared/component"
+    rm -r "$WORK/shared/component"
+}
+
+runtime_component() {
+    expect "$(component Runtime)" <<'END'
+./lib/libTavIDL.so.1
+./lib/libTavIDL.so.1.0.0
+END
+}
+
+development_component() {
+    local files
+    files=$(component Development)
+    expect "$(grep -v '\.h$' <<<"$files")" <<'END'
+./lib/cmake/TavIDL/FindThrift.cmake
+./lib/cmake/TavIDL/TavIDLConfig.cmake
+./lib/cmake/TavIDL/TavIDLConfigVersion.cmake
+./lib/cmake/TavIDL/TavIDLTargets-release.cmake
+./lib/cmake/TavIDL/TavIDLTargets.cmake
+./lib/libTavIDL.so
+./lib/pkgconfig/TavIDL.pc
+./share/TavIDL/TAV_IDL.thrift
+END
+    # All headers but the internal ones: the codec, the envelope and the tables.
+    expect "$(grep '\.h$' <<<"$files")" < <(
+        cd "$SOURCE" && find TavIDL -name '*.h' ! -name codec.h ! -name envelope.h \
+            ! -name tables.h ! -name '*Tables.h' -printf './include/%p\n' | sort
+    )
+}
+
+# A CMake project at C++11, built and installed.
+build_project() {
+    local project=$1 build=$2
+    shift 2
+    CXXFLAGS=$warnings cmake -S "$here/$project" -B "$build" -DCMAKE_CXX_STANDARD=11 \
+        -DCMAKE_CXX_EXTENSIONS=OFF "$@"
+    cmake --build "$build"
+}
+
+find_package() {
+    local build=$WORK/find_package-$1
+    build_project find_package "$build" -DCMAKE_PREFIX_PATH="$WORK/$1/moved"
+    expect "$("$build/program")" <<<"camera 1.0"
+    expect "$(shared_by "$build/program")" <<<"$1"
+}
+
+pkg_config() {
+    local lib=$WORK/$1/moved/lib program=$WORK/pkg_config-$1
+    export PKG_CONFIG_PATH=$lib/pkgconfig
+    # shellcheck disable=SC2046,SC2086  # words, as in anyone's makefile
+    $CXX -std=c++11 $warnings "$here/program.cpp" -o "$program" \
+        $(pkg-config --cflags --libs TavIDL)
+    expect "$(LD_LIBRARY_PATH=$lib "$program")" <<<"camera 1.0"
+    expect "$(LD_LIBRARY_PATH=$lib shared_by "$program")" <<<"$1"
+    expect "$(pkg-config --modversion TavIDL)" <<<"1.0.0"
+    [[ -f $(pkg-config --variable=datadir TavIDL)/TavIDL/TAV_IDL.thrift ]] ||
+        fail "the interface definition is not where TavIDL.pc says"
+}
+
+# Directories given as absolute paths, as distributions do.
+pkg_config_absolute() {
+    local build=$WORK/absolute
+    cmake -S "$SOURCE" -B "$build" -DBUILD_TESTING=OFF -DCMAKE_INSTALL_PREFIX=/opt/tav \
+        -DCMAKE_INSTALL_LIBDIR=/opt/elsewhere/lib -DCMAKE_INSTALL_INCLUDEDIR=/opt/elsewhere/include
+    export PKG_CONFIG_PATH=$build
+    expect "$(pkg-config --variable=prefix TavIDL)" <<<"/opt/tav"
+    expect "$(pkg-config --variable=datadir TavIDL)" <<<"/opt/tav/share"
+    expect "$(pkg-config --cflags TavIDL | xargs)" <<<"-I/opt/elsewhere/include"
+    expect "$(pkg-config --libs TavIDL | xargs)" <<<"-L/opt/elsewhere/lib -lTavIDL -lthrift"
+}
+
+add_subdirectory() {
+    local build=$WORK/add_subdirectory
+    build_project add_subdirectory "$build" -DTAVIDL_SOURCE_DIR="$SOURCE"
+    expect "$("$build/program")" <<<"camera 1.0"
+    expect "$(shared_by "$build/program")" <<<"static"
+    cmake --install "$build" --prefix "$build/installed"
+    expect "$(files_below "$build/installed")" <<<"./bin/program"
+}
+
+fetch_content() {
+    local build=$WORK/fetch_content
+    build_project fetch_content "$build" -DTAVIDL_SOURCE_DIR="$SOURCE"
+    expect "$("$build/program")" <<<"camera 1.0"
+    expect "$(shared_by "$build/program")" <<<"shared"
+    cmake --install "$build" --prefix "$build/installed"
+    expect "$(LD_LIBRARY_PATH=$build/installed/lib "$build/installed/bin/program")" <<<"camera 1.0"
+}
+
+"$@"
