@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# Looks into the built library.
+#
+#   files.sh exports LIST LIBRARY     the exported symbols are those of the list
+#   files.sh needs LIBRARY            the libraries that it needs
+#   files.sh load_time OBJECT...      what runs when it is loaded
+set -euo pipefail
+export LC_ALL=C
+
+# After an intended change: tests/layout/files.sh list LIBRARY >tests/layout/exports.txt
+list() {
+    nm --dynamic --demangle --defined-only --format=posix "$1" |
+        sed -E 's/ [A-Za-z] [0-9a-f]+( [0-9a-f]+)?$//
+            s/std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >/std::string/g
+            s/apache::thrift::protocol::TProtocol/TProtocol/g' | sort -u
+}
+
+exports() {
+    diff --unified --label expected --label exported "$1" <(list "$2")
+}
+
+needs() {
+    local found
+    found=$(readelf --dynamic --wide "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
+    grep -q '^libthrift' <<<"$found"
+    # libm comes with the C++ runtime, the loader (ld-linux) with the C library.
+    if grep -vE '^(libthrift[-.].*|libstdc\+\+|libm|libgcc_s|libc|ld-linux.*)\.so(\.[0-9]+)*$' <<<"$found"
+    then
+        echo "-- the library must not need these" >&2
+        exit 1
+    fi
+}
+
+load_time() {
+    local object found=()
+    for object in "$@"; do
+        if readelf --sections --wide "$object" | grep -qE ' \.(init_array|preinit_array|ctors|init)[. ]'
+        then
+            found+=("$(basename "$object")")
+        fi
+    done
+    if [[ ${found[*]} != TAV_IDLConstants.cpp.o ]]; then
+        echo "-- these have something to run at load time: ${found[*]}" >&2
+        exit 1
+    fi
+    # In that one, the constructor of the constants and nothing else.
+    for object in "$@"; do
+        [[ $object == *TAV_IDLConstants.cpp.o ]] || continue
+        if nm --demangle --undefined-only "$object" | grep -vE ' (_GLOBAL_OFFSET_TABLE_|__stack_chk_fail)$'; then
+            echo "-- the construction of the constants must not call these" >&2
+            exit 1
+        fi
+    done
+}
+
+"$@"
