@@ -1,0 +1,200 @@
+#ifndef TESTS_SUPPORT_RECORDING_H
+#define TESTS_SUPPORT_RECORDING_H
+
+#include <thrift/protocol/TVirtualProtocol.h>
+#include <thrift/transport/TTransport.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+// What the library is tested against: a protocol and a transport that keep a log of
+// the calls made to them, play back messages, and can fail.
+namespace recording {
+
+using apache::thrift::protocol::TMessageType;
+using apache::thrift::protocol::TType;
+
+// The log that protocols, transports and handlers share, as text. A call is a line,
+// except that what belongs to one field stands on one line.
+class Log {
+public:
+    // Notes a call to a protocol or a transport. Returns its number, from 1 on, for
+    // the call to return: so any sum of bytes tells which calls it is made of.
+    uint32_t call(const std::string& speaker, const std::string& what);
+
+    // Notes what is neither, such as a handler's work.
+    void note(const std::string& what);
+
+    // The n-th call throws, once it has been noted: a transport's TTransportException or
+    // a protocol's TProtocolException, with the text "call <n> fails".
+    void failAt(std::size_t n) { failing_ = n; }
+
+    std::size_t calls() const { return ends_.size(); }
+    // Each line begins with its line's end, as in raw string literals.
+    const std::string& text() const { return text_; }
+    std::string textUntil(std::size_t n) const { return text_.substr(0, ends_.at(n - 1)); }
+    // What failed, as failureOf() tells it.
+    const std::string& failure() const { return failure_; }
+
+private:
+    std::string text_;
+    std::string speaker_;  // of the last call
+    std::string last_;     // the last call
+    std::vector<std::size_t> ends_;
+    std::size_t failing_ = 0;
+    std::string failure_ = "nothing";
+};
+
+// A value to be read, with those inside it.
+struct Field;
+struct Value {
+    Value(bool flag);
+    Value(int32_t value);
+    Value(const char* value);
+    Value(std::vector<Field> value);
+
+    TType type;
+    int32_t number = 0;
+    std::string text;
+    std::vector<Field> fields;
+};
+struct Field {
+    int16_t id;
+    Value value;
+};
+using Struct = std::vector<Field>;
+
+// A value of any type, to be skipped.
+Value somethingOf(TType type);
+
+struct Message {
+    std::string name;
+    int type;
+    int32_t seqid;
+    Struct body;
+};
+
+class RecordingTransport : public apache::thrift::transport::TTransport {
+public:
+    RecordingTransport(Log& log, std::string speaker) : log_(log), speaker_(std::move(speaker)) {}
+
+    bool isOpen() const override { return true; }
+    bool peek() override { return log_.call(speaker_, "peek") != 0; }
+    void open() override { log_.call(speaker_, "open"); }
+    void close() override { log_.call(speaker_, "close"); }
+    void flush() override { log_.call(speaker_, "flush"); }
+    uint32_t readEnd() override { return log_.call(speaker_, "readEnd"); }
+    uint32_t writeEnd() override { return log_.call(speaker_, "writeEnd"); }
+
+private:
+    Log& log_;
+    std::string speaker_;
+};
+
+// Calls that the library has no use for are left to libthrift, which throws
+// NOT_IMPLEMENTED. A skip is one call: what it skips is not read one by one.
+class RecordingProtocol : public apache::thrift::protocol::TVirtualProtocol<RecordingProtocol> {
+public:
+    // `speaker` begins each line, to tell several protocols apart.
+    explicit RecordingProtocol(Log& log, const std::string& speaker = "");
+
+    // Has `body` read next, without an envelope.
+    void playRecord(Struct body) { announced_.assign(1, Value(std::move(body))); }
+    // Has `message` read after those that are to come already.
+    void playMessage(Message message);
+    // Whether all that was to be read has been.
+    bool playedToItsEnd() const;
+
+    void dropTransport() { ptrans_.reset(); }
+
+    uint32_t writeMessageBegin(const std::string& name, TMessageType type, int32_t seqid);
+    uint32_t writeMessageEnd();
+    uint32_t writeStructBegin(const char* name);
+    uint32_t writeStructEnd();
+    uint32_t writeFieldBegin(const char* name, TType type, int16_t id);
+    uint32_t writeFieldEnd();
+    uint32_t writeFieldStop();
+    uint32_t writeBool(bool value);
+    uint32_t writeI32(int32_t value);
+    uint32_t writeString(const std::string& value);
+
+    uint32_t readMessageBegin(std::string& name, TMessageType& type, int32_t& seqid);
+    uint32_t readMessageEnd();
+    uint32_t readStructBegin(std::string& name);
+    uint32_t readStructEnd();
+    uint32_t readFieldBegin(std::string& name, TType& type, int16_t& id);
+    uint32_t readFieldEnd();
+    uint32_t readBool(bool& value);
+    using TVirtualProtocol::readBool;
+    uint32_t readI32(int32_t& value);
+    uint32_t readString(std::string& value);
+    uint32_t skip(TType type);
+
+private:
+    uint32_t call(const std::string& what) { return log_.call(speaker_, what); }
+    // The value that a field begin, or a message begin, has announced.
+    Value take(TType type);
+
+    Log& log_;
+    std::string speaker_;
+    std::vector<Message> messages_;    // the next one last
+    std::vector<Value> announced_;     // none or one
+    std::vector<Struct> openStructs_;  // with the fields still to come, the next one last
+};
+
+// What `action` threw, as text: its type, for a TApplicationException its kind, and
+// its message.
+std::string failureOf(const std::function<void()>& action);
+
+// Runs `path` once untouched, then once for each call that it makes to a protocol or
+// a transport, with that call failing. Each time the very failure must come out, and
+// the log must end with the call that failed.
+void expectEveryFailureToPass(const std::function<void(Log&)>& path);
+
+// Calls a record's write, or its read of `body`. The number of bytes that it returns
+// must be the sum of what the calls returned. Returns those calls.
+std::string checkedSum(const std::function<uint32_t(RecordingProtocol&)>& action,
+                       const Struct& body = {});
+
+// All that there is to know about a record's write: its calls, their sum, and that
+// every failure passes. Returns the calls.
+template <typename Record>
+std::string writing(const Record& record) {
+    expectEveryFailureToPass([&](Log& log) {
+        RecordingProtocol protocol(log);
+        record.write(&protocol);
+    });
+    return checkedSum([&](RecordingProtocol& protocol) { return record.write(&protocol); });
+}
+
+// The same of its read, from `body`, which leaves `record` filled.
+template <typename Record>
+std::string reading(Record& record, const Struct& body) {
+    expectEveryFailureToPass([&](Log& log) {
+        RecordingProtocol protocol(log);
+        protocol.playRecord(body);
+        Record copy = record;
+        copy.read(&protocol);
+    });
+    return checkedSum([&](RecordingProtocol& protocol) { return record.read(&protocol); }, body);
+}
+
+// The flags of a record as digits, in the order of its fields.
+template <typename Record>
+std::string flagsOf(const Record& record) {
+    static_assert(sizeof(bool) == 1, "a flag is a byte");
+    const auto* flags = reinterpret_cast<const bool*>(&record.__isset);
+    std::string digits;
+    for (std::size_t i = 0; i < sizeof(record.__isset); ++i) {
+        digits += flags[i] ? '1' : '0';
+    }
+    return digits;
+}
+
+}  // namespace recording
+
+#endif
