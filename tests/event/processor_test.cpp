@@ -1,0 +1,119 @@
+#include <TavIDL/event/TavEmpEventProcessor.h>
+#include <gtest/gtest.h>
+#include <support/Handlers.h>
+#include <support/Recording.h>
+
+using namespace recording;
+
+namespace {
+
+class TavEmpEventProcessorTest : public testing::Test {
+protected:
+    // One message, as a server of libthrift has it processed.
+    bool process(const Message& message) {
+        input->playMessage(message);
+        apache::thrift::TProcessor& base = processor;
+        return base.process(input, output, nullptr);
+    }
+
+    Log log;
+    std::shared_ptr<RecordingProtocol> input = std::make_shared<RecordingProtocol>(log, "in.");
+    std::shared_ptr<RecordingProtocol> output = std::make_shared<RecordingProtocol>(log, "out.");
+    std::shared_ptr<EventHandler> handler = std::make_shared<EventHandler>(log);
+    TavEmpEventProcessor processor{handler};
+};
+
+}  // namespace
+
+TEST_F(TavEmpEventProcessorTest, CallbackIsReadAndCarriedOutWithoutAnAnswer) {
+    EXPECT_TRUE(process({"Callback", 1, 99, {{1, 31}, {2, "moved"}, {3, "north"}}}));
+    EXPECT_EQ(log.text(), R"(
+in.readMessageBegin 'Callback' 1 99
+in.readStructBegin
+in.readFieldBegin 1 8, readI32 31, readFieldEnd
+in.readFieldBegin 2 11, readString 'moved', readFieldEnd
+in.readFieldBegin 3 11, readString 'north', readFieldEnd
+in.readFieldBegin stop
+in.readStructEnd
+in.readMessageEnd
+in.readEnd
+handler.Callback 31 'moved' 'north')");
+}
+
+TEST_F(TavEmpEventProcessorTest, AOnewayCallbackIsHandledLikeACall) {
+    EXPECT_TRUE(process({"Callback", 4, 99, {{1, 31}, {2, "moved"}, {3, "north"}}}));
+    EXPECT_EQ(log.text(), R"(
+in.readMessageBegin 'Callback' 4 99
+in.readStructBegin
+in.readFieldBegin 1 8, readI32 31, readFieldEnd
+in.readFieldBegin 2 11, readString 'moved', readFieldEnd
+in.readFieldBegin 3 11, readString 'north', readFieldEnd
+in.readFieldBegin stop
+in.readStructEnd
+in.readMessageEnd
+in.readEnd
+handler.Callback 31 'moved' 'north')");
+}
+
+TEST_F(TavEmpEventProcessorTest, ACallbackWithoutFieldOneReachesTheHandlerWithEventTypeZero) {
+    EXPECT_TRUE(process({"Callback", 1, 99, {{2, "moved"}}}));
+    EXPECT_EQ(log.text(), R"(
+in.readMessageBegin 'Callback' 1 99
+in.readStructBegin
+in.readFieldBegin 2 11, readString 'moved', readFieldEnd
+in.readFieldBegin stop
+in.readStructEnd
+in.readMessageEnd
+in.readEnd
+handler.Callback 0 'moved' '')");
+}
+
+TEST_F(TavEmpEventProcessorTest, AReplyIsAnsweredAsAnInvalidMessageTypeUnderItsNameAndSeqid) {
+    EXPECT_TRUE(process({"Callback", 2, 99, {}}));
+    EXPECT_EQ(log.text(), R"(
+in.readMessageBegin 'Callback' 2 99
+in.skip 12
+in.readMessageEnd
+in.readEnd
+out.writeMessageBegin 'Callback' 3 99
+out.writeStructBegin TApplicationException
+out.writeFieldBegin message 11 1, writeString '', writeFieldEnd
+out.writeFieldBegin type 8 2, writeI32 2, writeFieldEnd
+out.writeFieldStop
+out.writeStructEnd
+out.writeMessageEnd
+out.flush
+out.writeEnd)");
+}
+
+TEST_F(TavEmpEventProcessorTest, ANameInLowerCaseIsAnsweredAsAnUnknownMethod) {
+    EXPECT_TRUE(process({"callback", 1, 99, {}}));
+    EXPECT_EQ(log.text(), R"(
+in.readMessageBegin 'callback' 1 99
+in.skip 12
+in.readMessageEnd
+in.readEnd
+out.writeMessageBegin 'callback' 3 99
+out.writeStructBegin TApplicationException
+out.writeFieldBegin message 11 1, writeString 'Invalid method name: 'callback'', writeFieldEnd
+out.writeFieldBegin type 8 2, writeI32 1, writeFieldEnd
+out.writeFieldStop
+out.writeStructEnd
+out.writeMessageEnd
+out.flush
+out.writeEnd)");
+}
+
+TEST_F(TavEmpEventProcessorTest, AHandlerThatThrowsLeavesTheOutputUntouched) {
+    using apache::thrift::TApplicationException;
+    handler->work = [] { throw TApplicationException(TApplicationException::UNKNOWN, "x"); };
+    EXPECT_TRUE(process({"Callback", 1, 99, {}}));
+    EXPECT_EQ(log.text(), R"(
+in.readMessageBegin 'Callback' 1 99
+in.readStructBegin
+in.readFieldBegin stop
+in.readStructEnd
+in.readMessageEnd
+in.readEnd
+handler.Callback 0 '' '')");
+}
