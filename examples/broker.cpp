@@ -1,0 +1,161 @@
+// A broker: opens EMPs, each a process of its own, for programs that know name, version and
+// credential.
+//
+//     TAV_CREDENTIAL=... broker
+//
+// Writes its port to standard output once it serves. Ends on SIGTERM or SIGINT, and all EMPs
+// with it.
+
+#include <signal.h>
+
+#include <iostream>
+#include <map>
+#include <mutex>
+#include <stdexcept>
+
+#include "processes.h"
+#include "safe_thrift.h"
+#include "say.h"
+
+namespace {
+
+// Each is a process: without a limit, a caller could make the machine run out of them.
+constexpr std::size_t kMostEmps = 16;
+// Less than a caller waits for the answer.
+constexpr int kStartMs = 3000;
+
+// The EMPs that there are: by name, the version and the program.
+const std::map<std::string, std::pair<std::string, std::string>> kCatalogue = {
+    {"thermometer", {"1.0", "emp"}},
+};
+
+struct Emp {
+    std::string name;
+    ReservedPort callbackPort;
+    ReservedPort servicePort;
+    std::unique_ptr<ChildProcess> process;
+};
+
+// Called by several threads at once, one for each connection.
+class Broker : public TavBrokerIf {
+public:
+    explicit Broker(std::string credential) : credential_(std::move(credential)) {}
+
+    // What this throws reaches the caller as a TApplicationException with the same text.
+    void OpenEmp(ConnectionInfo& result, const std::string& name, const std::string& version,
+                 const std::string& credential) override {
+        const auto known = kCatalogue.find(name);
+        if (known == kCatalogue.end()) {
+            throw std::invalid_argument("there is no EMP '" + name + "'");
+        }
+        const auto& [offered, program] = known->second;
+        if (version != offered) {
+            throw std::invalid_argument("'" + name + "' has version " + offered + ", not '" +
+                                        version + "'");
+        }
+        if (credential != credential_) {
+            throw std::invalid_argument("wrong credential for '" + name + "'");
+        }
+
+        // Held until the EMP serves, so that its end cannot be missed: see removeEnded.
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (emps_.size() == kMostEmps) {
+            throw std::runtime_error("as many EMPs are open as there may be");
+        }
+        const std::string empID = "emp-" + std::to_string(++lastID_);
+        auto emp = std::make_unique<Emp>();
+        emp->name = name;
+        emp->process = std::make_unique<ChildProcess>(std::vector<std::string>{
+            siblingProgram(program), empID, std::to_string(emp->servicePort.number()),
+            std::to_string(emp->callbackPort.number())});
+        // It says so when it serves. A caller that is answered sooner would find no one there.
+        emp->process->readLine(kStartMs);
+
+        result.callbackServicePort = emp->callbackPort.number();
+        result.empServicePort = emp->servicePort.number();
+        result.empID = empID;
+        say("opened", empID + ": process " + std::to_string(emp->process->pid()) + ", port " +
+                          std::to_string(result.empServicePort) + ", callback port " +
+                          std::to_string(result.callbackServicePort));
+        emps_[empID] = std::move(emp);
+    }
+
+    // The caller is known by the port of its callback service, which it has from here.
+    void Execute(std::string& result, int32_t fromPort, const std::string& cmd,
+                 const std::string& /*param1*/, const std::string& /*param2*/,
+                 const std::string& /*param3*/, const std::string& /*param4*/) override {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        for (const auto& [empID, emp] : emps_) {
+            if (emp->callbackPort.number() == fromPort) {
+                if (cmd != "name") {
+                    throw std::invalid_argument("the broker has no command '" + cmd + "'");
+                }
+                result = empID + " is a " + emp->name;
+                return;
+            }
+        }
+        throw std::invalid_argument("no EMP is open for port " + std::to_string(fromPort));
+    }
+
+    bool CloseEmp(const ConnectionInfo& connectionInfo) override {
+        std::unique_ptr<Emp> emp;
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            const auto open = emps_.find(connectionInfo.empID);
+            if (open == emps_.end()) {
+                return false;
+            }
+            emp = std::move(open->second);
+            emps_.erase(open);
+        }
+        emp.reset();  // Waits for its process to end, while others may call.
+        say("closed", connectionInfo.empID);
+        return true;
+    }
+
+    // Forgets EMPs whose process has ended on its own, and leaves no zombie.
+    void removeEnded() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        for (auto emp = emps_.begin(); emp != emps_.end();) {
+            const auto ending = emp->second->process->ending();
+            if (ending) {
+                say("lost", emp->first + ": its process ended with " + *ending);
+            }
+            emp = ending ? emps_.erase(emp) : std::next(emp);
+        }
+    }
+
+private:
+    const std::string credential_;
+    std::mutex mutex_;
+    int lastID_ = 0;
+    std::map<std::string, std::unique_ptr<Emp>> emps_;
+};
+
+}  // namespace
+
+int main() try {
+    sayAs("broker");
+    // Blocked before the first thread is started, since each takes the mask of its parent: these
+    // signals come to the loop below and interrupt nothing.
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGTERM, SIGINT, SIGCHLD}) {
+        sigaddset(&signals, signal);
+    }
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+
+    const auto broker = std::make_shared<Broker>(credentialFromEnvironment());
+    const SafeServer server(std::make_shared<TavBrokerProcessor>(broker), 0);
+    say("serves", "TavBroker on port " + std::to_string(server.port()));
+    tellParent(std::to_string(server.port()));
+
+    int signal = 0;
+    while (sigwait(&signals, &signal) == 0 && signal == SIGCHLD) {
+        broker->removeEnded();
+    }
+    say("ends", "as told by signal " + std::to_string(signal));
+} catch (const std::exception& failure) {
+    std::cerr << "broker: " << failure.what() << '\n';
+    return 1;
+}

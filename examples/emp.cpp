@@ -1,0 +1,124 @@
+// An EMP: a thermometer. The broker starts it and tells it its identifier, the port to serve on
+// and the port of the callback service of the program that it is opened for.
+//
+//     TAV_CREDENTIAL=... emp EMPID PORT CALLBACKPORT
+//
+// Writes a line to standard output once it serves, and ends when its standard input does.
+
+#include <iostream>
+#include <map>
+#include <mutex>
+#include <stdexcept>
+
+#include "processes.h"
+#include "safe_thrift.h"
+#include "say.h"
+
+namespace {
+
+constexpr int32_t kTemperatureEvent = 1;
+
+// Called by several threads at once, one for each connection.
+class Thermometer : public TavEmpIf {
+public:
+    Thermometer(int callbackPort, std::string credential)
+        : callbackPort_(callbackPort), credential_(std::move(credential)) {}
+
+    bool Open(int32_t clientID, const std::string& name, const std::string& version,
+              const std::string& credential) override {
+        if (name != "thermometer" || version != "1.0" || credential != credential_) {
+            return false;
+        }
+        const std::lock_guard<std::mutex> lock(mutex_);
+        // Who reconnects goes on. The limit bounds what callers can make this process hold.
+        return clients_.count(clientID) != 0 ||
+               (clients_.size() < 100 && clients_.emplace(clientID, 0).second);
+    }
+
+    // Returns how many commands the client has run.
+    int32_t Close(int32_t clientID) override {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        const auto client = clients_.extract(clientID);
+        return client ? client.mapped() : 0;
+    }
+
+    // What this throws reaches the caller as a TApplicationException with the same text.
+    void Execute(std::string& result, int32_t clientID, const std::string& cmd,
+                 const std::string& param1, const std::string& /*param2*/,
+                 const std::string& /*param3*/, const std::string& /*param4*/) override {
+        count(clientID);
+        if (cmd == "read") {
+            result = "21.5 C";
+        } else if (cmd == "watch") {
+            watch(param1);
+            result = "watched " + param1;
+        } else if (cmd == "jam") {
+            throw 7;  // Bad manners, but see what becomes of it.
+        } else {
+            throw std::invalid_argument("the thermometer has no command '" + cmd + "'");
+        }
+    }
+
+    void ExecuteWithParamList(std::string& result, int32_t clientID, const std::string& cmd,
+                              const ParamList& list) override {
+        count(clientID);
+        if (cmd != "label") {
+            throw std::invalid_argument("the thermometer has no list command '" + cmd + "'");
+        }
+        for (const std::string* param :
+             {&list.param1, &list.param2, &list.param3, &list.param4, &list.param5, &list.param6,
+              &list.param7, &list.param8, &list.param9, &list.param10}) {
+            result += result.empty() || param->empty() ? *param : "/" + *param;
+        }
+    }
+
+private:
+    void count(int32_t clientID) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        const auto client = clients_.find(clientID);
+        if (client == clients_.end()) {
+            throw std::logic_error("client " + std::to_string(clientID) + " has not called Open");
+        }
+        ++client->second;
+    }
+
+    // Reports three readings of `what`. A client of its own, as each thread here must have one.
+    void watch(const std::string& what) {
+        SafeClient<TavEmpEventClient> events(callbackPort_);
+        try {
+            for (const char* reading : {"21.5", "21.7", "21.6"}) {
+                events.call([&](TavEmpEventClient& client) {
+                    client.Callback(kTemperatureEvent, what, reading);
+                });
+                say("event", what + " " + reading);
+            }
+        } catch (const apache::thrift::TException& failure) {
+            // Nobody listens: the event is lost, and the command goes on.
+            say("failed", std::string("to send an event: ") + failure.what());
+        }
+    }
+
+    const int callbackPort_;
+    const std::string credential_;
+    std::mutex mutex_;
+    std::map<int32_t, int32_t> clients_;  // How many commands each has run.
+};
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+    if (argc != 4) {
+        throw std::invalid_argument("usage: emp EMPID PORT CALLBACKPORT");
+    }
+    sayAs(argv[1]);
+    const auto thermometer =
+        std::make_shared<Thermometer>(portFrom(argv[3]), credentialFromEnvironment());
+    const SafeServer server(std::make_shared<TavEmpProcessor>(thermometer), portFrom(argv[2]));
+    say("serves", "TavEmp on port " + std::to_string(server.port()));
+    tellParent("serves");
+    waitForEndOfInput();
+    say("ends", "with its standard input");
+} catch (const std::exception& failure) {
+    std::cerr << "emp: " << failure.what() << '\n';
+    return 1;
+}

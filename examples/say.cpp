@@ -1,0 +1,55 @@
+#include "say.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+double clockMs() {
+    const auto time = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration<double, std::milli>(time).count();
+}
+
+double startMs() {
+    const char* start = std::getenv("TAV_START");
+    return start != nullptr ? std::strtod(start, nullptr) * 1e3 : clockMs();
+}
+
+std::string speaker;
+const double start = startMs();
+
+}  // namespace
+
+void sayAs(const std::string& who) {
+    speaker = who;
+}
+
+double now() {
+    return clockMs() - start;
+}
+
+std::string printable(std::string text) {
+    for (char& c : text) {
+        c = c < ' ' || c > '~' ? '?' : c;
+    }
+    return text;
+}
+
+void say(const std::string& kind, const std::string& text, double tookMs) {
+    char took[16] = "";
+    if (tookMs >= 0) {
+        std::snprintf(took, sizeof took, "%.1f", tookMs);
+    }
+    char head[80];
+    std::snprintf(head, sizeof head, "%8.1f  %-8s  %-7s  %6s  ", now(), speaker.c_str(),
+                  kind.c_str(), took);
+    const std::string line = head + printable(text) + "\n";
+    // One write, so that lines of several processes and threads do not mix. If nobody listens,
+    // there is nothing to do about it.
+    if (write(STDERR_FILENO, line.data(), line.size()) < 0) {
+        return;
+    }
+}
