@@ -1,0 +1,531 @@
+// The examples, run for real: what they promise to whoever copies them.
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <set>
+#include <sstream>
+
+#include "processes.h"
+#include "safe_thrift.h"
+
+namespace {
+
+using apache::thrift::TApplicationException;
+using apache::thrift::transport::TTransportException;
+
+constexpr int kWaitMs = 20000;
+
+std::string example(const std::string& name) {
+    return std::string(EXAMPLES_DIR) + "/" + name;
+}
+
+// Waits for the end of a process and tells how it ended.
+std::string endingOf(ChildProcess& process) {
+    siginfo_t info;
+    waitid(P_PID, static_cast<id_t>(process.pid()), &info, WEXITED | WNOWAIT);
+    return process.ending().value_or("still running");
+}
+
+std::set<pid_t> childrenOf(pid_t parent) {
+    std::set<pid_t> children;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        std::ifstream stat(entry.path() / "stat");
+        std::string text;
+        std::getline(stat, text);
+        const auto name = text.rfind(')');  // The name before it may hold anything.
+        if (name == std::string::npos) {
+            continue;
+        }
+        std::istringstream rest(text.substr(name + 1));
+        std::string state;
+        pid_t itsParent = 0;
+        rest >> state >> itsParent;
+        if (itsParent == parent) {
+            children.insert(std::stoi(entry.path().filename()));
+        }
+    }
+    return children;
+}
+
+std::set<std::string> socketsOf(pid_t pid) {
+    std::set<std::string> sockets;
+    for (const auto& entry :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
+        const std::string target = std::filesystem::read_symlink(entry.path());
+        if (target.rfind("socket:", 0) == 0) {
+            sockets.insert(target);
+        }
+    }
+    return sockets;
+}
+
+// A line of /proc/PID/status that counts memory, in MiB.
+long memoryOf(pid_t pid, const std::string& line) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    std::string word;
+    while (status >> word) {
+        if (word == line + ":") {
+            long kilobytes = 0;
+            status >> kilobytes;
+            return kilobytes / 1024;
+        }
+    }
+    return -1;
+}
+
+class Broker {
+public:
+    Broker() : process_({example("broker")}), port_(std::stoi(process_.readLine(kWaitMs))) {}
+    ~Broker() { kill(process_.pid(), SIGTERM); }
+
+    ChildProcess& process() { return process_; }
+    int port() const { return port_; }
+
+    ConnectionInfo open(const std::string& name = "thermometer", const std::string& version = "1.0",
+                        const std::string& credential = "swordfish") {
+        ConnectionInfo info;
+        client_.call(
+            [&](TavBrokerClient& client) { client.OpenEmp(info, name, version, credential); });
+        return info;
+    }
+
+    bool close(const ConnectionInfo& info) {
+        return client_.call([&](TavBrokerClient& client) { return client.CloseEmp(info); });
+    }
+
+    std::string nameAt(int callbackPort) {
+        return client_.call([&](TavBrokerClient& client) {
+            std::string result;
+            client.Execute(result, callbackPort, "name", "", "", "", "");
+            return result;
+        });
+    }
+
+private:
+    ChildProcess process_;
+    int port_;
+    SafeClient<TavBrokerClient> client_{port_};
+};
+
+class Emp {
+public:
+    explicit Emp(int port) : client_(port) {}
+
+    bool open() {
+        return client_.call(
+            [](TavEmpClient& client) { return client.Open(7, "thermometer", "1.0", "swordfish"); });
+    }
+
+    std::string execute(const std::string& cmd, const std::string& param1 = "") {
+        return client_.call([&](TavEmpClient& client) {
+            std::string result;
+            client.Execute(result, 7, cmd, param1, "", "", "");
+            return result;
+        });
+    }
+
+private:
+    SafeClient<TavEmpClient> client_;
+};
+
+// The text of the failure that the peer answered with.
+std::string refusalOf(const std::function<void()>& call) {
+    try {
+        call();
+    } catch (const TApplicationException& failure) {
+        return failure.what();
+    }
+    return "not refused";
+}
+
+struct ExamplesTest : testing::Test {
+    ExamplesTest() {
+        setenv("TAV_CREDENTIAL", "swordfish", 1);
+        // Processes whose parent is killed become this one's, which can then see them end.
+        prctl(PR_SET_CHILD_SUBREAPER, 1);
+    }
+};
+
+TEST_F(ExamplesTest, TheProgramFindsAllAsExpectedAndLeavesNoProcess) {
+    Broker broker;
+    {
+        ChildProcess program({example("program"), std::to_string(broker.port())});
+        EXPECT_EQ(endingOf(program), "exit status 0");
+    }
+    EXPECT_EQ(childrenOf(broker.process().pid()), std::set<pid_t>());
+    EXPECT_EQ(childrenOf(getpid()), std::set<pid_t>{broker.process().pid()});
+}
+
+TEST_F(ExamplesTest, TheProgramFailsWhenTheBrokerRefusesItsCredential) {
+    Broker broker;
+    setenv("TAV_CREDENTIAL", "guessed", 1);
+    ChildProcess program({example("program"), std::to_string(broker.port())});
+    EXPECT_EQ(endingOf(program), "exit status 1");
+}
+
+TEST_F(ExamplesTest, TheProgramFailsWhenThereIsNoBroker) {
+    const ReservedPort port;
+    ChildProcess program({example("program"), std::to_string(port.number())});
+    EXPECT_EQ(endingOf(program), "exit status 1");
+}
+
+TEST_F(ExamplesTest, ProcessesEndWithStatusOneOnArgumentsThatTheyCannotUse) {
+    for (const auto& command :
+         std::vector<std::vector<std::string>>{{example("program")},
+                                               {example("program"), "port"},
+                                               {example("program"), "65536"},
+                                               {example("callback"), "0"},
+                                               {example("callback"), ""},
+                                               {example("emp"), "emp-1", "4000"},
+                                               {example("emp"), "emp-1", "-1", "4000"}}) {
+        ChildProcess process(command);
+        EXPECT_EQ(endingOf(process), "exit status 1") << command.back();
+    }
+    unsetenv("TAV_CREDENTIAL");
+    ChildProcess broker({example("broker")});
+    EXPECT_EQ(endingOf(broker), "exit status 1");
+}
+
+TEST_F(ExamplesTest, TheBrokerRefusesAWrongCredentialWithAClearText) {
+    Broker broker;
+    EXPECT_EQ(refusalOf([&] { broker.open("thermometer", "1.0", "guessed"); }),
+              "wrong credential for 'thermometer'");
+}
+
+TEST_F(ExamplesTest, TheBrokerRefusesAnUnknownNameWithAClearText) {
+    Broker broker;
+    EXPECT_EQ(refusalOf([&] { broker.open("barometer"); }), "there is no EMP 'barometer'");
+}
+
+TEST_F(ExamplesTest, TheBrokerRefusesAnUnknownVersionWithAClearText) {
+    Broker broker;
+    EXPECT_EQ(refusalOf([&] { broker.open("thermometer", "9.9"); }),
+              "'thermometer' has version 1.0, not '9.9'");
+}
+
+TEST_F(ExamplesTest, TheBrokerOpensNoMoreThanSixteenEmpsAtOnce) {
+    Broker broker;
+    std::vector<ConnectionInfo> open;
+    for (int i = 0; i < 16; ++i) {
+        open.push_back(broker.open());
+    }
+    EXPECT_EQ(refusalOf([&] { broker.open(); }), "as many EMPs are open as there may be");
+    EXPECT_TRUE(broker.close(open.front()));
+    EXPECT_EQ(broker.open().empID, "emp-17");
+}
+
+TEST_F(ExamplesTest, NoProcessIsLeftOnceAnEmpIsClosed) {
+    Broker broker;
+    const ConnectionInfo info = broker.open();
+    EXPECT_EQ(childrenOf(broker.process().pid()).size(), 1u);
+
+    EXPECT_TRUE(broker.close(info));
+
+    EXPECT_EQ(childrenOf(broker.process().pid()), std::set<pid_t>());
+    EXPECT_FALSE(broker.close(info));
+}
+
+TEST_F(ExamplesTest, NoProcessIsLeftWhenTheBrokerIsToldToEnd) {
+    Broker broker;
+    broker.open();
+    broker.open();
+
+    kill(broker.process().pid(), SIGTERM);
+
+    EXPECT_EQ(endingOf(broker.process()), "exit status 0");
+    EXPECT_EQ(childrenOf(getpid()), std::set<pid_t>());
+}
+
+TEST_F(ExamplesTest, AnEmpEndsOnItsOwnWhenTheBrokerIsKilled) {
+    Broker broker;
+    broker.open();
+    const pid_t emp = *childrenOf(broker.process().pid()).begin();
+
+    kill(broker.process().pid(), SIGKILL);
+
+    EXPECT_EQ(endingOf(broker.process()), "signal 9");
+    int status = -1;
+    EXPECT_EQ(waitpid(emp, &status, 0), emp);
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(ExamplesTest, TheBrokerForgetsAnEmpThatHasDiedAndLeavesNoZombie) {
+    Broker broker;
+    const ConnectionInfo info = broker.open();
+    const pid_t emp = *childrenOf(broker.process().pid()).begin();
+
+    kill(emp, SIGTERM);
+
+    // It learns so by a signal, at a time of its own.
+    std::string answer;
+    do {
+        answer = refusalOf([&] { broker.nameAt(info.callbackServicePort); });
+    } while (answer == "not refused");
+    EXPECT_EQ(answer, "no EMP is open for port " + std::to_string(info.callbackServicePort));
+    EXPECT_EQ(childrenOf(broker.process().pid()), std::set<pid_t>());
+    EXPECT_FALSE(broker.close(info));
+    EXPECT_EQ(broker.open().empID, "emp-2");
+}
+
+TEST_F(ExamplesTest, AnEmpSharesNoConnectionWithItsBroker) {
+    Broker broker;
+    broker.open();
+    const pid_t emp = *childrenOf(broker.process().pid()).begin();
+
+    std::set<std::string> common = socketsOf(broker.process().pid());
+    EXPECT_FALSE(common.empty());
+    for (auto socket = common.begin(); socket != common.end();) {
+        socket = socketsOf(emp).count(*socket) == 0 ? common.erase(socket) : std::next(socket);
+    }
+    EXPECT_EQ(common, std::set<std::string>());
+}
+
+TEST_F(ExamplesTest, ANonStandardExceptionCostsOneConnectionAndNoOther) {
+    Broker broker;
+    const ConnectionInfo info = broker.open();
+    Emp other(info.empServicePort);
+    EXPECT_TRUE(other.open());
+    Emp emp(info.empServicePort);
+    EXPECT_EQ(emp.execute("read"), "21.5 C");
+
+    EXPECT_THROW(emp.execute("jam"), TTransportException);
+
+    EXPECT_EQ(other.execute("read"), "21.5 C");
+    EXPECT_EQ(emp.execute("read"), "21.5 C");
+    EXPECT_TRUE(broker.close(info));
+}
+
+TEST_F(ExamplesTest, ACommandIsAnsweredThoughNobodyTakesItsEvents) {
+    Broker broker;
+    Emp emp(broker.open().empServicePort);
+    EXPECT_TRUE(emp.open());
+    EXPECT_EQ(emp.execute("watch", "kitchen"), "watched kitchen");
+}
+
+TEST_F(ExamplesTest, AnEventThatHoldsALineEndStaysOneLine) {
+    const ReservedPort port;
+    ChildProcess callback({example("callback"), std::to_string(port.number())});
+    EXPECT_EQ(callback.readLine(kWaitMs), "serves");
+    SafeClient<TavEmpEventClient> events(port.number());
+    events.call([](TavEmpEventClient& client) { client.Callback(1, "a\n1 b", "\x1b[2J"); });
+    EXPECT_EQ(callback.readLine(kWaitMs), "1 a?1 b ?[2J");
+}
+
+TEST_F(ExamplesTest, AConnectionLastsForMoreThanAHundredMebibytes) {
+    Broker broker;
+    Emp emp(broker.open().empServicePort);
+    EXPECT_TRUE(emp.open());
+    for (int i = 0; i < 110; ++i) {
+        EXPECT_EQ(emp.execute("read", std::string(1000000, 'x')), "21.5 C");
+    }
+}
+
+TEST_F(ExamplesTest, AStringBeyondTheLimitCostsTheConnectionAndNoMore) {
+    Broker broker;
+    Emp emp(broker.open().empServicePort);
+    EXPECT_TRUE(emp.open());
+    EXPECT_THROW(emp.execute("read", std::string(1100000, 'x')), TTransportException);
+    EXPECT_EQ(emp.execute("read"), "21.5 C");
+}
+
+TEST_F(ExamplesTest, TheSystemGivesAReservedPortToNobodyElse) {
+    std::deque<ReservedPort> kept(50);
+    std::set<int> numbers;
+    for (const ReservedPort& port : kept) {
+        numbers.insert(port.number());
+    }
+    EXPECT_EQ(numbers.size(), 50u);
+    for (int i = 0; i < 5000; ++i) {
+        EXPECT_EQ(numbers.count(ReservedPort().number()), 0u);
+    }
+}
+
+TEST_F(ExamplesTest, NeitherSideWaitsForeverForASilentPeer) {
+    // A peer that takes a connection and says nothing; and a service that is told nothing.
+    apache::thrift::transport::TServerSocket silent("127.0.0.1", 0);
+    silent.listen();
+    const ReservedPort port;
+    ChildProcess callback({example("callback"), std::to_string(port.number())});
+    EXPECT_EQ(callback.readLine(kWaitMs), "serves");
+    apache::thrift::transport::TSocket idle("127.0.0.1", port.number());
+    idle.open();
+
+    Emp emp(silent.getPort());
+    EXPECT_THROW(emp.open(), TTransportException);
+    uint8_t byte = 0;
+    EXPECT_EQ(idle.read(&byte, 1), 0u);
+}
+
+TEST_F(ExamplesTest, AReservedPortIsRefusedUntilItsServerListensAndEachTimeItDoes) {
+    const ReservedPort port;
+    SafeClient<TavEmpEventClient> events(port.number());
+    const auto send = [&] {
+        events.call([](TavEmpEventClient& client) { client.Callback(1, "", ""); });
+    };
+    EXPECT_THROW(send(), TTransportException);
+    for (int i = 0; i < 2; ++i) {
+        ChildProcess callback({example("callback"), std::to_string(port.number())});
+        EXPECT_EQ(callback.readLine(kWaitMs), "serves");
+        SafeClient<TavEmpEventClient>(port.number()).call([](TavEmpEventClient& client) {
+            client.Callback(5, "p", "q");
+        });
+        EXPECT_EQ(callback.readLine(kWaitMs), "5 p q");
+    }
+}
+
+// --- Bytes that are no call
+
+struct Hostile {
+    const char* name;
+    std::vector<std::string> connections;  // What is sent on each.
+};
+
+std::ostream& operator<<(std::ostream& out, const Hostile& hostile) {
+    return out << hostile.name;
+}
+
+std::vector<std::string> randomBytes() {
+    std::mt19937 random(20240229);
+    std::vector<std::string> connections(50);
+    for (std::string& bytes : connections) {
+        for (auto left = random() % 3000; left > 0; --left) {
+            bytes += static_cast<char>(random() & 0xff);
+        }
+    }
+    return connections;
+}
+
+std::string bytes(std::initializer_list<int> values) {
+    std::string result;
+    for (const int value : values) {
+        result += static_cast<char>(value);
+    }
+    return result;
+}
+
+// The header of a call.
+std::string header(const std::string& name) {
+    return bytes({0x80, 1, 0, 1, 0, 0, 0, static_cast<int>(name.size())}) + name +
+           bytes({0, 0, 0, 0});
+}
+
+std::string repeated(const std::string& part, int times) {
+    std::string result;
+    for (int i = 0; i < times; ++i) {
+        result += part;
+    }
+    return result;
+}
+
+// Random fields of calls that the services know: what is random reaches their records.
+std::vector<std::string> callsOfRandomBytes() {
+    std::vector<std::string> connections = randomBytes();
+    const std::string names[] = {"OpenEmp", "Execute", "Callback", "Foo"};
+    for (std::size_t i = 0; i < connections.size(); ++i) {
+        connections[i].insert(0, header(names[i % 4]));
+    }
+    return connections;
+}
+
+// The same fields in calls of each service and of none.
+std::vector<std::string> calls(const std::string& fields) {
+    return {header("OpenEmp") + fields, header("Execute") + fields, header("Callback") + fields,
+            header("Foo") + fields};
+}
+
+const std::string kTwoGiB = bytes({0x7f, 0xff, 0xff, 0xff});
+
+const std::vector<Hostile> kHostile = {
+    {"TheFourBytes", {kTwoGiB}},
+    {"ANameOfTwoGiB", {bytes({0x80, 1, 0, 1}) + kTwoGiB}},
+    {"AStringOfTwoGiB", calls(bytes({11, 0, 2}) + kTwoGiB)},
+    {"AListOfTwoGiB", calls(bytes({15, 0, 99, 11}) + kTwoGiB)},
+    {"StructsInStructsInStructs", calls(repeated(bytes({12, 0, 99}), 100000))},
+    {"AnHttpRequest", {"GET / HTTP/1.1\r\nHost: localhost\r\n\r\n"}},
+    {"RandomBytes", randomBytes()},
+    {"CallsOfRandomBytes", callsOfRandomBytes()},
+    {"HalfAMessage", {bytes({0x80, 1, 0, 1, 0, 0, 0, 7}) + "Exec"}},
+    {"Nothing", {""}},
+};
+
+// Sends `bytes`, ends the sending side, and waits for the server to close.
+void sendRaw(int port, const std::string& content) {
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    // The server may close before it has taken everything: that is its right.
+    send(fd, content.data(), content.size(), MSG_NOSIGNAL);
+    shutdown(fd, SHUT_WR);
+    char rest[512];
+    while (recv(fd, rest, sizeof rest, 0) > 0) {
+    }
+    close(fd);
+}
+
+struct HostileTest : ExamplesTest, testing::WithParamInterface<Hostile> {
+    // Sends the bytes between two good calls. The process must not have grown: neither by memory
+    // that it used nor by memory that it merely asked for, of which a thread takes much.
+    void attack(pid_t pid, int port, const std::function<void()>& goodCall) {
+        goodCall();
+        const long used = memoryOf(pid, "VmHWM");
+        const long asked = memoryOf(pid, "VmPeak");
+        ASSERT_GT(used, 0);
+        for (const std::string& content : GetParam().connections) {
+            sendRaw(port, content);
+        }
+        goodCall();
+        EXPECT_LT(memoryOf(pid, "VmHWM") - used, 16);
+        EXPECT_LT(memoryOf(pid, "VmPeak") - asked, 1024);
+    }
+};
+
+TEST_P(HostileTest, LeaveABrokerServing) {
+    Broker broker;
+    attack(broker.process().pid(), broker.port(), [&] {
+        EXPECT_EQ(refusalOf([&] { broker.open("barometer"); }), "there is no EMP 'barometer'");
+    });
+}
+
+TEST_P(HostileTest, LeaveAnEmpServing) {
+    Broker broker;
+    const ConnectionInfo info = broker.open();
+    const pid_t pid = *childrenOf(broker.process().pid()).begin();
+    attack(pid, info.empServicePort, [&] {
+        Emp emp(info.empServicePort);
+        EXPECT_TRUE(emp.open());
+        EXPECT_EQ(emp.execute("read"), "21.5 C");
+    });
+    EXPECT_TRUE(broker.close(info));
+}
+
+TEST_P(HostileTest, LeaveACallbackServiceServing) {
+    const ReservedPort port;
+    ChildProcess callback({example("callback"), std::to_string(port.number())});
+    EXPECT_EQ(callback.readLine(kWaitMs), "serves");
+    attack(callback.pid(), port.number(), [&] {
+        SafeClient<TavEmpEventClient> events(port.number());
+        events.call([](TavEmpEventClient& client) { client.Callback(3, "a", "b"); });
+        EXPECT_EQ(callback.readLine(kWaitMs), "3 a b");
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(Bytes, HostileTest, testing::ValuesIn(kHostile),
+                         [](const auto& kind) { return kind.param.name; });
+
+}  // namespace
