@@ -341,6 +341,16 @@ TEST_F(ExamplesTest, AStringBeyondTheLimitCostsTheConnectionAndNoMore) {
     EXPECT_EQ(emp.execute("read"), "21.5 C");
 }
 
+TEST_F(ExamplesTest, ACallWithoutAVersionIsNotServed) {
+    Broker broker;
+    auto socket = std::make_shared<apache::thrift::transport::TSocket>("127.0.0.1", broker.port());
+    socket->open();
+    // What libthrift also takes for a call, unless it is told to be strict.
+    TavBrokerClient old(std::make_shared<Binary>(std::make_shared<Buffered>(socket), 0, 0,
+                                                 /*strict_read*/ false, /*strict_write*/ false));
+    EXPECT_THROW(old.CloseEmp(ConnectionInfo()), TTransportException);
+}
+
 TEST_F(ExamplesTest, TheSystemGivesAReservedPortToNobodyElse) {
     std::deque<ReservedPort> kept(50);
     std::set<int> numbers;
