@@ -48,7 +48,8 @@ std::string describe(const char* type, const std::exception& failure) {
 }  // namespace
 
 uint32_t Log::call(const std::string& speaker, const std::string& what) {
-    if (continuesLine(what) && speaker == speaker_ && !beginsWith(last_, "readMessageBegin")) {
+    const bool inRecord = !last_.empty() && !beginsWith(last_, "readMessageBegin");
+    if (inRecord && continuesLine(what) && speaker == speaker_) {
         text_ += ", " + what;
     } else {
         text_ += "\n" + speaker + what;

@@ -5,10 +5,11 @@
 using namespace recording;
 using apache::thrift::protocol::TProtocol;
 
+// What the clients, and the processors, have in common as classes.
 namespace {
 
 template <typename Client>
-class ClientLifetimeTest : public testing::Test {
+class ClientClassTest : public testing::Test {
 protected:
     // Shows the members.
     struct OpenClient : Client {
@@ -25,7 +26,7 @@ protected:
 };
 
 using Clients = testing::Types<TavBrokerClient, TavEmpClient, TavEmpEventClient>;
-TYPED_TEST_SUITE(ClientLifetimeTest, Clients, );
+TYPED_TEST_SUITE(ClientClassTest, Clients, );
 
 template <typename Processor, typename HandlerType>
 struct Service {
@@ -34,7 +35,7 @@ struct Service {
 };
 
 template <typename Service>
-class ProcessorLifetimeTest : public testing::Test {
+class ProcessorClassTest : public testing::Test {
 protected:
     // Shows the members.
     struct OpenProcessor : Service::ProcessorClass {
@@ -50,11 +51,11 @@ protected:
 using Services =
     testing::Types<Service<TavBrokerProcessor, BrokerHandler>, Service<TavEmpProcessor, EmpHandler>,
                    Service<TavEmpEventProcessor, EventHandler>>;
-TYPED_TEST_SUITE(ProcessorLifetimeTest, Services, );
+TYPED_TEST_SUITE(ProcessorClassTest, Services, );
 
 }  // namespace
 
-TYPED_TEST(ClientLifetimeTest, OfTwoProtocolsTheFirstIsReadAndTheSecondWritten) {
+TYPED_TEST(ClientClassTest, OfTwoProtocolsTheFirstIsReadAndTheSecondWritten) {
     const typename TestFixture::OpenClient client(this->input, this->output);
     EXPECT_EQ(client.piprot_, this->input);
     EXPECT_EQ(client.poprot_, this->output);
@@ -62,7 +63,7 @@ TYPED_TEST(ClientLifetimeTest, OfTwoProtocolsTheFirstIsReadAndTheSecondWritten) 
     EXPECT_EQ(client.oprot_, this->output.get());
 }
 
-TYPED_TEST(ClientLifetimeTest, OneProtocolServesBothWays) {
+TYPED_TEST(ClientClassTest, OneProtocolServesBothWays) {
     const typename TestFixture::OpenClient client(this->input);
     EXPECT_EQ(client.piprot_, this->input);
     EXPECT_EQ(client.poprot_, this->input);
@@ -70,13 +71,13 @@ TYPED_TEST(ClientLifetimeTest, OneProtocolServesBothWays) {
     EXPECT_EQ(client.oprot_, this->input.get());
 }
 
-TYPED_TEST(ClientLifetimeTest, ItsProtocolsCanBeAskedFor) {
+TYPED_TEST(ClientClassTest, ItsProtocolsCanBeAskedFor) {
     const TypeParam client(this->input, this->output);
     EXPECT_EQ(client.getInputProtocol(), this->input);
     EXPECT_EQ(client.getOutputProtocol(), this->output);
 }
 
-TYPED_TEST(ClientLifetimeTest, ItSharesItsProtocolsAsLongAsItLives) {
+TYPED_TEST(ClientClassTest, ItSharesItsProtocolsAsLongAsItLives) {
     {
         const TypeParam client(this->input, this->output);
         EXPECT_EQ(this->input.use_count(), 2);
@@ -86,12 +87,12 @@ TYPED_TEST(ClientLifetimeTest, ItSharesItsProtocolsAsLongAsItLives) {
     EXPECT_EQ(this->output.use_count(), 1);
 }
 
-TYPED_TEST(ClientLifetimeTest, MakingAndDestroyingItCallsNothing) {
+TYPED_TEST(ClientClassTest, MakingAndDestroyingItCallsNothing) {
     { const TypeParam client(this->input, this->output); }
     EXPECT_EQ(this->log.text(), "");
 }
 
-TYPED_TEST(ClientLifetimeTest, ItReleasesItsOutputBeforeItsInput) {
+TYPED_TEST(ClientClassTest, ItReleasesItsOutputBeforeItsInput) {
     std::string released;
     const auto noting = [&](RecordingProtocol& protocol, const char* name) {
         return std::shared_ptr<TProtocol>(&protocol,
@@ -101,7 +102,7 @@ TYPED_TEST(ClientLifetimeTest, ItReleasesItsOutputBeforeItsInput) {
     EXPECT_EQ(released, "output input ");
 }
 
-TYPED_TEST(ProcessorLifetimeTest, ItSharesItsHandlerAsLongAsItLives) {
+TYPED_TEST(ProcessorClassTest, ItSharesItsHandlerAsLongAsItLives) {
     {
         const typename TestFixture::OpenProcessor processor(this->handler);
         EXPECT_EQ(processor.handler_, this->handler);
@@ -111,13 +112,67 @@ TYPED_TEST(ProcessorLifetimeTest, ItSharesItsHandlerAsLongAsItLives) {
     EXPECT_EQ(this->log.text(), "");
 }
 
-TYPED_TEST(ProcessorLifetimeTest, ItKeepsAHandlerThatOthersLetGo) {
+TYPED_TEST(ProcessorClassTest, ItKeepsAHandlerThatOthersLetGo) {
     const std::weak_ptr<typename TypeParam::HandlerClass> watch = this->handler;
     {
         const typename TypeParam::ProcessorClass processor(std::move(this->handler));
         EXPECT_FALSE(watch.expired());
     }
     EXPECT_TRUE(watch.expired());
+}
+
+TYPED_TEST(ProcessorClassTest, ProcessLeavesCallsToProcessFnAndReturnsWhatItReturns) {
+    // A program may look into a call before it is carried out, or turn it away.
+    struct Gate : TypeParam::ProcessorClass {
+        using TypeParam::ProcessorClass::ProcessorClass;
+        bool process_fn(TProtocol* input, TProtocol* output, std::string& name,
+                        int32_t seqid) override {
+            iprot = input;
+            oprot = output;
+            header = name + " " + std::to_string(seqid);
+            return passes;
+        }
+        TProtocol* iprot = nullptr;
+        TProtocol* oprot = nullptr;
+        std::string header;
+        bool passes = false;
+    };
+    const auto input = std::make_shared<RecordingProtocol>(this->log);
+    const auto output = std::make_shared<RecordingProtocol>(this->log);
+    input->playMessage({"Foo", 1, 99, {}});
+    input->playMessage({"Foo", 4, 98, {}});
+    Gate gate(this->handler);
+    EXPECT_FALSE(gate.process(input, output, nullptr));
+    EXPECT_EQ(gate.iprot, input.get());
+    EXPECT_EQ(gate.oprot, output.get());
+    EXPECT_EQ(gate.header, "Foo 99");
+    gate.passes = true;
+    EXPECT_TRUE(gate.process(input, output, nullptr));
+    EXPECT_EQ(gate.header, "Foo 98");
+    EXPECT_EQ(this->log.text(), R"(
+readMessageBegin 'Foo' 1 99
+readMessageBegin 'Foo' 4 98)");
+}
+
+TYPED_TEST(ProcessorClassTest, ProcessFnHandlesWhatFollowsAHeader) {
+    const auto protocol = std::make_shared<RecordingProtocol>(this->log);
+    protocol->playRecord({{1, "anything"}});
+    typename TypeParam::ProcessorClass processor(this->handler);
+    std::string name = "Foo";
+    EXPECT_TRUE(processor.process_fn(protocol.get(), protocol.get(), name, 99));
+    EXPECT_EQ(this->log.text(), R"(
+skip 12
+readMessageEnd
+readEnd
+writeMessageBegin 'Foo' 3 99
+writeStructBegin TApplicationException
+writeFieldBegin message 11 1, writeString 'Invalid method name: 'Foo'', writeFieldEnd
+writeFieldBegin type 8 2, writeI32 1, writeFieldEnd
+writeFieldStop
+writeStructEnd
+writeMessageEnd
+flush
+writeEnd)");
 }
 
 namespace {
