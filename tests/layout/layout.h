@@ -32,6 +32,7 @@ bool inARow(std::size_t& offset, Members Class::*... members) {
         asExpected = asExpected && found == offset;
         offset += size;
     };
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): of a pointer that is a member, too
     (next(offsetOf(members), sizeof(Members), alignof(Members)), ...);
     return asExpected;
 }
