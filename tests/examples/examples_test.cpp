@@ -396,6 +396,41 @@ TEST_F(ExamplesTest, AReservedPortIsRefusedUntilItsServerListensAndEachTimeItDoe
     }
 }
 
+// --- Why there is a guard
+
+struct Thrower : apache::thrift::TProcessor {
+    bool process(std::shared_ptr<apache::thrift::protocol::TProtocol>,
+                 std::shared_ptr<apache::thrift::protocol::TProtocol>, void*) override {
+        throw std::runtime_error("from the processor");
+    }
+};
+
+struct CallOnceItListens : apache::thrift::server::TServerEventHandler {
+    explicit CallOnceItListens(apache::thrift::transport::TServerSocket& socket) : server(socket) {}
+    void preServe() override {
+        client =
+            std::make_unique<apache::thrift::transport::TSocket>("127.0.0.1", server.getPort());
+        client->open();
+        client->write(reinterpret_cast<const uint8_t*>("x"), 1);
+    }
+    apache::thrift::transport::TServerSocket& server;
+    std::unique_ptr<apache::thrift::transport::TSocket> client;
+};
+
+void serveUnguarded() {
+    auto socket = std::make_shared<apache::thrift::transport::TServerSocket>("127.0.0.1", 0);
+    apache::thrift::server::TThreadedServer server(
+        std::make_shared<Thrower>(), socket, std::make_shared<BufferedFactory>(),
+        std::make_shared<BinaryFactory>(kStringLimit, kContainerLimit, kStrictRead, kStrictWrite));
+    server.setServerEventHandler(std::make_shared<CallOnceItListens>(*socket));
+    server.serve();
+}
+
+TEST(UnguardedDeathTest, AThreadedServerEndsItsProcessOnAnExceptionThatIsNotThrifts) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(serveUnguarded(), "terminate called");
+}
+
 // --- Bytes that are no call
 
 struct Hostile {
