@@ -1,0 +1,418 @@
+#!/usr/bin/env python3
+"""Lets libTavIDL talk to peers in other languages, both ways, and says how it went.
+
+    crosstest.py run BUILD LANGUAGE         runs all cells of a language
+    crosstest.py page BUILD PAGE            puts the results of all into the page
+    crosstest.py page BUILD PAGE --check    or tells whether they stand there
+
+BUILD is the directory in which the peers were built. A cell is one language, one
+direction, one protocol and one transport: two processes, and the outcome of every
+case. It must be what is written down here, case by case.
+"""
+
+import concurrent.futures
+import difflib
+import json
+import os
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+HERE = Path(__file__).resolve().parent
+WIRES = [(p, t) for p in ("binary", "compact", "json") for t in ("buffered", "framed")]
+TIMEOUT = 60  # seconds, for one process
+
+LANGUAGES = {
+    "library": "C++, libTavIDL",
+    "cpp": "C++, generated",
+    "c_glib": "C with GLib",
+    "python": "Python",
+    "javascript": "JavaScript",
+}
+
+# --- What must come out
+
+# Of libTavIDL on both sides, in the order in which the peers report it.
+EXPECTED = {
+    "OpenEmp": "49801|-49802|camera|2.1|key",
+    "OpenEmp fails": "exception 0: no such EMP: none",
+    "Execute at the broker": '-2147483648|echo|one||Gr\u00fc\u00dfe \u20ac|"four"\\',
+    "Execute at the broker fails": "exception 0: the broker cannot: fail",
+    "Execute fails with an application exception": "exception 0: the broker cannot: failwell",
+    "CloseEmp": "true",
+    "CloseEmp, false": "false",
+    "CloseEmp fails": "exception 0: no such EMP: none",
+    "100000 bytes sent": "100000",
+    "100000 bytes received": "100000",
+    "NUL sent": "3",
+    "NUL received": "3",
+    "Open": "true",
+    "Open, false": "false",
+    "Open fails": "exception 0: no client -1",
+    "Close": "-7",
+    "Close, zero": "0",
+    "Close fails": "exception 0: no client -1",
+    "Execute at the EMP": "2147483647|echo|eins|zwei|drei|vier",
+    "Execute at the EMP fails": "exception 0: the EMP cannot: fail",
+    "ExecuteWithParamList": "5|echo|a|b|c|d||f|g|h|i|j",
+    "ExecuteWithParamList fails": "exception 0: the EMP cannot: fail",
+    "Callback, then an unknown operation": "exception 1: Invalid method name: 'Close'",
+    "Callback": "3/started/Gr\u00fc\u00dfe|-1//|4/still/here",
+    "Callback fails, then an unknown operation": "exception 1: Invalid method name: 'Close'",
+    "Callback fails": "3/started/Gr\u00fc\u00dfe|-1//|4/still/here|0/fail/",
+    "Unknown operation at the broker": "exception 1: Invalid method name: 'Close'",
+    "Unknown operation at the broker, then": "49801|-49802|camera|2.1|key",
+    "Unknown operation at the EMP": "exception 1: Invalid method name: 'OpenEmp'",
+    "Unknown operation at the EMP, then": "-7",
+    "T_ONEWAY request at the broker": "49801|-49802|camera|2.1|key",
+    "T_ONEWAY request at the broker, then": "49801|-49802|camera|2.1|key",
+    "T_ONEWAY request at the EMP": "-7",
+    "T_ONEWAY request at the EMP, then": "-7",
+    "T_REPLY request at the broker": "exception 2",
+    "T_REPLY request at the broker, then": "49801|-49802|camera|2.1|key",
+    "T_REPLY request at the EMP": "exception 2",
+    "T_REPLY request at the EMP, then": "-7",
+    "T_REPLY request at the callback service": "exception 2",
+    "No result": "",
+    "No result, then": "49801|-49802|camera|2.1|key",
+    "Bytes that are no UTF-8 sent": "2",
+    "Bytes that are no UTF-8 sent, then": "49801|-49802|camera|2.1|key",
+}
+# And what a client makes of replies that no server of libTavIDL gives. (The peer that
+# gives them stands beside the services of libTavIDL, for want of another.)
+EXPECTED_OF_ODD = {
+    "Reply: otherseqid": "otherseqid",
+    "Reply: otherseqid, then": "good",
+    "Reply: othertype": "exception 2",
+    "Reply: othertype, then": "good",
+    "Reply: othername": "exception 3",
+    "Reply: othername, then": "good",
+    "Reply: unknownfield": "unknownfield",
+    "Reply: unknownfield, then": "good",
+    "Reply: nosuccess": "exception 5: Execute failed: unknown result",
+    "Reply: nosuccess, then": "good",
+    "Reply: othersuccess": "exception 5: Execute failed: unknown result",
+    "Reply: othersuccess, then": "good",
+    "Sequence ids sent": "0, 0",
+    "Reply: notutf8": "2",
+}
+
+# Where a language's generated code goes its own way, as a server and as a client.
+# None: the peer has no way to do it.
+FAILURES = [
+    "OpenEmp fails",
+    "Execute at the broker fails",
+    "CloseEmp fails",
+    "Open fails",
+    "Close fails",
+    "Execute at the EMP fails",
+    "ExecuteWithParamList fails",
+]
+UNKNOWN_OPERATIONS = {
+    "Callback, then an unknown operation": "Close",
+    "Callback fails, then an unknown operation": "Close",
+    "Unknown operation at the broker": "Close",
+    "Unknown operation at the EMP": "OpenEmp",
+}
+TAKES_A_REPLY_FOR_A_CALL = {
+    "T_REPLY request at the broker": "49801|-49802|camera|2.1|key",
+    "T_REPLY request at the EMP": "-7",
+}
+CLOSES_AFTER_A_REPLY = {
+    "T_REPLY request at the broker": "connection closed",
+    "T_REPLY request at the broker, then": "connection closed",
+    "T_REPLY request at the EMP": "connection closed",
+    "T_REPLY request at the EMP, then": "connection closed",
+    "T_REPLY request at the callback service": "connection closed",
+}
+TEXTS_END_AT_NUL = {"NUL sent": "1", "NUL received": "1"}
+CAN_TELL_OF_NO_RESULT = {"No result": "exception 5: Execute failed: unknown result"}
+SENDS_ONLY_UTF8 = {"Bytes that are no UTF-8 sent": None, "Bytes that are no UTF-8 sent, then": None}
+
+OWN_AS_SERVER = {
+    "cpp": CLOSES_AFTER_A_REPLY,
+    "c_glib": {
+        **CLOSES_AFTER_A_REPLY,
+        **TEXTS_END_AT_NUL,
+        "Execute fails with an application exception": "exception 5: the broker cannot: failwell",
+        "Callback fails, then an unknown operation": "exception 0: nobody hears this",
+    },
+    "python": {
+        **{case: "exception 6: Internal error" for case in FAILURES},
+        "Execute fails with an application exception": "exception 5: the broker cannot: failwell",
+        **{
+            case: f"exception 1: Unknown function {operation}"
+            for case, operation in UNKNOWN_OPERATIONS.items()
+        },
+        **TAKES_A_REPLY_FOR_A_CALL,
+        "T_REPLY request at the callback service": "exception 1: Unknown function OpenEmp",
+        **CAN_TELL_OF_NO_RESULT,
+        "Bytes that are no UTF-8 sent": "connection closed",
+        "Bytes that are no UTF-8 sent, then": "connection closed",
+    },
+    "javascript": {
+        **{
+            case: f"exception 0: Unknown function {operation}"
+            for case, operation in UNKNOWN_OPERATIONS.items()
+        },
+        "Callback fails, then an unknown operation": "connection closed",
+        **TAKES_A_REPLY_FOR_A_CALL,
+        "T_REPLY request at the callback service": "exception 0: Unknown function OpenEmp",
+        **CAN_TELL_OF_NO_RESULT,
+        "Bytes that are no UTF-8 sent": "6",
+    },
+}
+OWN_AS_CLIENT = {
+    "cpp": {
+        "Reply: othertype": "no answer",
+        "Reply: othername": "no answer",
+    },
+    "c_glib": {
+        **TEXTS_END_AT_NUL,
+        "Reply: nosuccess": "NULL",
+        "Reply: othersuccess": "NULL",
+    },
+    "python": {
+        **SENDS_ONLY_UTF8,
+        "Reply: othertype": "othertype",
+        "Reply: othername": "othername",
+        "Reply: notutf8": "UnicodeDecodeError",
+    },
+    "javascript": {
+        **SENDS_ONLY_UTF8,
+        "Reply: otherseqid": "no answer",
+        "Reply: othertype": "othertype",
+        "Reply: othername, then": None,
+        "Reply: nosuccess": "string: Execute failed: unknown result",
+        "Reply: othersuccess": "string: Execute failed: unknown result",
+        "Sequence ids sent": "1, 2",
+        "Reply: notutf8": "6",
+    },
+}
+
+# Where it does so over some protocols and transports alone.
+LOSES_NUL = {"NUL sent": "2", "NUL received": "2"}
+OWN_OVER = [
+    ("library", "client", ["json buffered", "json framed"], LOSES_NUL),
+    ("cpp", "client", ["json buffered", "json framed"], LOSES_NUL),
+    ("cpp", "server", ["json buffered", "json framed"], LOSES_NUL),
+]
+
+
+def expected(language, role, protocol, transport):
+    """What the peer of `language` in `role` must come to with libTavIDL at the other end."""
+    cases = dict(EXPECTED)
+    if role == "client":
+        cases.update(EXPECTED_OF_ODD)
+    own = OWN_AS_SERVER if role == "server" else OWN_AS_CLIENT
+    cases.update(own.get(language, {}))
+    for whose, which, wires, outcomes in OWN_OVER:
+        if (whose, which) == (language, role) and f"{protocol} {transport}" in wires:
+            cases.update(outcomes)
+    return {case: outcome for case, outcome in cases.items() if outcome is not None}
+
+
+# What a language cannot speak, and the reason that its peer gives.
+UNSUPPORTED = {("c_glib", "json"): "the library has no thrift_json_protocol.h"}
+
+
+# --- Running a cell
+
+
+def command(build, language):
+    if language == "python":
+        return [sys.executable, str(HERE / "python" / "peer.py")]
+    if language == "javascript":
+        return ["node", str(HERE / "javascript" / "peer.js")]
+    return [str(build / f"languages_{language}_peer")]
+
+
+def environment(build):
+    javascript = [build / "javascript" / "node_modules", build / "gen-nodejs"]
+    return {
+        **os.environ,
+        "PYTHONPATH": str(build / "gen-py"),
+        "PYTHONIOENCODING": "utf-8",
+        "NODE_PATH": ":".join(map(str, javascript)),
+    }
+
+
+def converse(build, server, client, protocol, transport):
+    """The outcome of every case, or the reason why one side cannot speak so."""
+    wire = [protocol, transport]
+    env = environment(build)
+    with subprocess.Popen(
+        command(build, server) + ["serve", *wire],
+        stdin=subprocess.PIPE,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
+        env=env,
+        text=True,
+        encoding="utf-8",
+        errors="replace",
+    ) as serving:
+        try:
+            ports = serving.stdout.readline().split()
+            if ports[:1] == ["unsupported:"]:
+                return {"unsupported": " ".join(ports[1:])}
+            if server != "library":
+                ports = ports[:3]  # a generated peer in C++ has a fourth, too
+            calling = subprocess.run(
+                command(build, client) + ["call", *wire, *ports],
+                capture_output=True,
+                env=env,
+                text=True,
+                encoding="utf-8",
+                timeout=TIMEOUT,
+            )
+            _, told = serving.communicate(timeout=TIMEOUT)
+        finally:
+            serving.kill()
+    if calling.stdout.startswith("unsupported: "):
+        return {"unsupported": calling.stdout.removeprefix("unsupported: ").strip()}
+    outcomes = dict(line.split(" = ", 1) for line in calling.stdout.splitlines())
+    for process, status, words in [
+        ("client", calling.returncode, calling.stderr),
+        ("server", serving.returncode, told),
+    ]:
+        if status != 0:
+            outcomes[f"exit status of the {process}"] = f"{status}\n{words}"
+    return {"outcomes": outcomes}
+
+
+def run(build, language):
+    """Runs all cells of a language and tells whether each came to what it must."""
+    cells = []
+    for role in ["client", "server"] if language != "library" else ["client"]:
+        for protocol, transport in WIRES:
+            cells.append({"role": role, "protocol": protocol, "transport": transport})
+
+    def fill(cell):
+        sides = ("library", language) if cell["role"] == "client" else (language, "library")
+        cell.update(converse(build, *sides, cell["protocol"], cell["transport"]))
+
+    with concurrent.futures.ThreadPoolExecutor(2 * os.cpu_count()) as executor:
+        list(executor.map(fill, cells))
+
+    failed = 0
+    for cell in cells:
+        name = f"{LANGUAGES[language]} as {cell['role']}, {cell['protocol']}, {cell['transport']}"
+        reason = cell.get("unsupported")
+        if reason is not None:
+            right = reason == UNSUPPORTED.get((language, cell["protocol"]))
+            print(f"{'ok    ' if right else 'FAILED'} {name}: {reason}")
+        else:
+            wanted = expected(language, cell["role"], cell["protocol"], cell["transport"])
+            right = cell["outcomes"] == wanted
+            print(f"{'ok    ' if right else 'FAILED'} {name}: {len(cell['outcomes'])} cases")
+            if not right:
+                lines = [
+                    sorted(f"{case} = {outcome}" for case, outcome in side.items())
+                    for side in (wanted, cell["outcomes"])
+                ]
+                print(*difflib.unified_diff(*lines, "expected", "came", lineterm="", n=0), sep="\n")
+        failed += not right
+    (build / f"results-{language}.json").write_text(json.dumps(cells), encoding="utf-8")
+    return failed == 0
+
+
+# --- The page
+
+
+def results(build):
+    """Every cell that was run, by language and role."""
+    cells = {}
+    for language in LANGUAGES:
+        for cell in json.loads((build / f"results-{language}.json").read_text(encoding="utf-8")):
+            cells.setdefault((language, cell["role"]), []).append(cell)
+    return cells
+
+
+def table(header, rows):
+    lines = [header, ["---"] * len(header), *rows]
+    return "\n".join("| " + " | ".join(line) + " |" for line in lines)
+
+
+def code(outcome):
+    return "`" + outcome.replace("|", "\\|") + "`" if outcome else "an empty text"
+
+
+def table_of_cells(cells):
+    reasons = []
+    rows = []
+    for (language, role), own in cells.items():
+        row = [LANGUAGES[language], role if language != "library" else "both"]
+        for cell in own:
+            if "unsupported" in cell:
+                if cell["unsupported"] not in reasons:
+                    reasons.append(cell["unsupported"])
+                row.append(f"no [{reasons.index(cell['unsupported']) + 1}]")
+                continue
+            usual = {**EXPECTED, **EXPECTED_OF_ODD}
+            differ = sum(usual[case] != outcome for case, outcome in cell["outcomes"].items())
+            row.append(f"{len(cell['outcomes'])}" + (f", {differ} its own way" if differ else ""))
+        rows.append(row)
+    header = ["Peer", "as", *(f"{protocol}, {transport}" for protocol, transport in WIRES)]
+    notes = [f"[{i + 1}] {reason[0].upper()}{reason[1:]}." for i, reason in enumerate(reasons)]
+    return "\n\n".join([table(header, rows), *notes])
+
+
+def table_of_own_ways(cells, role, cases):
+    """The cases in which any language goes its own way, with what it comes to."""
+    rows = []
+    for case, usual in cases.items():
+        row = [case, code(usual)]
+        for language in LANGUAGES:
+            if language == "library":
+                continue
+            over = {}
+            for cell in cells[language, role]:
+                if "outcomes" in cell:
+                    outcome = cell["outcomes"].get(case)
+                    over.setdefault(outcome, []).append(cell["protocol"])
+            if list(over) == [usual]:
+                row.append("the same")
+            elif list(over) == [None]:
+                row.append("not tried")
+            elif len(over) == 1:
+                row.append(code(next(iter(over))))
+            else:
+                row.append(
+                    "; ".join(f"{code(o)} ({', '.join(dict.fromkeys(p))})" for o, p in over.items())
+                )
+        if set(row[2:]) - {"the same", "not tried"}:
+            rows.append(row)
+    names = [name for language, name in LANGUAGES.items() if language != "library"]
+    return table(["Case", LANGUAGES["library"], *names], rows)
+
+
+def page(build, path, check=None):
+    """Puts the tables between their marks in the page, or tells whether they stand there."""
+    cells = results(build)
+    tables = {
+        "cells": table_of_cells(cells),
+        "servers": table_of_own_ways(cells, "server", EXPECTED),
+        "clients": table_of_own_ways(cells, "client", {**EXPECTED, **EXPECTED_OF_ODD}),
+    }
+    text = Path(path).read_text(encoding="utf-8")
+    fresh = text
+    for name, content in tables.items():
+        marks = re.compile(f"(<!-- results: {name} -->\n).*?(\n<!-- end of results -->)", re.DOTALL)
+        if len(marks.findall(fresh)) != 1:
+            raise SystemExit(f"{path}: no place for the results '{name}'")
+        fresh = marks.sub(lambda found: found[1] + content + found[2], fresh)
+    if check is None:
+        Path(path).write_text(fresh, encoding="utf-8")
+        return True
+    lines = [text.splitlines(), fresh.splitlines()]
+    print(*difflib.unified_diff(*lines, str(path), "what came", lineterm=""), sep="\n")
+    return text == fresh
+
+
+def main(verb, build, *rest):
+    return {"run": run, "page": page}[verb](Path(build), *rest)
+
+
+if __name__ == "__main__":
+    sys.exit(0 if main(*sys.argv[1:]) else 1)
