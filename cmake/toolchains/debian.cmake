@@ -1,0 +1,26 @@
+# What the toolchain files of this directory have in common: Debian's cross compiler,
+# a sysroot of Debian packages, and QEMU to run what was built.
+#
+# The sysroot is the one that script/cross makes, or the directory named by the
+# environment variable TAVIDL_SYSROOT. (Not by a CMake variable: CMake's own trial
+# builds read this file again and would not see it.)
+
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_C_COMPILER ${tavidl_compiler}-gcc)
+set(CMAKE_CXX_COMPILER ${tavidl_compiler}-g++)
+
+if(DEFINED ENV{TAVIDL_SYSROOT})
+    set(CMAKE_SYSROOT $ENV{TAVIDL_SYSROOT})
+else()
+    get_filename_component(CMAKE_SYSROOT
+        ${CMAKE_CURRENT_LIST_DIR}/../../build/sysroot/${tavidl_architecture} ABSOLUTE)
+endif()
+
+# Programs come from here, all else from the sysroot or from where the caller says.
+set(CMAKE_FIND_ROOT_PATH ${CMAKE_SYSROOT})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
+
+set(CMAKE_CROSSCOMPILING_EMULATOR ${tavidl_emulator}-static -L ${CMAKE_SYSROOT})
