@@ -34,11 +34,15 @@ public:
 
     virtual ~TavBrokerProcessor() {}
 
+#pragma GCC diagnostic push
+// The keyword that it asks for would be an error on the other form.
+#pragma GCC diagnostic ignored "-Wsuggest-override"
     /// Handles one message and returns true. `connectionContext` is not used. Of the
     /// two forms, the one that libthrift declares is its override.
     bool process(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output,
                  void* connectionContext);
     bool process(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output);
+#pragma GCC diagnostic pop
 
     /// Handles what follows a header that has been read: `name` and `seqid` are the
     /// header's. Returns true.
