@@ -10,8 +10,8 @@ namespace {
 class TavBrokerClientTest : public testing::Test {
 protected:
     Log log;
-    std::shared_ptr<RecordingProtocol> input = std::make_shared<RecordingProtocol>(log, "in.");
-    std::shared_ptr<RecordingProtocol> output = std::make_shared<RecordingProtocol>(log, "out.");
+    TavIDL::shared_ptr<RecordingProtocol> input = make<RecordingProtocol>(log, "in.");
+    TavIDL::shared_ptr<RecordingProtocol> output = make<RecordingProtocol>(log, "out.");
     TavBrokerClient client{input, output};
 };
 

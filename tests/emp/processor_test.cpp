@@ -15,13 +15,13 @@ protected:
     bool process(const Message& message) {
         input->playMessage(message);
         apache::thrift::TProcessor& base = processor;
-        return base.process(input, output, nullptr);
+        return recording::process(base, input, output);
     }
 
     Log log;
-    std::shared_ptr<RecordingProtocol> input = std::make_shared<RecordingProtocol>(log, "in.");
-    std::shared_ptr<RecordingProtocol> output = std::make_shared<RecordingProtocol>(log, "out.");
-    std::shared_ptr<EmpHandler> handler = std::make_shared<EmpHandler>(log);
+    TavIDL::shared_ptr<RecordingProtocol> input = make<RecordingProtocol>(log, "in.");
+    TavIDL::shared_ptr<RecordingProtocol> output = make<RecordingProtocol>(log, "out.");
+    TavIDL::shared_ptr<EmpHandler> handler = make<EmpHandler>(log);
     TavEmpProcessor processor{handler};
 };
 

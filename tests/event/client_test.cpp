@@ -9,8 +9,8 @@ namespace {
 class TavEmpEventClientTest : public testing::Test {
 protected:
     Log log;
-    std::shared_ptr<RecordingProtocol> input = std::make_shared<RecordingProtocol>(log, "in.");
-    std::shared_ptr<RecordingProtocol> output = std::make_shared<RecordingProtocol>(log, "out.");
+    TavIDL::shared_ptr<RecordingProtocol> input = make<RecordingProtocol>(log, "in.");
+    TavIDL::shared_ptr<RecordingProtocol> output = make<RecordingProtocol>(log, "out.");
     TavEmpEventClient client{input, output};
 };
 

@@ -21,8 +21,8 @@ protected:
     };
 
     Log log;
-    std::shared_ptr<RecordingProtocol> input = std::make_shared<RecordingProtocol>(log, "in.");
-    std::shared_ptr<RecordingProtocol> output = std::make_shared<RecordingProtocol>(log, "out.");
+    TavIDL::shared_ptr<RecordingProtocol> input = make<RecordingProtocol>(log, "in.");
+    TavIDL::shared_ptr<RecordingProtocol> output = make<RecordingProtocol>(log, "out.");
 };
 
 using Clients = testing::Types<TavBrokerClient, TavEmpClient, TavEmpEventClient>;
@@ -44,8 +44,8 @@ protected:
     };
 
     Log log;
-    std::shared_ptr<typename Service::HandlerClass> handler =
-        std::make_shared<typename Service::HandlerClass>(log);
+    TavIDL::shared_ptr<typename Service::HandlerClass> handler =
+        make<typename Service::HandlerClass>(log);
 };
 
 using Services =
@@ -95,8 +95,8 @@ TYPED_TEST(ClientClassTest, MakingAndDestroyingItCallsNothing) {
 TYPED_TEST(ClientClassTest, ItReleasesItsOutputBeforeItsInput) {
     std::string released;
     const auto noting = [&](RecordingProtocol& protocol, const char* name) {
-        return std::shared_ptr<TProtocol>(&protocol,
-                                          [&released, name](TProtocol*) { released += name; });
+        return TavIDL::shared_ptr<TProtocol>(&protocol,
+                                             [&released, name](TProtocol*) { released += name; });
     };
     { const TypeParam client(noting(*this->input, "input "), noting(*this->output, "output ")); }
     EXPECT_EQ(released, "output input ");
@@ -113,12 +113,15 @@ TYPED_TEST(ProcessorClassTest, ItSharesItsHandlerAsLongAsItLives) {
 }
 
 TYPED_TEST(ProcessorClassTest, ItKeepsAHandlerThatOthersLetGo) {
-    const std::weak_ptr<typename TypeParam::HandlerClass> watch = this->handler;
+    using HandlerClass = typename TypeParam::HandlerClass;
+    bool released = false;
+    TavIDL::shared_ptr<HandlerClass> watched(this->handler.get(),
+                                             [&](HandlerClass*) { released = true; });
     {
-        const typename TypeParam::ProcessorClass processor(std::move(this->handler));
-        EXPECT_FALSE(watch.expired());
+        const typename TypeParam::ProcessorClass processor(std::move(watched));
+        EXPECT_FALSE(released);
     }
-    EXPECT_TRUE(watch.expired());
+    EXPECT_TRUE(released);
 }
 
 TYPED_TEST(ProcessorClassTest, ProcessLeavesCallsToProcessFnAndReturnsWhatItReturns) {
@@ -137,8 +140,8 @@ TYPED_TEST(ProcessorClassTest, ProcessLeavesCallsToProcessFnAndReturnsWhatItRetu
         std::string header;
         bool passes = false;
     };
-    const auto input = std::make_shared<RecordingProtocol>(this->log);
-    const auto output = std::make_shared<RecordingProtocol>(this->log);
+    const auto input = make<RecordingProtocol>(this->log);
+    const auto output = make<RecordingProtocol>(this->log);
     input->playMessage({"Foo", 1, 99, {}});
     input->playMessage({"Foo", 4, 98, {}});
     Gate gate(this->handler);
@@ -155,7 +158,7 @@ readMessageBegin 'Foo' 4 98)");
 }
 
 TYPED_TEST(ProcessorClassTest, ProcessFnHandlesWhatFollowsAHeader) {
-    const auto protocol = std::make_shared<RecordingProtocol>(this->log);
+    const auto protocol = make<RecordingProtocol>(this->log);
     protocol->playRecord({{1, "anything"}});
     typename TypeParam::ProcessorClass processor(this->handler);
     std::string name = "Foo";

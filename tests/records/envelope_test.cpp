@@ -19,7 +19,7 @@ using apache::thrift::transport::TTransportException;
 // What holds for every operation of every service.
 namespace {
 
-using Protocol = std::shared_ptr<RecordingProtocol>;
+using Protocol = TavIDL::shared_ptr<RecordingProtocol>;
 using Work = std::function<void()>;
 
 struct Operation {
@@ -31,7 +31,7 @@ struct Operation {
     std::function<void(const Protocol&)> receive;
     std::function<void(const Protocol& input, const Protocol& output)> call;
     // A processor whose handler does `work`; without, one that has no handler.
-    std::function<std::shared_ptr<TProcessor>(Log&, const Work*)> processor;
+    std::function<TavIDL::shared_ptr<TProcessor>(Log&, const Work*)> processor;
 };
 
 void PrintTo(const Operation& operation, std::ostream* out) {
@@ -39,13 +39,13 @@ void PrintTo(const Operation& operation, std::ostream* out) {
 }
 
 template <typename Processor, typename HandlerClass>
-std::shared_ptr<TProcessor> makeProcessor(Log& log, const Work* work) {
+TavIDL::shared_ptr<TProcessor> makeProcessor(Log& log, const Work* work) {
     if (work == nullptr) {
-        return std::make_shared<Processor>(nullptr);
+        return make<Processor>(nullptr);
     }
-    const auto handler = std::make_shared<HandlerClass>(log);
+    const auto handler = make<HandlerClass>(log);
     handler->work = *work;
-    return std::make_shared<Processor>(handler);
+    return make<Processor>(handler);
 }
 
 std::vector<Operation> operations() {
@@ -209,8 +209,8 @@ protected:
     }
 
     Log log;
-    Protocol input = std::make_shared<RecordingProtocol>(log, "in.");
-    Protocol output = std::make_shared<RecordingProtocol>(log, "out.");
+    Protocol input = make<RecordingProtocol>(log, "in.");
+    Protocol output = make<RecordingProtocol>(log, "out.");
 };
 using ReplyTest = CallTest;
 
@@ -219,7 +219,7 @@ protected:
     bool process(
         const Message& request, const Work& work = [] {}) {
         input->playMessage(request);
-        return GetParam().processor(log, &work)->process(input, output, nullptr);
+        return recording::process(*GetParam().processor(log, &work), input, output);
     }
 
     // What is written, the calls before it left out.
@@ -245,13 +245,12 @@ INSTANTIATE_TEST_SUITE_P(Of, TwoWayTest, testing::ValuesIn(twoWayOperations()), 
 // --- Calling side
 
 TEST_P(CallTest, EveryFailureOfTheSendPasses) {
-    expectEveryFailureToPass(
-        [](Log& own) { GetParam().send(std::make_shared<RecordingProtocol>(own)); });
+    expectEveryFailureToPass([](Log& own) { GetParam().send(make<RecordingProtocol>(own)); });
 }
 
 TEST_P(CallTest, EveryFailureOfTheWholeCallPasses) {
     expectEveryFailureToPass([](Log& own) {
-        const auto protocol = std::make_shared<RecordingProtocol>(own);
+        const auto protocol = make<RecordingProtocol>(own);
         protocol->playMessage(replyTo(GetParam()));
         GetParam().call(protocol, protocol);
     });
@@ -261,7 +260,7 @@ TEST_P(CallTest, OneProtocolServesBothWays) {
     input->playMessage(replyTo(GetParam()));
     GetParam().call(input, output);
     Log shared;
-    const auto both = std::make_shared<RecordingProtocol>(shared);
+    const auto both = make<RecordingProtocol>(shared);
     both->playMessage(replyTo(GetParam()));
     GetParam().call(both, both);
     EXPECT_EQ(shared.calls(), log.calls());
@@ -297,7 +296,7 @@ TEST_P(ReplyTest, ExceptionOfAKindOfThePeersOwnKeepsIt) {
 TEST_P(ReplyTest, MessageOfAnotherTypeIsDiscardedAndRefused) {
     for (const int type : {0, 1, 4, 5, 99, -1}) {
         Log own;
-        const auto protocol = std::make_shared<RecordingProtocol>(own, "in.");
+        const auto protocol = make<RecordingProtocol>(own, "in.");
         protocol->playMessage({GetParam().name, type, 7, GetParam().result});
         EXPECT_EQ(failureOf([&] { GetParam().receive(protocol); }),
                   "TApplicationException 2 'TApplicationException: Invalid message type'");
@@ -384,7 +383,7 @@ TEST_P(ReplyTest, EveryFailureOfTheReceivePassesInAllItsBranches) {
                                           {GetParam().name, 2, 7, {{1, "later"}}}};
     for (const Message& reply : replies) {
         expectEveryFailureToPass([&](Log& own) {
-            const auto protocol = std::make_shared<RecordingProtocol>(own);
+            const auto protocol = make<RecordingProtocol>(own);
             protocol->playMessage(reply);
             GetParam().receive(protocol);
         });
@@ -482,9 +481,9 @@ TEST_P(ServeTest, EveryFailureOfAProtocolOrATransportPassesOnAllPaths) {
     const Work throws = [] { throw std::runtime_error("boom"); };
     const auto serve = [](const Message& message, const Work& work) {
         expectEveryFailureToPass([&](Log& own) {
-            const auto protocol = std::make_shared<RecordingProtocol>(own);
+            const auto protocol = make<RecordingProtocol>(own);
             protocol->playMessage(message);
-            GetParam().processor(own, &work)->process(protocol, protocol, nullptr);
+            recording::process(*GetParam().processor(own, &work), protocol, protocol);
         });
     };
     serve(requestOf(GetParam()), returns);
@@ -543,10 +542,10 @@ TEST_P(TwoWayTest, FailureToWriteAReplyIsNotAnsweredAsTheHandlers) {
     process(requestOf(GetParam()));
     Log failing;
     failing.failAt(log.calls());  // the last call, which ends the write
-    const auto protocol = std::make_shared<RecordingProtocol>(failing, "out.");
+    const auto protocol = make<RecordingProtocol>(failing, "out.");
     protocol->playMessage(requestOf(GetParam()));
     EXPECT_EQ(failureOf([&] {
-                  GetParam().processor(failing, &nothing)->process(protocol, protocol, nullptr);
+                  recording::process(*GetParam().processor(failing, &nothing), protocol, protocol);
               }),
               failing.failure());
     EXPECT_EQ(failing.text().find("TApplicationException"), std::string::npos);
@@ -563,11 +562,11 @@ TEST(CallbackTest, EveryStandardExceptionOfTheHandlerIsSwallowed) {
     };
     for (const Work& failure : failures) {
         Log log;
-        const auto input = std::make_shared<RecordingProtocol>(log, "in.");
-        const auto output = std::make_shared<RecordingProtocol>(log, "out.");
+        const auto input = make<RecordingProtocol>(log, "in.");
+        const auto output = make<RecordingProtocol>(log, "out.");
         input->playMessage({"Callback", 1, 99, {}});
         const auto processor = makeProcessor<TavEmpEventProcessor, EventHandler>(log, &failure);
-        EXPECT_TRUE(processor->process(input, output, nullptr));
+        EXPECT_TRUE(recording::process(*processor, input, output));
         EXPECT_EQ(log.text(), R"(
 in.readMessageBegin 'Callback' 1 99
 in.readStructBegin
@@ -614,5 +613,5 @@ TEST_P(ServeDeathTest, AnsweringOverAProtocolWithoutTransportEndsTheProcess) {
 TEST_P(ServeDeathTest, CallingAnEmptyHandlerEndsTheProcess) {
     const auto processor = GetParam().processor(log, nullptr);
     input->playMessage(requestOf(GetParam()));
-    EXPECT_DEATH(processor->process(input, output, nullptr), "Assertion");
+    EXPECT_DEATH(recording::process(*processor, input, output), "Assertion");
 }

@@ -90,9 +90,7 @@ Value somethingOf(TType type) {
 }
 
 RecordingProtocol::RecordingProtocol(Log& log, const std::string& speaker)
-    : TVirtualProtocol(std::make_shared<RecordingTransport>(log, speaker)),
-      log_(log),
-      speaker_(speaker) {
+    : TVirtualProtocol(make<RecordingTransport>(log, speaker)), log_(log), speaker_(speaker) {
 }
 
 void RecordingProtocol::playMessage(Message message) {

@@ -1,18 +1,21 @@
 #ifndef TESTS_SUPPORT_RECORDING_H
 #define TESTS_SUPPORT_RECORDING_H
 
+#include <TavIDL/thrift.h>
 #include <thrift/protocol/TVirtualProtocol.h>
 #include <thrift/transport/TTransport.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 // What the library is tested against: a protocol and a transport that keep a log of
 // the calls made to them, play back messages, and can fail.
+//
+// All of it is compiled against each form of libthrift's declarations that there is.
 namespace recording {
 
 using apache::thrift::protocol::TMessageType;
@@ -79,16 +82,18 @@ struct Message {
 };
 
 class RecordingTransport : public apache::thrift::transport::TTransport {
+    // Older releases of libthrift return nothing here.
+    using EndResult = decltype(std::declval<TTransport&>().readEnd());
+
 public:
     RecordingTransport(Log& log, std::string speaker) : log_(log), speaker_(std::move(speaker)) {}
 
-    bool isOpen() const override { return true; }
     bool peek() override { return log_.call(speaker_, "peek") != 0; }
     void open() override { log_.call(speaker_, "open"); }
     void close() override { log_.call(speaker_, "close"); }
     void flush() override { log_.call(speaker_, "flush"); }
-    uint32_t readEnd() override { return log_.call(speaker_, "readEnd"); }
-    uint32_t writeEnd() override { return log_.call(speaker_, "writeEnd"); }
+    EndResult readEnd() override { return EndResult(log_.call(speaker_, "readEnd")); }
+    EndResult writeEnd() override { return EndResult(log_.call(speaker_, "writeEnd")); }
 
 private:
     Log& log_;
@@ -145,6 +150,29 @@ private:
     std::vector<Value> announced_;     // none or one
     std::vector<Struct> openStructs_;  // with the fields still to come, the next one last
 };
+
+// A new object, held as libthrift holds its own.
+template <typename T, typename... Arguments>
+TavIDL::shared_ptr<T> make(Arguments&&... arguments) {
+    return TavIDL::shared_ptr<T>(new T(std::forward<Arguments>(arguments)...));
+}
+
+// Calls process() as a server does: through libthrift's class, in the form that it declares.
+template <typename Processor>
+auto processInForm(Processor& processor, const TavIDL::ProtocolPointer& input,
+                   const TavIDL::ProtocolPointer& output, int)
+    -> decltype(processor.process(input, output, nullptr)) {
+    return processor.process(input, output, nullptr);
+}
+template <typename Processor>
+bool processInForm(Processor& processor, const TavIDL::ProtocolPointer& input,
+                   const TavIDL::ProtocolPointer& output, long) {
+    return processor.process(input, output);
+}
+inline bool process(apache::thrift::TProcessor& processor, const TavIDL::ProtocolPointer& input,
+                    const TavIDL::ProtocolPointer& output) {
+    return processInForm(processor, input, output, 0);
+}
 
 // What `action` threw, as text: its type, for a TApplicationException its kind, and
 // its message.

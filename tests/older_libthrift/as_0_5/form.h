@@ -1,0 +1,15 @@
+#ifndef OLDER_LIBTHRIFT_FORM_H
+#define OLDER_LIBTHRIFT_FORM_H
+
+#include <boost/shared_ptr.hpp>
+
+namespace apache {
+namespace thrift {
+
+using boost::shared_ptr;
+using EndResult = void;  // of a transport's readEnd and writeEnd
+
+}  // namespace thrift
+}  // namespace apache
+
+#endif

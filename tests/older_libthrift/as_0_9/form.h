@@ -1,0 +1,17 @@
+#ifndef OLDER_LIBTHRIFT_FORM_H
+#define OLDER_LIBTHRIFT_FORM_H
+
+#include <boost/shared_ptr.hpp>
+
+#include <cstdint>
+
+namespace apache {
+namespace thrift {
+
+using boost::shared_ptr;
+using EndResult = uint32_t;  // of a transport's readEnd and writeEnd
+
+}  // namespace thrift
+}  // namespace apache
+
+#endif
