@@ -14,12 +14,13 @@ import concurrent.futures
 import difflib
 import json
 import os
-import re
 import subprocess
 import sys
 from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE.parent / "docs"))
+import pages  # noqa: E402
 WIRES = [(p, t) for p in ("binary", "compact", "json") for t in ("buffered", "framed")]
 TIMEOUT = 60  # seconds, for one process
 
@@ -395,19 +396,7 @@ def page(build, path, check=None):
         "servers": table_of_own_ways(cells, "server", EXPECTED),
         "clients": table_of_own_ways(cells, "client", {**EXPECTED, **EXPECTED_OF_ODD}),
     }
-    text = Path(path).read_text(encoding="utf-8")
-    fresh = text
-    for name, content in tables.items():
-        marks = re.compile(f"(<!-- results: {name} -->\n).*?(\n<!-- end of results -->)", re.DOTALL)
-        if len(marks.findall(fresh)) != 1:
-            raise SystemExit(f"{path}: no place for the results '{name}'")
-        fresh = marks.sub(lambda found: found[1] + content + found[2], fresh)
-    if check is None:
-        Path(path).write_text(fresh, encoding="utf-8")
-        return True
-    lines = [text.splitlines(), fresh.splitlines()]
-    print(*difflib.unified_diff(*lines, str(path), "what came", lineterm=""), sep="\n")
-    return text == fresh
+    return pages.replace(path, tables, check_only=check is not None)
 
 
 def main(verb, build, *rest):

@@ -1,0 +1,328 @@
+// Prints a table of what libthrift's servers do when something goes wrong: each cell is
+// a server in a process of its own, one thing done to it, and a good call after it.
+
+#include <TavIDL/emp/TavEmp.h>
+#include <event2/event.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <thrift/TOutput.h>
+#include <thrift/concurrency/ThreadFactory.h>
+#include <thrift/concurrency/ThreadManager.h>
+#include <thrift/protocol/TBinaryProtocol.h>
+#include <thrift/server/TNonblockingServer.h>
+#include <thrift/server/TSimpleServer.h>
+#include <thrift/server/TThreadPoolServer.h>
+#include <thrift/server/TThreadedServer.h>
+#include <thrift/transport/TBufferTransports.h>
+#include <thrift/transport/TNonblockingServerSocket.h>
+#include <thrift/transport/TServerSocket.h>
+#include <thrift/transport/TSocket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
+#include <functional>
+#include <iostream>
+#include <stdexcept>
+#include <system_error>
+#include <vector>
+
+#include "guard.h"
+
+using namespace apache::thrift;
+using apache::thrift::protocol::TBinaryProtocol;
+using apache::thrift::protocol::TBinaryProtocolFactory;
+using apache::thrift::server::TServer;
+using apache::thrift::transport::TBufferedTransport;
+using apache::thrift::transport::TFramedTransport;
+using apache::thrift::transport::TSocket;
+using apache::thrift::transport::TTransportException;
+
+namespace {
+
+enum class Kind { Simple, Threaded, ThreadPool, Nonblocking };
+constexpr Kind kKinds[] = {Kind::Simple, Kind::Threaded, Kind::ThreadPool, Kind::Nonblocking};
+
+struct Precautions {
+    bool limits = false;
+    bool guard = false;
+    bool timeouts = false;
+    bool littleMemory = false;
+};
+
+// --- The server's process
+
+class Handler : public TavEmpIf {
+    bool Open(int32_t, const std::string&, const std::string&, const std::string&) override {
+        return true;
+    }
+    int32_t Close(int32_t) override { return 0; }
+    void Execute(std::string& result, int32_t, const std::string& cmd, const std::string&,
+                 const std::string&, const std::string&, const std::string&) override {
+        if (cmd == "exception") {
+            throw std::runtime_error("the handler's words");
+        }
+        if (cmd == "transport") {
+            throw TTransportException(TTransportException::NOT_OPEN, "the handler's words");
+        }
+        if (cmd == "int") {
+            throw 7;
+        }
+        result = cmd;
+    }
+    void ExecuteWithParamList(std::string&, int32_t, const std::string&,
+                              const ParamList&) override {}
+};
+
+struct TellPort : server::TServerEventHandler {
+    TellPort(std::function<int()> listening, int output)
+        : port(std::move(listening)), pipe(output) {}
+    void preServe() override {
+        const int number = port();
+        if (write(pipe, &number, sizeof number) != sizeof number) {
+            _exit(1);
+        }
+    }
+    std::function<int()> port;
+    int pipe;
+};
+
+void serve(Kind kind, const Precautions& with, int pipe) {
+    std::shared_ptr<TProcessor> processor =
+        std::make_shared<TavEmpProcessor>(std::make_shared<Handler>());
+    if (with.guard) {
+        processor = std::make_shared<Guard>(processor);
+    }
+    const auto protocols = with.limits
+                               ? std::make_shared<TBinaryProtocolFactory>(1 << 20, 1000, true, true)
+                               : std::make_shared<TBinaryProtocolFactory>();
+    const auto transports = std::make_shared<transport::TBufferedTransportFactory>();
+
+    if (kind == Kind::Nonblocking) {
+        const auto socket = std::make_shared<transport::TNonblockingServerSocket>("127.0.0.1", 0);
+        server::TNonblockingServer server(processor, protocols, socket);
+        server.setServerEventHandler(
+            std::make_shared<TellPort>([&] { return socket->getListenPort(); }, pipe));
+        server.serve();
+        return;
+    }
+    const auto socket = std::make_shared<transport::TServerSocket>("127.0.0.1", 0);
+    if (with.timeouts) {
+        socket->setRecvTimeout(200);
+        socket->setSendTimeout(200);
+    }
+    std::unique_ptr<TServer> server;
+    if (kind == Kind::Simple) {
+        server = std::make_unique<server::TSimpleServer>(processor, socket, transports, protocols);
+    } else if (kind == Kind::Threaded) {
+        server =
+            std::make_unique<server::TThreadedServer>(processor, socket, transports, protocols);
+    } else {
+        const auto workers = concurrency::ThreadManager::newSimpleThreadManager(1);
+        workers->threadFactory(std::make_shared<concurrency::ThreadFactory>());
+        workers->start();
+        server = std::make_unique<server::TThreadPoolServer>(processor, socket, transports,
+                                                             protocols, workers);
+    }
+    server->setServerEventHandler(
+        std::make_shared<TellPort>([&] { return socket->getPort(); }, pipe));
+    server->serve();
+}
+
+class ServerProcess {
+public:
+    ServerProcess(Kind kind, const Precautions& with) {
+        int ends[2];
+        if (pipe(ends) != 0) {
+            throw std::system_error(errno, std::generic_category(), "pipe");
+        }
+        pid_ = fork();
+        if (pid_ == 0) {
+            const rlimit none{0, 0};
+            setrlimit(RLIMIT_CORE, &none);
+            if (with.littleMemory) {
+                const rlimit gibibyte{1 << 30, 1 << 30};
+                setrlimit(RLIMIT_AS, &gibibyte);
+            }
+            if (freopen("/dev/null", "w", stderr) == nullptr) {
+                _exit(1);
+            }
+            serve(kind, with, ends[1]);
+            _exit(0);
+        }
+        close(ends[1]);
+        const bool told = read(ends[0], &port_, sizeof port_) == sizeof port_;
+        close(ends[0]);
+        if (!told) {
+            throw std::runtime_error("a server does not start");
+        }
+    }
+
+    ~ServerProcess() {
+        if (pid_ != 0) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+        }
+    }
+
+    ServerProcess(const ServerProcess&) = delete;
+    ServerProcess& operator=(const ServerProcess&) = delete;
+
+    int port() const { return port_; }
+
+    // Waits for its end.
+    void awaitEnd() {
+        waitpid(pid_, nullptr, 0);
+        pid_ = 0;
+    }
+
+    bool hasEnded() {
+        if (pid_ != 0 && waitpid(pid_, nullptr, WNOHANG) == pid_) {
+            pid_ = 0;
+        }
+        return pid_ == 0;
+    }
+
+private:
+    pid_t pid_ = 0;
+    int port_ = 0;
+};
+
+// --- What is done to it
+
+std::shared_ptr<TSocket> connected(int port, int timeout) {
+    auto socket = std::make_shared<TSocket>("127.0.0.1", port);
+    socket->setConnTimeout(timeout);
+    socket->setSendTimeout(timeout);
+    socket->setRecvTimeout(timeout);
+    socket->open();
+    return socket;
+}
+
+std::string executed(Kind kind, int port, const std::string& command, int timeout) {
+    try {
+        const auto socket = connected(port, timeout);
+        std::shared_ptr<transport::TTransport> transport;
+        if (kind == Kind::Nonblocking) {
+            transport = std::make_shared<TFramedTransport>(socket);
+        } else {
+            transport = std::make_shared<TBufferedTransport>(socket);
+        }
+        TavEmpClient client(std::make_shared<TBinaryProtocol>(transport));
+        std::string result;
+        client.Execute(result, 0, command, "", "", "", "");
+        return result;
+    } catch (const TApplicationException& failure) {
+        return std::string("answered: ") + failure.what();
+    } catch (const TTransportException& failure) {
+        return failure.getType() == TTransportException::TIMED_OUT ? "silent" : "closed";
+    }
+}
+
+// Sends bytes and waits for the end of the connection.
+std::string sent(int port, const std::string& bytes) {
+    try {
+        const auto socket = connected(port, 10000);
+        socket->write(reinterpret_cast<const uint8_t*>(bytes.data()),
+                      static_cast<uint32_t>(bytes.size()));
+        uint8_t answer = 0;
+        return socket->read(&answer, 1) == 0 ? "closed" : "answered";
+    } catch (const TTransportException& failure) {
+        return failure.getType() == TTransportException::TIMED_OUT ? "silent" : "closed";
+    }
+}
+
+std::string answeredCall(Kind kind, const Precautions& with, const std::string& command) {
+    ServerProcess server(kind, with);
+    const std::string outcome = executed(kind, server.port(), command, 10000);
+    const std::string then = executed(kind, server.port(), "good", 10000);
+    if (then == "good") {
+        return outcome == "closed" ? "closes the connection" : outcome;
+    }
+    server.awaitEnd();
+    return "**ends the process**";
+}
+
+std::string hostileBytes(Kind kind, const Precautions& with, const std::string& bytes) {
+    ServerProcess server(kind, with);
+    const std::string outcome = sent(server.port(), bytes);
+    const std::string then = executed(kind, server.port(), "good", 10000);
+    if (then == "good") {
+        return outcome == "closed" ? "closes the connection" : outcome;
+    }
+    server.awaitEnd();
+    return "**ends the process**";
+}
+
+std::string silentClient(Kind kind, const Precautions& with) {
+    ServerProcess server(kind, with);
+    const auto silent = connected(server.port(), 10000);
+    const uint8_t half[] = {0x80, 0x01};  // of a call's first four bytes
+    silent->write(half, sizeof half);
+    // A server that is to get rid of a silent client is given the time to do so.
+    const std::string then = executed(kind, server.port(), "good", with.timeouts ? 10000 : 3000);
+    if (server.hasEnded()) {
+        return "**ends the process**";
+    }
+    return then == "good" ? "serves others" : "**others wait**";
+}
+
+struct Row {
+    const char* what;
+    std::function<std::string(Kind)> cell;
+};
+
+}  // namespace
+
+int main() {
+    GlobalOutput.setOutputFunction([](const char*) {});
+    // In front of a frame where the server expects frames, these four bytes are the
+    // length of the frame; else they are that of the operation's name.
+    const std::string huge("\x7f\xff\xff\xff", 4);
+    const std::string http = "GET / HTTP/1.1\r\nHost: localhost\r\n\r\n";
+
+    Precautions none;
+    Precautions guard;
+    guard.guard = true;
+    Precautions limits;
+    limits.limits = true;
+    Precautions timeouts;
+    timeouts.timeouts = true;
+    Precautions littleMemory;
+    littleMemory.littleMemory = true;
+    Precautions littleMemoryAndGuard = littleMemory;
+    littleMemoryAndGuard.guard = true;
+    Precautions littleMemoryAndLimits = littleMemory;
+    littleMemoryAndLimits.limits = true;
+
+    const Row rows[] = {
+        {"A handler throws a `std::exception`",
+         [&](Kind kind) { return answeredCall(kind, none, "exception"); }},
+        {"A handler throws a `TTransportException`",
+         [&](Kind kind) { return answeredCall(kind, none, "transport"); }},
+        {"A handler throws an `int`", [&](Kind kind) { return answeredCall(kind, none, "int"); }},
+        {"the same, with the guard", [&](Kind kind) { return answeredCall(kind, guard, "int"); }},
+        {"Four bytes `7f ff ff ff`, and less than 2 GiB of memory",
+         [&](Kind kind) { return hostileBytes(kind, littleMemory, huge); }},
+        {"the same, with the guard",
+         [&](Kind kind) { return hostileBytes(kind, littleMemoryAndGuard, huge); }},
+        {"the same, with limits",
+         [&](Kind kind) { return hostileBytes(kind, littleMemoryAndLimits, huge); }},
+        {"An HTTP request, with limits",
+         [&](Kind kind) { return hostileBytes(kind, limits, http); }},
+        {"A client stops in the middle of a call",
+         [&](Kind kind) { return silentClient(kind, none); }},
+        {"the same, with timeouts", [&](Kind kind) { return silentClient(kind, timeouts); }},
+    };
+
+    std::cout << "| | TSimpleServer | TThreadedServer | TThreadPoolServer | TNonblockingServer |\n"
+              << "| --- | --- | --- | --- | --- |" << std::endl;
+    for (const Row& row : rows) {
+        // At once, since what stands in the buffer would be in that of a forked process too.
+        std::string line = std::string("| ") + row.what;
+        for (const Kind kind : kKinds) {
+            line += " | " + row.cell(kind);
+        }
+        std::cout << line << " |" << std::endl;
+    }
+}
