@@ -130,15 +130,3 @@ ProtocolPtr Server::connect() const {
     transport->open();
     return makeProtocol(encoding_, transport);
 }
-
-// libthrift is not built with the thread sanitizer, so that it cannot see by what its
-// threads agree on when an object is last used. What libthrift's threads delete when a
-// connection or a server ends is therefore not looked at; what processors do is.
-extern "C" const char* __tsan_default_suppressions();
-extern "C" const char* __tsan_default_suppressions() {
-    return "race:apache::thrift::server::TServerFramework::serve\n"
-           "race:apache::thrift::server::TServerFramework::disposeConnectedClient\n"
-           "race:apache::thrift::server::TNonblockingServer::TConnection::workSocket\n"
-           "race:apache::thrift::server::TNonblockingIOThread::~TNonblockingIOThread\n"
-           "race:apache::thrift::concurrency::Monitor::~Monitor\n";
-}
