@@ -83,7 +83,7 @@ private:
     }
 
     // Reports three readings of `what`. A client of its own, as each thread here must have one.
-    void watch(const std::string& what) {
+    void watch(const std::string& what) const {
         SafeClient<TavEmpEventClient> events(callbackPort_);
         try {
             for (const char* reading : {"21.5", "21.7", "21.6"}) {

@@ -27,14 +27,15 @@ int must(int result, const char* what) {
     return result;
 }
 
-// Whether `fd` has something to read, an end of file included, within `ms` milliseconds.
+// Whether `fd` has something to read, an end of file or a failure included, within `ms`
+// milliseconds.
 bool readable(int fd, int ms) {
     pollfd wait{fd, POLLIN, 0};
     const int ready = poll(&wait, 1, ms);
     if (ready < 0 && errno == EINTR) {
         return readable(fd, ms);  // It was stopped and continued.
     }
-    return must(ready, "poll") == 1;
+    return ready != 0;
 }
 
 std::string describe(int status) {
@@ -93,6 +94,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command) {
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
 
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string& argument : command) {
         arguments.push_back(const_cast<char*>(argument.c_str()));
     }

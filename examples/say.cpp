@@ -3,8 +3,9 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
+#include <iomanip>
+#include <sstream>
 
 namespace {
 
@@ -39,14 +40,16 @@ std::string printable(std::string text) {
 }
 
 void say(const std::string& kind, const std::string& text, double tookMs) {
-    char took[16] = "";
+    std::ostringstream head;
+    head << std::fixed << std::setprecision(1) << std::setw(8) << now() << "  " << std::left
+         << std::setw(8) << speaker << "  " << std::setw(7) << kind << "  " << std::right
+         << std::setw(6);
     if (tookMs >= 0) {
-        std::snprintf(took, sizeof took, "%.1f", tookMs);
+        head << tookMs;
+    } else {
+        head << "";
     }
-    char head[80];
-    std::snprintf(head, sizeof head, "%8.1f  %-8s  %-7s  %6s  ", now(), speaker.c_str(),
-                  kind.c_str(), took);
-    const std::string line = head + printable(text) + "\n";
+    const std::string line = head.str() + "  " + printable(text) + "\n";
     // One write, so that lines of several processes and threads do not mix. If nobody listens,
     // there is nothing to do about it.
     if (write(STDERR_FILENO, line.data(), line.size()) < 0) {

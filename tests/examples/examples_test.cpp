@@ -224,6 +224,7 @@ TEST_F(ExamplesTest, TheBrokerRefusesAnUnknownVersionWithAClearText) {
 TEST_F(ExamplesTest, TheBrokerOpensNoMoreThanSixteenEmpsAtOnce) {
     Broker broker;
     std::vector<ConnectionInfo> open;
+    open.reserve(16);
     for (int i = 0; i < 16; ++i) {
         open.push_back(broker.open());
     }

@@ -83,11 +83,11 @@ class Wire : public testing::TestWithParam<std::tuple<const char*, const char*>>
 protected:
     template <typename Family>
     Exchange serve(const std::string& service) {
-        return Exchange(encoding(), framing(), makeProcessor<Family>(service, journal));
+        return {encoding(), framing(), makeProcessor<Family>(service, journal)};
     }
 
     Exchange serve(const Exchange::Serve& server) {
-        return Exchange(encoding(), framing(), server);
+        return {encoding(), framing(), server};
     }
 
     static std::string encoding() { return std::get<0>(GetParam()); }

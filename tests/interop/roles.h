@@ -210,7 +210,7 @@ std::string call(const std::string& service, const std::string& operation, const
                            std::to_string(info.empServicePort), info.empID});
         }
         if (operation == "Execute" && service == "TavBroker") {
-            broker.Execute(result, 2147483647, word, "", "\"q\"\\", "\xc3\xa4\xe2\x82\xac",
+            broker.Execute(result, 2147483647, word, "", R"("q"\)", "\xc3\xa4\xe2\x82\xac",
                            "\t\n\x01");
             return result;
         }

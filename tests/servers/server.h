@@ -8,16 +8,12 @@
 
 #include "../interop/roles.h"
 
-namespace apache {
-namespace thrift {
-namespace concurrency {
+namespace apache::thrift::concurrency {
 class ThreadManager;
 }
-namespace server {
+namespace apache::thrift::server {
 class TServer;
 }
-}  // namespace thrift
-}  // namespace apache
 
 // The servers that libthrift brings.
 enum class Kind { Simple, Threaded, ThreadPool, Nonblocking };

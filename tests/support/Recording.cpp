@@ -11,7 +11,6 @@
 namespace recording {
 
 using apache::thrift::TApplicationException;
-using apache::thrift::TException;
 using apache::thrift::protocol::TProtocolException;
 using apache::thrift::transport::TTransportException;
 namespace protocol = apache::thrift::protocol;
