@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
 #include <system_error>
 
@@ -36,6 +37,21 @@ bool readable(int fd, int ms) {
         return readable(fd, ms);  // It was stopped and continued.
     }
     return ready != 0;
+}
+
+// All but the three standard files.
+void closeOthers(posix_spawn_file_actions_t& files) {
+#if __GLIBC_PREREQ(2, 34)
+    posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
+#else
+    // Those that are open by now: a thread that opens another one meanwhile still leaks it.
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const int fd = std::stoi(entry.path().filename());
+        if (fd > STDERR_FILENO) {
+            posix_spawn_file_actions_addclose(&files, fd);
+        }
+    }
+#endif
 }
 
 std::string describe(int status) {
@@ -83,7 +99,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command) {
     posix_spawn_file_actions_adddup2(&files, fromChild[1], STDOUT_FILENO);
     // libthrift does not mark its sockets close-on-exec. A child that inherited them would keep
     // its parent's connections and port open beyond the parent's end.
-    posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
+    closeOthers(files);
 
     // The signals that the parent takes in a way of its own are the child's again.
     posix_spawnattr_t attributes;

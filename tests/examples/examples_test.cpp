@@ -438,7 +438,7 @@ void serveUnguarded() {
 }
 
 TEST(UnguardedDeathTest, AThreadedServerEndsItsProcessOnAnExceptionThatIsNotThrifts) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_DEATH(serveUnguarded(), "terminate called");
 }
 

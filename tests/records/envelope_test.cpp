@@ -5,6 +5,7 @@
 #include <thrift/protocol/TProtocolException.h>
 #include <thrift/transport/TTransportException.h>
 
+#include <csignal>
 #include <limits>
 #include <new>
 #include <stdexcept>
@@ -580,6 +581,9 @@ handler.Callback 0 '' '')");
 
 // --- Empty pointers. The library ends the process itself, in release builds too.
 
+// Whether the standard library says why, and where, depends on its release.
+const testing::KilledBySignal aborts(SIGABRT);
+
 using CallDeathTest = CallTest;
 using ReplyDeathTest = CallTest;
 using ServeDeathTest = ServeTest;
@@ -589,29 +593,29 @@ INSTANTIATE_TEST_SUITE_P(Of, ServeDeathTest, testing::ValuesIn(operations()), na
 
 TEST_P(CallDeathTest, SendingOverAProtocolWithoutTransportEndsTheProcess) {
     output->dropTransport();
-    EXPECT_DEATH(GetParam().send(output), "Assertion");
+    EXPECT_EXIT(GetParam().send(output), aborts, "");
 }
 
 TEST_P(ReplyDeathTest, ReceivingOverAProtocolWithoutTransportEndsTheProcess) {
     input->dropTransport();
-    EXPECT_DEATH(receive(replyTo(GetParam())), "Assertion");
-    EXPECT_DEATH(receive({"Foo", 3, 7, {}}), "Assertion");
-    EXPECT_DEATH(receive({"Foo", 2, 7, {}}), "Assertion");
+    EXPECT_EXIT(receive(replyTo(GetParam())), aborts, "");
+    EXPECT_EXIT(receive({"Foo", 3, 7, {}}), aborts, "");
+    EXPECT_EXIT(receive({"Foo", 2, 7, {}}), aborts, "");
 }
 
 TEST_P(ServeDeathTest, ReadingFromAProtocolWithoutTransportEndsTheProcess) {
     input->dropTransport();
-    EXPECT_DEATH(process(requestOf(GetParam())), "Assertion");
-    EXPECT_DEATH(process({"Foo", 1, 99, {}}), "Assertion");
+    EXPECT_EXIT(process(requestOf(GetParam())), aborts, "");
+    EXPECT_EXIT(process({"Foo", 1, 99, {}}), aborts, "");
 }
 
 TEST_P(ServeDeathTest, AnsweringOverAProtocolWithoutTransportEndsTheProcess) {
     output->dropTransport();
-    EXPECT_DEATH(process({"Foo", 1, 99, {}}), "Assertion");
+    EXPECT_EXIT(process({"Foo", 1, 99, {}}), aborts, "");
 }
 
 TEST_P(ServeDeathTest, CallingAnEmptyHandlerEndsTheProcess) {
     const auto processor = GetParam().processor(log, nullptr);
     input->playMessage(requestOf(GetParam()));
-    EXPECT_DEATH(recording::process(*processor, input, output), "Assertion");
+    EXPECT_EXIT(recording::process(*processor, input, output), aborts, "");
 }
