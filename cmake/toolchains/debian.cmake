@@ -24,3 +24,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
 
 set(CMAKE_CROSSCOMPILING_EMULATOR ${tavidl_emulator}-static -L ${CMAKE_SYSROOT})
+
+# For CMake's own use of pkg-config. Tests that call it themselves have libraries
+# outside of the sysroot too.
+set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
