@@ -17,10 +17,16 @@ if(NOT Thrift_LIBRARY)
     find_package(PkgConfig QUIET)
     if(PkgConfig_FOUND)
         pkg_check_modules(PC_Thrift QUIET thrift)
-        set(Thrift_VERSION ${PC_Thrift_VERSION})
     endif()
     find_path(Thrift_INCLUDE_DIR thrift/TProcessor.h HINTS ${PC_Thrift_INCLUDE_DIRS})
     find_library(Thrift_LIBRARY thrift HINTS ${PC_Thrift_LIBRARY_DIRS})
+endif()
+
+# Read from the headers themselves: they are what a program is compiled against.
+if(EXISTS "${Thrift_INCLUDE_DIR}/thrift/config.h")
+    file(STRINGS "${Thrift_INCLUDE_DIR}/thrift/config.h" Thrift_VERSION
+        REGEX "^#define PACKAGE_VERSION ")
+    string(REGEX REPLACE ".*\"(.*)\"" "\\1" Thrift_VERSION "${Thrift_VERSION}")
 endif()
 
 include(FindPackageHandleStandardArgs)

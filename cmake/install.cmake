@@ -51,6 +51,10 @@ endif()
 pkgconfig_path(pc_libdir ${CMAKE_INSTALL_LIBDIR})
 pkgconfig_path(pc_includedir ${CMAKE_INSTALL_INCLUDEDIR})
 pkgconfig_path(pc_datadir ${CMAKE_INSTALL_DATADIR})
+set(pc_requires thrift)
+if(Thrift_VERSION)
+    set(pc_requires "thrift = ${Thrift_VERSION}")  # as in TavIDLConfig.cmake
+endif()
 configure_file(cmake/TavIDL.pc.in TavIDL.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/TavIDL.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)

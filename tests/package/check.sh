@@ -107,6 +107,26 @@ pkg_config() {
         fail "the interface definition is not where TavIDL.pc says"
 }
 
+# A libthrift that is not the one the library was built with.
+other_libthrift() {
+    local other=$WORK/other_libthrift said
+    mkdir -p "$other/include/thrift"
+    echo '#define PACKAGE_VERSION "0.99.0"' >"$other/include/thrift/config.h"
+    if said=$(cmake -S "$here/find_package" -B "$other/build" \
+        -DCMAKE_PREFIX_PATH="$WORK/shared/moved" \
+        -DThrift_INCLUDE_DIR="$other/include" -DThrift_LIBRARY="$other/libthrift.so" 2>&1); then
+        fail "the package lets itself be used with another libthrift: $said"
+    fi
+    grep -q '0\.99\.0' <<<"$said" ||
+        fail "it is refused, but not for that: $said"
+
+    printf 'Name: Thrift\nDescription: another\nVersion: 0.99.0\n' >"$other/thrift.pc"
+    if said=$(PKG_CONFIG_PATH=$other:$WORK/shared/moved/lib/pkgconfig pkg-config --cflags TavIDL 2>&1); then
+        fail "TavIDL.pc lets itself be used with another libthrift: $said"
+    fi
+    grep -q '0\.99\.0' <<<"$said" || fail "it is refused, but not for that: $said"
+}
+
 # Directories given as absolute paths, as distributions do.
 pkg_config_absolute() {
     local build=$WORK/absolute
