@@ -86,9 +86,7 @@ protected:
         return {encoding(), framing(), makeProcessor<Family>(service, journal)};
     }
 
-    Exchange serve(const Exchange::Serve& server) {
-        return {encoding(), framing(), server};
-    }
+    Exchange serve(const Exchange::Serve& server) { return {encoding(), framing(), server}; }
 
     static std::string encoding() { return std::get<0>(GetParam()); }
     static std::string framing() { return std::get<1>(GetParam()); }
