@@ -1,0 +1,190 @@
+"""What the tests of tavctl share: running it, and peers for it to talk to."""
+
+import json
+import logging
+import os
+import re
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import threading
+import unittest
+
+TAVCTL = os.environ["TAVCTL"]
+EXAMPLES = os.environ["EXAMPLES"]
+sys.path.insert(0, os.path.join(os.environ["GENERATED"], "gen-py"))
+
+from thrift.protocol import TBinaryProtocol, TCompactProtocol, TJSONProtocol
+from thrift.transport import TSocket, TTransport
+
+# The generated code logs what handlers throw, which tests make them do.
+logging.disable()
+
+# No wait is meant to last that long: a test that comes to it fails.
+PATIENCE = 60
+
+PROTOCOLS = {
+    "binary": TBinaryProtocol.TBinaryProtocol,
+    "compact": TCompactProtocol.TCompactProtocol,
+    "json": TJSONProtocol.TJSONProtocol,
+}
+TRANSPORTS = {
+    "buffered": TTransport.TBufferedTransport,
+    "framed": TTransport.TFramedTransport,
+}
+COMBINATIONS = [(p, t) for p in PROTOCOLS for t in TRANSPORTS]
+
+
+def environment(**extra):
+    """A user's environment, without what would change the output."""
+    variables = {k: v for k, v in os.environ.items() if k not in ("NO_COLOR", "TAV_CREDENTIAL")}
+    variables["TERM"] = "xterm"
+    variables.update(extra)
+    return variables
+
+
+def tavctl(*words, stdin=b"", **extra):
+    """Runs tavctl to its end. Returns status, standard output, standard error."""
+    ended = subprocess.run([TAVCTL, *words], input=stdin, env=environment(**extra),
+                           capture_output=True, timeout=PATIENCE)
+    return ended.returncode, ended.stdout.decode(), ended.stderr.decode()
+
+
+class Process:
+    """A process that runs beside the test and is ended with it."""
+
+    def __init__(self, test, command, stdout=subprocess.PIPE, **extra):
+        self.process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=stdout,
+                                        stderr=subprocess.PIPE, env=environment(**extra))
+        test.addCleanup(self.end)
+        self.watchdog = threading.Timer(PATIENCE, self.process.kill)
+        self.watchdog.start()
+
+    def line(self, stream="stdout"):
+        return getattr(self.process, stream).readline().decode().rstrip("\n")
+
+    def address(self):
+        """Where tavctl says that it serves: its first note."""
+        note = self.line("stderr")
+        return re.search(r" on (\S+:\S+?),?( |$)", note).group(1)
+
+    def signal(self, number):
+        self.process.send_signal(number)
+
+    def wait(self):
+        """Waits for its end. Returns status and what is left of its output."""
+        out, err = self.process.communicate()
+        self.watchdog.cancel()
+        return self.process.returncode, (out or b"").decode(), err.decode()
+
+    def end(self):
+        self.watchdog.cancel()
+        if self.process.poll() is None:
+            self.process.kill()
+        for stream in (self.process.stdin, self.process.stdout, self.process.stderr):
+            if stream:
+                stream.close()
+        self.process.wait()
+
+
+def start(test, *words, **extra):
+    return Process(test, [TAVCTL, *words], **extra)
+
+
+class Peer:
+    """Listens, and hands each connection to `serve` in a thread of its own."""
+
+    def __init__(self, test, serve):
+        self.socket = socket.create_server(("127.0.0.1", 0))
+        self.port = self.socket.getsockname()[1]
+        self.address = "127.0.0.1:%d" % self.port
+        self.serve = serve
+        test.addCleanup(self.end)
+        threading.Thread(target=self.accept, daemon=True).start()
+
+    def accept(self):
+        while True:
+            try:
+                connection, _ = self.socket.accept()
+            except OSError:
+                return
+            threading.Thread(target=self.guarded, args=(connection,), daemon=True).start()
+
+    def guarded(self, connection):
+        with connection:
+            try:
+                self.serve(connection)
+            except Exception:
+                pass  # whatever ends a connection here, the test sees what tavctl makes of it
+
+    def end(self):
+        self.socket.shutdown(socket.SHUT_RDWR)
+        self.socket.close()
+
+
+def generated_peer(test, processor, protocol="binary", transport="buffered"):
+    """A peer made of code that the Thrift compiler generated."""
+
+    def serve(connection):
+        handle = TSocket.TSocket()
+        handle.setHandle(connection)
+        wire = PROTOCOLS[protocol](TRANSPORTS[transport](handle))
+        while True:
+            processor.process(wire, wire)
+
+    return Peer(test, serve)
+
+
+def saying(test, answer):
+    """A peer that waits for the first bytes and then says `answer`."""
+
+    def serve(connection):
+        connection.recv(65536)
+        connection.sendall(answer)
+
+    return Peer(test, serve)
+
+
+def generated_client(test, client, address, protocol="binary", transport="buffered"):
+    host, port = address.rsplit(":", 1)
+    handle = TSocket.TSocket(host, int(port))
+    handle.setTimeout(PATIENCE * 1000)
+    wire = TRANSPORTS[transport](handle)
+    wire.open()
+    test.addCleanup(wire.close)
+    return client.Client(PROTOCOLS[protocol](wire))
+
+
+def example_broker(test):
+    """The broker of the examples. Returns its address."""
+    process = Process(test, [os.path.join(EXAMPLES, "broker")], TAV_CREDENTIAL="sesame")
+    return "127.0.0.1:" + process.line()
+
+
+class ToolTest(unittest.TestCase):
+    maxDiff = None
+
+    def directory(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        return directory.name
+
+    def assertEndsWith(self, status, error, ended):
+        """Status, nothing on standard output, and one line on standard error with `error`."""
+        self.assertEqual((status, ""), ended[:2], ended)
+        self.assertEqual(1, ended[2].count("\n"), ended[2])
+        self.assertIn(error, ended[2])
+
+
+def frame(message):
+    return len(message).to_bytes(4, "big") + message
+
+
+# "Close" with clientID 7, in each protocol.
+CLOSE = {
+    "binary": bytes.fromhex("80010001 00000005 436c6f7365 00000000 08 0001 00000007 00"),
+    "compact": bytes.fromhex("8221 00 05 436c6f7365 15 0e 00"),
+    "json": b'[1,"Close",1,0,{"1":{"i32":7}}]',
+}

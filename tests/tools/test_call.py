@@ -1,0 +1,295 @@
+import json
+import os
+import ssl
+import subprocess
+
+from support import *
+
+from TAV_IDL import TavBroker, TavEmp, TavEmpEvent
+from TAV_IDL.ttypes import ConnectionInfo
+
+
+class Broker:
+    def OpenEmp(self, name, version, credential):
+        if credential != "sesame":
+            raise TavBroker.TApplicationException(0, "'%s' opens nothing" % credential)
+        return ConnectionInfo(1, 2, "%s-%s" % (name, version))
+
+    def Execute(self, *arguments):
+        return repr(arguments)
+
+    def CloseEmp(self, info):
+        return info.empID == "open"
+
+
+class Emp:
+    def Open(self, *arguments):
+        return arguments == (7, "camera", "1.0", "sesame")
+
+    def Close(self, clientID):
+        return -clientID
+
+    def Execute(self, *arguments):
+        return repr(arguments)
+
+    def ExecuteWithParamList(self, clientID, cmd, paramList):
+        return repr((clientID, cmd, [getattr(paramList, "param%d" % i) for i in range(1, 11)]))
+
+
+class CallTest(ToolTest):
+    def broker(self, *wire):
+        return generated_peer(self, TavBroker.Processor(Broker()), *wire).address
+
+    def emp(self, *wire):
+        return generated_peer(self, TavEmp.Processor(Emp()), *wire).address
+
+    def testEveryOperationIsCalledAndItsResultPrinted(self):
+        broker, emp = self.broker(), self.emp()
+        for address, words, expected in [
+            (broker, ["TavBroker.OpenEmp", "name=camera", "version=1.0"],
+             'callbackServicePort  1\nempServicePort       2\nempID                "camera-1.0"\n'),
+            (broker, ["TavBroker.Execute", "fromPort=3", "cmd=c", "param1=a", "param2=b",
+                      "param3=c", "param4=d"], "\"(3, 'c', 'a', 'b', 'c', 'd')\"\n"),
+            (broker, ["TavBroker.CloseEmp", "connectionInfo.empID=open"], "true\n"),
+            (emp, ["TavEmp.Open", "clientID=7", "name=camera", "version=1.0"], "true\n"),
+            (emp, ["TavEmp.Close", "clientID=7"], "-7\n"),
+            (emp, ["TavEmp.Execute", "clientID=-1", "cmd=c", "param4=d=e"],
+             "\"(-1, 'c', '', '', '', 'd=e')\"\n"),
+            (emp, ["TavEmp.ExecuteWithParamList", "clientID=2", "cmd=c", "paramList.param1=a",
+                   "paramList.param10=j"],
+             "\"(2, 'c', ['a', '', '', '', '', '', '', '', '', 'j'])\"\n"),
+        ]:
+            with self.subTest(words[0]):
+                self.assertEqual((0, expected, ""),
+                                 tavctl("call", address, *words, TAV_CREDENTIAL="sesame"))
+
+    def testEveryProtocolAndTransportReachesAGeneratedPeer(self):
+        for protocol, transport in COMBINATIONS:
+            with self.subTest(protocol=protocol, transport=transport):
+                self.assertEqual((0, "-7\n", ""),
+                                 tavctl("call", self.emp(protocol, transport), "TavEmp.Close",
+                                        "clientID=7", "--protocol", protocol,
+                                        "--transport", transport))
+
+    def testAnEventIsSentAndNothingPrinted(self):
+        events = []
+        received = threading.Event()
+
+        class Events:
+            def Callback(self, *event):
+                events.append(event)
+                received.set()
+
+        peer = generated_peer(self, TavEmpEvent.Processor(Events()))
+        self.assertEqual((0, "", ""), tavctl("call", peer.address, "TavEmpEvent.Callback",
+                                             "eventType=5", "param1=x", "param2=y"))
+        self.assertTrue(received.wait(PATIENCE))
+        self.assertEqual([(5, "x", "y")], events)
+
+    def testAUnixSocketIsAnAddress(self):
+        path = os.path.join(self.directory(), "socket")
+        server = start(self, "serve", "emp", "--listen", "unix:" + path, "--reply", "Close=3")
+        self.assertEqual("tavctl: serving TavEmp on unix:" + path, server.line("stderr"))
+        self.assertEqual((0, "3\n", ""), tavctl("call", "unix:" + path, "TavEmp.Close"))
+
+    def testJsonPrintsOneObject(self):
+        status, out, err = tavctl("call", self.emp(), "TavEmp.Close", "clientID=7", "--json")
+        self.assertEqual((0, ""), (status, err))
+        self.assertEqual('{"operation":"TavEmp.Close","result":-7}\n', out)
+
+    def testJsonDashReadsTheArgumentsFromStandardInput(self):
+        arguments = {"clientID": 1, "cmd": "c", "paramList": {"param2": "b"}}
+        status, out, _ = tavctl("call", "--json", "-", self.emp(), "TavEmp.ExecuteWithParamList",
+                                stdin=json.dumps(arguments).encode())
+        self.assertEqual(0, status)
+        self.assertEqual("(1, 'c', ['', 'b', '', '', '', '', '', '', '', ''])",
+                         json.loads(out)["result"])
+
+    def testBytesThatAreNoTextPassAsHex(self):
+        emp = start(self, "serve", "emp", "--json")
+        tavctl("call", emp.address(), "TavEmp.Execute", "--json", "-",
+               stdin=b'{"cmd": {"hex": "ff00"}}')
+        self.assertEqual({"hex": "ff00"}, json.loads(emp.line())["arguments"]["cmd"])
+
+    def testControlCharactersOfAPeerNeverReachTheTerminal(self):
+        class Hostile(Emp):
+            def Execute(self, *arguments):
+                return "a\x1b[2J\r\nb\x7f\x9b"
+
+        peer = generated_peer(self, TavEmp.Processor(Hostile()))
+        _, out, _ = tavctl("call", peer.address, "TavEmp.Execute")
+        self.assertEqual('"a\\u001b[2J\\r\\nb\\u007f\\u009b"\n', out)
+
+    def testExpectTrueTurnsAFalseReplyIntoStatusOne(self):
+        broker = self.broker()
+        self.assertEqual((1, "false\n", ""),
+                         tavctl("call", broker, "TavBroker.CloseEmp", "--expect-true"))
+        self.assertEqual((0, "true\n", ""), tavctl("call", broker, "TavBroker.CloseEmp",
+                                                   "--expect-true", "connectionInfo.empID=open"))
+        self.assertEqual((0, "false\n", ""), tavctl("call", broker, "TavBroker.CloseEmp"))
+
+
+class CredentialTest(ToolTest):
+    def call(self, *words, **options):
+        peer = generated_peer(self, TavBroker.Processor(Broker()))
+        return tavctl("call", peer.address, "TavBroker.OpenEmp", *words, **options)
+
+    def testTheCredentialComesFromTheEnvironmentAFileOrStandardInput(self):
+        path = os.path.join(self.directory(), "credential")
+        with open(path, "w") as file:
+            file.write("sesame\n")
+        for words, options in [
+            ([], {"TAV_CREDENTIAL": "sesame"}),
+            (["--credential-file", path], {}),
+            (["--credential-file", "-"], {"stdin": b"sesame"}),
+            (["-"], {"stdin": b'{"credential": "sesame"}'}),
+        ]:
+            with self.subTest(words):
+                self.assertEqual(0, self.call(*words, **options)[0])
+
+    def testTheCommandLineIsRefusedAsItsSource(self):
+        self.assertEndsWith(2, "not taken from the command line", self.call("credential=sesame"))
+
+    def testACallThatNeedsOneSaysSo(self):
+        self.assertEndsWith(2, "set TAV_CREDENTIAL", self.call())
+
+    def testAPeerThatRepeatsItIsMasked(self):
+        self.assertEndsWith(5, "UNKNOWN: '***' opens nothing", self.call(TAV_CREDENTIAL="geheim"))
+
+
+class StatusTest(ToolTest):
+    def close(self, peer, *words):
+        return tavctl("call", peer.address, "TavEmp.Close", *words)
+
+    def testBadUsageIsTwo(self):
+        for words, error in [
+            ([], "no verb"),
+            (["call"], "ADDRESS SERVICE.OPERATION"),
+            (["nonsense"], "nonsense"),
+            (["call", "nowhere", "TavEmp.Close"], "'nowhere' is no address"),
+            (["call", "a:0", "TavEmp.Close"], "'a:0' is no address"),
+            (["call", "a:65536", "TavEmp.Close"], "'a:65536' is no address"),
+            (["call", "unix:" + 200 * "x", "TavEmp.Close"], "1 to 107 bytes"),
+            (["call", "a:1", "TavEmp.Shut"], "there are TavBroker.OpenEmp, "),
+            (["call", "a:1", "TavEmp.Close", "clientId=1"], "it has clientID"),
+            (["call", "a:1", "TavEmp.Close", "clientID=x"], "clientID takes a whole number"),
+            (["call", "a:1", "TavEmp.Close", "clientID=2147483648"], "whole number"),
+            (["call", "a:1", "TavEmp.Close", "x"], "write key=value"),
+            (["call", "a:1", "TavEmp.Close", "--expect-true"], "returns no bool"),
+            (["call", "a:1", "TavEmp.Close", "--protocol", "xml"], "xml"),
+            (["call", "a:1", "TavEmp.Close", "--timeout", "0"], "0"),
+            (["call", "a:1", "TavEmp.Close", "--tls"], "--tls needs --ca"),
+            (["decode", "/nonexistent"], "cannot read '/nonexistent'"),
+            (["serve", "emp", "--reply", "Open=perhaps"], "true or false"),
+        ]:
+            with self.subTest(words):
+                self.assertEndsWith(2, error, tavctl(*words))
+
+    def testHostileArgumentsFromStandardInputAreTwo(self):
+        for text in [b"", b"[]", b"{", b'{"clientID":1.5}', b'{"clientID":9999999999999999999}',
+                     b'{"clientID":"\xff"}', b"[" * 1000000, b'{"x":1}']:
+            with self.subTest(text[:20]):
+                self.assertEndsWith(2, "tavctl: ", tavctl("call", "a:1", "TavEmp.Close", "-",
+                                                          stdin=text))
+
+    def testNoConnectionIsThree(self):
+        with socket.create_server(("127.0.0.1", 0)) as closed:
+            address = "127.0.0.1:%d" % closed.getsockname()[1]
+        self.assertEndsWith(3, "cannot connect to " + address,
+                            tavctl("call", address, "TavEmp.Close"))
+
+    def testNoReplyInTimeIsFour(self):
+        never = threading.Event()
+        self.addCleanup(never.set)
+        peer = Peer(self, lambda connection: never.wait(PATIENCE))
+        self.assertEndsWith(4, "no reply in time; try a longer --timeout",
+                            self.close(peer, "--timeout", "0.2"))
+
+    def testAReplyThatDripsIsFour(self):
+        never = threading.Event()
+        self.addCleanup(never.set)
+
+        def drip(connection):
+            connection.recv(4096)
+            connection.sendall(bytes.fromhex("80010002 0010 0000"))
+            while not never.wait(0.05):
+                connection.sendall(b"x")
+
+        self.assertEndsWith(4, "no reply in time", self.close(Peer(self, drip), "--timeout", "0.4"))
+
+    def testAnApplicationExceptionIsFive(self):
+        class Refusing(Emp):
+            def Close(self, clientID):
+                raise TavEmp.TApplicationException(1, "not\nhere")
+
+        peer = generated_peer(self, TavEmp.Processor(Refusing()))
+        self.assertEndsWith(5, "TavEmp.Close at %s: the peer answered UNKNOWN_METHOD: not\\nhere; "
+                            % peer.address, self.close(peer))
+
+    def testWhatIsNoReplyIsSix(self):
+        for name, answer in {
+            "nothing": b"",
+            "garbage": b"HTTP/1.1 400 Bad Request\r\n\r\n",
+            "a call": CLOSE["binary"],
+            "no result": bytes.fromhex("80010002 00000005 436c6f7365 00000000 00"),
+            "another name": bytes.fromhex("80010002 00000004 436c6f73 00000000 00"),
+            "huge name": bytes.fromhex("80010002 7fffffff"),
+            "cut off": bytes.fromhex("80010002 00000005 436c6f7365 00000000 08 0000 00"),
+        }.items():
+            with self.subTest(name):
+                peer = saying(self, answer)
+                self.assertEndsWith(6, "TavEmp.Close at " + peer.address, self.close(peer))
+
+    def testAFrameOverTheLimitIsSix(self):
+        self.assertEndsWith(6, "", self.close(saying(self, bytes.fromhex("7fffffff")),
+                                              "--transport", "framed"))
+
+    def testJsonWithoutEndIsSixAndNotAllOfTheMemory(self):
+        def endless(connection):
+            connection.recv(4096)
+            connection.sendall(b'[1,"')
+            while True:
+                connection.sendall(65536 * b"x")
+
+        self.assertEndsWith(6, "longer than 16777216 bytes",
+                            self.close(Peer(self, endless), "--protocol", "json"))
+
+    def testErrorsAreObjectsWithJson(self):
+        _, _, err = tavctl("call", "nowhere", "TavEmp.Close", "--json")
+        self.assertEqual({"status": 2}, {"status": json.loads(err)["status"]})
+        self.assertIn("'nowhere' is no address", json.loads(err)["error"])
+
+
+class TlsTest(ToolTest):
+    def setUp(self):
+        self.directory_ = self.directory()
+        for name in ("right", "wrong"):
+            subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
+                            "ec_paramgen_curve:P-256", "-nodes", "-days", "2", "-subj",
+                            "/CN=localhost", "-addext", "subjectAltName=IP:127.0.0.1",
+                            "-keyout", self.file(name + ".key"), "-out", self.file(name + ".crt")],
+                           check=True, capture_output=True)
+
+    def file(self, name):
+        return os.path.join(self.directory_, name)
+
+    def server(self):
+        return start(self, "serve", "emp", "--reply", "Close=3", "--tls",
+                     "--cert", self.file("right.crt"), "--key", self.file("right.key")).address()
+
+    def testACallGoesThroughTls(self):
+        self.assertEqual((0, "3\n", ""), tavctl("call", self.server(), "TavEmp.Close", "--tls",
+                                                "--ca", self.file("right.crt")))
+
+    def testAPeerThatIsNotTrustedIsNoConnection(self):
+        self.assertEndsWith(3, "check the certificates",
+                            tavctl("call", self.server(), "TavEmp.Close", "--tls",
+                                   "--ca", self.file("wrong.crt")))
+
+    def testFilesThatAreNoCertificatesAreBadUsage(self):
+        self.assertEndsWith(2, "--ca", tavctl("call", self.server(), "TavEmp.Close", "--tls",
+                                              "--ca", self.file("right.key")))
+
+
+if __name__ == "__main__":
+    unittest.main()

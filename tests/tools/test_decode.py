@@ -1,0 +1,209 @@
+import os
+import random
+import resource
+
+from support import *
+
+
+def decode(data, *words):
+    return tavctl("decode", *words, stdin=data)
+
+
+class DecodeTest(ToolTest):
+    SHOWN = "Close call seqid 0, %d bytes at 0\n  1  clientID  i32    7\n"
+
+    def testEveryProtocolAndTransportIsDecoded(self):
+        for protocol, transport in COMBINATIONS:
+            with self.subTest(protocol=protocol, transport=transport):
+                data = CLOSE[protocol]
+                if transport == "framed":
+                    data = frame(data)
+                self.assertEqual((0, self.SHOWN % len(data), ""),
+                                 decode(data, "--protocol", protocol, "--transport", transport))
+
+    def testHexIsDecodedAsTheBytesAre(self):
+        text = CLOSE["binary"].hex(" ", 2)
+        self.assertEqual((0, self.SHOWN % 25, ""), decode(text.encode()))
+        self.assertEqual((0, self.SHOWN % 25, ""), decode((text.upper() + "\r\n").encode()))
+
+    def testBadHexIsBadUsage(self):
+        self.assertEndsWith(2, "no hexadecimal byte at character 3",
+                            decode(b"80 0x", "--format", "hex"))
+
+    def testAFileIsDecodedAsStandardInputIs(self):
+        path = os.path.join(self.directory(), "message")
+        with open(path, "wb") as file:
+            file.write(CLOSE["binary"])
+        self.assertEqual((0, self.SHOWN % 25, ""), tavctl("decode", path))
+
+    def testMessagesInARowAreShownWithTheirOffsets(self):
+        status, out, err = decode(2 * CLOSE["binary"])
+        self.assertEqual(0, status)
+        self.assertIn("25 bytes at 25\n", out)
+        status, out, err = decode(b"\n".join(2 * [CLOSE["json"]]) + b"\n", "--protocol", "json")
+        self.assertEqual(0, status, err)
+        self.assertIn("31 bytes at 32\n", out)
+
+    def testNothingIsNoMessage(self):
+        self.assertEqual((0, "", ""), decode(b""))
+
+    def testTheOperationOfTwoServicesHasBothNames(self):
+        message = bytes.fromhex("80010001 00000007 45786563757465 00000000 08 0001 00000007 00")
+        self.assertIn("1  fromPort/clientID  i32", decode(message)[1])
+
+    def testAReplysRecordIsShownByItsNames(self):
+        message = bytes.fromhex("80010002 00000007 4f70656e456d70 00000009 0c0000 08 0001 00000001"
+                                "08 0002 00000002 0b 0003 00000001 78 00 00")
+        self.assertEqual((0, 'OpenEmp reply seqid 9, 46 bytes at 0\n'
+                             '  0  success  struct \n'
+                             '     1  callbackServicePort  i32    1\n'
+                             '     2  empServicePort       i32    2\n'
+                             '     3  empID                string "x"\n', ""), decode(message))
+
+    def testFieldsThatNobodyKnowsAreShownWithoutName(self):
+        message = bytes.fromhex(
+            "80010001 00000001 78 00000000"
+            "02 0001 01  03 0002 ff  04 0003 3ff8000000000000  06 0004 8000  0a 0005"
+            "0000000100000000  0d 0006 0b08 00000001 00000001 61 00000007  0f 0007 08 00000002"
+            "0000000100000002  0e 0008 02 00000001 00 00")
+        status, out, err = decode(message, "--json")
+        self.assertEqual((0, ""), (status, err))
+        self.assertEqual(
+            [(1, "bool", True), (2, "byte", -1), (3, "double", 1.5), (4, "i16", -32768),
+             (5, "i64", 4294967296), (6, "map", [["a", 7]]), (7, "list", [1, 2]),
+             (8, "set", [False])],
+            [(f["id"], f["type"], f["value"]) for f in json.loads(out)["fields"]])
+
+    def testCredentialsAreMasked(self):
+        message = bytes.fromhex("80010001 00000007 4f70656e456d70 00000000 0b 0003 00000006"
+                                "736573616d65 00")
+        self.assertIn("3  credential  string ***\n", decode(message)[1])
+
+
+class BrokenTest(ToolTest):
+    OPEN = bytes.fromhex("80010001 00000004 4f70656e 00000000 08 0001 00000007"
+                         "0b 0002 00000006 63616d657261 00")
+
+    def broken(self, data, *words):
+        status, out, err = decode(data, "--json", *words)
+        self.assertEqual(6, status)
+        message = json.loads(out.splitlines()[-1])
+        self.assertIn("breaks at byte %d" % message["broken"]["offset"], err)
+        return message
+
+    def testAMessageCutAnywhereBreaksAtItsEnd(self):
+        for protocol in PROTOCOLS:
+            for cut in range(1, len(CLOSE[protocol])):
+                with self.subTest(protocol=protocol, cut=cut):
+                    message = self.broken(CLOSE[protocol][:cut], "--protocol", protocol)
+                    self.assertEqual(cut, message["broken"]["offset"])
+
+    def testWhatComesBeforeTheBreakIsShown(self):
+        status, out, err = decode(self.OPEN[:-4])
+        self.assertEqual(6, status)
+        self.assertEqual(
+            "Open call seqid 0, 33 bytes at 0\n"
+            "  1  clientID  i32    7\n"
+            "  2  name      string \n"
+            "  breaks at byte 33: the bytes end in a string that begins at byte 26\n", out)
+
+    def testAWrongByteIsWhereItBreaks(self):
+        wrong = bytearray(self.OPEN)
+        wrong[23] = 0x63
+        broken = self.broken(bytes(wrong))["broken"]
+        self.assertEqual({"offset": 23, "reason": "there is no type 99 in a field that begins at "
+                                                  "byte 23"}, broken)
+
+    def testAStringOverTheLimitBreaksWhereItBegins(self):
+        wrong = self.OPEN[:26] + bytes.fromhex("7fffffff") + self.OPEN[30:]
+        self.assertEqual(26, self.broken(wrong)["broken"]["offset"])
+
+    def testOffsetsCountFromTheBeginOfTheFile(self):
+        self.assertEqual(37, self.broken(CLOSE["binary"] + self.OPEN[:12])["broken"]["offset"])
+
+    def testOffsetsCountTheLengthsOfFrames(self):
+        wrong = self.OPEN[:26] + bytes.fromhex("7fffffff") + self.OPEN[30:]
+        data = frame(CLOSE["binary"]) + frame(wrong)
+        self.assertEqual(29 + 4 + 26, self.broken(data, "--transport", "framed")["broken"]["offset"])
+
+    def testAFrameLongerThanItsMessageBreaksAtTheMessagesEnd(self):
+        data = frame(CLOSE["binary"] + b"xy")
+        self.assertEqual(29, self.broken(data, "--transport", "framed")["broken"]["offset"])
+
+    def testTheWrongProtocolIsGuessed(self):
+        status, _, err = decode(frame(CLOSE["compact"]))
+        self.assertEqual(6, status)
+        self.assertIn("; it looks like compact over framed, not binary over buffered\n", err)
+
+    def testACredentialThatIsCutIsMasked(self):
+        message = bytes.fromhex("80010001 00000007 4f70656e456d70 00000000 0b 0003 00000006 7365736d")
+        status, out, err = decode(message)
+        self.assertIn("credential  string ***\n", out)
+        self.assertNotIn("ses", out + err)
+
+    def testDepthIsBounded(self):
+        deep = bytes.fromhex("80010001 00000001 78 00000000") + 1000 * bytes.fromhex("0c0001")
+        self.assertIn("nested too deeply", self.broken(deep)["broken"]["reason"])
+
+    def testContainersAreBounded(self):
+        huge = bytes.fromhex("80010001 00000001 78 00000000 0f 0001 02 7fffffff")
+        self.assertEqual(16, self.broken(huge)["broken"]["offset"])
+
+    def testACaptureThatIsNoneIsToldByItsLine(self):
+        head = b'{"capture":1,"protocol":"binary","transport":"buffered"}\n'
+        for data, line in [(b'{"capture":1}\n', 1),
+                           (head.replace(b"binary", b"nonary"), 1),
+                           (head + b'{"connection":1,"from":"client","hex":"8"}\n', 2),
+                           (head + b"[" * 100000, 2)]:
+            with self.subTest(data[:80]):
+                self.assertEndsWith(6, "line %d is none" % line, decode(data))
+
+
+class HostileTest(ToolTest):
+    """Random bytes: each ends with a status that is meant, in bounded memory."""
+
+    MEMORY = 1 << 30
+
+    def setUp(self):
+        # A sanitizer reserves address space without end.
+        if "SANITIZED" not in os.environ:
+            limits = resource.getrlimit(resource.RLIMIT_AS)
+            resource.setrlimit(resource.RLIMIT_AS, (self.MEMORY, limits[1]))
+            self.addCleanup(resource.setrlimit, resource.RLIMIT_AS, limits)
+
+    def survives(self, data, *words):
+        status, out, err = decode(data, "--format", "raw", *words)
+        self.assertIn(status, (0, 6), (data.hex(), words, err))
+        self.assertLessEqual(err.count("\n"), 1)
+
+    def testMessagesWithRandomBytesInThemAreDecodedAsFarAsTheyGo(self):
+        chance = random.Random(20061)
+        for protocol, transport in COMBINATIONS:
+            for _ in range(15):
+                data = bytearray(CLOSE[protocol])
+                for _ in range(chance.randint(1, 4)):
+                    data[chance.randrange(len(data))] = chance.choice(
+                        [0, 0x7f, 0x80, 0xff, chance.randrange(256)])
+                data += chance.randbytes(chance.randint(0, 40))
+                if transport == "framed":
+                    data = frame(data)
+                self.survives(bytes(data), "--protocol", protocol, "--transport", transport)
+
+    def testAllThatIsEndlessIsBounded(self):
+        start_json = b'[1,"x",1,0,{"1":{"'
+        for protocol, data in [
+            ("json", b'[1,"' + 20000000 * b"x"),
+            ("json", start_json + b'lst":["str",10000,' + b",".join(10000 * [b'"x"'])),
+            ("json", start_json + 1000 * b'rec":{"1":{"'),
+            ("json", start_json + b"i32" + b'":' + 20000000 * b"1"),
+            ("compact", bytes.fromhex("8221 00 01 78") + 1000000 * b"\x1c"),
+            ("compact", bytes.fromhex("8221 00 01 78 19 fc ffffffff07") + 1000000 * b"\0"),
+            ("binary", bytes.fromhex("80010001 00000001 78 00000000") +
+             20000 * (bytes.fromhex("0f 0001 02 00002710") + 10000 * b"\1")),
+        ]:
+            with self.subTest(protocol, data=data[:40]):
+                self.survives(data, "--protocol", protocol)
+
+
+if __name__ == "__main__":
+    unittest.main()

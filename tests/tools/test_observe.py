@@ -1,0 +1,179 @@
+"""The verbs that look at what others do: probe and spy."""
+
+import os
+
+from support import *
+
+from TAV_IDL import TavEmp
+
+
+class Emp:
+    def __init__(self):
+        self.calls = []
+
+    def Open(self, *arguments):
+        self.calls.append(arguments)
+        return True
+
+    def Close(self, clientID):
+        self.calls.append(clientID)
+        return -clientID
+
+
+class ProbeTest(ToolTest):
+    def testALivingServiceIsToldByItsAnswerToACallOfNothing(self):
+        for protocol, transport in COMBINATIONS:
+            with self.subTest(protocol=protocol, transport=transport):
+                emp = Emp()
+                peer = generated_peer(self, TavEmp.Processor(emp), protocol, transport)
+                status, out, err = tavctl("probe", peer.address, "--protocol", protocol,
+                                          "--transport", transport)
+                self.assertEqual((0, ""), (status, err))
+                self.assertRegex(out, r"^alive: %s speaks %s over %s, answered UNKNOWN_METHOD in "
+                                      r"[0-9.]+ ms\n$" % (peer.address, protocol, transport))
+                self.assertEqual([], emp.calls)
+
+    def testAMismatchTellsWhatThePeerSpeaks(self):
+        for protocol, transport in COMBINATIONS[1:]:
+            with self.subTest(protocol=protocol, transport=transport):
+                peer = generated_peer(self, TavEmp.Processor(Emp()), protocol, transport)
+                status, out, err = tavctl("probe", peer.address, "--timeout", "0.3")
+                self.assertIn(status, (4, 6))
+                self.assertIn("try --protocol %s --transport %s\n" % (protocol, transport), err)
+
+    def testAWebServerIsKnown(self):
+        peer = saying(self, b"HTTP/1.1 400 Bad Request\r\n\r\n")
+        self.assertEndsWith(6, "it seems to speak HTTP", tavctl("probe", peer.address))
+
+    def testAStrangerIsNot(self):
+        peer = saying(self, b"what?")
+        self.assertEndsWith(6, "no protocol that is known here", tavctl("probe", peer.address))
+
+    def testNobodyThereIsNoConnection(self):
+        with socket.create_server(("127.0.0.1", 0)) as closed:
+            address = "127.0.0.1:%d" % closed.getsockname()[1]
+        self.assertEndsWith(3, "cannot connect", tavctl("probe", address))
+
+    def testJsonIsOneObject(self):
+        peer = generated_peer(self, TavEmp.Processor(Emp()))
+        answer = json.loads(tavctl("probe", peer.address, "--json")[1])
+        del answer["ms"]
+        self.assertEqual({"address": peer.address, "alive": True, "protocol": "binary",
+                          "transport": "buffered", "answer": "UNKNOWN_METHOD"}, answer)
+
+
+class SpyTest(ToolTest):
+    def testBothDirectionsArePrintedAndCanBeDecodedLater(self):
+        for protocol, transport in COMBINATIONS:
+            with self.subTest(protocol=protocol, transport=transport):
+                wire = ["--protocol", protocol, "--transport", transport]
+                emp = Emp()
+                peer = generated_peer(self, TavEmp.Processor(emp), protocol, transport)
+                file = os.path.join(self.directory(), "capture")
+                spy = start(self, "spy", "127.0.0.1:0", peer.address, "--json", "--write", file,
+                            *wire)
+                client = generated_client(self, TavEmp, spy.address(), protocol, transport)
+                self.assertTrue(client.Open(7, "camera", "1.0", "sesame"))
+                seen = [json.loads(spy.line()) for _ in range(2)]
+                self.assertEqual(-7, client.Close(7))
+                seen += [json.loads(spy.line()) for _ in range(2)]
+                self.assertEqual([(7, "camera", "1.0", "sesame"), 7], emp.calls)
+                self.assertEqual(
+                    [("client", "Open", "call"), ("target", "Open", "reply"),
+                     ("client", "Close", "call"), ("target", "Close", "reply")],
+                    [(line["from"], line["operation"], line["type"]) for line in seen])
+                self.assertEqual(
+                    [{"id": 1, "name": "clientID", "type": "i32", "value": 7},
+                     {"id": 2, "name": "name", "type": "string", "value": "camera"},
+                     {"id": 3, "name": "version", "type": "string", "value": "1.0"},
+                     {"id": 4, "name": "credential", "type": "string", "value": "***"}],
+                    seen[0]["fields"])
+                self.assertEqual([{"id": 0, "name": "success", "type": "i32", "value": -7}],
+                                 seen[3]["fields"])
+                spy.signal(signal.SIGINT)
+                self.assertEqual(0, spy.wait()[0])
+
+                with open(file) as written:
+                    text = written.read()
+                self.assertNotIn("sesame", text)
+                self.assertNotIn(b"sesame".hex(), text)
+                status, out, err = tavctl("decode", file, "--json")
+                self.assertEqual((0, ""), (status, err))
+                decoded = [json.loads(line) for line in out.splitlines()]
+                self.assertEqual([line["fields"] for line in seen],
+                                 [line["fields"] for line in decoded])
+
+    def testPeopleSeeThem(self):
+        peer = generated_peer(self, TavEmp.Processor(Emp()))
+        spy = start(self, "spy", "127.0.0.1:0", peer.address)
+        generated_client(self, TavEmp, spy.address()).Close(7)
+        self.assertEqual(
+            ["[1] client", "  Close call seqid 0, 25 bytes at 0", "    1  clientID  i32    7",
+             "[1] target", "  Close reply seqid 0, 25 bytes at 0", "    0  success  i32    -7"],
+            [spy.line() for _ in range(6)])
+
+    def testWhateverPassesIsUnchanged(self):
+        whole = os.urandom(300000)
+        peer = Peer(self, lambda connection: self.echo(connection))
+        for transport in TRANSPORTS:
+            with self.subTest(transport):
+                spy = start(self, "spy", "127.0.0.1:0", peer.address, "--transport", transport,
+                            stdout=subprocess.DEVNULL)
+                host, port = spy.address().split(":")
+                with socket.create_connection((host, int(port))) as connection:
+                    connection.settimeout(PATIENCE)
+                    for message in (CLOSE["binary"], frame(CLOSE["compact"]), whole):
+                        sender = threading.Thread(target=connection.sendall, args=(message,))
+                        sender.start()
+                        back = b""
+                        while len(back) < len(message):
+                            part = connection.recv(65536)
+                            self.assertNotEqual(b"", part)
+                            back += part
+                        sender.join()
+                        self.assertEqual(message, back)
+                    connection.shutdown(socket.SHUT_WR)
+                    self.assertEqual(b"", connection.recv(1))
+
+    def echo(self, connection):
+        while True:
+            part = connection.recv(65536)
+            if not part:
+                return
+            connection.sendall(part)
+
+    def testTheWrongProtocolIsToldAndPassedOn(self):
+        peer = generated_peer(self, TavEmp.Processor(Emp()), "compact", "framed")
+        spy = start(self, "spy", "127.0.0.1:0", peer.address)
+        client = generated_client(self, TavEmp, spy.address(), "compact", "framed")
+        self.assertEqual(-7, client.Close(7))
+        lines = [spy.line() for _ in range(4)]
+        self.assertIn("  it looks like compact over framed, not binary over buffered", lines)
+
+    def testATargetThatIsNotThereEndsTheConnection(self):
+        with socket.create_server(("127.0.0.1", 0)) as closed:
+            address = "127.0.0.1:%d" % closed.getsockname()[1]
+        spy = start(self, "spy", "127.0.0.1:0", address)
+        host, port = spy.address().split(":")
+        with socket.create_connection((host, int(port))) as connection:
+            connection.settimeout(PATIENCE)
+            self.assertEqual(b"", connection.recv(1))
+        self.assertIn("connection 1: cannot connect to " + address, spy.line("stderr"))
+
+    def testASignalEndsIdleConnections(self):
+        peer = generated_peer(self, TavEmp.Processor(Emp()))
+        spy = start(self, "spy", "127.0.0.1:0", peer.address)
+        client = generated_client(self, TavEmp, spy.address())
+        client.Close(1)
+        spy.line()
+        spy.signal(signal.SIGTERM)
+        self.assertEqual(0, spy.wait()[0])
+
+    def testAFileThatCannotBeWrittenIsToldAtOnce(self):
+        self.assertEndsWith(6, "cannot write to '/nonexistent/file'",
+                            tavctl("spy", "127.0.0.1:0", "127.0.0.1:1", "--write",
+                                   "/nonexistent/file"))
+
+
+if __name__ == "__main__":
+    unittest.main()

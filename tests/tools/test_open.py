@@ -1,0 +1,276 @@
+"""The verbs that open an EMP, listen for its events and stand in for peers."""
+
+import os
+import pty
+
+from support import *
+
+from TAV_IDL import TavBroker, TavEmp, TavEmpEvent
+from TAV_IDL.ttypes import ConnectionInfo
+
+
+class Broker:
+    """A broker that remembers what is closed, and whose EMPs are at one port."""
+
+    def __init__(self, empPort, callbackPort=0):
+        self.info = ConnectionInfo(callbackPort, empPort, "the-emp")
+        self.closed = []
+
+    def OpenEmp(self, *arguments):
+        return self.info
+
+    def CloseEmp(self, info):
+        self.closed.append(info.empID)
+        return True
+
+
+def free_port():
+    with socket.create_server(("127.0.0.1", 0)) as reserved:
+        return reserved.getsockname()[1]
+
+
+class OpenTest(ToolTest):
+    def open(self, *words):
+        return tavctl("open", *words, TAV_CREDENTIAL="sesame")
+
+    def broker(self, emp, callbackPort=0, processor=TavEmp.Processor):
+        peer = generated_peer(self, processor(emp))
+        broker = Broker(peer.port, callbackPort)
+        return broker, generated_peer(self, TavBroker.Processor(broker)).address
+
+    def testTheExamplesAreOpenedCalledAndClosed(self):
+        status, out, err = self.open(
+            example_broker(self), "thermometer", "1.0", "--json", "--run", "Open", "--run",
+            "Execute", "cmd=read", "--run", "ExecuteWithParamList", "cmd=label",
+            "paramList.param1=a", "paramList.param10=j", "--run", "Execute", "cmd=watch",
+            "param1=oven", "--run", "Close")
+        self.assertEqual((0, ""), (status, err))
+        lines = [json.loads(line) for line in out.splitlines()]
+        self.assertEqual(
+            [("TavEmp.Open", True), ("TavEmp.Execute", "21.5 C"),
+             ("TavEmp.ExecuteWithParamList", "a/j"), ("TavEmp.Execute", "watched oven"),
+             ("TavEmp.Close", 3), ("TavBroker.CloseEmp", True)],
+            [(line["operation"], line["result"]) for line in lines if "result" in line][1:])
+        self.assertEqual(
+            [{"eventType": 1, "param1": "oven", "param2": reading}
+             for reading in ("21.5", "21.7", "21.6")],
+            [line["event"] for line in lines if "event" in line])
+
+    def testTheEmpIsClosedWhenACallFails(self):
+        class Refusing:
+            def Close(self, clientID):
+                raise TavEmp.TApplicationException(0, "no")
+
+        broker, address = self.broker(Refusing())
+        status, out, err = self.open(address, "camera", "1.0", "--run", "Close", "--run", "Close")
+        self.assertEqual(5, status)
+        self.assertIn("TavBroker.CloseEmp  true\n", out)
+        self.assertIn("UNKNOWN: no; ", err)
+        self.assertEqual(["the-emp"], broker.closed)
+
+    def testTheEmpIsClosedWhenItCannotBeReached(self):
+        broker = Broker(free_port())
+        address = generated_peer(self, TavBroker.Processor(broker)).address
+        self.assertEqual(3, self.open(address, "camera", "1.0", "--run", "Close")[0])
+        self.assertEqual(["the-emp"], broker.closed)
+
+    def testTheEmpIsClosedWhenItsCallbackPortIsTaken(self):
+        taken = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(taken.close)
+        broker, address = self.broker(None, taken.getsockname()[1])
+        status, _, err = self.open(address, "camera", "1.0", "--run", "Close")
+        self.assertEqual(3, status)
+        self.assertIn("cannot listen on 127.0.0.1:%d" % taken.getsockname()[1], err)
+        self.assertEqual(["the-emp"], broker.closed)
+
+    def testAFalseReplyEndsTheCallsWithExpectTrue(self):
+        calls = []
+
+        class Emp:
+            def Open(self, *arguments):
+                calls.append(arguments)
+                return False
+
+        broker, address = self.broker(Emp())
+        self.assertEqual(1, self.open(address, "camera", "1.0", "--expect-true", "--run", "Open",
+                                      "clientID=4", "--run", "Open")[0])
+        self.assertEqual([(4, "camera", "1.0", "sesame")], calls)
+        self.assertEqual(["the-emp"], broker.closed)
+
+    def interrupted(self, number):
+        """Opens an EMP that never answers; signals once it is called."""
+        called, never = threading.Event(), threading.Event()
+        self.addCleanup(never.set)
+
+        class Emp:
+            def Execute(self, *arguments):
+                called.set()
+                never.wait(PATIENCE)
+                return ""
+
+        broker, address = self.broker(Emp())
+        process = start(self, "open", address, "camera", "1.0", "--quiet", "--run", "Execute",
+                        "--run", "Execute", TAV_CREDENTIAL="sesame")
+        self.assertTrue(called.wait(PATIENCE))
+        process.signal(number)
+        return broker, process.wait()
+
+    def testASignalEndsACallAndClosesTheEmp(self):
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(number):
+                broker, (status, out, err) = self.interrupted(number)
+                self.assertEqual((128 + number, ""), (status, err))
+                self.assertIn("TavBroker.CloseEmp  true\n", out)
+                self.assertEqual(["the-emp"], broker.closed)
+
+    def testASecondSignalEndsItWhateverHangs(self):
+        closing, never = threading.Event(), threading.Event()
+        self.addCleanup(never.set)
+
+        class Hanging(Broker):
+            def CloseEmp(self, info):
+                closing.set()
+                never.wait(PATIENCE)
+
+        broker = Hanging(free_port())
+        address = generated_peer(self, TavBroker.Processor(broker)).address
+        process = start(self, "open", address, "camera", "1.0", "--timeout", "3600",
+                        TAV_CREDENTIAL="sesame")
+        self.assertIn("no events", process.line("stderr"))
+        self.assertEqual("tavctl: open until a signal comes", process.line("stderr"))
+        process.signal(signal.SIGTERM)
+        self.assertTrue(closing.wait(PATIENCE))
+        process.signal(signal.SIGTERM)
+        self.assertEqual(128 + signal.SIGTERM, process.wait()[0])
+
+    def testTheEmpIsClosedWhenNobodyReadsTheOutput(self):
+        reader, writer = os.pipe()
+        broker = Broker(0, free_port())
+        address = generated_peer(self, TavBroker.Processor(broker)).address
+        process = start(self, "open", address, "camera", "1.0", stdout=writer,
+                        TAV_CREDENTIAL="sesame")
+        os.close(writer)
+        self.assertEqual("tavctl: open until a signal comes", process.line("stderr"))
+        os.close(reader)
+        events = generated_client(self, TavEmpEvent,
+                                  "127.0.0.1:%d" % broker.info.callbackServicePort)
+        events.Callback(1, "a", "b")
+        process.wait()
+        self.assertEqual(["the-emp"], broker.closed)
+
+    def testAWaitingOneEndsWellOnASignal(self):
+        broker = Broker(0)
+        address = generated_peer(self, TavBroker.Processor(broker)).address
+        process = start(self, "open", address, "camera", "1.0", TAV_CREDENTIAL="sesame")
+        process.line("stderr"), process.line("stderr")
+        process.signal(signal.SIGINT)
+        self.assertEqual(0, process.wait()[0])
+        self.assertEqual(["the-emp"], broker.closed)
+
+    def testTheCredentialIsNeverShown(self):
+        class Echo:
+            def Open(self, clientID, name, version, credential):
+                raise TavEmp.TApplicationException(0, "I know " + credential)
+
+        _, address = self.broker(Echo())
+        _, out, err = self.open(address, "camera", "1.0", "--run", "Open")
+        self.assertIn("I know ***", err)
+        self.assertNotIn("sesame", out + err)
+
+
+class ListenTest(ToolTest):
+    def testEachEventIsALine(self):
+        for protocol, transport in COMBINATIONS:
+            with self.subTest(protocol=protocol, transport=transport):
+                process = start(self, "listen", "--protocol", protocol, "--transport", transport)
+                client = generated_client(self, TavEmpEvent, process.address(), protocol, transport)
+                client.Callback(7, "a\n", "Küche")
+                self.assertEqual('event 7  "a\\n"  "Küche"', process.line())
+                process.signal(signal.SIGTERM)
+                self.assertEqual((0, "", ""), process.wait())
+
+    def testEachEventIsAnObjectWithJson(self):
+        process = start(self, "listen", "--json")
+        generated_client(self, TavEmpEvent, process.address()).Callback(7, "a", "b")
+        self.assertEqual('{"event":{"eventType":7,"param1":"a","param2":"b"}}', process.line())
+
+    def testAPortThatIsTakenIsToldAtOnce(self):
+        taken = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(taken.close)
+        self.assertEndsWith(3, "cannot listen on",
+                            tavctl("listen", "--port", str(taken.getsockname()[1])))
+
+    def testHostileBytesEndTheirConnectionAndNoOther(self):
+        process = start(self, "listen")
+        address = process.address()
+        host, port = address.split(":")
+        good = generated_client(self, TavEmpEvent, address)
+        for hostile in (bytes.fromhex("7fffffff"), bytes.fromhex("800100017fffffff"),
+                        b"GET / HTTP/1.0\r\n\r\n",
+                        bytes.fromhex("80010001 00000001 78 00000000") + 1000 * b"\x0c\0\1"):
+            with socket.create_connection((host, int(port))) as connection:
+                connection.sendall(hostile)
+                self.assertEqual(b"", self.all(connection))
+        good.Callback(1, "still", "here")
+        self.assertEqual('event 1  "still"  "here"', process.line())
+
+    def all(self, connection):
+        try:
+            return connection.recv(4096)
+        except ConnectionResetError:
+            return b""
+
+    def testATerminalGetsColoursUnlessNoColorIsSet(self):
+        for extra, expected in [({}, b"\x1b[32mevent 1\x1b[0m  \"a\"  \"b\"\r\n"),
+                                ({"NO_COLOR": "1"}, b"event 1  \"a\"  \"b\"\r\n")]:
+            with self.subTest(extra):
+                controller, terminal = pty.openpty()
+                self.addCleanup(os.close, controller)
+                process = start(self, "listen", stdout=terminal, **extra)
+                os.close(terminal)
+                generated_client(self, TavEmpEvent, process.address()).Callback(1, "a", "b")
+                shown = b""
+                while not shown.endswith(b"\n"):
+                    shown += os.read(controller, 1024)
+                self.assertEqual(expected, shown)
+
+
+class ServeTest(ToolTest):
+    def testEachServiceIsServedToAGeneratedClient(self):
+        broker = start(self, "serve", "broker", "--reply",
+                       'OpenEmp={"empServicePort": 5, "empID": "x"}', "--reply", "CloseEmp=true",
+                       "--fail", "Execute=not today", TAV_CREDENTIAL="")
+        client = generated_client(self, TavBroker, broker.address())
+        self.assertEqual(ConnectionInfo(0, 5, "x"), client.OpenEmp("n", "v", "sesame"))
+        self.assertEqual('TavBroker.OpenEmp name="n" version="v" credential=***', broker.line())
+        self.assertTrue(client.CloseEmp(ConnectionInfo(1, 2, "x")))
+        with self.assertRaises(TavBroker.TApplicationException) as refused:
+            client.Execute(1, "c", "", "", "", "")
+        self.assertEqual((0, "not today"), (refused.exception.type, refused.exception.message))
+
+        emp = start(self, "serve", "emp", "--reply", "Close=-3", "--reply", "Execute=a=b")
+        client = generated_client(self, TavEmp, emp.address())
+        self.assertEqual((False, -3, "a=b"), (client.Open(1, "n", "v", "c"), client.Close(1),
+                                              client.Execute(1, "c", "", "", "", "")))
+
+        event = start(self, "serve", "event")
+        generated_client(self, TavEmpEvent, event.address()).Callback(1, "a", "b")
+        self.assertEqual('TavEmpEvent.Callback eventType=1 param1="a" param2="b"', event.line())
+
+    def testASocketThatAKilledOneLeftIsTakenOver(self):
+        path = os.path.join(self.directory(), "socket")
+        killed = start(self, "serve", "emp", "--listen", "unix:" + path)
+        killed.line("stderr")
+        killed.signal(signal.SIGKILL)
+        killed.wait()
+        self.assertTrue(os.path.exists(path))
+        second = start(self, "serve", "emp", "--listen", "unix:" + path)
+        second.line("stderr")
+        self.assertEqual(0, tavctl("probe", "unix:" + path)[0])
+        second.signal(signal.SIGTERM)
+        self.assertEqual(0, second.wait()[0])
+        self.assertFalse(os.path.exists(path))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,69 @@
+#include <algorithm>
+
+#include "failure.h"
+#include "print.h"
+#include "typed.h"
+#include "verbs.h"
+
+namespace {
+
+struct Options {
+    Settings settings;
+    Credential credential;
+    bool expectTrue = false;
+    std::vector<std::string> words;
+};
+
+int makeCall(Options& options) {
+    auto& words = options.words;
+    // "--json -": the arguments come from standard input. Wherever it stands, "-" is no address.
+    const auto dash = std::remove(words.begin(), words.end(), "-");
+    const bool fromInput = dash != words.end();
+    words.erase(dash, words.end());
+    if (words.size() < 2) {
+        throw Failure(Exit::Usage, "call takes ADDRESS SERVICE.OPERATION; see tavctl call --help");
+    }
+    const Address address = addressFrom(words[0]);
+    const Operation& operation = operationNamed(words[1]);
+    if (options.expectTrue && operation.result.kind != Kind::Bool) {
+        throw Failure(Exit::Usage, operation.name + " returns no bool; leave out --expect-true");
+    }
+    if (fromInput && options.credential.file == "-") {
+        throw Failure(Exit::Usage,
+                      "standard input holds either the arguments or the credential; write the "
+                      "credential into the arguments");
+    }
+    Json arguments =
+        argumentsFrom(operation, {words.begin() + 2, words.end()},
+                      fromInput ? parseJson(readInput(), "standard input") : Json::object());
+    addCredential(operation, arguments, options.credential);
+
+    Json result;
+    Connection connection(address, options.settings);
+    connection.exchange(operation.fullName(), [&](TavIDL::ProtocolPointer protocol) {
+        result = call(operation, protocol, arguments);
+    });
+    if (output.json) {
+        printJson({{"operation", operation.fullName()}, {"result", result}});
+    } else if (operation.result.kind != Kind::Nothing) {
+        print(described(result));
+    }
+    return options.expectTrue && result == false ? static_cast<int>(Exit::False) : 0;
+}
+
+}  // namespace
+
+void addCall(CLI::App& app, Run& run) {
+    auto options = std::make_shared<Options>();
+    CLI::App* verb =
+        addVerb(app, "call", "Make one call and print its result",
+                "tavctl call 127.0.0.1:9090 TavBroker.OpenEmp name=thermometer version=1.0");
+    verb->add_option("words", options->words,
+                     "What to call. Arguments that are left out are sent as 0, false or empty; "
+                     "- reads them, as a JSON object, from standard input")
+        ->option_text("ADDRESS SERVICE.OPERATION [KEY=VALUE]... [-]");
+    addClientOptions(verb, options->settings);
+    addCredentialOption(verb, options->credential);
+    verb->add_flag("--expect-true", options->expectTrue, "Exit with status 1 on a false reply");
+    verb->callback([options, &run] { run = [options] { return makeCall(*options); }; });
+}

@@ -1,0 +1,28 @@
+#ifndef TAVCTL_CAPTURE_H
+#define TAVCTL_CAPTURE_H
+
+#include <string>
+
+#include "connection.h"
+#include "values.h"
+
+// What spy writes and decode reads: lines of JSON. The first tells how to read the others,
+//
+//     {"capture": 1, "protocol": "binary", "transport": "buffered"}
+//
+// each other one holds the bytes of one message, with credentials overwritten, or after a broken
+// one bytes that could not be decoded:
+//
+//     {"connection": 1, "from": "client", "ms": 12.5, "hex": "80010001..."}
+
+constexpr char kCaptureBegin[] = "{\"capture\":";
+
+Json captureHead(const Settings& settings);
+
+// Takes the settings from the first line. Throws a Failure.
+void readCaptureHead(const std::string& line, Settings& settings);
+
+// The line as it is, with "bytes" for "hex". Throws a Failure.
+Json readCaptureLine(const std::string& text, std::size_t number);
+
+#endif

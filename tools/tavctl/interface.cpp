@@ -1,0 +1,96 @@
+#include "interface.h"
+
+#include "failure.h"
+
+namespace {
+
+const Type kNothing{Kind::Nothing};
+const Type kBool{Kind::Bool};
+const Type kI32{Kind::I32};
+const Type kString{Kind::String};
+
+std::vector<Record> makeRecords() {
+    Record paramList{"ParamList", {}};
+    for (int16_t id = 1; id <= 10; ++id) {
+        paramList.fields.push_back({id, "param" + std::to_string(id), kString});
+    }
+    return {
+        {"ConnectionInfo",
+         {{1, "callbackServicePort", kI32}, {2, "empServicePort", kI32}, {3, "empID", kString}}},
+        paramList};
+}
+
+// The arguments of a command, which both services have: only who runs it differs.
+std::vector<Field> command(const std::string& caller) {
+    return {{1, caller, kI32},      {2, "cmd", kString},    {3, "param1", kString},
+            {4, "param2", kString}, {5, "param3", kString}, {6, "param4", kString}};
+}
+
+std::vector<Operation> makeOperations() {
+    const Type connectionInfo{Kind::Record, &records().front()};
+    const Type paramList{Kind::Record, &records().back()};
+    return {
+        {"TavBroker",
+         "OpenEmp",
+         {{1, "name", kString}, {2, "version", kString}, {3, "credential", kString}},
+         connectionInfo},
+        {"TavBroker", "Execute", command("fromPort"), kString},
+        {"TavBroker", "CloseEmp", {{1, "connectionInfo", connectionInfo}}, kBool},
+        {"TavEmp",
+         "Open",
+         {{1, "clientID", kI32},
+          {2, "name", kString},
+          {3, "version", kString},
+          {4, "credential", kString}},
+         kBool},
+        {"TavEmp", "Close", {{1, "clientID", kI32}}, kI32},
+        {"TavEmp", "Execute", command("clientID"), kString},
+        {"TavEmp",
+         "ExecuteWithParamList",
+         {{1, "clientID", kI32}, {2, "cmd", kString}, {3, "paramList", paramList}},
+         kString},
+        {"TavEmpEvent",
+         "Callback",
+         {{1, "eventType", kI32}, {2, "param1", kString}, {3, "param2", kString}},
+         kNothing},
+    };
+}
+
+}  // namespace
+
+const std::vector<Record>& records() {
+    static const std::vector<Record> all = makeRecords();
+    return all;
+}
+
+const std::vector<Operation>& operations() {
+    static const std::vector<Operation> all = makeOperations();
+    return all;
+}
+
+const Operation& operationNamed(const std::string& fullName) {
+    std::string names;
+    for (const Operation& operation : operations()) {
+        if (operation.fullName() == fullName) {
+            return operation;
+        }
+        names += (names.empty() ? "" : ", ") + operation.fullName();
+    }
+    throw Failure(Exit::Usage, "there is no operation '" + fullName + "'; there are " + names);
+}
+
+std::string nameOf(const Type& type) {
+    switch (type.kind) {
+        case Kind::Bool:
+            return "bool";
+        case Kind::I32:
+            return "i32";
+        case Kind::String:
+            return "string";
+        case Kind::Record:
+            return type.record->name;
+        case Kind::Nothing:
+            break;
+    }
+    return "nothing";
+}

@@ -1,0 +1,55 @@
+#ifndef TAVCTL_INTERFACE_H
+#define TAVCTL_INTERFACE_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// The interface as data. What is shown, checked, decoded and served follows from this table;
+// only typed.cpp names operations besides it.
+
+enum class Kind { Nothing, Bool, I32, String, Record };
+
+struct Record;
+
+struct Type {
+    Kind kind;
+    const Record* record = nullptr;
+};
+
+struct Field {
+    int16_t id;
+    std::string name;
+    Type type;
+
+    // Never shown.
+    bool secret() const { return name == "credential"; }
+};
+
+struct Record {
+    std::string name;
+    std::vector<Field> fields;
+};
+
+struct Operation {
+    std::string service;
+    std::string name;
+    std::vector<Field> arguments;
+    Type result;  // Nothing: one-way
+
+    std::string fullName() const { return service + "." + name; }
+};
+
+// In the order of the interface definition.
+const std::vector<Operation>& operations();
+const std::vector<Record>& records();
+
+// Throws a Failure that names the operations there are.
+const Operation& operationNamed(const std::string& fullName);
+
+std::string nameOf(const Type& type);
+
+// The interface definition, as its file has it.
+extern const char* const kInterfaceDefinition;
+
+#endif

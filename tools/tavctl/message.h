@@ -1,0 +1,60 @@
+#ifndef TAVCTL_MESSAGE_H
+#define TAVCTL_MESSAGE_H
+
+#include <memory>
+#include <string>
+
+#include "connection.h"
+#include "values.h"
+
+// Decodes messages from a stream of bytes, by libthrift's own protocols, as far as they go.
+//
+// A message is
+//
+//     {"offset": 0, "size": 44, "operation": "Open", "type": "call", "seqid": 0,
+//      "fields": [{"id": 1, "name": "clientID", "type": "i32", "value": 7}, ...]}
+//
+// The value of a structure is a list of fields, that of a list or set a list of values, that of a
+// map a list of pairs. Fields that the interface does not know have no name. Credentials are
+// masked. A broken message ends where it breaks, and has
+//
+//      "broken": {"offset": 24, "reason": "..."}
+//
+// where the offset, counted as the message's own is from the begin of the stream, is that of the
+// first byte that is wrong or missing.
+class MessageReader {
+public:
+    // `source` is read as bytes come; its read() returns 0 at the end.
+    MessageReader(std::shared_ptr<TTransport> source, Settings settings);
+    ~MessageReader();
+
+    // Decodes the next message. Returns false at the end of the stream. After a broken message
+    // the stream cannot be decoded any further.
+    bool next(Json& message);
+
+    // The bytes of the last message, with credentials overwritten by '*'.
+    const std::string& bytes() const;
+
+    // "it looks like compact over framed, not binary over buffered" if the last message is broken
+    // and that seems to be why; else empty.
+    std::string mismatch() const;
+
+    // After a broken message: up to 64 KiB of what follows, as it is. Empty at the end.
+    std::string rest();
+
+private:
+    class Source;
+    class Decoder;
+
+    std::shared_ptr<Source> source_;
+    const Settings settings_;
+    bool broken_ = false;
+};
+
+// A message in lines for people, each begun with `indent`.
+std::string described(const Json& message, const std::string& indent);
+
+// What the first bytes of a stream look like: "compact over framed" or "TLS", or nothing known.
+std::string guess(const std::string& bytes);
+
+#endif

@@ -1,0 +1,154 @@
+#include "print.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+#include "stop.h"
+
+Output output;
+
+namespace {
+
+std::string secret;
+
+bool coloured(int descriptor) {
+    const char* noColor = std::getenv("NO_COLOR");
+    const char* terminal = std::getenv("TERM");
+    return isatty(descriptor) != 0 && (noColor == nullptr || *noColor == '\0') &&
+           (terminal == nullptr || std::strcmp(terminal, "dumb") != 0);
+}
+
+std::string masked(std::string text) {
+    if (secret.empty()) {
+        return text;
+    }
+    for (std::size_t at = 0; (at = text.find(secret, at)) != std::string::npos;
+         at += std::strlen(kMasked)) {
+        text.replace(at, secret.size(), kMasked);
+    }
+    return text;
+}
+
+// As JSON has it. Besides, DEL and the control characters beyond ASCII, which terminals obey too.
+std::string quoted(const std::string& text) {
+    std::string line = Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(line[i]);
+        const bool pair = byte == 0xC2 && static_cast<unsigned char>(line[i + 1]) < 0xA0;
+        if (byte == 0x7F || pair) {
+            const std::string code = toHex(line.substr(i + (pair ? 1 : 0), 1));
+            line.replace(i, pair ? 2 : 1, "\\u00" + code);
+        }
+    }
+    return line;
+}
+
+// Ready to be dumped: no secret, and no string that is not UTF-8.
+Json presentable(const Json& value) {
+    if (value.is_string()) {
+        const std::string text = masked(value);
+        try {
+            (void)Json(text).dump();
+        } catch (const Json::type_error&) {
+            return {{"hex", toHex(text)}};
+        }
+        return text;
+    }
+    if (!value.is_structured()) {
+        return value;
+    }
+    Json copy = value;
+    for (auto& part : copy) {
+        part = presentable(part);
+    }
+    return copy;
+}
+
+// One write for all of it, so that threads do not mix their lines.
+void writeAll(int descriptor, const std::string& text) {
+    static std::mutex mutex;
+    const std::lock_guard<std::mutex> lock(mutex);
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t count = write(descriptor, text.data() + done, text.size() - done);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            // Nobody reads any more. That is a reason to end, but cleanly.
+            if (descriptor == STDOUT_FILENO) {
+                stop::request();
+            }
+            return;
+        }
+        done += static_cast<std::size_t>(count);
+    }
+}
+
+}  // namespace
+
+void keepSecret(const std::string& credential) {
+    secret = credential;
+}
+
+std::string tinted(Tint tint, const std::string& text) {
+    static const bool colours = coloured(STDOUT_FILENO);
+    constexpr const char* kCodes[] = {"", "36", "1", "32", "31", "2"};
+    if (!colours || tint == Tint::None) {
+        return text;
+    }
+    return std::string("\033[") + kCodes[static_cast<int>(tint)] + "m" + text + "\033[0m";
+}
+
+std::string shown(const Json& value) {
+    const Json safe = presentable(value);
+    if (safe.is_string()) {
+        return quoted(safe);
+    }
+    if (value.is_string()) {
+        return "hex:" + safe["hex"].get<std::string>();
+    }
+    return safe.dump();
+}
+
+std::string escaped(const std::string& text) {
+    std::string line = quoted(masked(text));
+    line = line.substr(1, line.size() - 2);
+    for (std::size_t at = 0; (at = line.find("\\\"", at)) != std::string::npos; ++at) {
+        line.erase(at, 1);
+    }
+    return line;
+}
+
+std::string padded(const std::string& text, std::size_t width) {
+    return text.size() < width ? text + std::string(width - text.size(), ' ') : text;
+}
+
+void print(const std::string& lines) {
+    writeAll(STDOUT_FILENO, lines);
+}
+
+void printJson(const Json& object) {
+    writeAll(STDOUT_FILENO, presentable(object).dump() + "\n");
+}
+
+void note(const std::string& text) {
+    if (!output.quiet) {
+        writeAll(STDERR_FILENO, "tavctl: " + escaped(text) + "\n");
+    }
+}
+
+void printError(int status, const std::string& text) {
+    if (output.json) {
+        writeAll(STDERR_FILENO,
+                 presentable(Json{{"error", text}, {"status", status}}).dump() + "\n");
+    } else {
+        const bool colours = coloured(STDERR_FILENO);
+        writeAll(STDERR_FILENO,
+                 (colours ? "\033[31mtavctl:\033[0m " : "tavctl: ") + escaped(text) + "\n");
+    }
+}

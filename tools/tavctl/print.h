@@ -1,0 +1,44 @@
+#ifndef TAVCTL_PRINT_H
+#define TAVCTL_PRINT_H
+
+#include <string>
+
+#include "values.h"
+
+// All output. People get lines, aligned and on a terminal coloured; with --json, a program gets
+// one object a line. Results go to standard output; notes and errors to standard error. Texts
+// come from peers: none of them moves a cursor or begins a line of its own.
+
+struct Output {
+    bool json = false;
+    bool quiet = false;
+};
+extern Output output;
+
+// From here on masked wherever it would be shown: peers repeat what they are told.
+void keepSecret(const std::string& credential);
+
+enum class Tint { None, Name, Value, Good, Bad, Dim };
+std::string tinted(Tint tint, const std::string& text);
+
+// A value in one line; a string in quotes, with what is not printable escaped.
+std::string shown(const Json& value);
+
+// Words of our own that may quote a peer: as shown() has them, but without the quotes.
+std::string escaped(const std::string& text);
+
+// `text` padded to `width` columns.
+std::string padded(const std::string& text, std::size_t width);
+
+// Text that has been made from shown() and tinted(): any number of whole lines.
+void print(const std::string& lines);
+
+// One object. Strings that are no UTF-8 become {"hex": "..."}.
+void printJson(const Json& object);
+
+// What may be left out: where it listens, that it waits.
+void note(const std::string& text);
+
+void printError(int status, const std::string& text);
+
+#endif

@@ -1,0 +1,203 @@
+#include <sys/socket.h>
+
+#include <chrono>
+#include <cmath>
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <thread>
+
+#include "capture.h"
+#include "failure.h"
+#include "message.h"
+#include "print.h"
+#include "stop.h"
+#include "verbs.h"
+
+using apache::thrift::transport::TSocket;
+using apache::thrift::transport::TTransportException;
+
+namespace {
+
+struct Options {
+    Settings settings;
+    std::string listen;
+    std::string target;
+    std::string file;
+};
+
+// One direction of a connection. What was read is passed on when more is asked for: by then all
+// that is complete in it has been printed, so a request always stands before its reply. Nothing
+// is held back meanwhile, since who waits for the rest of a message asks for more.
+class Passage : public apache::thrift::transport::TVirtualTransport<Passage> {
+public:
+    Passage(std::shared_ptr<TSocket> from, std::shared_ptr<TSocket> to)
+        : from_(std::move(from)), to_(std::move(to)) {}
+
+    bool isOpen() const override { return true; }
+
+    uint32_t read(uint8_t* bytes, uint32_t count) {
+        uint32_t got = 0;
+        try {
+            to_->write(reinterpret_cast<const uint8_t*>(waiting_.data()),
+                       static_cast<uint32_t>(waiting_.size()));
+            got = from_->read(bytes, count);
+        } catch (const TTransportException&) {
+            // One of the two is gone: so is the connection.
+            shutDown(*from_, SHUT_RDWR);
+            shutDown(*to_, SHUT_RDWR);
+        }
+        waiting_.assign(reinterpret_cast<const char*>(bytes), got);
+        if (got == 0) {
+            shutDown(*to_, SHUT_WR);  // nothing more comes this way; answers still may
+        }
+        return got;
+    }
+
+private:
+    static void shutDown(TSocket& socket, int how) { ::shutdown(socket.getSocketFD(), how); }
+
+    std::shared_ptr<TSocket> from_;
+    std::shared_ptr<TSocket> to_;
+    std::string waiting_;
+};
+
+std::string hintLine(const std::string& mismatch) {
+    return mismatch.empty() ? "" : "  " + mismatch + "\n";
+}
+
+class Spy {
+public:
+    explicit Spy(const Options& options) : options_(options), target_(addressFrom(options.target)) {
+        if (!options.file.empty()) {
+            file_.open(options.file, std::ios::binary);
+            file_ << captureHead(options.settings).dump() << std::endl;
+            checkFile();
+        }
+    }
+
+    // Serves one connection.
+    void pass(std::shared_ptr<TSocket> client) {
+        const int number = ++connections_;
+        std::shared_ptr<TSocket> target;
+        try {
+            target = connectSocket(target_, options_.settings);
+        } catch (const Failure& failure) {
+            printError(static_cast<int>(failure.status),
+                       "connection " + std::to_string(number) + ": " + failure.line());
+            return;
+        }
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            targets_[number] = target;
+        }
+        note("connection " + std::to_string(number) + " made");
+        std::thread answers([&] { watch(number, "target", target, client); });
+        watch(number, "client", client, target);
+        answers.join();
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            targets_.erase(number);
+        }
+        note("connection " + std::to_string(number) + " ended");
+    }
+
+    // Ends all that wait for a target. libthrift's server ends what waits for a client.
+    void interrupt() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        for (const auto& target : targets_) {
+            ::shutdown(target.second->getSocketFD(), SHUT_RDWR);
+        }
+    }
+
+private:
+    void watch(int connection, const char* from, const std::shared_ptr<TSocket>& source,
+               const std::shared_ptr<TSocket>& sink) {
+        MessageReader reader(std::make_shared<Passage>(source, sink), options_.settings);
+        bool broken = false;
+        Json message;
+        while (!broken && reader.next(message)) {
+            broken = message.contains("broken");
+            Json shownMessage = {{"connection", connection}, {"from", from}};
+            shownMessage.update(message);
+            if (output.json) {
+                printJson(shownMessage);
+            } else {
+                print(tinted(Tint::Dim, "[" + std::to_string(connection) + "] " + from) + "\n" +
+                      described(message, "  ") + hintLine(reader.mismatch()));
+            }
+            write(connection, from, reader.bytes());
+        }
+        // It is passed on all the same.
+        uint64_t undecoded = 0;
+        for (std::string bytes = reader.rest(); !bytes.empty(); bytes = reader.rest()) {
+            undecoded += bytes.size();
+            write(connection, from, bytes);
+        }
+        if (undecoded > 0) {
+            note("connection " + std::to_string(connection) + ": " + std::to_string(undecoded) +
+                 " more bytes from the " + from + " could not be decoded");
+        }
+    }
+
+    void write(int connection, const char* from, const std::string& bytes) {
+        if (!file_.is_open()) {
+            return;
+        }
+        const std::chrono::duration<double, std::milli> time =
+            std::chrono::steady_clock::now() - begin_;
+        const Json line = {{"connection", connection},
+                           {"from", from},
+                           {"ms", std::round(time.count() * 10) / 10},
+                           {"hex", toHex(bytes)}};
+        const std::lock_guard<std::mutex> lock(mutex_);
+        file_ << line.dump() << std::endl;
+        checkFile();
+    }
+
+    void checkFile() {
+        if (!file_) {
+            throw Failure(Exit::Broken, "cannot write to '" + options_.file + "'",
+                          "check the path, and that there is room");
+        }
+    }
+
+    const Options& options_;
+    const Address target_;
+    const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+    std::atomic<int> connections_{0};
+    std::mutex mutex_;  // of what follows
+    std::map<int, std::shared_ptr<TSocket>> targets_;
+    std::ofstream file_;
+};
+
+}  // namespace
+
+void addSpy(CLI::App& app, Run& run) {
+    auto options = std::make_shared<Options>();
+    CLI::App* verb = addVerb(app, "spy", "Stand between two processes and print what they say",
+                             "tavctl spy 127.0.0.1:9091 127.0.0.1:9090 --write capture.json");
+    verb->add_option("listen", options->listen, "Where the client is to connect; port 0 is any")
+        ->required()
+        ->option_text("LISTEN");
+    verb->add_option("target", options->target, "Where the server is")
+        ->required()
+        ->option_text("TARGET");
+    verb->add_option("--write", options->file, "Keep the bytes of all messages, for decode")
+        ->option_text("FILE");
+    addProtocolOptions(verb, options->settings);
+    verb->callback([options, &run] {
+        run = [options] {
+            Spy spy(*options);
+            stop::watch();
+            Server server(addressFrom(options->listen, true), options->settings,
+                          [&](std::shared_ptr<TSocket> client) { spy.pass(client); });
+            note("spying on " + server.address().text() + ", for " +
+                 addressFrom(options->target).text());
+            stop::wait();
+            spy.interrupt();
+            server.stop();
+            return 0;
+        };
+    });
+}

@@ -1,0 +1,80 @@
+#include "stop.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <future>
+#include <system_error>
+#include <thread>
+
+#include "failure.h"
+
+namespace {
+
+int requests[2] = {-1, -1};  // a pipe: what a signal handler may write to
+std::atomic<int> signalNumber{0};
+std::atomic<bool> stopRequested{false};
+std::promise<void> cleaned;
+
+void onSignal(int number) {
+    if (stopRequested.exchange(true)) {
+        _exit(128 + number);
+    }
+    signalNumber = number;
+    const int error = errno;
+    if (write(requests[1], "", 1) < 0) {
+        _exit(128 + number);
+    }
+    errno = error;
+}
+
+void waitForByte(int descriptor) {
+    char byte = 0;
+    while (read(descriptor, &byte, 1) < 0 && errno == EINTR) {
+    }
+}
+
+}  // namespace
+
+namespace stop {
+
+void watch(std::function<void()> clean) {
+    if (pipe(requests) != 0) {
+        throw std::system_error(errno, std::generic_category(), "pipe");
+    }
+    struct sigaction action = {};
+    action.sa_handler = onSignal;
+    action.sa_flags = SA_RESTART;
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        sigaction(number, &action, nullptr);
+    }
+    std::thread([clean = std::move(clean)] {
+        waitForByte(requests[0]);
+        clean();
+        cleaned.set_value();
+    }).detach();
+}
+
+void request() {
+    if (!stopRequested.exchange(true)) {
+        if (write(requests[1], "", 1) < 0) {
+            _exit(static_cast<int>(Exit::Broken));  // nobody watches
+        }
+    }
+}
+
+void wait() {
+    cleaned.get_future().wait();
+}
+
+bool requested() {
+    return stopRequested;
+}
+
+int status() {
+    return signalNumber == 0 ? 0 : 128 + signalNumber;
+}
+
+}  // namespace stop

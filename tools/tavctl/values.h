@@ -1,0 +1,48 @@
+#ifndef TAVCTL_VALUES_H
+#define TAVCTL_VALUES_H
+
+#include <TavIDL/records/ConnectionInfo.h>
+#include <TavIDL/records/ParamList.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "interface.h"
+
+// Keeps the order of the fields. A string in here holds any bytes; those that are no UTF-8 go
+// out, and come in, as {"hex": "..."}.
+using Json = nlohmann::ordered_json;
+
+// What stands where a credential would.
+constexpr char kMasked[] = "***";
+
+Json toJson(const ConnectionInfo& info);
+ConnectionInfo connectionInfoFrom(const Json& value);
+ParamList paramListFrom(const Json& value);
+Json toJson(const ParamList& list);
+
+// `given` checked against a type, with what it lacks filled in: 0, false or empty. Throws a
+// Failure that names `where`.
+Json complete(const Type& type, const Json& given, const std::string& where);
+
+// A value of a type from the text of a command line.
+Json valueFrom(const Type& type, const std::string& text, const std::string& where);
+
+// An operation's arguments from "key=value" words and an object, as far as they are given.
+// Fields of a record are given as "connectionInfo.empID=x". Throws a Failure for a credential:
+// everybody on the machine can read a command line.
+Json argumentsFrom(const Operation& operation, const std::vector<std::string>& words,
+                   Json given = Json::object());
+
+// Reads JSON text, however hostile.
+Json parseJson(const std::string& text, const std::string& where);
+
+std::string toHex(const std::string& bytes);
+// Throws std::invalid_argument.
+std::string fromHex(const std::string& text);
+
+// The arguments with credentials masked.
+Json withoutSecrets(const Operation& operation, Json arguments);
+
+#endif
