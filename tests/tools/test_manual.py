@@ -1,0 +1,154 @@
+"""That what is written about tavctl is true: help, manual, completions, definition."""
+
+import os
+import shlex
+
+from support import *
+
+SOURCE = os.environ["SOURCE"]
+MANUAL = os.path.join(SOURCE, "tools/tavctl/tavctl.1")
+VERBS = ["describe", "call", "open", "listen", "probe", "spy", "decode", "serve"]
+
+
+def manual():
+    with open(MANUAL) as file:
+        return file.read()
+
+
+def output_of(*command, **options):
+    return subprocess.run(command, check=True, capture_output=True, timeout=PATIENCE,
+                          **options).stdout.decode()
+
+
+class ManualTest(ToolTest):
+    def testItIsWellFormed(self):
+        output_of("mandoc", "-T", "lint", "-W", "warning", MANUAL)
+
+    def testItHasEachOptionOfEachVerbAndNoOther(self):
+        helps = "".join(tavctl(verb, "--help")[1] for verb in VERBS) + tavctl("--help")[1]
+        self.assertEqual(set(re.findall(r"^ +(?:-\w,)?--([a-z-]+)", helps, re.M)),
+                         set(re.findall(r"^\.It Fl (?:\w , )?-([a-z-]+)", manual(), re.M)))
+
+    def testItHasTheExampleOfEachVerb(self):
+        for verb in VERBS:
+            example = re.search(r"Example:\n  (.*)\n", tavctl(verb, "--help")[1]).group(1)
+            self.assertIn(".Dl " + example + "\n", manual())
+
+    def testItsExamplesWorkAsPasted(self):
+        """All of them, on ports of the test instead of those written."""
+        broker = example_broker(self)
+        directory = self.directory()
+        examples = re.findall(r"^\.Dl tavctl (.*)$", manual(), re.M)
+        self.assertEqual(VERBS, [example.split()[0] for example in examples])
+        for example in examples:
+            with self.subTest(example):
+                words = shlex.split(example.replace("127.0.0.1:9090", broker)
+                                    .replace("127.0.0.1:9091", "127.0.0.1:0")
+                                    .replace("capture.json", os.path.join(directory, "c")))
+                words = ["0" if before == "--port" else word
+                         for before, word in zip([""] + words, words)]
+                if words[0] in ("listen", "spy", "serve"):
+                    process = start(self, *words)
+                    self.assertRegex(process.address(), r"^127\.0\.0\.1:\d+$")
+                    process.signal(signal.SIGINT)
+                    self.assertEqual((0, "", ""), process.wait())
+                else:
+                    status, _, err = tavctl(*words, TAV_CREDENTIAL="sesame")
+                    self.assertEqual((0, ""), (status, err))
+
+
+class DescribeTest(ToolTest):
+    def typeOf(self, description, key="type"):
+        return description[key]["class"] if description[key + "Id"] == "struct" \
+            else description[key + "Id"]
+
+    def fields(self, fields):
+        return [{"id": f["key"], "name": f["name"], "type": self.typeOf(f)} for f in fields]
+
+    def testItTellsWhatTheThriftCompilerReadsInTheDefinition(self):
+        with open(os.path.join(os.environ["GENERATED"], "gen-json/TAV_IDL.json")) as file:
+            read = json.load(file)
+        expected = {
+            "operations": [
+                {"service": service["name"], "name": function["name"],
+                 "oneway": function["oneway"], "arguments": self.fields(function["arguments"]),
+                 "result": "nothing" if function["returnTypeId"] == "void"
+                           else self.typeOf(function, "returnType")}
+                for service in read["services"] for function in service["functions"]],
+            "records": [{"name": record["name"], "fields": self.fields(record["fields"])}
+                        for record in read["structs"]]}
+        for operation in expected["operations"]:
+            operation["result"] = {"struct": "ConnectionInfo"}.get(operation["result"],
+                                                                   operation["result"])
+        self.assertEqual(expected, json.loads(tavctl("describe", "--json")[1]))
+
+    def testThriftPrintsTheDefinitionByteForByte(self):
+        with open(os.path.join(SOURCE, "idl/TAV_IDL.thrift")) as file:
+            self.assertEqual((0, file.read(), ""), tavctl("describe", "--thrift"))
+
+    def testAPartIsShownByItsName(self):
+        self.assertEqual((0, "TavEmp.Close: i32\n    1  clientID  i32\n", ""),
+                         tavctl("describe", "TavEmp.Close"))
+        self.assertEqual("TavEmpEvent.Callback\n", tavctl("describe", "TavEmpEvent", "--quiet")[1])
+        self.assertIn("    3  empID                string\n",
+                      tavctl("describe", "ConnectionInfo")[1])
+        self.assertEndsWith(2, "there is no operation 'Nonsense'", tavctl("describe", "Nonsense"))
+
+
+class InstalledTest(ToolTest):
+    def testTheProgramItsManualAndCompletionsAreInstalledAndRunElsewhere(self):
+        prefix = self.directory()
+        for component in ("Runtime", "Tools"):
+            output_of("cmake", "--install", os.environ["BUILD"], "--prefix", prefix,
+                      "--component", component)
+        moved = os.path.join(self.directory(), "moved")
+        os.rename(prefix, moved)
+        os.mkdir(prefix)
+        self.assertRegex(output_of(os.path.join(moved, "bin/tavctl"), "--version"),
+                         r"^tavctl \d+\.\d+\.\d+\n$")
+        for file in ("man/man1/tavctl.1", "bash-completion/completions/tavctl",
+                     "zsh/vendor-completions/_tavctl"):
+            self.assertTrue(os.path.exists(os.path.join(moved, "share", file)), file)
+
+
+class CompletionTest(ToolTest):
+    CASES = [
+        (["tavctl", "pr"], "probe"),
+        (["tavctl", "call", "a:1", "TavEmp.Cl"], "TavEmp.Close"),
+        (["tavctl", "call", "a:1", "TavEmp.Close", "--expect"], "--expect-true"),
+        (["tavctl", "open", "a:1", "n", "v", "--run", "ExecuteW"], "ExecuteWithParamList"),
+        (["tavctl", "probe", "--protocol", "comp"], "compact"),
+        (["tavctl", "serve", "br"], "broker"),
+    ]
+
+    def complete(self, shell, script, words):
+        directory = os.path.dirname(TAVCTL)
+        return output_of(shell, "-c", script, "complete",
+                         os.path.join(SOURCE, "tools/tavctl/completion"), *words,
+                         env=environment(PATH=directory + ":" + os.environ["PATH"])).split()
+
+    def testBashCompletesVerbsOptionsOperationsAndTheirValues(self):
+        script = """
+            . /usr/share/bash-completion/bash_completion
+            . "$1/tavctl.bash"; shift
+            COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMP_LINE="$*" COMP_POINT=${#COMP_LINE}
+            _tavctl tavctl "${@: -1}" "${@: -2:1}"
+            printf '%s\\n' "${COMPREPLY[@]}" """
+        for words, expected in self.CASES:
+            with self.subTest(words):
+                self.assertEqual([expected], self.complete("bash", script, words))
+
+    def testZshIsOfferedThem(self):
+        # Stands in for what zsh gives a completion function.
+        script = """
+            compadd() { [[ $1 == -a ]] && print -l -- ${(P)2} || print -l -- $@ }
+            file=$1/_tavctl; shift
+            words=("$@") CURRENT=$# PREFIX=$words[-1]
+            . $file """
+        for words, expected in self.CASES:
+            with self.subTest(words):
+                self.assertIn(expected, self.complete("zsh", script, words))
+
+
+if __name__ == "__main__":
+    unittest.main()
