@@ -81,7 +81,7 @@ def pasted(page):
         "set -euo pipefail",
         "out=$(mktemp)",
         # Shows what the last commands said if they failed, and leaves nothing running.
-        'trap \'((! $?)) || cat "$out"; jobs -p | xargs --no-run-if-empty kill; rm "$out"\' EXIT',
+        'trap \'((! $?)) || cat "$out"; jobs -p | xargs --no-run-if-empty kill 2>/dev/null || true; rm "$out"\' EXIT',
     ]
     for block in blocks(page):
         if block.elsewhere:
