@@ -107,6 +107,21 @@ pkg_config() {
         fail "the interface definition is not where TavIDL.pc says"
 }
 
+# The same again, from and in other places.
+reproducible() {
+    local place=$WORK/another/place
+    rm -rf "$place"
+    mkdir -p "$place/source"
+    cp -r "$SOURCE"/{CMakeLists.txt,TavIDL,cmake,idl} "$place/source"
+    for kind in shared static; do
+        cmake -S "$place/source" -B "$place/$kind" -DBUILD_TESTING=OFF \
+            -DBUILD_SHARED_LIBS="$([[ $kind == shared ]] && echo ON || echo OFF)"
+        cmake --build "$place/$kind"
+    done
+    cmp "$WORK/shared/build/TavIDL/libTavIDL.so" "$place/shared/TavIDL/libTavIDL.so"
+    cmp "$WORK/static/build/TavIDL/libTavIDL.a" "$place/static/TavIDL/libTavIDL.a"
+}
+
 # A libthrift that is not the one the library was built with.
 other_libthrift() {
     local other=$WORK/other_libthrift said
