@@ -1,0 +1,13 @@
+# Not run where it was written: see packaging/README.md of the sources.
+
+LIBTAVIDL_VERSION = 1.0.0
+# Your copy of the sources.
+LIBTAVIDL_SITE = $(TOPDIR)/../libtavidl
+LIBTAVIDL_SITE_METHOD = local
+LIBTAVIDL_LICENSE = Apache-2.0
+LIBTAVIDL_LICENSE_FILES = LICENSE
+LIBTAVIDL_INSTALL_STAGING = YES
+LIBTAVIDL_DEPENDENCIES = boost host-pkgconf thrift
+LIBTAVIDL_CONF_OPTS = -DBUILD_TESTING=OFF
+
+$(eval $(cmake-package))
