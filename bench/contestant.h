@@ -1,0 +1,72 @@
+#ifndef BENCH_CONTESTANT_H
+#define BENCH_CONTESTANT_H
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include <thrift/TProcessor.h>
+#include <thrift/protocol/TProtocol.h>
+
+// Three contestants call the same eight operations with the same values: this library
+// and the Thrift compiler's two C++ outputs. All else in this directory knows them by
+// this header alone.
+namespace bench {
+
+using apache::thrift::TProcessor;
+using apache::thrift::protocol::TProtocol;
+
+enum class Encoding { binary, compact, json };
+constexpr Encoding kEncodings[] = {Encoding::binary, Encoding::compact, Encoding::json};
+const char* nameOf(Encoding encoding);
+std::shared_ptr<TProtocol> makeProtocol(
+    Encoding encoding, std::shared_ptr<apache::thrift::transport::TTransport> transport);
+
+enum class Service { broker, emp, event };
+enum class Operation {
+    brokerOpenEmp,
+    brokerExecute,
+    brokerCloseEmp,
+    empOpen,
+    empClose,
+    empExecute,
+    empExecuteWithParamList,
+    eventCallback
+};
+constexpr Operation kOperations[] = {Operation::brokerOpenEmp,
+                                     Operation::brokerExecute,
+                                     Operation::brokerCloseEmp,
+                                     Operation::empOpen,
+                                     Operation::empClose,
+                                     Operation::empExecute,
+                                     Operation::empExecuteWithParamList,
+                                     Operation::eventCallback};
+const char* nameOf(Operation operation);
+Service serviceOf(Operation operation);
+
+// The two halves of a client's call. A one-way call receives nothing.
+class Caller {
+public:
+    virtual ~Caller() = default;
+    virtual void send(Operation operation) = 0;
+    virtual void receive(Operation operation) = 0;
+};
+
+// All strings that a call passes and gets back have `length` bytes.
+struct Contestant {
+    const char* name;
+    std::unique_ptr<Caller> (*makeCaller)(Encoding encoding, std::size_t length,
+                                          std::shared_ptr<TProtocol> input,
+                                          std::shared_ptr<TProtocol> output);
+    std::shared_ptr<TProcessor> (*makeProcessor)(Service service, Encoding encoding,
+                                                 std::size_t length);
+};
+
+extern const Contestant kOurs;
+extern const Contestant kGenerated;
+extern const Contestant kTemplates;
+const Contestant* const kContestants[] = {&kOurs, &kGenerated, &kTemplates};
+
+}  // namespace bench
+
+#endif

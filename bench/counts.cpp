@@ -1,0 +1,55 @@
+// Counts what is exact: instructions (under callgrind, which is told here where a call
+// begins and ends) and allocations of whole calls, one line a cell.
+
+#include "memory.h"
+
+#include <valgrind/callgrind.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+namespace {
+unsigned long allocations = 0;
+}
+
+// All code in the process allocates by these, libthrift's and the library's too.
+void* operator new(std::size_t size) {
+    ++allocations;
+    if (void* memory = std::malloc(size)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+int main(int count, char** arguments) {
+    constexpr int kWarmUp = 3;  // buffers grow, names are bound
+    for (int i = 1; i < count; ++i) {
+        const std::size_t length = std::strtoul(arguments[i], nullptr, 10);
+        bench::checkSameBytes(length);
+        for (const bench::Contestant* contestant : bench::kContestants) {
+            for (const bench::Operation operation : bench::kOperations) {
+                for (const bench::Encoding encoding : bench::kEncodings) {
+                    bench::MemoryExchange exchange(*contestant, operation, encoding, length);
+                    for (int n = 0; n < kWarmUp; ++n) {
+                        exchange.call();
+                    }
+                    char cell[128];
+                    std::snprintf(cell, sizeof(cell), "%s %s %s %zu", contestant->name,
+                                  nameOf(operation), nameOf(encoding), length);
+                    allocations = 0;
+                    CALLGRIND_ZERO_STATS;
+                    exchange.call();
+                    CALLGRIND_DUMP_STATS_AT(cell);
+                    std::printf("%s %lu\n", cell, allocations);
+                }
+            }
+        }
+    }
+}

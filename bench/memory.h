@@ -1,0 +1,38 @@
+#ifndef BENCH_MEMORY_H
+#define BENCH_MEMORY_H
+
+#include "contestant.h"
+
+#include <thrift/transport/TBufferTransports.h>
+
+namespace bench {
+
+// A client and a processor of one contestant, joined by two memory buffers.
+class MemoryExchange {
+public:
+    MemoryExchange(const Contestant& contestant, Operation operation, Encoding encoding,
+                   std::size_t length);
+
+    // One whole call: client send, processor, client receive.
+    void call();
+
+    // What the last call sent each way.
+    std::string request() const { return request_->getBufferAsString(); }
+    std::string reply() const { return reply_->getBufferAsString(); }
+
+private:
+    const Operation operation_;
+    std::shared_ptr<apache::thrift::transport::TMemoryBuffer> request_;
+    std::shared_ptr<apache::thrift::transport::TMemoryBuffer> reply_;
+    std::shared_ptr<TProcessor> processor_;
+    std::shared_ptr<TProtocol> processorInput_;
+    std::shared_ptr<TProtocol> processorOutput_;
+    std::unique_ptr<Caller> caller_;
+};
+
+// Throws unless all contestants exchange the same bytes in every operation and encoding.
+void checkSameBytes(std::size_t length);
+
+}  // namespace bench
+
+#endif
