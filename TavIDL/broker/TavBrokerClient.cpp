@@ -2,6 +2,7 @@
 #include <TavIDL/broker/TavBrokerTables.h>
 #include <TavIDL/records/envelope.h>
 
+using namespace std::string_view_literals;
 using TavIDL::wire::receiveReply;
 using TavIDL::wire::sendCall;
 
@@ -17,13 +18,13 @@ void TavBrokerClient::send_OpenEmp(const std::string& name, const std::string& v
     args.name = &name;
     args.version = &version;
     args.credential = &credential;
-    sendCall(oprot_, "OpenEmp", args);
+    sendCall(oprot_, "OpenEmp"sv, args);
 }
 
 void TavBrokerClient::recv_OpenEmp(ConnectionInfo& result) {
     TavBroker_OpenEmp_presult reply;
     reply.success = &result;
-    receiveReply(iprot_, "OpenEmp", reply);
+    receiveReply(iprot_, "OpenEmp"sv, reply);
 }
 
 void TavBrokerClient::Execute(std::string& result, int32_t fromPort, const std::string& cmd,
@@ -43,13 +44,13 @@ void TavBrokerClient::send_Execute(int32_t fromPort, const std::string& cmd,
     args.param2 = &param2;
     args.param3 = &param3;
     args.param4 = &param4;
-    sendCall(oprot_, "Execute", args);
+    sendCall(oprot_, "Execute"sv, args);
 }
 
 void TavBrokerClient::recv_Execute(std::string& result) {
     TavBroker_Execute_presult reply;
     reply.success = &result;
-    receiveReply(iprot_, "Execute", reply);
+    receiveReply(iprot_, "Execute"sv, reply);
 }
 
 bool TavBrokerClient::CloseEmp(const ConnectionInfo& connectionInfo) {
@@ -60,13 +61,13 @@ bool TavBrokerClient::CloseEmp(const ConnectionInfo& connectionInfo) {
 void TavBrokerClient::send_CloseEmp(const ConnectionInfo& connectionInfo) {
     TavBroker_CloseEmp_pargs args;
     args.connectionInfo = &connectionInfo;
-    sendCall(oprot_, "CloseEmp", args);
+    sendCall(oprot_, "CloseEmp"sv, args);
 }
 
 bool TavBrokerClient::recv_CloseEmp() {
     bool result = false;
     TavBroker_CloseEmp_presult reply;
     reply.success = &result;
-    receiveReply(iprot_, "CloseEmp", reply);
+    receiveReply(iprot_, "CloseEmp"sv, reply);
     return result;
 }

@@ -4,6 +4,7 @@
 
 #include <type_traits>
 
+using namespace std::string_view_literals;
 using apache::thrift::protocol::TProtocol;
 using TavIDL::wire::answer;
 using TavIDL::wire::callOperation;
@@ -32,7 +33,7 @@ void TavBrokerProcessor::process_OpenEmp(int32_t seqid, TProtocol* iprot, TProto
     readArguments(iprot, args);
 
     TavBroker_OpenEmp_result result;
-    answer(oprot, "OpenEmp", seqid, result,
+    answer(oprot, "OpenEmp"sv, seqid, result,
            [&] { (*handler_).OpenEmp(result.success, args.name, args.version, args.credential); });
 }
 
@@ -41,7 +42,7 @@ void TavBrokerProcessor::process_Execute(int32_t seqid, TProtocol* iprot, TProto
     readArguments(iprot, args);
 
     TavBroker_Execute_result result;
-    answer(oprot, "Execute", seqid, result, [&] {
+    answer(oprot, "Execute"sv, seqid, result, [&] {
         (*handler_).Execute(result.success, args.fromPort, args.cmd, args.param1, args.param2,
                             args.param3, args.param4);
     });
@@ -52,6 +53,6 @@ void TavBrokerProcessor::process_CloseEmp(int32_t seqid, TProtocol* iprot, TProt
     readArguments(iprot, args);
 
     TavBroker_CloseEmp_result result;
-    answer(oprot, "CloseEmp", seqid, result,
+    answer(oprot, "CloseEmp"sv, seqid, result,
            [&] { result.success = (*handler_).CloseEmp(args.connectionInfo); });
 }

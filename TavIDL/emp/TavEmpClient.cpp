@@ -2,6 +2,7 @@
 #include <TavIDL/emp/TavEmpTables.h>
 #include <TavIDL/records/envelope.h>
 
+using namespace std::string_view_literals;
 using TavIDL::wire::receiveReply;
 using TavIDL::wire::sendCall;
 
@@ -18,14 +19,14 @@ void TavEmpClient::send_Open(int32_t clientID, const std::string& name, const st
     args.name = &name;
     args.version = &version;
     args.credential = &credential;
-    sendCall(oprot_, "Open", args);
+    sendCall(oprot_, "Open"sv, args);
 }
 
 bool TavEmpClient::recv_Open() {
     bool result = false;
     TavEmp_Open_presult reply;
     reply.success = &result;
-    receiveReply(iprot_, "Open", reply);
+    receiveReply(iprot_, "Open"sv, reply);
     return result;
 }
 
@@ -37,14 +38,14 @@ int32_t TavEmpClient::Close(int32_t clientID) {
 void TavEmpClient::send_Close(int32_t clientID) {
     TavEmp_Close_pargs args;
     args.clientID = &clientID;
-    sendCall(oprot_, "Close", args);
+    sendCall(oprot_, "Close"sv, args);
 }
 
 int32_t TavEmpClient::recv_Close() {
     int32_t result = 0;
     TavEmp_Close_presult reply;
     reply.success = &result;
-    receiveReply(iprot_, "Close", reply);
+    receiveReply(iprot_, "Close"sv, reply);
     return result;
 }
 
@@ -65,13 +66,13 @@ void TavEmpClient::send_Execute(int32_t clientID, const std::string& cmd, const 
     args.param2 = &param2;
     args.param3 = &param3;
     args.param4 = &param4;
-    sendCall(oprot_, "Execute", args);
+    sendCall(oprot_, "Execute"sv, args);
 }
 
 void TavEmpClient::recv_Execute(std::string& result) {
     TavEmp_Execute_presult reply;
     reply.success = &result;
-    receiveReply(iprot_, "Execute", reply);
+    receiveReply(iprot_, "Execute"sv, reply);
 }
 
 void TavEmpClient::ExecuteWithParamList(std::string& result, int32_t clientID,
@@ -86,11 +87,11 @@ void TavEmpClient::send_ExecuteWithParamList(int32_t clientID, const std::string
     args.clientID = &clientID;
     args.cmd = &cmd;
     args.paramList = &paramList;
-    sendCall(oprot_, "ExecuteWithParamList", args);
+    sendCall(oprot_, "ExecuteWithParamList"sv, args);
 }
 
 void TavEmpClient::recv_ExecuteWithParamList(std::string& result) {
     TavEmp_ExecuteWithParamList_presult reply;
     reply.success = &result;
-    receiveReply(iprot_, "ExecuteWithParamList", reply);
+    receiveReply(iprot_, "ExecuteWithParamList"sv, reply);
 }

@@ -4,6 +4,7 @@
 
 #include <type_traits>
 
+using namespace std::string_view_literals;
 using apache::thrift::protocol::TProtocol;
 using TavIDL::wire::answer;
 using TavIDL::wire::callOperation;
@@ -32,7 +33,7 @@ void TavEmpProcessor::process_Open(int32_t seqid, TProtocol* iprot, TProtocol* o
     readArguments(iprot, args);
 
     TavEmp_Open_result result;
-    answer(oprot, "Open", seqid, result, [&] {
+    answer(oprot, "Open"sv, seqid, result, [&] {
         result.success = (*handler_).Open(args.clientID, args.name, args.version, args.credential);
     });
 }
@@ -42,7 +43,7 @@ void TavEmpProcessor::process_Close(int32_t seqid, TProtocol* iprot, TProtocol* 
     readArguments(iprot, args);
 
     TavEmp_Close_result result;
-    answer(oprot, "Close", seqid, result,
+    answer(oprot, "Close"sv, seqid, result,
            [&] { result.success = (*handler_).Close(args.clientID); });
 }
 
@@ -51,7 +52,7 @@ void TavEmpProcessor::process_Execute(int32_t seqid, TProtocol* iprot, TProtocol
     readArguments(iprot, args);
 
     TavEmp_Execute_result result;
-    answer(oprot, "Execute", seqid, result, [&] {
+    answer(oprot, "Execute"sv, seqid, result, [&] {
         (*handler_).Execute(result.success, args.clientID, args.cmd, args.param1, args.param2,
                             args.param3, args.param4);
     });
@@ -63,7 +64,7 @@ void TavEmpProcessor::process_ExecuteWithParamList(int32_t seqid, TProtocol* ipr
     readArguments(iprot, args);
 
     TavEmp_ExecuteWithParamList_result result;
-    answer(oprot, "ExecuteWithParamList", seqid, result, [&] {
+    answer(oprot, "ExecuteWithParamList"sv, seqid, result, [&] {
         (*handler_).ExecuteWithParamList(result.success, args.clientID, args.cmd, args.paramList);
     });
 }

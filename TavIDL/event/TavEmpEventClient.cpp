@@ -2,6 +2,7 @@
 #include <TavIDL/event/TavEmpEventTables.h>
 #include <TavIDL/records/envelope.h>
 
+using namespace std::string_view_literals;
 using TavIDL::wire::sendCall;
 
 void TavEmpEventClient::Callback(int32_t eventType, const std::string& param1,
@@ -15,5 +16,5 @@ void TavEmpEventClient::send_Callback(int32_t eventType, const std::string& para
     args.eventType = &eventType;
     args.param1 = &param1;
     args.param2 = &param2;
-    sendCall(oprot_, "Callback", args);
+    sendCall(oprot_, "Callback"sv, args);
 }

@@ -1,4 +1,5 @@
 #include <TavIDL/records/codec.h>
+#include <TavIDL/records/protocols.h>
 
 #include <cstring>
 
@@ -11,48 +12,20 @@ using apache::thrift::protocol::T_STRING;
 
 namespace {
 
-// Where the value of a record's field lies. A record of pointers has them in a
-// row behind its table of virtual functions, each to a value of the field's type.
-const void* valueOf(const Record& shape, std::size_t index, const void* record) {
-    const char* start = static_cast<const char*>(record);
+// Where a record holds the value of a field: in itself, or, if it holds pointers,
+// behind the one at `slot`.
+const void* valueOf(const Record& shape, const Field& field, const void* record, const char* slot) {
     if (!shape.holdsPointers) {
-        return start + shape.fields[index].offset;
+        return static_cast<const char*>(record) + field.offset;
     }
-    const void* value;
-    std::memcpy(&value, start + (1 + index) * sizeof(value), sizeof(value));
+    const void* value = nullptr;
+    std::memcpy(&value, slot, sizeof(value));
     return value;
 }
 
-void* valueOf(const Record& shape, std::size_t index, void* record) {
-    return const_cast<void*>(valueOf(shape, index, static_cast<const void*>(record)));
-}
-
-template <typename Protocol>
-uint32_t writeValue(Protocol* oprot, const Field& field, const void* value) {
-    switch (field.type) {
-        case T_BOOL:
-            return oprot->writeBool(*static_cast<const bool*>(value));
-        case T_I32:
-            return oprot->writeI32(*static_cast<const int32_t*>(value));
-        case T_STRING:
-            return oprot->writeString(*static_cast<const std::string*>(value));
-        default:
-            return writeRecord(oprot, *field.record, value);
-    }
-}
-
-template <typename Protocol>
-uint32_t readValue(Protocol* iprot, const Field& field, void* value) {
-    switch (field.type) {
-        case T_BOOL:
-            return iprot->readBool(*static_cast<bool*>(value));
-        case T_I32:
-            return iprot->readI32(*static_cast<int32_t*>(value));
-        case T_STRING:
-            return iprot->readString(*static_cast<std::string*>(value));
-        default:
-            return readRecord(iprot, *field.record, value);
-    }
+// A record of pointers has them in a row behind its table of virtual functions.
+const char* slotOf(const void* record, std::size_t index) {
+    return static_cast<const char*>(record) + (1 + index) * sizeof(void*);
 }
 
 // The __isset group: one flag a field, in the order of the fields.
@@ -60,8 +33,34 @@ const bool* flagsOf(const Record& shape, const void* record) {
     return reinterpret_cast<const bool*>(static_cast<const char*>(record) + shape.flags);
 }
 
-bool* flagsOf(const Record& shape, void* record) {
-    return const_cast<bool*>(flagsOf(shape, static_cast<const void*>(record)));
+template <typename Protocol>
+uint32_t writeValue(Protocol* oprot, const Field& field, const void* value) {
+    if (field.type == T_STRING) {  // first, for most are
+        return oprot->writeString(*static_cast<const std::string*>(value));
+    }
+    switch (field.type) {
+        case T_BOOL:
+            return oprot->writeBool(*static_cast<const bool*>(value));
+        case T_I32:
+            return oprot->writeI32(*static_cast<const int32_t*>(value));
+        default:
+            return writeRecord(oprot, *field.record, value);
+    }
+}
+
+template <typename Protocol>
+uint32_t readValue(Protocol* iprot, const Field& field, void* value) {
+    if (field.type == T_STRING) {  // first, for most are
+        return iprot->readString(*static_cast<std::string*>(value));
+    }
+    switch (field.type) {
+        case T_BOOL:
+            return iprot->readBool(*static_cast<bool*>(value));
+        case T_I32:
+            return iprot->readI32(*static_cast<int32_t*>(value));
+        default:
+            return readRecord(iprot, *field.record, value);
+    }
 }
 
 }  // namespace
@@ -70,12 +69,12 @@ template <typename Protocol>
 uint32_t writeRecord(Protocol* oprot, const Record& shape, const void* record) {
     uint32_t bytes = oprot->writeStructBegin(shape.name.text);
     const bool empty = shape.writesOnlyWhenSet && !*flagsOf(shape, record);
-    const std::size_t count = empty ? 0 : shape.count;
-    for (std::size_t i = 0; i < count; ++i) {
-        const Field& field = shape.fields[i];
-        bytes += oprot->writeFieldBegin(field.name.text, static_cast<TType>(field.type),
-                                        static_cast<int16_t>(i + shape.firstId));
-        bytes += writeValue(oprot, field, valueOf(shape, i, record));
+    const Field* field = shape.fields;
+    const Field* const end = field + (empty ? 0 : shape.count);
+    const char* slot = slotOf(record, 0);
+    for (int16_t id = shape.firstId; field != end; ++field, slot += sizeof(void*), ++id) {
+        bytes += oprot->writeFieldBegin(field->name.text, static_cast<TType>(field->type), id);
+        bytes += writeValue(oprot, *field, valueOf(shape, *field, record, slot));
         bytes += oprot->writeFieldEnd();
     }
     bytes += oprot->writeFieldStop();
@@ -95,12 +94,16 @@ uint32_t readRecord(Protocol* iprot, const Record& shape, void* record) {
         if (type == T_STOP) {
             break;
         }
-        const auto index = static_cast<std::size_t>(id - shape.firstId);  // huge if id is less
+        const auto index = static_cast<unsigned>(id - shape.firstId);  // huge if id is less
         if (index < shape.count && shape.fields[index].type == type) {
-            bytes += readValue(iprot, shape.fields[index], valueOf(shape, index, record));
-            flagsOf(shape, record)[index] = true;
+            const Field& field = shape.fields[index];
+            bytes +=
+                readValue(iprot, field,
+                          const_cast<void*>(valueOf(shape, field, record, slotOf(record, index))));
+            const_cast<bool*>(flagsOf(shape, record))[index] = true;
         } else {
-            bytes += iprot->skip(type);
+            // By a virtual call always: libthrift's skip is large, and seldom needed.
+            bytes += static_cast<TProtocol*>(iprot)->skip(type);
         }
         bytes += iprot->readFieldEnd();
     }
@@ -109,6 +112,18 @@ uint32_t readRecord(Protocol* iprot, const Record& shape, void* record) {
 }
 
 template uint32_t writeRecord(TProtocol*, const Record&, const void*);
+template uint32_t writeRecord(TBinaryProtocol*, const Record&, const void*);
+template uint32_t writeRecord(TCompactProtocol*, const Record&, const void*);
 template uint32_t readRecord(TProtocol*, const Record&, void*);
+template uint32_t readRecord(TBinaryProtocol*, const Record&, void*);
+template uint32_t readRecord(TCompactProtocol*, const Record&, void*);
+
+uint32_t write(TProtocol* oprot, const Record& shape, const void* record) {
+    return withExactType(oprot, [&](auto* exact) { return writeRecord(exact, shape, record); });
+}
+
+uint32_t read(TProtocol* iprot, const Record& shape, void* record) {
+    return withExactType(iprot, [&](auto* exact) { return readRecord(exact, shape, record); });
+}
 
 }  // namespace TavIDL::wire

@@ -105,24 +105,25 @@ constexpr Record resultPointerTable(const Field (&success)[1]) {
     return {"", success, 1, kResult, true, false, offsetof(T, __isset)};
 }
 
-// The two loops. Both return the sum of what the protocol's calls return.
-template <typename Protocol>
-uint32_t writeRecord(Protocol* oprot, const Record& shape, const void* record);
-template <typename Protocol>
-uint32_t readRecord(Protocol* iprot, const Record& shape, void* record);
-
-extern template uint32_t writeRecord(TProtocol*, const Record&, const void*);
-extern template uint32_t readRecord(TProtocol*, const Record&, void*);
+// Both return the sum of what the protocol's calls return.
+uint32_t write(TProtocol* oprot, const Record& shape, const void* record);
+uint32_t read(TProtocol* iprot, const Record& shape, void* record);
 
 template <typename T>
 uint32_t write(TProtocol* oprot, const T& record) {
-    return writeRecord(oprot, table<T>, &record);
+    return write(oprot, table<T>, &record);
 }
 
 template <typename T>
 uint32_t read(TProtocol* iprot, T& record) {
-    return readRecord(iprot, table<T>, &record);
+    return read(iprot, table<T>, &record);
 }
+
+// The two loops that do it, for a protocol whose exact type is known (protocols.h).
+template <typename Protocol>
+uint32_t writeRecord(Protocol* oprot, const Record& shape, const void* record);
+template <typename Protocol>
+uint32_t readRecord(Protocol* iprot, const Record& shape, void* record);
 
 }  // namespace TavIDL::wire
 

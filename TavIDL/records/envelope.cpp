@@ -1,4 +1,7 @@
 #include <TavIDL/records/envelope.h>
+#include <TavIDL/records/protocols.h>
+
+#include <memory>
 
 namespace TavIDL::wire {
 
@@ -10,10 +13,11 @@ using apache::thrift::protocol::T_STRUCT;
 
 namespace {
 
-// A transport is reached through `*pointer`, never `pointer->`: that is where the
-// smart pointer's own assertion ends the process if a protocol has no transport.
+// A transport is reached through `*pointer`, never `pointer->`: that is where the smart
+// pointer's own assertion ends the process if a protocol has no transport.
 
-void finishWrite(TProtocol* oprot) {
+template <typename Protocol>
+void finishWrite(Protocol* oprot) {
     oprot->writeMessageEnd();
     const auto pointer = oprot->getTransport();
     auto& transport = *pointer;
@@ -21,57 +25,80 @@ void finishWrite(TProtocol* oprot) {
     transport.writeEnd();
 }
 
-void discardBody(TProtocol* iprot) {
-    iprot->skip(T_STRUCT);
-    finishRead(iprot);
-}
-
-void writeException(TProtocol* oprot, const std::string& name, int32_t seqid,
-                    const TApplicationException& exception) {
-    oprot->writeMessageBegin(name, T_EXCEPTION, seqid);
-    exception.write(oprot);
-    finishWrite(oprot);
-}
-
-}  // namespace
-
-void writeMessage(TProtocol* oprot, const std::string& name, TMessageType type, int32_t seqid,
-                  const Record& shape, const void* record) {
-    oprot->writeMessageBegin(name, type, seqid);
-    writeRecord(oprot, shape, record);
-    finishWrite(oprot);
-}
-
-void finishRead(TProtocol* iprot) {
+template <typename Protocol>
+void finishRead(Protocol* iprot) {
     iprot->readMessageEnd();
     const auto pointer = iprot->getTransport();
     (*pointer).readEnd();
 }
 
-void expectReply(TProtocol* iprot, const std::string& operation) {
-    std::string name;
-    TMessageType type = T_CALL;
-    int32_t seqid = 0;
-    iprot->readMessageBegin(name, type, seqid);
+[[gnu::cold]] void discardBody(TProtocol* iprot) {
+    iprot->skip(T_STRUCT);
+    finishRead(iprot);
+}
+
+[[gnu::cold]] void writeException(TProtocol* oprot, const std::string& name, int32_t seqid,
+                                  const TApplicationException& exception) {
+    oprot->writeMessageBegin(name, T_EXCEPTION, seqid);
+    exception.write(oprot);
+    finishWrite(oprot);
+}
+
+// Consumes a reply that holds no result, and throws.
+[[gnu::cold]] [[noreturn]] void refuseReply(TProtocol* iprot, TMessageType type) {
     if (type == T_EXCEPTION) {
         TApplicationException exception;
         exception.read(iprot);
         finishRead(iprot);
         throw exception;
     }
-    if (type != T_REPLY) {
-        discardBody(iprot);
-        throw TApplicationException(TApplicationException::INVALID_MESSAGE_TYPE);
-    }
-    if (name != operation) {
-        discardBody(iprot);
-        throw TApplicationException(TApplicationException::WRONG_METHOD_NAME);
-    }
+    discardBody(iprot);
+    throw TApplicationException(type != T_REPLY ? TApplicationException::INVALID_MESSAGE_TYPE
+                                                : TApplicationException::WRONG_METHOD_NAME);
 }
 
-void throwMissingResult(const std::string& operation) {
+}  // namespace
+
+[[gnu::cold]] const std::string& keep(std::string_view name,
+                                      std::atomic<const std::string*>& place) {
+    auto made = std::make_unique<const std::string>(name);
+    const std::string* first = nullptr;
+    return place.compare_exchange_strong(first, made.get()) ? *made.release() : *first;
+}
+
+void writeMessage(TProtocol* oprot, const std::string& name, TMessageType type, int32_t seqid,
+                  const Record& shape, const void* record) {
+    withExactType(oprot, [&](auto* exact) {
+        exact->writeMessageBegin(name, type, seqid);
+        writeRecord(exact, shape, record);
+        finishWrite(exact);
+    });
+}
+
+void readBody(TProtocol* iprot, const Record& shape, void* record) {
+    withExactType(iprot, [&](auto* exact) {
+        readRecord(exact, shape, record);
+        finishRead(exact);
+    });
+}
+
+void readReply(TProtocol* iprot, std::string_view operation, const Record& shape, void* reply) {
+    withExactType(iprot, [&](auto* exact) {
+        std::string name;
+        TMessageType type = T_CALL;
+        int32_t seqid = 0;
+        exact->readMessageBegin(name, type, seqid);
+        if (type != T_REPLY || name != operation) {
+            refuseReply(iprot, type);
+        }
+        readRecord(exact, shape, reply);
+        finishRead(exact);
+    });
+}
+
+[[gnu::cold]] void throwMissingResult(std::string_view operation) {
     throw TApplicationException(TApplicationException::MISSING_RESULT,
-                                operation + " failed: unknown result");
+                                std::string(operation) + " failed: unknown result");
 }
 
 bool acceptCall(TProtocol* iprot, TProtocol* oprot, std::string& name, int32_t& seqid) {
@@ -86,17 +113,17 @@ bool acceptCall(TProtocol* iprot, TProtocol* oprot, std::string& name, int32_t& 
     return false;
 }
 
-void rejectUnknownMethod(TProtocol* iprot, TProtocol* oprot, const std::string& name,
-                         int32_t seqid) {
+[[gnu::cold]] void rejectUnknownMethod(TProtocol* iprot, TProtocol* oprot, const std::string& name,
+                                       int32_t seqid) {
     discardBody(iprot);
     writeException(oprot, name, seqid,
                    TApplicationException(TApplicationException::UNKNOWN_METHOD,
                                          "Invalid method name: '" + name + "'"));
 }
 
-void answerFailure(TProtocol* oprot, const std::string& operation, int32_t seqid,
-                   const std::exception& failure) {
-    writeException(oprot, operation, seqid,
+[[gnu::cold]] void answerFailure(TProtocol* oprot, std::string_view operation, int32_t seqid,
+                                 const std::exception& failure) {
+    writeException(oprot, std::string(operation), seqid,
                    TApplicationException(TApplicationException::UNKNOWN, failure.what()));
 }
 

@@ -3,8 +3,10 @@
 
 #include <TavIDL/records/codec.h>
 
+#include <atomic>
 #include <exception>
 #include <string>
+#include <string_view>
 
 // One call, told once for all services: a request is a header, one record and an
 // end; so is its reply. What follows is the order of protocol and transport calls
@@ -23,29 +25,41 @@ using apache::thrift::protocol::TMessageType;
 
 // --- Both sides
 
+// An operation's name as protocols take it. Made at the first call and kept as long as the
+// process lives: the longest would otherwise be allocated in each call. Two threads may both
+// make it; the first to put it in `place` wins.
+const std::string& keep(std::string_view name, std::atomic<const std::string*>& place);
+
+template <typename CallRecord>
+const std::string& kept(std::string_view name) {
+    static std::atomic<const std::string*> place{nullptr};
+    const std::string* made = place.load(std::memory_order_acquire);
+    return made != nullptr ? *made : keep(name, place);
+}
+
 void writeMessage(TProtocol* oprot, const std::string& name, TMessageType type, int32_t seqid,
                   const Record& shape, const void* record);
-void finishRead(TProtocol* iprot);
+
+// Reads a message's record and ends the message.
+void readBody(TProtocol* iprot, const Record& shape, void* record);
 
 // --- Calling side
 
 template <typename Arguments>
-void sendCall(TProtocol* oprot, const std::string& operation, const Arguments& arguments) {
-    writeMessage(oprot, operation, apache::thrift::protocol::T_CALL, 0, table<Arguments>,
-                 &arguments);
+void sendCall(TProtocol* oprot, std::string_view operation, const Arguments& arguments) {
+    writeMessage(oprot, kept<Arguments>(operation), apache::thrift::protocol::T_CALL, 0,
+                 table<Arguments>, &arguments);
 }
 
-// Reads a reply's header. Throws the peer's exception, INVALID_MESSAGE_TYPE or
+// Reads a whole reply. Throws the peer's exception, INVALID_MESSAGE_TYPE or
 // WRONG_METHOD_NAME, each with the whole reply consumed.
-void expectReply(TProtocol* iprot, const std::string& operation);
+void readReply(TProtocol* iprot, std::string_view operation, const Record& shape, void* reply);
 
-[[noreturn]] void throwMissingResult(const std::string& operation);
+[[noreturn]] void throwMissingResult(std::string_view operation);
 
 template <typename Reply>
-void receiveReply(TProtocol* iprot, const std::string& operation, Reply& reply) {
-    expectReply(iprot, operation);
-    read(iprot, reply);
-    finishRead(iprot);
+void receiveReply(TProtocol* iprot, std::string_view operation, Reply& reply) {
+    readReply(iprot, operation, table<Reply>, &reply);
     if (!reply.__isset.success) {
         throwMissingResult(operation);
     }
@@ -84,18 +98,17 @@ bool callOperation(Processor& processor, const OperationMap& operations, TProtoc
 
 template <typename Arguments>
 void readArguments(TProtocol* iprot, Arguments& arguments) {
-    read(iprot, arguments);
-    finishRead(iprot);
+    readBody(iprot, table<Arguments>, &arguments);
 }
 
-void answerFailure(TProtocol* oprot, const std::string& operation, int32_t seqid,
+void answerFailure(TProtocol* oprot, std::string_view operation, int32_t seqid,
                    const std::exception& failure);
 
 // Calls the handler and answers with what came of it. Only the call is guarded: a
 // failure to write the answer is the server's to see. An exception that is no
 // std::exception passes, with nothing answered.
 template <typename Result, typename HandlerCall>
-void answer(TProtocol* oprot, const std::string& operation, int32_t seqid, Result& result,
+void answer(TProtocol* oprot, std::string_view operation, int32_t seqid, Result& result,
             HandlerCall callHandler) {
     try {
         callHandler();
@@ -104,8 +117,8 @@ void answer(TProtocol* oprot, const std::string& operation, int32_t seqid, Resul
         return;
     }
     result.__isset.success = true;
-    writeMessage(oprot, operation, apache::thrift::protocol::T_REPLY, seqid, table<Result>,
-                 &result);
+    writeMessage(oprot, kept<Result>(operation), apache::thrift::protocol::T_REPLY, seqid,
+                 table<Result>, &result);
 }
 
 }  // namespace TavIDL::wire

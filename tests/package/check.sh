@@ -71,10 +71,10 @@ development_component() {
 ./lib/pkgconfig/TavIDL.pc
 ./share/TavIDL/TAV_IDL.thrift
 END
-    # All headers but the internal ones: the codec, the envelope and the tables.
+    # All headers but the internal ones.
     expect "$(grep '\.h$' <<<"$files")" < <(
         cd "$SOURCE" && find TavIDL -name '*.h' ! -name codec.h ! -name envelope.h \
-            ! -name tables.h ! -name '*Tables.h' -printf './include/%p\n' | sort
+            ! -name tables.h ! -name protocols.h ! -name '*Tables.h' -printf './include/%p\n' | sort
     )
 }
 
@@ -140,6 +140,18 @@ other_libthrift() {
         fail "TavIDL.pc lets itself be used with another libthrift: $said"
     fi
     grep -q '0\.99\.0' <<<"$said" || fail "it is refused, but not for that: $said"
+}
+
+direct_calls() {
+    local lib=$WORK/shared/moved/lib program=$WORK/direct_calls
+    export PKG_CONFIG_PATH=$lib/pkgconfig
+    # shellcheck disable=SC2046,SC2086  # words, as in anyone's makefile
+    $CXX -std=c++11 -O2 -fvisibility=hidden $warnings "$here/direct_calls.cpp" -o "$program" \
+        $(pkg-config --cflags --libs TavIDL) -ldl
+    expect "$(LD_LIBRARY_PATH=$lib "$program")" <<'END'
+libTavIDL.so.1 libTavIDL.so.1 direct_calls
+libTavIDL.so.1 libTavIDL.so.1 direct_calls
+END
 }
 
 # Directories given as absolute paths, as distributions do.
