@@ -33,7 +33,7 @@ public:
 template <typename Base>
 class DerivedProtocolTest : public testing::Test {};
 using Bases = testing::Types<TBinaryProtocol, TCompactProtocol>;
-TYPED_TEST_SUITE(DerivedProtocolTest, Bases);
+TYPED_TEST_SUITE(DerivedProtocolTest, Bases, );
 
 TYPED_TEST(DerivedProtocolTest, HasItsOverridesCalledWhenARecordIsWritten) {
     const auto buffer = std::make_shared<TMemoryBuffer>();
