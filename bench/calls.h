@@ -143,6 +143,11 @@ private:
     typename Names::List list_;
 };
 
+class DerivedProtocol : public apache::thrift::protocol::TBinaryProtocol {
+public:
+    using TBinaryProtocolT::TBinaryProtocolT;
+};
+
 // Calls `make` with a null pointer of the encoding's protocol type.
 template <typename Make>
 auto withProtocolType(Encoding encoding, Make make) {
@@ -152,8 +157,10 @@ auto withProtocolType(Encoding encoding, Make make) {
             return make(static_cast<TBinaryProtocol*>(nullptr));
         case Encoding::compact:
             return make(static_cast<TCompactProtocol*>(nullptr));
-        default:
+        case Encoding::json:
             return make(static_cast<TJSONProtocol*>(nullptr));
+        default:
+            return make(static_cast<DerivedProtocol*>(nullptr));
     }
 }
 

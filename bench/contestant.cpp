@@ -1,12 +1,6 @@
-#include "contestant.h"
-
-#include <thrift/protocol/TBinaryProtocol.h>
-#include <thrift/protocol/TCompactProtocol.h>
-#include <thrift/protocol/TJSONProtocol.h>
+#include "calls.h"
 
 namespace bench {
-
-using namespace apache::thrift::protocol;
 
 const char* nameOf(Encoding encoding) {
     switch (encoding) {
@@ -14,21 +8,18 @@ const char* nameOf(Encoding encoding) {
             return "binary";
         case Encoding::compact:
             return "compact";
-        default:
+        case Encoding::json:
             return "json";
+        default:
+            return "derived";
     }
 }
 
 std::shared_ptr<TProtocol> makeProtocol(
     Encoding encoding, std::shared_ptr<apache::thrift::transport::TTransport> transport) {
-    switch (encoding) {
-        case Encoding::binary:
-            return std::make_shared<TBinaryProtocol>(transport);
-        case Encoding::compact:
-            return std::make_shared<TCompactProtocol>(transport);
-        default:
-            return std::make_shared<TJSONProtocol>(transport);
-    }
+    return withProtocolType(encoding, [&](auto* type) -> std::shared_ptr<TProtocol> {
+        return std::make_shared<std::remove_pointer_t<decltype(type)>>(transport);
+    });
 }
 
 const char* nameOf(Operation operation) {

@@ -16,8 +16,11 @@ namespace bench {
 using apache::thrift::TProcessor;
 using apache::thrift::protocol::TProtocol;
 
-enum class Encoding { binary, compact, json };
-constexpr Encoding kEncodings[] = {Encoding::binary, Encoding::compact, Encoding::json};
+// `derived` is a protocol of a program's own, derived from the binary one: libraries that look
+// at a protocol's type do not know it.
+enum class Encoding { binary, compact, json, derived };
+constexpr Encoding kEncodings[] = {Encoding::binary, Encoding::compact, Encoding::json,
+                                   Encoding::derived};
 const char* nameOf(Encoding encoding);
 std::shared_ptr<TProtocol> makeProtocol(
     Encoding encoding, std::shared_ptr<apache::thrift::transport::TTransport> transport);
