@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <new>
 
 namespace {
@@ -28,14 +29,14 @@ void operator delete(void* memory, std::size_t) noexcept {
     std::free(memory);
 }
 
-int main(int count, char** arguments) {
+int main(int count, char** arguments) try {
     constexpr int kWarmUp = 3;  // buffers grow, names are bound
     for (int i = 1; i < count; ++i) {
         const std::size_t length = std::strtoul(arguments[i], nullptr, 10);
-        bench::checkSameBytes(length);
-        for (const bench::Contestant* contestant : bench::kContestants) {
-            for (const bench::Operation operation : bench::kOperations) {
-                for (const bench::Encoding encoding : bench::kEncodings) {
+        for (const bench::Operation operation : bench::kOperations) {
+            for (const bench::Encoding encoding : bench::kEncodings) {
+                bench::checkSameBytes(operation, encoding, length);
+                for (const bench::Contestant* contestant : bench::kContestants) {
                     bench::MemoryExchange exchange(*contestant, operation, encoding, length);
                     for (int n = 0; n < kWarmUp; ++n) {
                         exchange.call();
@@ -52,4 +53,7 @@ int main(int count, char** arguments) {
             }
         }
     }
+} catch (const std::exception& failure) {
+    std::fprintf(stderr, "bench_counts: %s\n", failure.what());
+    return 1;
 }

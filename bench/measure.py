@@ -33,7 +33,8 @@ def counts(program):
         # which ones it takes otherwise depends on the processor.
         environment = dict(os.environ, LD_BIND_NOW="1",
                            GLIBC_TUNABLES="glibc.cpu.hwcaps=-AVX2_Usable,-AVX2,-AVX512F,-ERMS")
-        lines = run("valgrind", "--tool=callgrind", f"--callgrind-out-file={directory}/out",
+        lines = run("valgrind", "--quiet", "--tool=callgrind",
+                    f"--callgrind-out-file={directory}/out",
                     program, SHORT, LONG, env=environment)
         for line in lines.splitlines():
             *cell, number = line.split()

@@ -5,6 +5,8 @@
 
 #include <thrift/transport/TBufferTransports.h>
 
+#include <utility>
+
 namespace bench {
 
 // A client and a processor of one contestant, joined by two memory buffers.
@@ -16,11 +18,14 @@ public:
     // One whole call: client send, processor, client receive.
     void call();
 
-    // What the last call sent each way.
-    std::string request() const { return request_->getBufferAsString(); }
-    std::string reply() const { return reply_->getBufferAsString(); }
+    // The same, and what it sent each way.
+    std::pair<std::string, std::string> requestAndReply();
 
 private:
+    void send();
+    void process();
+    void receive();
+
     const Operation operation_;
     std::shared_ptr<apache::thrift::transport::TMemoryBuffer> request_;
     std::shared_ptr<apache::thrift::transport::TMemoryBuffer> reply_;
@@ -30,8 +35,8 @@ private:
     std::unique_ptr<Caller> caller_;
 };
 
-// Throws unless all contestants exchange the same bytes in every operation and encoding.
-void checkSameBytes(std::size_t length);
+// Throws unless all contestants exchange the same bytes in this call.
+void checkSameBytes(Operation operation, Encoding encoding, std::size_t length);
 
 }  // namespace bench
 
