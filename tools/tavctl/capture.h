@@ -10,8 +10,8 @@
 //
 //     {"capture": 1, "protocol": "binary", "transport": "buffered"}
 //
-// each other one holds the bytes of one message, with credentials overwritten, or after a broken
-// one bytes that could not be decoded:
+// each other one holds the bytes of one message, with credentials overwritten, as far as it could
+// be decoded:
 //
 //     {"connection": 1, "from": "client", "ms": 12.5, "hex": "80010001..."}
 

@@ -142,13 +142,12 @@ public:
     // What was read ahead, up to the few bytes that guess() looks at.
     std::string ahead() const { return ahead_.substr(next_, 16); }
 
-    // What was read ahead, without counting it to a message.
-    std::string takeAhead() {
+    // Drops what was read ahead.
+    std::size_t skipAhead() {
         more();
-        std::string bytes = ahead_.substr(next_);
+        const std::size_t size = ahead_.size() - next_;
         next_ = ahead_.size();
-        begin += bytes.size();
-        return bytes;
+        return size;
     }
 
 private:
@@ -205,24 +204,29 @@ public:
                                                                           : "the frame ends ") +
                                    within}};
         }
-        return {{"offset", begin_}, {"reason", failure.what() + (" " + within)}};
+        // libthrift may quote what it has read.
+        const bool secret = !secrets_.empty() && !secrets_.back().whole;
+        return {{"offset", begin_},
+                {"reason", (secret ? "no credential" : failure.what()) + (" " + within)}};
     }
 
     // Overwrites what must not be shown. A string's bytes lie at the end of its item; in JSON
-    // between quotes.
+    // between quotes, and what is no string may have none. What comes in a frame after a break may
+    // be anything.
     void mask(std::string& bytes) const {
+        std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(offset() - source_->begin),
+                  bytes.end(), '*');
         for (const Secret& secret : secrets_) {
             auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(secret.begin - source_->begin);
             auto end = secret.whole ? bytes.begin() +
                                           static_cast<std::ptrdiff_t>(secret.end - source_->begin)
                                     : bytes.end();
             if (settings_.protocol == "json") {
-                begin = std::min(std::find(begin, end, '"') + 1, end);
-                end = secret.whole ? std::find(std::make_reverse_iterator(end),
-                                               std::make_reverse_iterator(begin), '"')
-                                             .base() -
-                                         1
-                                   : end;
+                begin = std::find(begin, end, '"');
+                begin += begin == end ? 0 : 1;
+                const auto quote = std::find(std::make_reverse_iterator(end),
+                                             std::make_reverse_iterator(begin), '"');
+                end = secret.whole && quote.base() != begin ? quote.base() - 1 : end;
             } else if (secret.whole) {
                 begin = end - secret.size;
             }
@@ -458,12 +462,15 @@ const std::string& MessageReader::bytes() const {
 std::string MessageReader::mismatch() const {
     const std::string expected = settings_.protocol + " over " + settings_.transport;
     const std::string known = broken_ ? guess(source_->message + source_->ahead()) : "";
-    return known.empty() || known == expected ? "" : "it looks like " + known + ", not " + expected;
+    if (known.empty() || known == expected) {
+        return "";
+    }
+    return "it looks like " + known +
+           (known == "TLS" ? ", which only its two ends can read" : ", not " + expected);
 }
 
-std::string MessageReader::rest() {
-    source_->beginMessage();
-    return source_->takeAhead();
+std::size_t MessageReader::skipRest() {
+    return source_->skipAhead();
 }
 
 // --- For people

@@ -39,8 +39,8 @@ public:
     // and that seems to be why; else empty.
     std::string mismatch() const;
 
-    // After a broken message: up to 64 KiB of what follows, as it is. Empty at the end.
-    std::string rest();
+    // After a broken message: reads on without decoding. Returns how many bytes, 0 at the end.
+    std::size_t skipRest();
 
 private:
     class Source;

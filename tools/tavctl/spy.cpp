@@ -72,9 +72,14 @@ public:
         if (!options.file.empty()) {
             file_.open(options.file, std::ios::binary);
             file_ << captureHead(options.settings).dump() << std::endl;
-            checkFile();
+            if (!file_) {
+                throw cannotWrite();
+            }
         }
     }
+
+    // Whether all was written that was to be.
+    bool complete() const { return !incomplete_; }
 
     // Serves one connection.
     void pass(std::shared_ptr<TSocket> client) {
@@ -128,11 +133,10 @@ private:
             }
             write(connection, from, reader.bytes());
         }
-        // It is passed on all the same.
+        // It is passed on all the same. But it is not kept: it may hold a credential.
         uint64_t undecoded = 0;
-        for (std::string bytes = reader.rest(); !bytes.empty(); bytes = reader.rest()) {
-            undecoded += bytes.size();
-            write(connection, from, bytes);
+        while (const std::size_t size = reader.skipRest()) {
+            undecoded += size;
         }
         if (undecoded > 0) {
             note("connection " + std::to_string(connection) + ": " + std::to_string(undecoded) +
@@ -141,9 +145,6 @@ private:
     }
 
     void write(int connection, const char* from, const std::string& bytes) {
-        if (!file_.is_open()) {
-            return;
-        }
         const std::chrono::duration<double, std::milli> time =
             std::chrono::steady_clock::now() - begin_;
         const Json line = {{"connection", connection},
@@ -151,15 +152,18 @@ private:
                            {"ms", std::round(time.count() * 10) / 10},
                            {"hex", toHex(bytes)}};
         const std::lock_guard<std::mutex> lock(mutex_);
-        file_ << line.dump() << std::endl;
-        checkFile();
+        if (file_.is_open() && !(file_ << line.dump() << std::endl)) {
+            // Who is spied on must not suffer from it.
+            const Failure failure = cannotWrite();
+            printError(static_cast<int>(failure.status), failure.line());
+            incomplete_ = true;
+            file_.close();
+        }
     }
 
-    void checkFile() {
-        if (!file_) {
-            throw Failure(Exit::Broken, "cannot write to '" + options_.file + "'",
-                          "check the path, and that there is room");
-        }
+    Failure cannotWrite() const {
+        return {Exit::Broken, "cannot write to '" + options_.file + "'",
+                "check the path, and that there is room"};
     }
 
     const Options& options_;
@@ -169,6 +173,7 @@ private:
     std::mutex mutex_;  // of what follows
     std::map<int, std::shared_ptr<TSocket>> targets_;
     std::ofstream file_;
+    bool incomplete_ = false;
 };
 
 }  // namespace
@@ -197,7 +202,7 @@ void addSpy(CLI::App& app, Run& run) {
             stop::wait();
             spy.interrupt();
             server.stop();
-            return 0;
+            return spy.complete() ? 0 : static_cast<int>(Exit::Broken);
         };
     });
 }
