@@ -36,6 +36,13 @@ class DecodeTest(ToolTest):
             file.write(CLOSE["binary"])
         self.assertEqual((0, self.SHOWN % 25, ""), tavctl("decode", path))
 
+    def testWhatCannotBeReadIsBadUsage(self):
+        self.assertEndsWith(2, "cannot read '/': Is a directory", tavctl("decode", "/"))
+        with open(os.path.join(self.directory(), "unreadable"), "wb") as unreadable:
+            ended = subprocess.run([TAVCTL, "decode"], stdin=unreadable, capture_output=True)
+        self.assertEqual(2, ended.returncode)
+        self.assertIn(b"cannot read standard input: Bad file descriptor", ended.stderr)
+
     def testMessagesInARowAreShownWithTheirOffsets(self):
         status, out, err = decode(2 * CLOSE["binary"])
         self.assertEqual(0, status)
@@ -43,6 +50,19 @@ class DecodeTest(ToolTest):
         status, out, err = decode(b"\n".join(2 * [CLOSE["json"]]) + b"\n", "--protocol", "json")
         self.assertEqual(0, status, err)
         self.assertIn("31 bytes at 32\n", out)
+
+    def testMessagesAreShownAsTheyCome(self):
+        capture = '{"capture":1,"protocol":"binary","transport":"buffered"}\n'
+        line = '{"connection":1,"from":"client","ms":1.0,"hex":"%s"}\n' % CLOSE["binary"].hex()
+        shown = self.SHOWN.splitlines()[0] % 25
+        for data, expected in [(CLOSE["binary"], shown), (CLOSE["binary"].hex().encode(), shown),
+                               ((capture + line).encode(), "[1] client")]:
+            with self.subTest(data):
+                process = start(self, "decode")
+                # It looks at 64 bytes to tell what they are.
+                process.process.stdin.write(data + data[-1:] + data)
+                process.process.stdin.flush()
+                self.assertEqual(expected, process.line())
 
     def testNothingIsNoMessage(self):
         self.assertEqual((0, "", ""), decode(b""))
@@ -140,6 +160,21 @@ class BrokenTest(ToolTest):
         status, out, err = decode(message)
         self.assertIn("credential  string ***\n", out)
         self.assertNotIn("ses", out + err)
+
+    def testACredentialOfAnotherTypeIsNotQuoted(self):
+        for value, expected in [(b'"dbl":"sesame"', (6, "no credential in a double that begins")),
+                                (b'"i32":"sesame"', (6, "breaks at byte")),
+                                (b'"str":"', (6, "the bytes end in a string")),
+                                (b'"str"', (6, "the bytes end in a string")),
+                                (b'"i32":5', (0, "credential  i32    ***")),
+                                (b'"rec":{"1":{"str":"sesame"}}', (0, "credential  struct ***"))]:
+            with self.subTest(value):
+                end = b"}}]" if value.count(b'"') > 3 or value[-1:] == b"5" else b""
+                status, out, err = decode(b'[1,"OpenEmp",1,0,{"3":{' + value + end,
+                                          "--protocol", "json")
+                self.assertEqual(expected[0], status)
+                self.assertIn(expected[1], out)
+                self.assertNotIn("sesame", out + err)
 
     def testDepthIsBounded(self):
         deep = bytes.fromhex("80010001 00000001 78 00000000") + 1000 * bytes.fromhex("0c0001")

@@ -1,7 +1,10 @@
+#include <fcntl.h>
 #include <thrift/transport/TBufferTransports.h>
+#include <unistd.h>
 
-#include <fstream>
-#include <iostream>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
 
 #include "capture.h"
 #include "failure.h"
@@ -14,63 +17,103 @@ namespace {
 constexpr char kSpace[] = " \t\r\n";
 constexpr char kHexDigits[] = "0123456789abcdefABCDEF";
 
-// Raw bytes.
-class Bytes : public apache::thrift::transport::TVirtualTransport<Bytes> {
+// The bytes of a file or of standard input ("-"), as they come.
+class Input : public apache::thrift::transport::TVirtualTransport<Input> {
 public:
-    explicit Bytes(std::istream& input) : input_(input) {}
+    explicit Input(const std::string& path)
+        : name_(path == "-" ? "standard input" : "'" + path + "'"),
+          descriptor_(path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+        if (descriptor_ < 0) {
+            refuse();
+        }
+    }
 
     bool isOpen() const override { return true; }
 
     uint32_t read(uint8_t* bytes, uint32_t count) {
-        input_.read(reinterpret_cast<char*>(bytes), count);
-        return static_cast<uint32_t>(input_.gcount());
+        if (ahead().empty()) {
+            readAhead();
+        }
+        const auto got = static_cast<uint32_t>(ahead().copy(reinterpret_cast<char*>(bytes), count));
+        next_ += got;
+        return got;
+    }
+
+    bool get(char& c) { return read(reinterpret_cast<uint8_t*>(&c), 1) == 1; }
+
+    // What has been read, but not taken.
+    std::string_view ahead() const { return std::string_view(buffer_).substr(next_); }
+
+    // Reads more of it. Returns false at the end.
+    bool readAhead() {
+        char bytes[1 << 16];
+        ssize_t count = 0;
+        do {
+            count = ::read(descriptor_, bytes, sizeof bytes);
+        } while (count < 0 && errno == EINTR);
+        if (count < 0) {
+            refuse();
+        }
+        buffer_.erase(0, next_).append(bytes, static_cast<std::size_t>(count));
+        next_ = 0;
+        return count > 0;
     }
 
 private:
-    std::istream& input_;
+    [[noreturn]] void refuse() const {
+        throw Failure(Exit::Usage, "cannot read " + name_ + ": " + std::strerror(errno),
+                      "check that it is a file, there, and yours to read");
+    }
+
+    const std::string name_;
+    const int descriptor_;
+    std::string buffer_;
+    std::size_t next_ = 0;
 };
 
 // Bytes as hexadecimal digits, with space anywhere between bytes.
 class HexBytes : public apache::thrift::transport::TVirtualTransport<HexBytes> {
 public:
-    explicit HexBytes(std::istream& input) : input_(input) {}
+    explicit HexBytes(std::shared_ptr<Input> input) : input_(std::move(input)) {}
 
     bool isOpen() const override { return true; }
 
     uint32_t read(uint8_t* bytes, uint32_t count) {
         uint32_t got = 0;
-        std::string digits;
         char c = 0;
-        while (got < count && input_.get(c)) {
+        // What there is; it waits only if that is nothing.
+        while (got < count && (got == 0 || !input_->ahead().empty()) && input_->get(c)) {
             ++place_;
-            if (digits.empty() && std::string(kSpace).find(c) != std::string::npos) {
+            if (digits_.empty() && std::string(kSpace).find(c) != std::string::npos) {
                 continue;
             }
-            digits += c;
-            if (digits.size() == 2) {
-                bytes[got++] = static_cast<uint8_t>(byteFrom(digits));
-                digits.clear();
+            digits_ += c;
+            if (digits_.size() == 2) {
+                bytes[got++] = takeByte();
             }
         }
-        if (!digits.empty()) {
-            byteFrom(digits);
+        if (got == 0 && !digits_.empty()) {
+            takeByte();
         }
         return got;
     }
 
 private:
-    char byteFrom(const std::string& digits) const {
+    uint8_t takeByte() {
         try {
-            return fromHex(digits)[0];
+            const char byte = fromHex(digits_)[0];
+            digits_.clear();
+            return static_cast<uint8_t>(byte);
         } catch (const std::invalid_argument&) {
             throw Failure(Exit::Usage,
                           "there is no hexadecimal byte at character " +
-                              std::to_string(place_ - digits.size()),
+                              std::to_string(place_ - digits_.size()),
                           "use --format raw if these are raw bytes");
         }
     }
 
-    std::istream& input_;
+    std::shared_ptr<Input> input_;
+    std::string digits_;
     uint64_t place_ = 0;
 };
 
@@ -80,7 +123,7 @@ public:
 
     void stream(std::shared_ptr<TTransport> bytes) { decode(std::move(bytes), "", Json::object()); }
 
-    void capture(std::istream& input) {
+    void capture(Input& input) {
         std::string line;
         readLine(input, line);
         readCaptureHead(line, settings_);
@@ -108,7 +151,7 @@ public:
 
 private:
     // The longest is a message, in hex.
-    static bool readLine(std::istream& input, std::string& line) {
+    static bool readLine(Input& input, std::string& line) {
         constexpr std::size_t kLimit = 2 * kMessageLimit + 1000;
         line.clear();
         char c = 0;
@@ -154,41 +197,34 @@ private:
 };
 
 // By the first bytes: messages of no protocol consist of hexadecimal digits alone.
-std::string formatOf(std::istream& input) {
+std::string formatOf(Input& input) {
+    constexpr std::size_t kEnough = 64;
     const std::string digits = std::string(kHexDigits) + kSpace;
-    std::string begin(64, '\0');
-    input.read(begin.data(), static_cast<std::streamsize>(begin.size()));
-    begin.resize(static_cast<std::size_t>(input.gcount()));
-    input.clear();
-    for (auto c = begin.rbegin(); c != begin.rend(); ++c) {
-        input.putback(*c);
+    const std::string_view begin = kCaptureBegin;
+    const auto isHex = [&] { return input.ahead().find_first_not_of(digits) == std::string::npos; };
+    const auto isCapture = [&] {
+        return input.ahead().substr(0, begin.size()) == begin.substr(0, input.ahead().size());
+    };
+    while (input.ahead().size() < kEnough && (isHex() || isCapture()) && input.readAhead()) {
     }
-    if (begin.compare(0, sizeof kCaptureBegin - 1, kCaptureBegin) == 0) {
+    if (isCapture() && !input.ahead().empty()) {
         return "capture";
     }
-    return begin.find_first_not_of(digits) == std::string::npos ? "hex" : "raw";
+    return isHex() ? "hex" : "raw";
 }
 
 int decode(const Settings& settings, const std::string& path, std::string format) {
-    std::ifstream file;
-    if (path != "-") {
-        file.open(path, std::ios::binary);
-        if (!file) {
-            throw Failure(Exit::Usage, "cannot read '" + path + "'",
-                          "check that the file is there and yours to read");
-        }
-    }
-    std::istream& input = path == "-" ? std::cin : file;
+    const auto input = std::make_shared<Input>(path);
     if (format == "auto") {
-        format = formatOf(input);
+        format = formatOf(*input);
     }
     Decoding decoding(settings);
     if (format == "capture") {
-        decoding.capture(input);
+        decoding.capture(*input);
     } else if (format == "hex") {
         decoding.stream(std::make_shared<HexBytes>(input));
     } else {
-        decoding.stream(std::make_shared<Bytes>(input));
+        decoding.stream(input);
     }
     return decoding.finish();
 }
