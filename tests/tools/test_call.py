@@ -177,10 +177,20 @@ class StatusTest(ToolTest):
             (["call", "a:1", "TavEmp.Close", "x"], "write key=value"),
             (["call", "a:1", "TavEmp.Close", "--expect-true"], "returns no bool"),
             (["call", "a:1", "TavEmp.Close", "--protocol", "xml"], "xml"),
-            (["call", "a:1", "TavEmp.Close", "--timeout", "0"], "0"),
+            (["call", "::1:9090", "TavEmp.Close"], "'::1:9090' is no address"),
+            (["call", "[::1:9090", "TavEmp.Close"], "'[::1:9090' is no address"),
+            (["call", "http://a:80", "TavEmp.Close"], "'http://a:80' is no address"),
+            (["call", "a:1", "TavEmp.Close", "--timeout", "0"], "'0' is no number of seconds"),
+            (["call", "a:1", "TavEmp.Close", "--timeout", "nan"], "'nan' is no number of seconds"),
+            (["call", "a:1", "TavEmp.Close", "clientID=1", "clientID=2"], "'clientID' twice"),
+            (["call", "a:1", "TavEmp.ExecuteWithParamList", 'paramList={"param1":"","param1":""}'],
+             "'param1' is in it twice"),
             (["call", "a:1", "TavEmp.Close", "--tls"], "--tls needs --ca"),
             (["decode", "/nonexistent"], "cannot read '/nonexistent'"),
             (["serve", "emp", "--reply", "Open=perhaps"], "true or false"),
+            (["serve", "emp", "--reply", "Close=1", "--reply", "Close=2"], "Close is answered twice"),
+            (["serve", "emp", "--fail", "Close=1", "--fail", "Close=2"], "Close is answered twice"),
+            (["serve", "emp", "--reply", "Close=1", "--fail", "Close=2"], "Close is answered twice"),
         ]:
             with self.subTest(words):
                 self.assertEndsWith(2, error, tavctl(*words))
@@ -254,10 +264,59 @@ class StatusTest(ToolTest):
         self.assertEndsWith(6, "longer than 16777216 bytes",
                             self.close(Peer(self, endless), "--protocol", "json"))
 
+    def testWhatAPeerHasToSayIsCut(self):
+        class Refusing(Emp):
+            def Close(self, clientID):
+                raise TavEmp.TApplicationException(0, 100000 * "x")
+
+        peer = generated_peer(self, TavEmp.Processor(Refusing()))
+        self.assertEqual(4000, len(self.close(peer)[2]) - len("tavctl: ...\n"))
+
+    def testAnErrorIsATextWithJsonWhateverThePeerSays(self):
+        answer = bytes.fromhex("80010003 00000005 436c6f7365 00000000 0b 0001 00000001 ff 00")
+        status, _, err = self.close(saying(self, answer), "--json")
+        self.assertEqual(5, status)
+        self.assertIn("answered UNKNOWN: \ufffd; ", json.loads(err)["error"])
+
     def testErrorsAreObjectsWithJson(self):
         _, _, err = tavctl("call", "nowhere", "TavEmp.Close", "--json")
         self.assertEqual({"status": 2}, {"status": json.loads(err)["status"]})
         self.assertIn("'nowhere' is no address", json.loads(err)["error"])
+
+
+class OutputTest(ToolTest):
+    """Standard streams that cannot be used."""
+
+    FULL = "tavctl: cannot write to standard output: No space left on device; write it elsewhere\n"
+
+    def run_with(self, redirection, *words):
+        """Returns status and standard error."""
+        ended = subprocess.run(["bash", "-c", '"$0" "$@" ' + redirection, TAVCTL, *words],
+                               env=environment(), capture_output=True, timeout=PATIENCE)
+        return ended.returncode, ended.stderr.decode()
+
+    def testOutputThatFindsNoRoomIsSix(self):
+        emp = generated_peer(self, TavEmp.Processor(Emp())).address
+        for words in (["call", emp, "TavEmp.Close"], ["describe"], ["--help"], ["--version"]):
+            with self.subTest(words):
+                self.assertEqual((6, self.FULL), self.run_with(">/dev/full", *words))
+
+    def testOutputThatNobodyReadsIsSixWithoutAWord(self):
+        self.assertEqual((6, ""), self.run_with("| true; exit ${PIPESTATUS[0]}", "describe",
+                                                "--thrift"))
+
+    def testAConnectionDoesNotTakeThePlaceOfAClosedStream(self):
+        received = []
+
+        class Recording(Emp):
+            def Close(self, clientID):
+                received.append(clientID)
+                return 1
+
+        peer = generated_peer(self, TavEmp.Processor(Recording()))
+        status, err = self.run_with("<&- >&-", "call", peer.address, "TavEmp.Close", "clientID=5")
+        self.assertEqual((6, [5]), (status, received))
+        self.assertIn("cannot write to standard output: Bad file descriptor", err)
 
 
 class TlsTest(ToolTest):
@@ -285,6 +344,49 @@ class TlsTest(ToolTest):
         self.assertEndsWith(3, "check the certificates",
                             tavctl("call", self.server(), "TavEmp.Close", "--tls",
                                    "--ca", self.file("wrong.crt")))
+
+    def testAFileThatIsNotThereIsNamed(self):
+        for option in ("--ca", "--cert", "--key"):
+            files = {"--ca": self.file("right.crt"), option: "/nonexistent"}
+            with self.subTest(option):
+                self.assertEndsWith(2, "cannot read '/nonexistent'; ",
+                                    tavctl("probe", "127.0.0.1:1", "--tls",
+                                           *[word for pair in files.items() for word in pair]))
+
+    def testProbeTellsThatAPeerSpeaksTls(self):
+        self.assertEndsWith(6, "it seems to speak TLS, try --tls", tavctl("probe", self.server()))
+
+    def testProbeTellsThatAPeerMayWantACertificate(self):
+        server = start(self, "serve", "emp", "--tls", "--cert", self.file("right.crt"),
+                       "--key", self.file("right.key"), "--ca", self.file("right.crt")).address()
+        tls = ["--tls", "--ca", self.file("right.crt")]
+        self.assertEndsWith(6, "--cert and --key", tavctl("probe", server, *tls))
+        self.assertEqual(0, tavctl("probe", server, *tls, "--cert", self.file("right.crt"),
+                                   "--key", self.file("right.key"))[0])
+
+    def testAnEventGoesThroughTls(self):
+        listener = start(self, "listen", "--tls", "--cert", self.file("right.crt"),
+                         "--key", self.file("right.key"))
+        tavctl("call", listener.address(), "TavEmpEvent.Callback", "eventType=3", "--tls",
+               "--ca", self.file("right.crt"))
+        self.assertEqual('event 3  ""  ""', listener.line())
+
+    def testOpenGoesThroughTls(self):
+        broker = start(self, "serve", "broker", "--tls", "--cert", self.file("right.crt"),
+                       "--key", self.file("right.key"), "--reply", "CloseEmp=true", "--reply",
+                       'OpenEmp={"empServicePort": %s}' % self.server().split(":")[1])
+        status, out, err = tavctl("open", broker.address(), "camera", "1.0", "--run", "Close",
+                                  "--quiet", "--tls", "--ca", self.file("right.crt"),
+                                  TAV_CREDENTIAL="sesame")
+        self.assertEqual((0, ""), (status, err))
+        self.assertIn("TavEmp.Close  3\n", out)
+
+    def testSpyPassesTlsOnAndTellsThatItCannotReadIt(self):
+        spy = start(self, "spy", "127.0.0.1:0", self.server())
+        self.assertEqual((0, "3\n", ""), tavctl("call", spy.address(), "TavEmp.Close", "--tls",
+                                                "--ca", self.file("right.crt")))
+        self.assertIn("  it looks like TLS, which only its two ends can read",
+                      [spy.line() for _ in range(4)])
 
     def testFilesThatAreNoCertificatesAreBadUsage(self):
         self.assertEndsWith(2, "--ca", tavctl("call", self.server(), "TavEmp.Close", "--tls",

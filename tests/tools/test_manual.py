@@ -93,6 +93,7 @@ class DescribeTest(ToolTest):
         self.assertIn("    3  empID                string\n",
                       tavctl("describe", "ConnectionInfo")[1])
         self.assertEndsWith(2, "there is no operation 'Nonsense'", tavctl("describe", "Nonsense"))
+        self.assertEndsWith(2, "leave out 'TavEmp'", tavctl("describe", "--thrift", "TavEmp"))
 
 
 class InstalledTest(ToolTest):

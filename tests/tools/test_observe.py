@@ -49,6 +49,10 @@ class ProbeTest(ToolTest):
         peer = saying(self, b"what?")
         self.assertEndsWith(6, "no protocol that is known here", tavctl("probe", peer.address))
 
+    def testBadUsageIsToldWithoutAsking(self):
+        self.assertEndsWith(2, "--tls needs --ca, to know the peer by\n",
+                            tavctl("probe", "127.0.0.1:1", "--tls"))
+
     def testNobodyThereIsNoConnection(self):
         with socket.create_server(("127.0.0.1", 0)) as closed:
             address = "127.0.0.1:%d" % closed.getsockname()[1]
@@ -149,6 +153,41 @@ class SpyTest(ToolTest):
         self.assertEqual(-7, client.Close(7))
         lines = [spy.line() for _ in range(4)]
         self.assertIn("  it looks like compact over framed, not binary over buffered", lines)
+
+    def testACredentialThatCannotBeFoundIsNotKept(self):
+        """In bytes that come after a break, be it in a frame or not."""
+        for protocol, transport in COMBINATIONS:
+            for wire in COMBINATIONS:
+                if wire == (protocol, transport):
+                    continue
+                with self.subTest(speaks=(protocol, transport), told=wire):
+                    peer = generated_peer(self, TavEmp.Processor(Emp()), protocol, transport)
+                    file = os.path.join(self.directory(), "capture")
+                    spy = start(self, "spy", "127.0.0.1:0", peer.address, "--write", file,
+                                "--protocol", wire[0], "--transport", wire[1])
+                    client = generated_client(self, TavEmp, spy.address(), protocol, transport)
+                    self.assertTrue(client.Open(7, "camera", "1.0", "sesame"))
+                    spy.signal(signal.SIGTERM)
+                    status, out, err = spy.wait()
+                    self.assertEqual(0, status)
+                    with open(file) as written:
+                        text = written.read()
+                    self.assertNotIn(b"sesame".hex(), text)
+                    self.assertNotIn("sesame", text + out + err)
+
+    def testAFullDiskIsToldAndNobodySuffersFromIt(self):
+        peer = generated_peer(self, TavEmp.Processor(Emp()))
+        file = os.path.join(self.directory(), "capture")
+        spy = Process(self, ["bash", "-c", "trap '' XFSZ; ulimit -f 1; exec \"$0\" \"$@\"", TAVCTL,
+                             "spy", "127.0.0.1:0", peer.address, "--write", file])
+        client = generated_client(self, TavEmp, spy.address())
+        for number in range(20):
+            self.assertEqual(-number, client.Close(number))
+        spy.signal(signal.SIGTERM)
+        status, out, err = spy.wait()
+        self.assertEqual(6, status)
+        self.assertEqual(40, out.count("Close"))
+        self.assertEqual(1, err.count("cannot write to '%s'; check the path" % file))
 
     def testATargetThatIsNotThereEndsTheConnection(self):
         with socket.create_server(("127.0.0.1", 0)) as closed:

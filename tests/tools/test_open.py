@@ -2,6 +2,7 @@
 
 import os
 import pty
+import time
 
 from support import *
 
@@ -143,6 +144,45 @@ class OpenTest(ToolTest):
         process.signal(signal.SIGTERM)
         self.assertEqual(128 + signal.SIGTERM, process.wait()[0])
 
+    def testItEndsAsSoonAsAllEventsAreShown(self):
+        def endsWithinItsPatience():
+            broker = Broker(0, free_port())
+            address = generated_peer(self, TavBroker.Processor(broker)).address
+            process = start(self, "open", address, "camera", "1.0", TAV_CREDENTIAL="sesame")
+            process.line("stderr")
+            process.signal(signal.SIGTERM)
+            while not process.line().startswith("TavBroker.CloseEmp"):
+                pass
+            closed = time.monotonic()
+            process.wait()
+            return time.monotonic() - closed < 1
+
+        # Sometimes at least: this machine may be busy.
+        self.assertTrue(any(endsWithinItsPatience() for _ in range(20)))
+
+    def testPortsThatAreNoneAreTheBrokersFault(self):
+        for empPort, callbackPort, error in [(0, 0, "gives empServicePort as 0, which is no port"),
+                                             (70000, 0, "gives empServicePort as 70000"),
+                                             (1, -5, "gives callbackServicePort as -5")]:
+            with self.subTest(error):
+                broker = Broker(empPort, callbackPort)
+                address = generated_peer(self, TavBroker.Processor(broker)).address
+                status, _, err = self.open(address, "camera", "1.0", "--run", "Close")
+                self.assertEqual(6, status)
+                self.assertIn("the broker at %s %s" % (address, error), err)
+                self.assertEqual(["the-emp"], broker.closed)
+
+    def testTheEmpIsClosedWhenTheOutputFindsNoRoom(self):
+        broker = Broker(0)
+        address = generated_peer(self, TavBroker.Processor(broker)).address
+        with open("/dev/full", "w") as full:
+            process = start(self, "open", address, "camera", "1.0", "--quiet", stdout=full,
+                            TAV_CREDENTIAL="sesame")
+        status, _, err = process.wait()
+        self.assertEqual((6, "tavctl: cannot write to standard output: No space left on device; "
+                             "write it elsewhere\n"), (status, err))
+        self.assertEqual(["the-emp"], broker.closed)
+
     def testTheEmpIsClosedWhenNobodyReadsTheOutput(self):
         reader, writer = os.pipe()
         broker = Broker(0, free_port())
@@ -155,7 +195,7 @@ class OpenTest(ToolTest):
         events = generated_client(self, TavEmpEvent,
                                   "127.0.0.1:%d" % broker.info.callbackServicePort)
         events.Callback(1, "a", "b")
-        process.wait()
+        self.assertEqual(6, process.wait()[0])
         self.assertEqual(["the-emp"], broker.closed)
 
     def testAWaitingOneEndsWellOnASignal(self):
@@ -164,7 +204,9 @@ class OpenTest(ToolTest):
         process = start(self, "open", address, "camera", "1.0", TAV_CREDENTIAL="sesame")
         process.line("stderr"), process.line("stderr")
         process.signal(signal.SIGINT)
-        self.assertEqual(0, process.wait()[0])
+        status, _, err = process.wait()
+        self.assertEqual((0, "tavctl: ending, once the EMP is closed; a second signal ends at once\n"),
+                         (status, err))
         self.assertEqual(["the-emp"], broker.closed)
 
     def testTheCredentialIsNeverShown(self):
@@ -235,7 +277,30 @@ class ListenTest(ToolTest):
                 self.assertEqual(expected, shown)
 
 
+    def testNohupKeepsItFromEndingOnAHangup(self):
+        process = Process(self, ["nohup", TAVCTL, "listen"])
+        address = process.address()
+        process.signal(signal.SIGHUP)
+        generated_client(self, TavEmpEvent, address).Callback(7, "a", "b")
+        self.assertEqual('event 7  "a"  "b"', process.line())
+        process.signal(signal.SIGTERM)
+        self.assertEqual(0, process.wait()[0])
+
+
 class ServeTest(ToolTest):
+    def testAClientThatDoesNotReadDoesNotHoldUpTheEnd(self):
+        process = start(self, "serve", "emp", "--reply", "Execute=" + 100000 * "x",
+                        stdout=subprocess.DEVNULL)
+        host, port = process.address().split(":")
+        call = bytes.fromhex("80010001 00000007 45786563757465 00000000 00")
+        with socket.create_connection((host, int(port))) as connection:
+            connection.setblocking(False)
+            with self.assertRaises(BlockingIOError):
+                while True:
+                    connection.send(1000 * call)
+            process.signal(signal.SIGTERM)
+            self.assertEqual(0, process.wait()[0])
+
     def testEachServiceIsServedToAGeneratedClient(self):
         broker = start(self, "serve", "broker", "--reply",
                        'OpenEmp={"empServicePort": 5, "empID": "x"}', "--reply", "CloseEmp=true",

@@ -1,5 +1,6 @@
 #include "connection.h"
 
+#include <openssl/ssl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -18,6 +19,7 @@
 #include <charconv>
 #include <chrono>
 #include <condition_variable>
+#include <fstream>
 #include <future>
 #include <mutex>
 #include <utility>
@@ -64,16 +66,21 @@ Address addressFrom(const std::string& text, bool zeroAllowed) {
     }
     const auto colon = text.rfind(':');
     address.host = text.substr(0, colon);
-    if (address.host.size() > 1 && address.host.front() == '[' && address.host.back() == ']') {
+    const bool version6 =
+        address.host.size() > 1 && address.host.front() == '[' && address.host.back() == ']';
+    if (version6) {
         address.host = address.host.substr(1, address.host.size() - 2);
     }
     const char* const end = text.data() + text.size();
     const char* const begin = colon == std::string::npos ? end : text.data() + colon + 1;
     const auto parsed = std::from_chars(begin, end, address.port);
-    if (address.host.empty() || parsed.ec != std::errc() || parsed.ptr != end ||
-        address.port < (zeroAllowed ? 0 : 1) || address.port > 65535) {
+    if (address.host.empty() ||
+        address.host.find_first_of(version6 ? "[]/" : "[]/:") != std::string::npos ||
+        parsed.ec != std::errc() || parsed.ptr != end || address.port < (zeroAllowed ? 0 : 1) ||
+        address.port > 65535) {
         throw Failure(Exit::Usage, "'" + text + "' is no address; write HOST:PORT (port " +
-                                       (zeroAllowed ? "0" : "1") + " to 65535) or unix:PATH");
+                                       (zeroAllowed ? "0" : "1") +
+                                       " to 65535), [IPV6]:PORT or unix:PATH");
     }
     return address;
 }
@@ -84,6 +91,15 @@ namespace {
 
 int inMs(double seconds) {
     return static_cast<int>(seconds * 1000);
+}
+
+// libthrift's own text, to go on within a line.
+std::string textOf(const std::exception& failure) {
+    std::string text = failure.what();
+    while (!text.empty() && text.back() == '.') {
+        text.pop_back();
+    }
+    return text;
 }
 
 std::shared_ptr<TConfiguration> limits() {
@@ -149,6 +165,13 @@ std::shared_ptr<TSSLSocketFactory> tlsFactory(const Settings& settings, bool ser
     auto& factory = factories[server ? 1 : 0];
     if (factory != nullptr) {
         return factory;
+    }
+    // OpenSSL would not say which.
+    for (const std::string& file : {settings.ca, settings.cert, settings.key}) {
+        if (!file.empty() && !std::ifstream(file).is_open()) {
+            throw Failure(Exit::Usage, "cannot read '" + file + "'",
+                          "check that the file is there and yours to read");
+        }
     }
     try {
         factory = std::make_shared<TSSLSocketFactory>();
@@ -219,11 +242,21 @@ std::shared_ptr<TSocket> connectSocket(const Address& address, const Settings& s
         socket->setSendTimeout(0);
     } catch (const TTransportException& failure) {
         throw Failure(Exit::NoConnection,
-                      "cannot connect to " + address.text() + ": " + failure.what(),
+                      "cannot connect to " + address.text() + ": " + textOf(failure),
                       settings.tls ? "check the certificates, and that it speaks TLS there"
                                    : "check that it runs and listens there");
     }
     return socket;
+}
+
+bool speaksTls(const Address& address, Settings settings) {
+    settings.tls = false;
+    const auto socket = connectSocket(address, settings);
+    socket->setRecvTimeout(inMs(settings.timeout));
+    const std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> context(SSL_CTX_new(TLS_client_method()),
+                                                               SSL_CTX_free);
+    const std::unique_ptr<SSL, void (*)(SSL*)> tls(SSL_new(context.get()), SSL_free);
+    return SSL_set_fd(tls.get(), socket->getSocketFD()) == 1 && SSL_connect(tls.get()) == 1;
 }
 
 // Lets an exchange take so long and no longer, however slowly the bytes drip.
@@ -293,19 +326,6 @@ Connection::Connection(Address address, const Settings& settings)
 
 Connection::~Connection() = default;
 
-namespace {
-
-// libthrift's own text, to go on within a line.
-std::string textOf(const std::exception& failure) {
-    std::string text = failure.what();
-    while (!text.empty() && text.back() == '.') {
-        text.pop_back();
-    }
-    return text;
-}
-
-}  // namespace
-
 void Connection::exchange(const std::string& what,
                           const std::function<void(TavIDL::ProtocolPointer)>& action) {
     const std::string where = what + " at " + address_.text() + ": ";
@@ -354,8 +374,11 @@ namespace {
 struct BoundedFactory : TTransportFactory {
     explicit BoundedFactory(Settings settings) : settings_(std::move(settings)) {}
     std::shared_ptr<TTransport> getTransport(std::shared_ptr<TTransport> transport) override {
+        // A client that does not read its replies holds up its thread, and the end of all, so long.
+        dynamic_cast<TSocket&>(*transport).setSendTimeout(kSendMs);
         return bounded(settings_, std::move(transport));
     }
+    static constexpr int kSendMs = 5000;
     const Settings settings_;
 };
 
@@ -388,13 +411,6 @@ private:
     Work work_;
 };
 
-std::string nameOf(int descriptor, int (*name)(int, sockaddr*, socklen_t*)) {
-    sockaddr_storage address = {};
-    socklen_t length = sizeof address;
-    name(descriptor, reinterpret_cast<sockaddr*>(&address), &length);
-    return {reinterpret_cast<const char*>(&address), length};
-}
-
 // A socket that a process left behind when it was killed stands in the way of the next one.
 void removeDeadSocket(const Address& address) {
     struct stat file = {};
@@ -416,37 +432,27 @@ public:
 
     void preServe() override { listening.set_value(); }
 
-    void accepted(int descriptor) {
-        change([&] {
-            ++count_;
-            seenLast_ = seenLast_ || nameOf(descriptor, getpeername) == last_;
-        });
-    }
+    void accepted() { count(1); }
 
     void deleteContext(void*, std::shared_ptr<TProtocol>, std::shared_ptr<TProtocol>) override {
-        change([&] { --count_; });
+        count(-1);
     }
 
-    // Connections are accepted in their order: once `last` has been, all before it are counted.
-    void waitForEnds(std::string last, int ms) {
+    void waitForEnds(int ms) {
         std::unique_lock<std::mutex> lock(mutex_);
-        last_ = std::move(last);
-        changed_.wait_for(lock, milliseconds(ms), [&] { return seenLast_ && count_ == 0; });
+        changed_.wait_for(lock, milliseconds(ms), [&] { return count_ == 0; });
     }
 
 private:
-    template <typename Change>
-    void change(Change what) {
+    void count(int more) {
         const std::lock_guard<std::mutex> lock(mutex_);
-        what();
+        count_ += more;
         changed_.notify_all();
     }
 
     std::mutex mutex_;
     std::condition_variable changed_;
     int count_ = 0;
-    std::string last_;
-    bool seenLast_ = false;
 };
 
 Server::Server(Address address, const Settings& settings, std::shared_ptr<TProcessor> processor)
@@ -482,8 +488,7 @@ void Server::start(const Settings& settings, std::shared_ptr<TProcessor> process
         socket_ = std::make_shared<TServerSocket>(address_.host, address_.port);
     }
     events_ = std::make_shared<Events>();
-    socket_->setAcceptCallback(
-        [events = events_](int descriptor) { events->accepted(descriptor); });
+    socket_->setAcceptCallback([events = events_](int) { events->accepted(); });
     auto server = std::make_unique<TThreadedServer>(processor, socket_, transports,
                                                     std::make_shared<SettingsFactory>(settings));
     server->setConcurrentClientLimit(kConnections);
@@ -544,13 +549,17 @@ void Server::stop() {
 }
 
 void Server::drain(int ms) {
+    // Connections are accepted in their order: once one that is made now is seen to end, all that
+    // were made before are counted.
     TSocket last(address_.host, address_.port);
+    last.setRecvTimeout(ms);
     try {
         last.open();
+        ::shutdown(last.getSocketFD(), SHUT_WR);
+        uint8_t none = 0;
+        last.read(&none, 1);
     } catch (const TTransportException&) {
-        return;
+        // Ended as well.
     }
-    const std::string name = nameOf(last.getSocketFD(), getsockname);
-    last.close();
-    events_->waitForEnds(name, ms);
+    events_->waitForEnds(ms);
 }

@@ -67,6 +67,9 @@ TavIDL::ProtocolPointer protocolOver(const Settings& settings,
 std::shared_ptr<apache::thrift::transport::TSocket> connectSocket(const Address& address,
                                                                   const Settings& settings);
 
+// Whether the peer shakes hands as TLS has it. Throws a Failure if there is no connection.
+bool speaksTls(const Address& address, Settings settings);
+
 // A client's connection. Each exchange, with all that is read and written in it, ends within the
 // time-out.
 class Connection {

@@ -82,6 +82,11 @@ void addDescribe(CLI::App& app, Run& run) {
     verb->callback([options, &run] {
         run = [options] {
             if (options->thrift) {
+                if (!options->wanted.empty()) {
+                    throw Failure(Exit::Usage,
+                                  "--thrift prints all of the definition; leave out '" +
+                                      options->wanted + "'");
+                }
                 print(kInterfaceDefinition);
                 return 0;
             }

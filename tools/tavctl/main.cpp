@@ -1,11 +1,14 @@
 // tavctl: calls, opens, serves and observes the services of TAV_IDL from the command line.
 
+#include <fcntl.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <sstream>
 
 #include "failure.h"
 #include "print.h"
@@ -81,13 +84,21 @@ void addTlsOptions(CLI::App* verb, Settings& settings) {
 void addClientOptions(CLI::App* verb, Settings& settings) {
     addProtocolOptions(verb, settings);
     addTlsOptions(verb, settings);
-    const CLI::Range range(0.001, 86400.0);
+    const CLI::Validator seconds(
+        [](const std::string& text) -> std::string {
+            double value = 0;
+            // Not a number is in no range.
+            return CLI::detail::lexical_cast(text, value) && value >= 0.001 && value <= 86400
+                       ? ""
+                       : "'" + text + "' is no number of seconds from 0.001 to 86400";
+        },
+        "");
     verb->add_option("--connect-timeout", settings.connectTimeout,
                      "To wait for a connection (5 by default)")
-        ->check(range)
+        ->check(seconds)
         ->option_text("SECONDS");
     verb->add_option("--timeout", settings.timeout, "To wait for each reply (10 by default)")
-        ->check(range)
+        ->check(seconds)
         ->option_text("SECONDS");
 }
 
@@ -176,6 +187,12 @@ namespace {
 int tavctl(int argc, char** argv) {
     // Who stops reading is noticed by the write that fails.
     (void)signal(SIGPIPE, SIG_IGN);
+    // No socket is to take the place of a standard stream that is closed. Using it still fails.
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(stream, F_GETFD) < 0) {
+            (void)::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+        }
+    }
     silenceThrift();
 
     CLI::App app("Calls, opens, serves and observes the services of TAV_IDL.", "tavctl");
@@ -197,7 +214,9 @@ int tavctl(int argc, char** argv) {
         }
         status = run();
     } catch (const CLI::Success& asked) {
-        return app.exit(asked);  // --help, --version
+        std::ostringstream text;  // --help, --version
+        app.exit(asked, text, text);
+        print(text.str());
     } catch (const CLI::ParseError& failure) {
         status = static_cast<int>(Exit::Usage);
         const auto verbs = app.get_subcommands();
@@ -207,7 +226,7 @@ int tavctl(int argc, char** argv) {
         status = static_cast<int>(failure.status);
         printError(status, failure.line());
     }
-    return status;
+    return status == 0 && output.lost ? static_cast<int>(Exit::Broken) : status;
 }
 
 }  // namespace

@@ -89,7 +89,10 @@ public:
           steps_(stepsFrom(options, credential_)) {}
 
     int run() {
-        stop::watch(&EmpConnection::interrupt);
+        stop::watch([] {
+            note("ending, once the EMP is closed; a second signal ends at once");
+            EmpConnection::interrupt();
+        });
         const Json info = brokerCall(
             "TavBroker.OpenEmp",
             {{"name", options_.name}, {"version", options_.version}, {"credential", credential_}});
@@ -151,7 +154,14 @@ private:
     }
 
     // The EMP and the callback service are where the broker is.
-    Address beside(const Json& port) const {
+    Address beside(const Json& info, const char* field) const {
+        const int port = info[field];
+        if (port < 1 || port > 65535) {
+            throw Failure(Exit::Broken,
+                          "the broker at " + broker_.text() + " gives " + field + " as " +
+                              std::to_string(port) + ", which is no port",
+                          "look into the broker");
+        }
         return {broker_.path.empty() ? broker_.host : "127.0.0.1", port, ""};
     }
 
@@ -164,14 +174,14 @@ private:
             note("no events: with --tls these need --cert and --key");
             return nullptr;
         }
-        return serveEvents(beside(info["callbackServicePort"]), options_.settings);
+        return serveEvents(beside(info, "callbackServicePort"), options_.settings);
     }
 
     void runSteps(const Json& info) {
         if (steps_.empty()) {
             return;
         }
-        EmpConnection emp(beside(info["empServicePort"]), options_.settings);
+        EmpConnection emp(beside(info, "empServicePort"), options_.settings);
         for (const Step& step : steps_) {
             if (stop::requested()) {
                 return;

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "failure.h"
 #include "stop.h"
 
 Output output;
@@ -68,25 +69,20 @@ Json presentable(const Json& value) {
     return copy;
 }
 
-// One write for all of it, so that threads do not mix their lines.
-void writeAll(int descriptor, const std::string& text) {
+// One write for all of it, so that threads do not mix their lines. Returns 0, or what errno told.
+int writeAll(int descriptor, const std::string& text) {
     static std::mutex mutex;
     const std::lock_guard<std::mutex> lock(mutex);
     std::size_t done = 0;
     while (done < text.size()) {
         const ssize_t count = write(descriptor, text.data() + done, text.size() - done);
-        if (count < 0 && errno == EINTR) {
-            continue;
+        if (count >= 0) {
+            done += static_cast<std::size_t>(count);
+        } else if (errno != EINTR) {
+            return errno;
         }
-        if (count <= 0) {
-            // Nobody reads any more. That is a reason to end, but cleanly.
-            if (descriptor == STDOUT_FILENO) {
-                stop::request();
-            }
-            return;
-        }
-        done += static_cast<std::size_t>(count);
     }
+    return 0;
 }
 
 }  // namespace
@@ -129,11 +125,21 @@ std::string padded(const std::string& text, std::size_t width) {
 }
 
 void print(const std::string& lines) {
-    writeAll(STDOUT_FILENO, lines);
+    const int error = writeAll(STDOUT_FILENO, lines);
+    if (error == 0 || output.lost.exchange(true)) {
+        return;
+    }
+    if (error != EPIPE) {  // who has stopped reading need not be told
+        printError(static_cast<int>(Exit::Broken),
+                   std::string("cannot write to standard output: ") + std::strerror(error) +
+                       "; write it elsewhere");
+    }
+    // A reason to end, but cleanly.
+    stop::request();
 }
 
 void printJson(const Json& object) {
-    writeAll(STDOUT_FILENO, presentable(object).dump() + "\n");
+    print(presentable(object).dump() + "\n");
 }
 
 void note(const std::string& text) {
@@ -143,12 +149,16 @@ void note(const std::string& text) {
 }
 
 void printError(int status, const std::string& text) {
-    if (output.json) {
-        writeAll(STDERR_FILENO,
-                 presentable(Json{{"error", text}, {"status", status}}).dump() + "\n");
-    } else {
-        const bool colours = coloured(STDERR_FILENO);
-        writeAll(STDERR_FILENO,
-                 (colours ? "\033[31mtavctl:\033[0m " : "tavctl: ") + escaped(text) + "\n");
+    constexpr std::size_t kLimit = 4000;  // peers may have much to say
+    std::string line = masked(text);
+    if (line.size() > kLimit) {
+        line = line.substr(0, kLimit) + "...";
     }
+    if (output.json) {
+        line = Json{{"error", line}, {"status", status}}.dump(-1, ' ', false,
+                                                              Json::error_handler_t::replace);
+    } else {
+        line = (coloured(STDERR_FILENO) ? "\033[31mtavctl:\033[0m " : "tavctl: ") + escaped(line);
+    }
+    writeAll(STDERR_FILENO, line + "\n");
 }

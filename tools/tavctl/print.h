@@ -1,6 +1,7 @@
 #ifndef TAVCTL_PRINT_H
 #define TAVCTL_PRINT_H
 
+#include <atomic>
 #include <string>
 
 #include "values.h"
@@ -12,6 +13,7 @@
 struct Output {
     bool json = false;
     bool quiet = false;
+    std::atomic<bool> lost{false};  // standard output could not be written
 };
 extern Output output;
 

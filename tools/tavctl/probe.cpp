@@ -61,8 +61,15 @@ std::string findOut(const Address& address, Settings settings) {
             }
         }
     }
+    if (settings.tls) {
+        return "it speaks no protocol that is known here, or wants a certificate, see --cert and "
+               "--key";
+    }
     // It may speak first, as some do, or answer to what others ask.
     try {
+        if (speaksTls(address, settings)) {
+            return "it seems to speak TLS, try --tls";
+        }
         const auto socket = connectSocket(address, settings);
         socket->setRecvTimeout(static_cast<int>(kPatience * 1000));
         const std::string question = "GET / HTTP/1.0\r\n\r\n";
@@ -102,7 +109,7 @@ void addProbe(CLI::App& app, Run& run) {
             try {
                 kind = probe(address, options->settings);
             } catch (const Failure& failure) {
-                if (failure.status == Exit::NoConnection) {
+                if (failure.status == Exit::NoConnection || failure.status == Exit::Usage) {
                     throw;
                 }
                 throw Failure(failure.status, failure.what(), findOut(address, options->settings));

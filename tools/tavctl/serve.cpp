@@ -27,6 +27,13 @@ std::pair<const Operation*, std::string> split(const std::string& service, const
     return {&operationNamed(service + "." + word.substr(0, equals)), word.substr(equals + 1)};
 }
 
+void refuseSecond(std::size_t given, const Operation& operation) {
+    if (given != 0) {
+        throw Failure(Exit::Usage,
+                      operation.name + " is answered twice; give one --reply or --fail for it");
+    }
+}
+
 int serve(const Options& options) {
     const std::map<std::string, std::string> services = {
         {"broker", "TavBroker"}, {"emp", "TavEmp"}, {"event", "TavEmpEvent"}};
@@ -35,6 +42,7 @@ int serve(const Options& options) {
     std::map<const Operation*, std::string> failures;
     for (const std::string& word : options.replies) {
         const auto reply = split(service, word, "--reply");
+        refuseSecond(results.count(reply.first), *reply.first);
         if (reply.first->result.kind == Kind::Nothing) {
             throw Failure(Exit::Usage, reply.first->name + " is one-way and has no reply");
         }
@@ -42,7 +50,9 @@ int serve(const Options& options) {
             valueFrom(reply.first->result, reply.second, "--reply " + reply.first->name);
     }
     for (const std::string& word : options.failures) {
-        failures.insert(split(service, word, "--fail"));
+        const auto failure = split(service, word, "--fail");
+        refuseSecond(results.count(failure.first) + failures.count(failure.first), *failure.first);
+        failures.insert(failure);
     }
 
     stop::watch();

@@ -48,7 +48,11 @@ void watch(std::function<void()> clean) {
     action.sa_handler = onSignal;
     action.sa_flags = SA_RESTART;
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-        sigaction(number, &action, nullptr);
+        struct sigaction before = {};
+        sigaction(number, nullptr, &before);
+        if (number != SIGHUP || before.sa_handler != SIG_IGN) {  // nohup wants it ignored
+            sigaction(number, &action, nullptr);
+        }
     }
     std::thread([clean = std::move(clean)] {
         waitForByte(requests[0]);

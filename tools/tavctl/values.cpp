@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cstdint>
+#include <set>
 
 #include "failure.h"
 
@@ -155,6 +156,7 @@ Json argumentsFrom(const Operation& operation, const std::vector<std::string>& w
     if (!given.is_object()) {
         refuse(where, "an object with the fields " + namesOf(operation.arguments));
     }
+    std::set<std::string> keys;
     for (const std::string& word : words) {
         const std::string key = word.substr(0, word.find('='));
         if (key.size() == word.size()) {
@@ -180,6 +182,9 @@ Json argumentsFrom(const Operation& operation, const std::vector<std::string>& w
                           "a credential is not taken from the command line, where all can read it; "
                           "use --credential-file, or TAV_CREDENTIAL in the environment");
         }
+        if (!keys.insert(key).second) {
+            throw Failure(Exit::Usage, where + " is given '" + key + "' twice; give it once");
+        }
         *place = valueFrom(field->type, text, key);
     }
     return completeFields(operation.arguments, given, where);
@@ -188,14 +193,22 @@ Json argumentsFrom(const Operation& operation, const std::vector<std::string>& w
 Json parseJson(const std::string& text, const std::string& where) {
     // Nesting costs the parser and whoever walks the value: none of the records needs any.
     constexpr int kDepth = 8;
-    const auto limited = [](int depth, Json::parse_event_t, Json&) {
+    std::vector<std::set<std::string>> keys;  // of each object that is open
+    const auto checked = [&](int depth, Json::parse_event_t event, Json& parsed) {
         if (depth > kDepth) {
             throw std::length_error("it is nested too deeply");
+        }
+        if (event == Json::parse_event_t::object_start) {
+            keys.emplace_back();
+        } else if (event == Json::parse_event_t::object_end) {
+            keys.pop_back();
+        } else if (event == Json::parse_event_t::key && !keys.back().insert(parsed).second) {
+            throw std::invalid_argument("'" + parsed.get<std::string>() + "' is in it twice");
         }
         return true;
     };
     try {
-        return Json::parse(text, limited);
+        return Json::parse(text, checked);
     } catch (const Json::parse_error& failure) {
         throw Failure(Exit::Usage, where + " takes JSON, but it breaks at byte " +
                                        std::to_string(failure.byte == 0 ? 0 : failure.byte - 1));
