@@ -150,6 +150,9 @@ class BrokenTest(ToolTest):
         data = frame(CLOSE["binary"] + b"xy")
         self.assertEqual(29, self.broken(data, "--transport", "framed")["broken"]["offset"])
 
+    def testAnEmptyFrameBreaksAfterItsLength(self):
+        self.assertEqual(4, self.broken(frame(b""), "--transport", "framed")["broken"]["offset"])
+
     def testTheWrongProtocolIsGuessed(self):
         status, _, err = decode(frame(CLOSE["compact"]))
         self.assertEqual(6, status)

@@ -263,7 +263,7 @@ private:
         }
         item("a frame");
         // No room is made before the bytes are there.
-        std::string bytes;
+        std::string& bytes = frameBytes_;
         uint8_t part[4096];
         while (bytes.size() < length) {
             const uint32_t count = source_->read(
@@ -276,8 +276,7 @@ private:
             bytes.append(reinterpret_cast<const char*>(part), count);
         }
         frame_ = std::make_shared<TMemoryBuffer>(reinterpret_cast<uint8_t*>(bytes.data()),
-                                                 static_cast<uint32_t>(bytes.size()),
-                                                 TMemoryBuffer::COPY);
+                                                 static_cast<uint32_t>(bytes.size()));
     }
 
     void readFields(Json& fields, const std::vector<Field>& known, int depth) {
@@ -415,6 +414,7 @@ private:
 
     std::shared_ptr<Source> source_;
     const Settings& settings_;
+    std::string frameBytes_;
     std::shared_ptr<TMemoryBuffer> frame_;
     bool frameCut_ = false;
     std::shared_ptr<protocol::TProtocol> protocol_;
