@@ -1,6 +1,5 @@
 #include "safe_thrift.h"
 
-#include <thrift/TOutput.h>
 #include <unistd.h>
 
 #include <exception>
@@ -8,6 +7,7 @@
 #include <utility>
 
 #include "say.h"
+#include "thrift_output.h"
 
 using apache::thrift::TProcessor;
 using apache::thrift::protocol::TProtocol;
@@ -68,7 +68,7 @@ SafeServer::SafeServer(std::shared_ptr<TProcessor> processor, int port)
               std::make_shared<BufferedFactory>(),
               std::make_shared<BinaryFactory>(kStringLimit, kContainerLimit, kStrictRead,
                                               kStrictWrite)) {
-    apache::thrift::GlobalOutput.setOutputFunction([](const char* text) { say("thrift", text); });
+    onThriftOutput([](const char* text) { say("thrift", text); });
     server_.setConcurrentClientLimit(kConnections);
 
     auto listening = std::make_shared<Listening>();

@@ -5,7 +5,6 @@
 #include <event2/event.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
-#include <thrift/TOutput.h>
 #include <thrift/concurrency/ThreadFactory.h>
 #include <thrift/concurrency/ThreadManager.h>
 #include <thrift/protocol/TBinaryProtocol.h>
@@ -27,6 +26,7 @@
 #include <system_error>
 #include <vector>
 
+#include "../../examples/thrift_output.h"
 #include "guard.h"
 
 using namespace apache::thrift;
@@ -275,7 +275,7 @@ struct Row {
 }  // namespace
 
 int main() {
-    GlobalOutput.setOutputFunction([](const char*) {});
+    onThriftOutput([](const char*) {});
     // In front of a frame where the server expects frames, these four bytes are the
     // length of the frame; else they are that of the operation's name.
     const std::string huge("\x7f\xff\xff\xff", 4);

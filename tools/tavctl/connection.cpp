@@ -4,7 +4,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <thrift/TOutput.h>
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/protocol/TCompactProtocol.h>
 #include <thrift/protocol/TJSONProtocol.h>
@@ -24,6 +23,7 @@
 #include <mutex>
 #include <utility>
 
+#include "../../examples/thrift_output.h"
 #include "failure.h"
 #include "stop.h"
 
@@ -212,7 +212,7 @@ TavIDL::ProtocolPointer protocolOver(const Settings& settings,
 }
 
 void silenceThrift() {
-    apache::thrift::GlobalOutput.setOutputFunction([](const char*) {});
+    onThriftOutput([](const char*) {});
 }
 
 // --- Clients
