@@ -8,7 +8,8 @@ import os
 import sys
 import tomllib
 
-from measure import ENCODINGS, SHORT, arm_text, counts, mean, text_size
+from measure import (ENCODINGS, OBJECTS, SHORT, arm_text, counts, mean, stripped_sizes,
+                     summaries_agree)
 
 BUDGETS = "bench/budgets.toml"
 LONG_NAME = "TavEmp.ExecuteWithParamList"
@@ -17,8 +18,8 @@ ROOM = 0.993  # a figure below this share of its budget leaves room to lower it
 
 def figures(build):
     """By the name of the budget: the figure, and the call that it was measured in."""
-    instructions, allocations = counts(os.path.join(build, "bench/bench_counts"))
-    calls = [cell[1:] for cell in instructions if cell[0] == "ours"]
+    instructions, allocations = counts(build)
+    calls = [cell[1:] for cell in allocations if cell[0] == "ours"]
     found = {}
 
     for encoding in ENCODINGS:
@@ -41,9 +42,9 @@ def figures(build):
     found["allocations, short call of a long name"] = most(
         lambda call: allocations["ours", *call], [call for call in short if call[0] == LONG_NAME])
 
-    library, generated = (text_size(os.path.join(build, name))
-                          for name in ("TavIDL/libTavIDL.so", "bench/libbench_generated.so"))
-    found["text, x86-64: share of generated code's"] = library / generated, None
+    text = {name: stripped_sizes(os.path.join(build, OBJECTS[name]))[0]
+            for name in ("ours", "generated")}
+    found["text, x86-64: share of generated code's"] = text["ours"] / text["generated"], None
     found["text, 32-bit ARM: bytes"] = arm_text(), None
     return found
 
@@ -77,6 +78,9 @@ def main():
         elif figure < ROOM * budget:
             note = f"there is room: lower it in {BUDGETS}"
         print(f"  {name:<48}{shown(figure):>8}   budget {shown(budget):<8}{note}".rstrip())
+    if not summaries_agree():
+        sys.exit("bench: README.md quotes other figures than bench/results.md; script/bench"
+                 " writes both")
     if over:
         sys.exit("bench: over budget:" + "\n  ".join(["", *over]) +
                  f"\nMake it cheaper again, or raise the budget in {BUDGETS} and say there why.")

@@ -1,4 +1,4 @@
-"""Exact figures: instructions and allocations of whole calls, sizes of shared objects."""
+"""What the budgets and the results share: the exact figures, and where they are told."""
 
 import glob
 import math
@@ -10,7 +10,10 @@ import tempfile
 
 SHORT, LONG = "8", "100"  # bytes in each string; up to 15 need no memory of their own
 ENCODINGS = ("binary", "compact", "json", "derived")
+OBJECTS = {"ours": "TavIDL/libTavIDL.so", "generated": "bench/libbench_generated.so",
+           "templates": "bench/libbench_templates.so"}
 ARM = "build/armhf/TavIDL/libTavIDL.so"
+RESULTS, README = "bench/results.md", "README.md"
 
 
 def run(*command, **options):
@@ -20,12 +23,14 @@ def run(*command, **options):
                               stderr=subprocess.PIPE, **options).stdout
     except FileNotFoundError:
         sys.exit(f"bench: {command[0]} is not installed; script/prepare bench installs it")
+    except subprocess.TimeoutExpired as failure:
+        sys.exit(f"bench: {' '.join(command)} did not end within {failure.timeout} s")
     except subprocess.CalledProcessError as failure:
         last = (failure.stderr or failure.stdout or "no message").strip().splitlines()[-1:]
         sys.exit(f"bench: {' '.join(command)} failed: {' '.join(last)}")
 
 
-def counts(program):
+def counts(build):
     """Two tables by (contestant, operation, encoding, length): instructions, allocations."""
     instructions, allocations = {}, {}
     with tempfile.TemporaryDirectory() as directory:
@@ -35,7 +40,7 @@ def counts(program):
                            GLIBC_TUNABLES="glibc.cpu.hwcaps=-AVX2_Usable,-AVX2,-AVX512F,-ERMS")
         lines = run("valgrind", "--quiet", "--tool=callgrind",
                     f"--callgrind-out-file={directory}/out",
-                    program, SHORT, LONG, env=environment)
+                    os.path.join(build, "bench/bench_counts"), SHORT, LONG, env=environment)
         for line in lines.splitlines():
             *cell, number = line.split()
             allocations[tuple(cell)] = int(number)
@@ -51,12 +56,13 @@ def counts(program):
     return instructions, allocations
 
 
-def text_size(library):
-    """What `size` calls text, of the stripped shared object."""
+def stripped_sizes(library):
+    """Of the stripped shared object: what `size` calls text, and the whole file."""
     with tempfile.TemporaryDirectory() as directory:
         stripped = os.path.join(directory, "stripped.so")
         run("strip", "-o", stripped, library)
-        return int(run("size", stripped).splitlines()[1].split()[0])
+        text = int(run("size", stripped).splitlines()[1].split()[0])
+        return text, os.path.getsize(stripped)
 
 
 def arm_text():
@@ -70,3 +76,30 @@ def arm_text():
 def mean(ratios):
     """The geometric mean: twice as dear here and half as dear there is as dear."""
     return math.exp(sum(map(math.log, ratios)) / len(ratios))
+
+
+def summary_of(page):
+    """Where in the text of a page the table of the summary begins and ends."""
+    found = re.search(r"^\| This library, as a share of .*\n(?:\|.*\n)+", page, re.M)
+    if not found:
+        sys.exit("bench: a page lost its table 'This library, as a share of generated code'")
+    return found.span()
+
+
+def pages():
+    """The results, and the front page, which quotes their summary."""
+    for name in (RESULTS, README):
+        with open(name, encoding="utf-8") as file:
+            yield file.read()
+
+
+def replace_summary(summary):
+    _, readme = pages()
+    begin, end = summary_of(readme)
+    with open(README, "w", encoding="utf-8") as file:
+        file.write(readme[:begin] + summary + readme[end:])
+
+
+def summaries_agree():
+    first, second = (page[slice(*summary_of(page))] for page in pages())
+    return first == second

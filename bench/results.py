@@ -1,0 +1,197 @@
+#!/usr/bin/env python3
+"""Measures all there is to measure, prints it and writes it to bench/results.md.
+
+    results.py BUILD    the directory of a Release build with -DTAVIDL_BUILD_BENCH=ON
+
+Writes bench/lengths.svg and bench/connections.svg too, and the summary into README.md.
+"""
+
+import datetime
+import json
+import os
+import re
+import sys
+
+from measure import (ENCODINGS, OBJECTS, RESULTS, arm_text, counts, mean, replace_summary, run,
+                     stripped_sizes)
+
+CONTESTANTS = tuple(OBJECTS)
+PLOTTED = ("TavBroker.Execute", "binary")
+
+
+def times(build, what, repetitions, seconds, time="cpu_time"):
+    """Medians in nanoseconds by what the benchmarks' names say after `what`, and by the number
+    of threads; and the typical spread of what they are medians of.
+
+    Repetitions of different benchmarks follow each other in random order, so that what else
+    the machine does meanwhile strikes all contestants alike.
+    """
+    report = json.loads(run(
+        os.path.join(build, "bench/bench_times"), f"--benchmark_filter=^{what} ",
+        f"--benchmark_repetitions={repetitions}", f"--benchmark_min_time={seconds}",
+        "--benchmark_enable_random_interleaving=true", "--benchmark_report_aggregates_only=true",
+        "--benchmark_format=json", timeout=240))
+    medians, spreads = {}, []
+    for line in report["benchmarks"]:
+        if line.get("error_occurred"):
+            sys.exit(f"bench: {line['name']} failed: {line['error_message']}")
+        if line["aggregate_name"] == "median":
+            cell = line["run_name"].split("/")[0].split()[1:]
+            medians[(*cell, line["threads"])] = line[time]
+        elif line["aggregate_name"] == "cv":
+            spreads.append(line[time])
+    return medians, sorted(spreads)[len(spreads) // 2]
+
+
+def plot(name, settings, columns, rows):
+    """Draws bench/NAME.svg: a line for each column, over the first number of each row."""
+    data = "\n".join(" ".join(map(str, row)) for row in rows)
+    lines = ", ".join(f"$data using 1:{i} with linespoints linewidth 2 title '{column}'"
+                      for i, column in enumerate(columns, 2))
+    run("gnuplot", input=f"set terminal svg size 720,440 font 'Helvetica,13' background 'white'\n"
+                         f"set output 'bench/{name}.svg'\nset grid\nset key outside top center horizontal\n{settings}\n"
+                         f"$data << END\n{data}\nEND\nplot {lines}\n")
+
+
+def table(header, rows):
+    lines = [header, ["---"] * len(header), *rows]
+    return "".join("| " + " | ".join(map(str, line)) + " |\n" for line in lines)
+
+
+def share(value):
+    return f"{value:.2f}"
+
+
+def setting(build, load):
+    with open("/proc/cpuinfo", encoding="utf-8") as file:
+        processor = re.search(r"^model name\s*: (.*)$", file.read(), re.M)
+    with open(os.path.join(build, "CMakeCache.txt"), encoding="utf-8") as file:
+        compiler = re.search(r"^CMAKE_CXX_COMPILER:\w+=(.*)$", file.read(), re.M)[1]
+    system = os.uname()
+    return table(["", ""], [
+        ["Measured", datetime.date.today().isoformat() + ", at a load of " + load],
+        ["Machine", f"{processor[1] if processor else system.machine}, {os.cpu_count()} cores, "
+                    f"{system.sysname} {system.release}"],
+        ["Compiler", run(compiler, "--version").splitlines()[0] + ", -O3"],
+        ["libthrift", run("pkg-config", "--modversion", "thrift").strip()],
+        ["Thrift compiler", run("thrift", "--version").split()[-1]],
+        ["Google Benchmark", run("pkg-config", "--modversion", "benchmark").strip()],
+        ["Valgrind", run("valgrind", "--version").strip().removeprefix("valgrind-")],
+    ])
+
+
+def main():
+    if len(sys.argv) != 3:
+        sys.exit("usage: results.py BUILD LOAD")
+    build, load = sys.argv[1:]
+    print("-- Counting under callgrind", flush=True)
+    instructions, allocations = counts(build)
+    calls = [cell[1:] for cell in allocations if cell[0] == "ours"]
+    sizes = {name: stripped_sizes(os.path.join(build, path)) for name, path in OBJECTS.items()}
+    arm = arm_text()
+    print("-- Timing calls", flush=True)
+    call_times, call_spread = times(build, "call", 15, 0.01)
+    print("-- Timing calls with long strings", flush=True)
+    length_times, _ = times(build, "length", 9, 0.02)
+    print("-- Timing round trips", flush=True)
+    trip_times, trip_spread = times(build, "loopback", 25, 0.03, "real_time")
+
+    def instruction_share(call, other="generated"):
+        return instructions["ours", *call] / instructions[other, *call]
+
+    def time_share(call):
+        return call_times["ours", *call, 1] / call_times["generated", *call, 1]
+
+    def of_encodings(one_share):
+        return " / ".join(share(mean([one_share(call) for call in calls if call[1] == encoding]))
+                          for encoding in ENCODINGS)
+
+    def trip_share(framing, connections):
+        return (trip_times["ours", framing, connections]
+                / trip_times["generated", framing, connections])
+
+    summary = table(["This library, as a share of generated code", ""], [
+        ["Instructions of a call: binary / compact / JSON / a protocol of one's own",
+         of_encodings(instruction_share)],
+        ["Time of a call, likewise", of_encodings(time_share)],
+        ["Round trip over loopback: 1 / 8 connections",
+         " / ".join(share(mean([trip_share(framing, connections)
+                                for framing in ("buffered", "framed")]))
+                    for connections in (1, 8))],
+        ["Allocations: calls with more / fewer / in all",
+         " / ".join(str(number) for number in (
+             sum(allocations["ours", *call] > allocations["generated", *call] for call in calls),
+             sum(allocations["ours", *call] < allocations["generated", *call] for call in calls),
+             len(calls)))],
+        ["Text of the shared object", share(sizes["ours"][0] / sizes["generated"][0])],
+    ])
+
+    text = f"""# What calls cost
+
+Written by `script/bench`; how to read it: [CONTRIBUTING.md](../CONTRIBUTING.md#what-calls-cost).
+
+{setting(build, load)}
+## Summary
+
+{summary}
+## Size
+
+{table(["Bytes", *CONTESTANTS, "ours / generated"], [
+    [what, *(sizes[name][i] for name in CONTESTANTS), share(sizes["ours"][i]/sizes["generated"][i])]
+    for i, what in enumerate(("text", "whole stripped shared object"))])}
+The code of `templates` is in its headers, and so in the programs that use it. For 32-bit ARM, this
+library's `.text` {f"has {arm} bytes" if arm else "was not measured; script/cross armhf builds it"}.
+
+## Calls over memory
+
+Medians of 15 times, whose typical spread was {call_spread:.1%}.
+
+{table(["Call", "Protocol", "Strings", *(f"instr. {name}" for name in CONTESTANTS), "ours / gen.",
+        *(f"alloc. {name}" for name in CONTESTANTS), *(f"ns {name}" for name in CONTESTANTS),
+        "ours / gen."],
+       [[call[0], call[1], call[2], *(instructions[name, *call] for name in CONTESTANTS),
+         f"{instruction_share(call):.3f}", *(allocations[name, *call] for name in CONTESTANTS),
+         *(round(call_times[name, *call, 1]) for name in CONTESTANTS),
+         share(time_share(call))] for call in calls])}
+![Time of a call against the length of its strings](lengths.svg)
+
+## Round trips over loopback
+
+Microseconds a round trip, all connections together: `{PLOTTED[0]}` with strings of 8 bytes over the
+{PLOTTED[1]} protocol. Bare sockets pass the same bytes. Medians of 25 times, whose typical spread was
+{trip_spread:.1%}.
+
+{table(["Transport", "Connections", "bare sockets", *CONTESTANTS, "ours / generated",
+        "bare / ours"],
+       [[framing, connections,
+         *(f"{trip_times[name, framing, connections] / 1000:.1f}"
+           for name in ("bare", *CONTESTANTS)), share(trip_share(framing, connections)),
+         share(trip_times["bare", framing, connections] / trip_times["ours", framing, connections])]
+        for framing in ("buffered", "framed") for connections in (1, 8)])}
+![Round trips a second against the number of connections](connections.svg)
+"""
+    print("\n" + text)
+    with open(RESULTS, "w", encoding="utf-8") as file:
+        file.write(text)
+    replace_summary(summary)
+
+    lengths = sorted({int(cell[3]) for cell in length_times})
+    plot("lengths", f"set title '{PLOTTED[0]}, {PLOTTED[1]}: client, processor, client'\n"
+         "set xlabel 'bytes in each of five strings'\nset ylabel 'microseconds a call'\n"
+         "set logscale y\nset nonlinear x via log10(1 + x) inverse 10 ** x - 1\n"
+         "set xrange [0:1048576]\nset xtics ('0' 0, '16' 16, '256' 256, '4 KiB' 4096, "
+         "'64 KiB' 65536, '1 MiB' 1048576)",
+         CONTESTANTS,
+         [[length, *(length_times[name, *PLOTTED, str(length), 1] / 1000 for name in CONTESTANTS)]
+          for length in lengths])
+    connections = sorted({cell[-1] for cell in trip_times})
+    plot("connections", f"set title '{PLOTTED[0]}, {PLOTTED[1]}, buffered, over loopback'\n"
+         "set xlabel 'connections'\nset ylabel 'thousand round trips a second'\n"
+         "set logscale x 2\nset yrange [0:]",
+         (*CONTESTANTS, "bare sockets"),
+         [[number, *(1e6 / trip_times[name, "buffered", number]
+                     for name in (*CONTESTANTS, "bare"))] for number in connections])
+
+
+if __name__ == "__main__":
+    main()
