@@ -41,4 +41,10 @@ Service serviceOf(Operation operation) {
     return operation < Operation::eventCallback ? Service::emp : Service::event;
 }
 
+std::string nameOf(const Contestant& contestant, Operation operation, Encoding encoding,
+                   std::size_t length) {
+    return std::string(contestant.name) + ' ' + nameOf(operation) + ' ' + nameOf(encoding) + ' ' +
+           std::to_string(length);
+}
+
 }  // namespace bench

@@ -70,6 +70,10 @@ extern const Contestant kGenerated;
 extern const Contestant kTemplates;
 const Contestant* const kContestants[] = {&kOurs, &kGenerated, &kTemplates};
 
+// How a call is named in what the programs print.
+std::string nameOf(const Contestant& contestant, Operation operation, Encoding encoding,
+                   std::size_t length);
+
 }  // namespace bench
 
 #endif

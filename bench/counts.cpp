@@ -5,9 +5,9 @@
 
 #include <valgrind/callgrind.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <iostream>
 #include <new>
 
 namespace {
@@ -41,19 +41,17 @@ int main(int count, char** arguments) try {
                     for (int n = 0; n < kWarmUp; ++n) {
                         exchange.call();
                     }
-                    char cell[128];
-                    std::snprintf(cell, sizeof(cell), "%s %s %s %zu", contestant->name,
-                                  nameOf(operation), nameOf(encoding), length);
+                    const std::string call = nameOf(*contestant, operation, encoding, length);
                     allocations = 0;
                     CALLGRIND_ZERO_STATS;
                     exchange.call();
-                    CALLGRIND_DUMP_STATS_AT(cell);
-                    std::printf("%s %lu\n", cell, allocations);
+                    CALLGRIND_DUMP_STATS_AT(call.c_str());
+                    std::cout << call << ' ' << allocations << '\n';
                 }
             }
         }
     }
 } catch (const std::exception& failure) {
-    std::fprintf(stderr, "bench_counts: %s\n", failure.what());
+    std::cerr << "bench_counts: " << failure.what() << '\n';
     return 1;
 }

@@ -6,8 +6,8 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cstdio>
 #include <exception>
+#include <iostream>
 
 namespace {
 
@@ -17,12 +17,10 @@ constexpr std::size_t kLengths[] = {8, 100};
 constexpr std::size_t kPlottedLengths[] = {0,    1,    4,     16,    64,     256,
                                            1024, 4096, 16384, 65536, 262144, 1048576};
 
-void addCall(const char* what, const Contestant& contestant, Operation operation, Encoding encoding,
-             std::size_t length) {
-    char name[128];
-    std::snprintf(name, sizeof(name), "%s %s %s %s %zu", what, contestant.name, nameOf(operation),
-                  nameOf(encoding), length);
-    benchmark::RegisterBenchmark(name, [=, &contestant](benchmark::State& state) {
+void addCall(const std::string& what, const Contestant& contestant, Operation operation,
+             Encoding encoding, std::size_t length) {
+    const std::string name = what + nameOf(contestant, operation, encoding, length);
+    benchmark::RegisterBenchmark(name.c_str(), [=, &contestant](benchmark::State& state) {
         MemoryExchange exchange(contestant, operation, encoding, length);
         exchange.call();  // buffers grow
         for ([[maybe_unused]] auto _ : state) {
@@ -54,7 +52,7 @@ int main(int count, char** arguments) try {
             for (const std::size_t length : kLengths) {
                 checkSameBytes(operation, encoding, length);
                 for (const Contestant* contestant : kContestants) {
-                    addCall("call", *contestant, operation, encoding, length);
+                    addCall("call ", *contestant, operation, encoding, length);
                 }
             }
         }
@@ -62,7 +60,7 @@ int main(int count, char** arguments) try {
     for (const std::size_t length : kPlottedLengths) {
         checkSameBytes(Operation::brokerExecute, Encoding::binary, length);
         for (const Contestant* contestant : kContestants) {
-            addCall("length", *contestant, Operation::brokerExecute, Encoding::binary, length);
+            addCall("length ", *contestant, Operation::brokerExecute, Encoding::binary, length);
         }
     }
     for (const Framing framing : kFramings) {
@@ -75,6 +73,6 @@ int main(int count, char** arguments) try {
     benchmark::RunSpecifiedBenchmarks();
     benchmark::ClearRegisteredBenchmarks();  // which hold the servers
 } catch (const std::exception& failure) {
-    std::fprintf(stderr, "bench_times: %s\n", failure.what());
+    std::cerr << "bench_times: " << failure.what() << '\n';
     return 1;
 }
