@@ -266,7 +266,7 @@ static void serve(void) {
     start_server(emp_get_type(), TYPE_TAV_EMP_PROCESSOR);
     start_server(callbacks_get_type(), TYPE_TAV_EMP_EVENT_PROCESSOR);
     printf("\n");
-    fflush(stdout);
+    (void)fflush(stdout);
     while (getchar() != EOF) {
     }
 }
@@ -278,7 +278,7 @@ static ThriftProtocol *connection(int port) {
         g_object_new(THRIFT_TYPE_SOCKET, "hostname", "127.0.0.1", "port", port, NULL);
     GError *error = NULL;
     if (!thrift_transport_open(socket, &error)) {
-        fprintf(stderr, "peer: %s\n", error->message);
+        g_printerr("peer: %s\n", error->message);
         exit(1);
     }
     return protocol_over(socket);
@@ -311,7 +311,7 @@ static void report(const char *what, gboolean done, gchar *result, GError *error
         printf("broken message");
     }
     printf("\n");
-    fflush(stdout);
+    (void)fflush(stdout);
     g_clear_error(&error);
     g_free(result);
 }
@@ -570,8 +570,8 @@ static void call_odd(int port) {
 
 int main(int argc, char **argv) {
     if (argc < 4) {
-        fprintf(stderr, "usage: peer serve PROTOCOL TRANSPORT | peer call PROTOCOL TRANSPORT "
-                        "BROKERPORT EMPPORT EVENTPORT [ODDPORT]\n");
+        g_printerr("usage: peer serve PROTOCOL TRANSPORT | peer call PROTOCOL TRANSPORT "
+                   "BROKERPORT EMPPORT EVENTPORT [ODDPORT]\n");
         return 1;
     }
     if (strcmp(argv[2], "json") == 0) {
@@ -586,12 +586,16 @@ int main(int argc, char **argv) {
         serve();
         return 0;
     }
-    call_broker(atoi(argv[4]));
-    call_emp(atoi(argv[5]));
-    call_event(atoi(argv[4]), atoi(argv[6]));
-    call_wrongly(atoi(argv[4]), atoi(argv[5]), atoi(argv[6]));
-    if (argc > 7) {
-        call_odd(atoi(argv[7]));
+    int ports[4] = {0};
+    for (int i = 4; i < argc && i < 8; ++i) {
+        ports[i - 4] = (int)strtol(argv[i], NULL, 10);
+    }
+    call_broker(ports[0]);
+    call_emp(ports[1]);
+    call_event(ports[0], ports[2]);
+    call_wrongly(ports[0], ports[1], ports[2]);
+    if (ports[3] != 0) {
+        call_odd(ports[3]);
     }
     return 0;
 }
