@@ -21,6 +21,7 @@ const transports = { buffered: thrift.TBufferedTransport, framed: thrift.TFramed
 
 const long = "x".repeat(100000);
 const withNul = "a\0b";
+const notUtf8 = Buffer.from([0xff, 0xfe]);
 const byteCount = (text) => String(Buffer.byteLength(text));
 
 // --- Serving side
@@ -297,6 +298,9 @@ async function callWrongly(wire, brokerPort, empPort, eventPort) {
     openAs(MessageType.REPLY)(connection)
   );
   await atBroker("No result", (connected) => executed(connected.client(TavBroker), "nothing"));
+  await atBroker("Bytes that are no UTF-8 sent", (connected) =>
+    executed(connected.client(TavBroker), "length", notUtf8)
+  );
 }
 
 async function callOdd(wire, port) {
