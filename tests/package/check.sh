@@ -112,7 +112,7 @@ reproducible() {
     local place=$WORK/another/place
     rm -rf "$place"
     mkdir -p "$place/source"
-    cp -r "$SOURCE"/{CMakeLists.txt,TavIDL,cmake,idl} "$place/source"
+    cp -r "$SOURCE"/{CMakeLists.txt,TavIDL,cmake,doc,idl} "$place/source"
     for kind in shared static; do
         cmake -S "$place/source" -B "$place/$kind" -DBUILD_TESTING=OFF \
             -DBUILD_SHARED_LIBS="$([[ $kind == shared ]] && echo ON || echo OFF)"
