@@ -107,6 +107,15 @@ pkg_config() {
         fail "the interface definition is not where TavIDL.pc says"
 }
 
+uninstall() {
+    local prefix=$WORK/uninstall
+    rm -rf "$prefix"
+    cmake --install "$WORK/shared/build" --prefix "$prefix"
+    expect "$(files_below "$prefix")" < <(files_below "$WORK/shared/moved")
+    xargs rm <"$WORK/shared/build/install_manifest.txt"
+    expect "$(files_below "$prefix")" <<<""
+}
+
 # The same again, from and in other places.
 reproducible() {
     local place=$WORK/another/place
