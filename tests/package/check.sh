@@ -175,6 +175,47 @@ pkg_config_absolute() {
     expect "$(pkg-config --libs TavIDL | xargs)" <<<"-L/opt/elsewhere/lib -lTavIDL -lthrift"
 }
 
+# Where libthrift was built by CMake and brings a package of its own for that, as Yocto's
+# and Buildroot's.
+thrift_cmake_package() {
+    local place=$WORK/thrift_cmake_package version
+    version=$(pkg-config --modversion thrift)
+    mkdir -p "$place/thrift"
+    cat >"$place/thrift/ThriftConfig.cmake" <<'END'
+add_library(thrift::thrift INTERFACE IMPORTED)
+set_target_properties(thrift::thrift PROPERTIES
+    INTERFACE_LINK_LIBRARIES thrift INTERFACE_COMPILE_DEFINITIONS BY_ITS_CMAKE_PACKAGE)
+END
+    printf 'set(PACKAGE_VERSION %s)\n' "$version" >"$place/thrift/ThriftConfigVersion.cmake"
+    cmake -S "$SOURCE" -B "$place/library" -DBUILD_TESTING=OFF -DCMAKE_BUILD_TYPE=Debug \
+        -DCMAKE_INSTALL_LIBDIR=lib -DThrift_DIR="$place/thrift"
+    cmake --build "$place/library"
+    cmake --install "$place/library" --prefix "$place/prefix"
+    grep -qx "Requires: thrift = $version" "$place/prefix/lib/pkgconfig/TavIDL.pc" ||
+        fail "TavIDL.pc does not ask for the libthrift that was found"
+
+    build_project find_package "$place/program" -DCMAKE_PREFIX_PATH="$place/prefix" \
+        -DThrift_DIR="$place/thrift" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
+    grep -q BY_ITS_CMAKE_PACKAGE "$place/program/compile_commands.json" ||
+        fail "the program was not built with what libthrift's CMake package says"
+    expect "$("$place/program/program")" <<<"camera 1.0"
+}
+
+# What stands in Debian's packages and in the recipes because CMake cannot tell it to them.
+named_elsewhere() {
+    local version option
+    cd "$SOURCE"
+    version=$(sed -n 's/^project(TavIDL VERSION \([^ ]*\) .*/\1/p' CMakeLists.txt)
+    expect "$(sed -n '1s/ unstable.*//p' debian/changelog)" <<<"libtavidl ($version)"
+    expect "$(echo packaging/yocto/*)" <<<"packaging/yocto/libtavidl_$version.bb"
+    expect "$(sed -n 's/^LIBTAVIDL_VERSION = //p' packaging/buildroot/libtavidl/libtavidl.mk)" <<<"$version"
+    expect "$(sed -n 's/.*LICENSE;md5=\(.*\)"/\1/p' packaging/yocto/*.bb)" < <(md5sum LICENSE | cut -d ' ' -f 1)
+    # CMake takes an option that it does not know without a word.
+    while read -r option; do
+        grep -q "option($option " CMakeLists.txt || fail "the project has no option $option"
+    done < <(grep -rhoP -e '-D\K(BUILD|TAVIDL)_\w+' debian/rules packaging)
+}
+
 add_subdirectory() {
     local build=$WORK/add_subdirectory
     build_project add_subdirectory "$build" -DTAVIDL_SOURCE_DIR="$SOURCE"
