@@ -69,7 +69,7 @@ def arm_text():
     """The bytes of .text for 32-bit ARM; None where nothing was built for it."""
     if not os.path.exists(ARM):
         return None
-    run("cmake", "--build", "build/armhf", "--target", "TavIDL")
+    run("cmake", "--build", "--preset", "armhf", "--target", "TavIDL")
     return int(re.search(r"^\.text +(\d+)", run("arm-linux-gnueabihf-size", "-A", ARM), re.M)[1])
 
 
