@@ -47,6 +47,7 @@ struct Precautions {
     bool limits = false;
     bool guard = false;
     bool timeouts = false;
+    bool frames = false;
     bool littleMemory = false;
 };
 
@@ -96,7 +97,11 @@ void serve(Kind kind, const Precautions& with, int pipe) {
     const auto protocols = with.limits
                                ? std::make_shared<TBinaryProtocolFactory>(1 << 20, 1000, true, true)
                                : std::make_shared<TBinaryProtocolFactory>();
-    const auto transports = std::make_shared<transport::TBufferedTransportFactory>();
+    std::shared_ptr<transport::TTransportFactory> transports =
+        std::make_shared<transport::TBufferedTransportFactory>();
+    if (with.frames) {
+        transports = std::make_shared<transport::TFramedTransportFactory>();
+    }
 
     if (kind == Kind::Nonblocking) {
         const auto socket = std::make_shared<transport::TNonblockingServerSocket>("127.0.0.1", 0);
@@ -199,16 +204,20 @@ std::shared_ptr<TSocket> connected(int port, int timeout) {
     return socket;
 }
 
+TavEmpClient clientOf(bool framed, int port, int timeout) {
+    const auto socket = connected(port, timeout);
+    std::shared_ptr<transport::TTransport> transport;
+    if (framed) {
+        transport = std::make_shared<TFramedTransport>(socket);
+    } else {
+        transport = std::make_shared<TBufferedTransport>(socket);
+    }
+    return TavEmpClient(std::make_shared<TBinaryProtocol>(transport));
+}
+
 std::string executed(Kind kind, int port, const std::string& command, int timeout) {
     try {
-        const auto socket = connected(port, timeout);
-        std::shared_ptr<transport::TTransport> transport;
-        if (kind == Kind::Nonblocking) {
-            transport = std::make_shared<TFramedTransport>(socket);
-        } else {
-            transport = std::make_shared<TBufferedTransport>(socket);
-        }
-        TavEmpClient client(std::make_shared<TBinaryProtocol>(transport));
+        TavEmpClient client = clientOf(kind == Kind::Nonblocking, port, timeout);
         std::string result;
         client.Execute(result, 0, command, "", "", "", "");
         return result;
@@ -267,6 +276,26 @@ std::string silentClient(Kind kind, const Precautions& with) {
     return then == "good" ? "serves others" : "**others wait**";
 }
 
+// Calls of one mebibyte each, over one connection.
+std::string manyCalls(Kind kind, const Precautions& with) {
+    if (kind == Kind::Nonblocking && !with.frames) {
+        return "it has frames only";
+    }
+    const ServerProcess server(kind, with);
+    TavEmpClient client = clientOf(with.frames, server.port(), 10000);
+    const std::string mebibyte(1 << 20, 'x');
+    std::string result;
+    int answered = 0;
+    try {
+        for (; answered < 110; ++answered) {
+            client.Execute(result, 0, "good", mebibyte, "", "", "");
+        }
+    } catch (const TTransportException& failure) {
+        return "closes the connection after " + std::to_string(answered);
+    }
+    return "answers all";
+}
+
 struct Row {
     const char* what;
     std::function<std::string(Kind)> cell;
@@ -288,6 +317,8 @@ int main() {
     limits.limits = true;
     Precautions timeouts;
     timeouts.timeouts = true;
+    Precautions frames;
+    frames.frames = true;
     Precautions littleMemory;
     littleMemory.littleMemory = true;
     Precautions littleMemoryAndGuard = littleMemory;
@@ -313,6 +344,10 @@ int main() {
         {"A client stops in the middle of a call",
          [&](Kind kind) { return silentClient(kind, none); }},
         {"the same, with timeouts", [&](Kind kind) { return silentClient(kind, timeouts); }},
+        {"110 calls of 1 MiB each over one connection, with frames",
+         [&](Kind kind) { return manyCalls(kind, frames); }},
+        {"the same, with a buffer in their place",
+         [&](Kind kind) { return manyCalls(kind, none); }},
     };
 
     std::cout << "| | TSimpleServer | TThreadedServer | TThreadPoolServer | TNonblockingServer |\n"
