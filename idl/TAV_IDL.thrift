@@ -46,5 +46,6 @@ service TavEmp {
 
 /** Served by each callback service. */
 service TavEmpEvent {
+    /** Nothing comes back. libTavIDL sends it as T_CALL: tell by the name not to answer. */
     oneway void Callback(1: i32 eventType, 2: string param1, 3: string param2)
 }

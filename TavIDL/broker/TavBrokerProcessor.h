@@ -14,8 +14,8 @@
 ///
 /// - A handler's std::exception is answered as a TApplicationException of kind
 ///   UNKNOWN with its `what()` text. Anything else that a handler throws passes out
-///   of process(), with nothing answered; libthrift's servers do not survive it, so
-///   a handler should let none escape.
+///   of process(), with nothing answered; some of libthrift's servers do not survive
+///   it, so a handler should let none escape.
 /// - A message that is no call is answered with INVALID_MESSAGE_TYPE, an unknown name
 ///   with UNKNOWN_METHOD; process() then returns true.
 /// - Exceptions of the protocol and the transport pass out of process() to the server.

@@ -13,8 +13,8 @@ class TAVIDL_EXPORT TavEmpEventIf {
 public:
     virtual ~TavEmpEventIf() {}
 
-    /// Takes one event. One-way: whatever this does or throws, the EMP is told
-    /// nothing.
+    /// Takes one event: a type and two strings, whose meaning is the EMP's own.
+    /// One-way: whatever this does or throws, the EMP is told nothing.
     virtual void Callback(int32_t eventType, const std::string& param1,
                           const std::string& param2) = 0;
 };

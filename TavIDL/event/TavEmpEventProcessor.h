@@ -13,8 +13,8 @@
 /// server of libthrift.
 ///
 /// - Nothing is written back for an event: a handler's std::exception is swallowed.
-///   Anything else that a handler throws passes out of process(); libthrift's servers
-///   do not survive it, so a handler should let none escape.
+///   Anything else that a handler throws passes out of process(); some of libthrift's
+///   servers do not survive it, so a handler should let none escape.
 /// - A message that is no call is answered with INVALID_MESSAGE_TYPE, an unknown name
 ///   with UNKNOWN_METHOD, although the service is one-way; process() then returns true.
 /// - Exceptions of the protocol and the transport pass out of process() to the server.
