@@ -41,7 +41,10 @@ void addRoundTrips(const char* contestant, Framing framing, const Connect& conne
             state.SkipWithError(failure.what());
         }
     };
-    benchmark::RegisterBenchmark(name.c_str(), measure)->ThreadRange(1, 64)->UseRealTime();
+    benchmark::RegisterBenchmark(name.c_str(), measure)
+        ->ThreadRange(1, 64)
+        ->UseRealTime()
+        ->MeasureProcessCPUTime();  // the client's and the server's
 }
 
 }  // namespace
