@@ -52,7 +52,8 @@ def plot(name, settings, columns, rows):
     lines = ", ".join(f"$data using 1:{i} with linespoints linewidth 2 title '{column}'"
                       for i, column in enumerate(columns, 2))
     run("gnuplot", input=f"set terminal svg size 720,440 font 'Helvetica,13' background 'white'\n"
-                         f"set output 'bench/{name}.svg'\nset grid\nset key outside top center horizontal\n{settings}\n"
+                         f"set output 'bench/{name}.svg'\nset grid\n"
+                         f"set key outside top center horizontal\n{settings}\n"
                          f"$data << END\n{data}\nEND\nplot {lines}\n")
 
 
