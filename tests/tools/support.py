@@ -4,6 +4,7 @@ import json
 import logging
 import os
 import re
+import select
 import signal
 import socket
 import subprocess
@@ -59,8 +60,13 @@ class Process:
         self.process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=stdout,
                                         stderr=subprocess.PIPE, env=environment(**extra))
         test.addCleanup(self.end)
-        self.watchdog = threading.Timer(PATIENCE, self.process.kill)
+        self.late = False
+        self.watchdog = threading.Timer(PATIENCE, self.give_up)
         self.watchdog.start()
+
+    def give_up(self):
+        self.late = True
+        self.process.kill()
 
     def line(self, stream="stdout"):
         return getattr(self.process, stream).readline().decode().rstrip("\n")
@@ -87,6 +93,8 @@ class Process:
             if stream:
                 stream.close()
         self.process.wait()
+        if self.late:
+            raise AssertionError("it had not ended after %d seconds" % PATIENCE)
 
 
 def start(test, *words, **extra):
@@ -135,6 +143,16 @@ def generated_peer(test, processor, protocol="binary", transport="buffered"):
             processor.process(wire, wire)
 
     return Peer(test, serve)
+
+
+def fill(connection, message):
+    """Sends messages until all buffers on the way are full."""
+    connection.setblocking(False)
+    while select.select([], [connection], [], 0.5)[1]:
+        try:
+            connection.send(1000 * message)
+        except BlockingIOError:
+            pass
 
 
 def saying(test, answer):

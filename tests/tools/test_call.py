@@ -195,18 +195,56 @@ class StatusTest(ToolTest):
             with self.subTest(words):
                 self.assertEndsWith(2, error, tavctl(*words))
 
+    def testInputWithoutEndIsTwo(self):
+        with open("/dev/zero", "rb") as endless:
+            for words in (["-"], ["--credential-file", "-"]):
+                with self.subTest(words):
+                    ended = subprocess.run([TAVCTL, "call", "a:1", "TavEmp.Open", *words],
+                                           stdin=endless, capture_output=True, timeout=PATIENCE)
+                    self.assertEqual(2, ended.returncode)
+                    self.assertIn(b" is longer than ", ended.stderr)
+
     def testHostileArgumentsFromStandardInputAreTwo(self):
         for text in [b"", b"[]", b"{", b'{"clientID":1.5}', b'{"clientID":9999999999999999999}',
                      b'{"clientID":"\xff"}', b"[" * 1000000, b'{"x":1}']:
             with self.subTest(text[:20]):
                 self.assertEndsWith(2, "tavctl: ", tavctl("call", "a:1", "TavEmp.Close", "-",
                                                           stdin=text))
+        deep = 100000 * b'{"x":' + b"1" + 100000 * b"}"
+        self.assertEndsWith(2, "nested too deeply", tavctl("call", "a:1", "TavEmp.Close", "-",
+                                                           stdin=deep))
 
     def testNoConnectionIsThree(self):
         with socket.create_server(("127.0.0.1", 0)) as closed:
             address = "127.0.0.1:%d" % closed.getsockname()[1]
         self.assertEndsWith(3, "cannot connect to " + address,
                             tavctl("call", address, "TavEmp.Close"))
+
+    def testNoConnectionInTimeIsThree(self):
+        """The kernel takes no more connections than it may keep, and leaves the others waiting."""
+        with socket.create_server(("127.0.0.1", 0), backlog=0) as full:
+            address = "127.0.0.1:%d" % full.getsockname()[1]
+            for _ in range(3):
+                waiting = socket.socket()
+                self.addCleanup(waiting.close)
+                waiting.setblocking(False)
+                waiting.connect_ex(full.getsockname())
+            self.assertEndsWith(3, "cannot connect to " + address,
+                                tavctl("call", address, "TavEmp.Close", "--connect-timeout", "0.2"))
+
+    def testASignalEndsAHangingCall(self):
+        called, never = threading.Event(), threading.Event()
+        self.addCleanup(never.set)
+
+        def hang(connection):
+            connection.recv(1)
+            called.set()
+            never.wait(PATIENCE)
+
+        process = start(self, "call", Peer(self, hang).address, "TavEmp.Close", "--timeout", "3600")
+        self.assertTrue(called.wait(PATIENCE))
+        process.signal(signal.SIGTERM)
+        self.assertEqual(-signal.SIGTERM, process.wait()[0])
 
     def testNoReplyInTimeIsFour(self):
         never = threading.Event()
@@ -302,8 +340,11 @@ class OutputTest(ToolTest):
                 self.assertEqual((6, self.FULL), self.run_with(">/dev/full", *words))
 
     def testOutputThatNobodyReadsIsSixWithoutAWord(self):
-        self.assertEqual((6, ""), self.run_with("| true; exit ${PIPESTATUS[0]}", "describe",
-                                                "--thrift"))
+        reader, writer = os.pipe()
+        os.close(reader)
+        with open(writer, "wb") as closed:
+            ended = subprocess.run([TAVCTL, "describe"], stdout=closed, stderr=subprocess.PIPE)
+        self.assertEqual((6, b""), (ended.returncode, ended.stderr))
 
     def testAConnectionDoesNotTakeThePlaceOfAClosedStream(self):
         received = []
@@ -314,27 +355,31 @@ class OutputTest(ToolTest):
                 return 1
 
         peer = generated_peer(self, TavEmp.Processor(Recording()))
-        status, err = self.run_with("<&- >&-", "call", peer.address, "TavEmp.Close", "clientID=5")
-        self.assertEqual((6, [5]), (status, received))
-        self.assertIn("cannot write to standard output: Bad file descriptor", err)
+        for number, redirection in enumerate([">&-", "<&- >&-"]):
+            with self.subTest(redirection):
+                status, err = self.run_with(redirection, "call", peer.address, "TavEmp.Close",
+                                            "clientID=%d" % number)
+                self.assertEqual((6, number), (status, received[-1]))
+                self.assertIn("cannot write to standard output: Bad file descriptor", err)
 
 
 class TlsTest(ToolTest):
     def setUp(self):
         self.directory_ = self.directory()
-        for name in ("right", "wrong"):
+        for name, alternative in (("right", "IP:127.0.0.1"), ("wrong", "IP:127.0.0.1"),
+                                  ("elsewhere", "DNS:elsewhere")):
             subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
                             "ec_paramgen_curve:P-256", "-nodes", "-days", "2", "-subj",
-                            "/CN=localhost", "-addext", "subjectAltName=IP:127.0.0.1",
+                            "/CN=" + name, "-addext", "subjectAltName=" + alternative,
                             "-keyout", self.file(name + ".key"), "-out", self.file(name + ".crt")],
                            check=True, capture_output=True)
 
     def file(self, name):
         return os.path.join(self.directory_, name)
 
-    def server(self):
-        return start(self, "serve", "emp", "--reply", "Close=3", "--tls",
-                     "--cert", self.file("right.crt"), "--key", self.file("right.key")).address()
+    def server(self, name="right"):
+        return start(self, "serve", "emp", "--reply", "Close=3", "--tls", "--cert",
+                     self.file(name + ".crt"), "--key", self.file(name + ".key")).address()
 
     def testACallGoesThroughTls(self):
         self.assertEqual((0, "3\n", ""), tavctl("call", self.server(), "TavEmp.Close", "--tls",
@@ -344,6 +389,19 @@ class TlsTest(ToolTest):
         self.assertEndsWith(3, "check the certificates",
                             tavctl("call", self.server(), "TavEmp.Close", "--tls",
                                    "--ca", self.file("wrong.crt")))
+
+    def testAPeerOfAnotherNameIsNoConnection(self):
+        self.assertEndsWith(3, "check the certificates",
+                            tavctl("call", self.server("elsewhere"), "TavEmp.Close", "--tls",
+                                   "--ca", self.file("elsewhere.crt")))
+
+    def testAPeerThatDoesNotShakeHandsIsNoConnection(self):
+        never = threading.Event()
+        self.addCleanup(never.set)
+        peer = Peer(self, lambda connection: never.wait(PATIENCE))
+        self.assertEndsWith(3, "check the certificates, and that it speaks TLS there",
+                            tavctl("call", peer.address, "TavEmp.Close", "--tls", "--ca",
+                                   self.file("right.crt"), "--connect-timeout", "0.2"))
 
     def testAFileThatIsNotThereIsNamed(self):
         for option in ("--ca", "--cert", "--key"):
@@ -360,7 +418,12 @@ class TlsTest(ToolTest):
         server = start(self, "serve", "emp", "--tls", "--cert", self.file("right.crt"),
                        "--key", self.file("right.key"), "--ca", self.file("right.crt")).address()
         tls = ["--tls", "--ca", self.file("right.crt")]
-        self.assertEndsWith(6, "--cert and --key", tavctl("probe", server, *tls))
+        # The server may have hung up before the client has looked at its name.
+        status, _, err = tavctl("probe", server, *tls)
+        self.assertIn((status, err.split(";")[1]), [
+            (3, " check the certificates, and that it speaks TLS there\n"),
+            (6, " it speaks no protocol that is known here, or wants a certificate, see --cert and "
+                "--key\n")])
         self.assertEqual(0, tavctl("probe", server, *tls, "--cert", self.file("right.crt"),
                                    "--key", self.file("right.key"))[0])
 

@@ -182,6 +182,25 @@ class BrokenTest(ToolTest):
     def testDepthIsBounded(self):
         deep = bytes.fromhex("80010001 00000001 78 00000000") + 1000 * bytes.fromhex("0c0001")
         self.assertIn("nested too deeply", self.broken(deep)["broken"]["reason"])
+        lists = bytes.fromhex("8221 00 01 78 19") + 1000000 * b"\x19"
+        self.assertIn("nested too deeply",
+                      self.broken(lists, "--protocol", "compact")["broken"]["reason"])
+
+    def testAFrameOverTheLimitIsNotWaitedFor(self):
+        self.assertEqual({"offset": 0, "reason": "a frame of 16777217 bytes is over the limit in "
+                                                 "the length of a frame that begins at byte 0"},
+                         self.broken(bytes.fromhex("01000001"), "--transport", "framed")["broken"])
+
+    def testTheLengthOfAMessageIsBounded(self):
+        self.assertIn("the message is longer than 16777216 bytes",
+                      self.broken(b'[1,"' + 17000000 * b"x", "--protocol", "json")
+                      ["broken"]["reason"])
+
+    def testTheNumberOfValuesIsBounded(self):
+        lists = 11 * (bytes.fromhex("0f 0001 02 00002710") + 10000 * b"\1")
+        message = bytes.fromhex("80010001 00000001 78 00000000") + lists + b"\0"
+        self.assertIn("more values than a message may have",
+                      self.broken(message)["broken"]["reason"])
 
     def testContainersAreBounded(self):
         huge = bytes.fromhex("80010001 00000001 78 00000000 0f 0001 02 7fffffff")
@@ -195,6 +214,7 @@ class BrokenTest(ToolTest):
                            (head + b"[" * 100000, 2)]:
             with self.subTest(data[:80]):
                 self.assertEndsWith(6, "line %d is none" % line, decode(data))
+        self.assertEndsWith(6, "a line is too long", decode(head + b"[" * 40000000))
 
 
 class HostileTest(ToolTest):

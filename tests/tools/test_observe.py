@@ -45,6 +45,11 @@ class ProbeTest(ToolTest):
         peer = saying(self, b"HTTP/1.1 400 Bad Request\r\n\r\n")
         self.assertEndsWith(6, "it seems to speak HTTP", tavctl("probe", peer.address))
 
+    def testAnAnswerThatIsNoExceptionIsToldOf(self):
+        reply = bytes.fromhex("80010002 0000000c 74617663746c2e70726f6265 00000000 00")
+        self.assertEndsWith(6, "it answers as if there were this operation",
+                            tavctl("probe", saying(self, reply).address))
+
     def testAStrangerIsNot(self):
         peer = saying(self, b"what?")
         self.assertEndsWith(6, "no protocol that is known here", tavctl("probe", peer.address))
@@ -101,6 +106,7 @@ class SpyTest(ToolTest):
                     text = written.read()
                 self.assertNotIn("sesame", text)
                 self.assertNotIn(b"sesame".hex(), text)
+                self.assertIn(b"******".hex(), text)
                 status, out, err = tavctl("decode", file, "--json")
                 self.assertEqual((0, ""), (status, err))
                 decoded = [json.loads(line) for line in out.splitlines()]
@@ -207,6 +213,17 @@ class SpyTest(ToolTest):
         spy.line()
         spy.signal(signal.SIGTERM)
         self.assertEqual(0, spy.wait()[0])
+
+    def testASignalEndsAConnectionWhoseTargetDoesNotRead(self):
+        never = threading.Event()
+        self.addCleanup(never.set)
+        peer = Peer(self, lambda connection: never.wait(PATIENCE))
+        spy = start(self, "spy", "127.0.0.1:0", peer.address, stdout=subprocess.DEVNULL)
+        host, port = spy.address().split(":")
+        with socket.create_connection((host, int(port))) as connection:
+            fill(connection, 100 * b"?")
+            spy.signal(signal.SIGTERM)
+            self.assertEqual(0, spy.wait()[0])
 
     def testAFileThatCannotBeWrittenIsToldAtOnce(self):
         self.assertEndsWith(6, "cannot write to '/nonexistent/file'",

@@ -110,8 +110,8 @@ class OpenTest(ToolTest):
                 return ""
 
         broker, address = self.broker(Emp())
-        process = start(self, "open", address, "camera", "1.0", "--quiet", "--run", "Execute",
-                        "--run", "Execute", TAV_CREDENTIAL="sesame")
+        process = start(self, "open", address, "camera", "1.0", "--quiet", "--timeout", "3600",
+                        "--run", "Execute", "--run", "Execute", TAV_CREDENTIAL="sesame")
         self.assertTrue(called.wait(PATIENCE))
         process.signal(number)
         return broker, process.wait()
@@ -159,6 +159,23 @@ class OpenTest(ToolTest):
 
         # Sometimes at least: this machine may be busy.
         self.assertTrue(any(endsWithinItsPatience() for _ in range(20)))
+
+    def testEventsOfTheLastMomentAreShown(self):
+        test = self
+
+        class Reporting(Broker):
+            def CloseEmp(self, info):
+                for number in range(50):
+                    generated_client(test, TavEmpEvent, "127.0.0.1:%d" % info.callbackServicePort
+                                     ).Callback(number, "late", "")
+                return True
+
+        address = generated_peer(
+            self, TavBroker.Processor(Reporting(0, free_port()))).address
+        process = start(self, "open", address, "camera", "1.0", TAV_CREDENTIAL="sesame")
+        process.line("stderr")
+        process.signal(signal.SIGTERM)
+        self.assertEqual(50, process.wait()[1].count("event "))
 
     def testPortsThatAreNoneAreTheBrokersFault(self):
         for empPort, callbackPort, error in [(0, 0, "gives empServicePort as 0, which is no port"),
@@ -276,6 +293,17 @@ class ListenTest(ToolTest):
                     shown += os.read(controller, 1024)
                 self.assertEqual(expected, shown)
 
+    def testAnErrorOnATerminalIsColouredUnlessNoColorIsSet(self):
+        for extra, expected in [({}, b"\x1b[31mtavctl:\x1b[0m there is no verb"),
+                                ({"NO_COLOR": "1"}, b"tavctl: there is no verb"),
+                                ({"TERM": "dumb"}, b"tavctl: there is no verb")]:
+            with self.subTest(extra):
+                controller, terminal = pty.openpty()
+                self.addCleanup(os.close, controller)
+                subprocess.run([TAVCTL], stderr=terminal, env=environment(**extra))
+                os.close(terminal)
+                self.assertTrue(os.read(controller, 1024).startswith(expected))
+
 
     def testNohupKeepsItFromEndingOnAHangup(self):
         process = Process(self, ["nohup", TAVCTL, "listen"])
@@ -288,16 +316,27 @@ class ListenTest(ToolTest):
 
 
 class ServeTest(ToolTest):
+    def testNoMoreThan64ConnectionsAreServedAtATime(self):
+        host, port = start(self, "serve", "emp").address().split(":")
+        connections = []
+        for _ in range(65):
+            connections.append(socket.create_connection((host, int(port))))
+            self.addCleanup(connections[-1].close)
+            connections[-1].sendall(CLOSE["binary"])
+        replies = [select.select([connection], [], [], PATIENCE if number < 64 else 0.5)[0]
+                   for number, connection in enumerate(connections)]
+        self.assertTrue(all(replies[:64]))
+        self.assertEqual([], replies[64])
+        connections[0].close()
+        self.assertTrue(select.select(connections[64:], [], [], PATIENCE)[0])
+
     def testAClientThatDoesNotReadDoesNotHoldUpTheEnd(self):
         process = start(self, "serve", "emp", "--reply", "Execute=" + 100000 * "x",
                         stdout=subprocess.DEVNULL)
         host, port = process.address().split(":")
         call = bytes.fromhex("80010001 00000007 45786563757465 00000000 00")
         with socket.create_connection((host, int(port))) as connection:
-            connection.setblocking(False)
-            with self.assertRaises(BlockingIOError):
-                while True:
-                    connection.send(1000 * call)
+            fill(connection, call)
             process.signal(signal.SIGTERM)
             self.assertEqual(0, process.wait()[0])
 

@@ -331,7 +331,6 @@ void Connection::exchange(const std::string& what,
     const std::string where = what + " at " + address_.text() + ": ";
     const std::string probe = "see tavctl probe " + address_.text();
     deadline_->restart();
-    protocol_->exception = false;
     try {
         action(protocol_);
     } catch (const TApplicationException& failure) {
@@ -549,8 +548,8 @@ void Server::stop() {
 }
 
 void Server::drain(int ms) {
-    // Connections are accepted in their order: once one that is made now is seen to end, all that
-    // were made before are counted.
+    // Connections are accepted in the order in which their first bytes, or their ends, come: once
+    // one that ends now has been served, all are counted that have brought anything.
     TSocket last(address_.host, address_.port);
     last.setRecvTimeout(ms);
     try {
