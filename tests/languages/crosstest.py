@@ -254,6 +254,10 @@ def environment(build):
     }
 
 
+def outcomes_in(lines):
+    return dict(line.split(" = ", 1) for line in lines)
+
+
 def converse(build, server, client, protocol, transport):
     """The outcome of every case, or the reason why one side cannot speak so."""
     wire = [protocol, transport]
@@ -283,11 +287,15 @@ def converse(build, server, client, protocol, transport):
                 timeout=TIMEOUT,
             )
             _, told = serving.communicate(timeout=TIMEOUT)
+        except subprocess.TimeoutExpired as hung:
+            # What it had told by then says where it hangs.
+            lines = (hung.output or b"").decode(errors="replace").splitlines()
+            return {"outcomes": {**outcomes_in(lines), "hangs for": f"{TIMEOUT} seconds"}}
         finally:
             serving.kill()
     if calling.stdout.startswith("unsupported: "):
         return {"unsupported": calling.stdout.removeprefix("unsupported: ").strip()}
-    outcomes = dict(line.split(" = ", 1) for line in calling.stdout.splitlines())
+    outcomes = outcomes_in(calling.stdout.splitlines())
     for process, status, words in [
         ("client", calling.returncode, calling.stderr),
         ("server", serving.returncode, told),
