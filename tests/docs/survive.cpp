@@ -105,6 +105,10 @@ void serve(Kind kind, const Precautions& with, int pipe) {
 
     if (kind == Kind::Nonblocking) {
         const auto socket = std::make_shared<transport::TNonblockingServerSocket>("127.0.0.1", 0);
+        if (with.timeouts) {
+            socket->setRecvTimeout(200);
+            socket->setSendTimeout(200);
+        }
         server::TNonblockingServer server(processor, protocols, socket);
         server.setServerEventHandler(
             std::make_shared<TellPort>([&] { return socket->getListenPort(); }, pipe));
@@ -229,9 +233,9 @@ std::string executed(Kind kind, int port, const std::string& command, int timeou
 }
 
 // Sends bytes and waits for the end of the connection.
-std::string sent(int port, const std::string& bytes) {
+std::string sent(int port, const std::string& bytes, int timeout = 10000) {
     try {
-        const auto socket = connected(port, 10000);
+        const auto socket = connected(port, timeout);
         socket->write(reinterpret_cast<const uint8_t*>(bytes.data()),
                       static_cast<uint32_t>(bytes.size()));
         uint8_t answer = 0;
@@ -274,6 +278,11 @@ std::string silentClient(Kind kind, const Precautions& with) {
         return "**ends the process**";
     }
     return then == "good" ? "serves others" : "**others wait**";
+}
+
+std::string idleClient(Kind kind, const Precautions& with) {
+    const ServerProcess server(kind, with);
+    return sent(server.port(), "", 3000) == "closed" ? "closes the connection" : "keeps it";
 }
 
 // Calls of one mebibyte each, over one connection.
@@ -344,6 +353,8 @@ int main() {
         {"A client stops in the middle of a call",
          [&](Kind kind) { return silentClient(kind, none); }},
         {"the same, with timeouts", [&](Kind kind) { return silentClient(kind, timeouts); }},
+        {"A client is idle for longer than the timeouts",
+         [&](Kind kind) { return idleClient(kind, timeouts); }},
         {"110 calls of 1 MiB each over one connection, with frames",
          [&](Kind kind) { return manyCalls(kind, frames); }},
         {"the same, with a buffer in their place",
