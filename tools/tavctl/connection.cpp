@@ -377,7 +377,7 @@ struct BoundedFactory : TTransportFactory {
         dynamic_cast<TSocket&>(*transport).setSendTimeout(kSendMs);
         return bounded(settings_, std::move(transport));
     }
-    static constexpr int kSendMs = 5000;
+    static constexpr int kSendMs = 2000;
     const Settings settings_;
 };
 

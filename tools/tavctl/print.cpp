@@ -14,7 +14,8 @@ Output output;
 
 namespace {
 
-std::string secret;
+// Never destroyed: a thread that ends last may still print.
+std::string& secret = *new std::string;
 
 bool coloured(int descriptor) {
     const char* noColor = std::getenv("NO_COLOR");

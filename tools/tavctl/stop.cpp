@@ -5,7 +5,8 @@
 
 #include <atomic>
 #include <cerrno>
-#include <future>
+#include <condition_variable>
+#include <mutex>
 #include <system_error>
 #include <thread>
 
@@ -16,7 +17,10 @@ namespace {
 int requests[2] = {-1, -1};  // a pipe: what a signal handler may write to
 std::atomic<int> signalNumber{0};
 std::atomic<bool> stopRequested{false};
-std::promise<void> cleaned;
+std::mutex mutex;
+// Never destroyed: the thread that watches may outlive main().
+std::condition_variable& changed = *new std::condition_variable;
+bool cleaned = false;
 
 void onSignal(int number) {
     if (stopRequested.exchange(true)) {
@@ -57,7 +61,9 @@ void watch(std::function<void()> clean) {
     std::thread([clean = std::move(clean)] {
         waitForByte(requests[0]);
         clean();
-        cleaned.set_value();
+        const std::lock_guard<std::mutex> lock(mutex);
+        cleaned = true;
+        changed.notify_all();
     }).detach();
 }
 
@@ -70,7 +76,8 @@ void request() {
 }
 
 void wait() {
-    cleaned.get_future().wait();
+    std::unique_lock<std::mutex> lock(mutex);
+    changed.wait(lock, [] { return cleaned; });
 }
 
 bool requested() {
