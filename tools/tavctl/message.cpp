@@ -75,9 +75,10 @@ std::vector<Field> fieldsOf(const std::string& name, protocol::TMessageType type
         if (operation.name != name) {
             continue;
         }
-        const auto ofOne = type == protocol::T_REPLY
-                               ? std::vector<Field>{{0, "success", operation.result}}
-                               : operation.arguments;
+        std::vector<Field> ofOne = operation.arguments;
+        if (type == protocol::T_REPLY) {
+            ofOne.assign(1, {0, "success", operation.result});
+        }
         for (const Field& field : ofOne) {
             const auto known = std::find_if(fields.begin(), fields.end(), [&](const Field& other) {
                 return other.id == field.id;

@@ -32,7 +32,8 @@ std::vector<Step> stepsFrom(const Options& options, const std::string& credentia
     std::vector<Step> steps;
     const auto& words = options.words;
     for (auto word = words.begin(); word != words.end();) {
-        const Operation& operation = operationNamed("TavEmp." + *word);
+        const std::string name = "TavEmp." + *word;
+        const Operation& operation = operationNamed(name);
         const auto end = std::find_if(word + 1, words.end(), [](const std::string& next) {
             return next.find('=') == std::string::npos;
         });
