@@ -26,7 +26,7 @@ enum class ProtocolType { other, binary, compact };
 
 // Where the information on each kind of protocol was last seen. A program's information on a
 // type need not be this library's own, so types are told apart by name; but only once.
-inline std::array<std::atomic<const std::type_info*>, 3> seenTypes;
+inline std::array<std::atomic<const std::type_info*>, 3> seenTypes{};
 
 ProtocolType recognise(const std::type_info& type);
 
