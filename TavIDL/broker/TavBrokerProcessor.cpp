@@ -8,6 +8,7 @@ using namespace std::string_view_literals;
 using apache::thrift::protocol::TProtocol;
 using TavIDL::wire::answer;
 using TavIDL::wire::callOperation;
+using TavIDL::wire::pointee;
 using TavIDL::wire::processMessage;
 using TavIDL::wire::readArguments;
 
@@ -33,8 +34,9 @@ void TavBrokerProcessor::process_OpenEmp(int32_t seqid, TProtocol* iprot, TProto
     readArguments(iprot, args);
 
     TavBroker_OpenEmp_result result;
-    answer(oprot, "OpenEmp"sv, seqid, result,
-           [&] { (*handler_).OpenEmp(result.success, args.name, args.version, args.credential); });
+    answer(oprot, "OpenEmp"sv, seqid, result, [&] {
+        pointee(handler_).OpenEmp(result.success, args.name, args.version, args.credential);
+    });
 }
 
 void TavBrokerProcessor::process_Execute(int32_t seqid, TProtocol* iprot, TProtocol* oprot) {
@@ -43,8 +45,8 @@ void TavBrokerProcessor::process_Execute(int32_t seqid, TProtocol* iprot, TProto
 
     TavBroker_Execute_result result;
     answer(oprot, "Execute"sv, seqid, result, [&] {
-        (*handler_).Execute(result.success, args.fromPort, args.cmd, args.param1, args.param2,
-                            args.param3, args.param4);
+        pointee(handler_).Execute(result.success, args.fromPort, args.cmd, args.param1, args.param2,
+                                  args.param3, args.param4);
     });
 }
 
@@ -54,5 +56,5 @@ void TavBrokerProcessor::process_CloseEmp(int32_t seqid, TProtocol* iprot, TProt
 
     TavBroker_CloseEmp_result result;
     answer(oprot, "CloseEmp"sv, seqid, result,
-           [&] { result.success = (*handler_).CloseEmp(args.connectionInfo); });
+           [&] { result.success = pointee(handler_).CloseEmp(args.connectionInfo); });
 }

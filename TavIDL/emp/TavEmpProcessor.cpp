@@ -8,6 +8,7 @@ using namespace std::string_view_literals;
 using apache::thrift::protocol::TProtocol;
 using TavIDL::wire::answer;
 using TavIDL::wire::callOperation;
+using TavIDL::wire::pointee;
 using TavIDL::wire::processMessage;
 using TavIDL::wire::readArguments;
 
@@ -34,7 +35,8 @@ void TavEmpProcessor::process_Open(int32_t seqid, TProtocol* iprot, TProtocol* o
 
     TavEmp_Open_result result;
     answer(oprot, "Open"sv, seqid, result, [&] {
-        result.success = (*handler_).Open(args.clientID, args.name, args.version, args.credential);
+        result.success =
+            pointee(handler_).Open(args.clientID, args.name, args.version, args.credential);
     });
 }
 
@@ -44,7 +46,7 @@ void TavEmpProcessor::process_Close(int32_t seqid, TProtocol* iprot, TProtocol* 
 
     TavEmp_Close_result result;
     answer(oprot, "Close"sv, seqid, result,
-           [&] { result.success = (*handler_).Close(args.clientID); });
+           [&] { result.success = pointee(handler_).Close(args.clientID); });
 }
 
 void TavEmpProcessor::process_Execute(int32_t seqid, TProtocol* iprot, TProtocol* oprot) {
@@ -53,8 +55,8 @@ void TavEmpProcessor::process_Execute(int32_t seqid, TProtocol* iprot, TProtocol
 
     TavEmp_Execute_result result;
     answer(oprot, "Execute"sv, seqid, result, [&] {
-        (*handler_).Execute(result.success, args.clientID, args.cmd, args.param1, args.param2,
-                            args.param3, args.param4);
+        pointee(handler_).Execute(result.success, args.clientID, args.cmd, args.param1, args.param2,
+                                  args.param3, args.param4);
     });
 }
 
@@ -65,6 +67,7 @@ void TavEmpProcessor::process_ExecuteWithParamList(int32_t seqid, TProtocol* ipr
 
     TavEmp_ExecuteWithParamList_result result;
     answer(oprot, "ExecuteWithParamList"sv, seqid, result, [&] {
-        (*handler_).ExecuteWithParamList(result.success, args.clientID, args.cmd, args.paramList);
+        pointee(handler_).ExecuteWithParamList(result.success, args.clientID, args.cmd,
+                                               args.paramList);
     });
 }

@@ -6,6 +6,7 @@
 
 using apache::thrift::protocol::TProtocol;
 using TavIDL::wire::callOperation;
+using TavIDL::wire::pointee;
 using TavIDL::wire::processMessage;
 using TavIDL::wire::readArguments;
 
@@ -32,7 +33,7 @@ void TavEmpEventProcessor::process_Callback(int32_t /*seqid*/, TProtocol* iprot,
     TavEmpEvent_Callback_args args;
     readArguments(iprot, args);
     try {
-        (*handler_).Callback(args.eventType, args.param1, args.param2);
+        pointee(handler_).Callback(args.eventType, args.param1, args.param2);
     } catch (const std::exception&) {
     }
 }

@@ -13,14 +13,11 @@ using apache::thrift::protocol::T_STRUCT;
 
 namespace {
 
-// A transport is reached through `*pointer`, never `pointer->`: that is where the smart
-// pointer's own assertion ends the process if a protocol has no transport.
-
 template <typename Protocol>
 void finishWrite(Protocol* oprot) {
     oprot->writeMessageEnd();
     const auto pointer = oprot->getTransport();
-    auto& transport = *pointer;
+    auto& transport = pointee(pointer);
     transport.flush();
     transport.writeEnd();
 }
@@ -29,7 +26,7 @@ template <typename Protocol>
 void finishRead(Protocol* iprot) {
     iprot->readMessageEnd();
     const auto pointer = iprot->getTransport();
-    (*pointer).readEnd();
+    pointee(pointer).readEnd();
 }
 
 [[gnu::cold]] void discardBody(TProtocol* iprot) {

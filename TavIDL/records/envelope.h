@@ -4,6 +4,7 @@
 #include <TavIDL/records/codec.h>
 
 #include <atomic>
+#include <cassert>
 #include <exception>
 #include <string>
 #include <string_view>
@@ -24,6 +25,14 @@ using apache::thrift::TApplicationException;
 using apache::thrift::protocol::TMessageType;
 
 // --- Both sides
+
+// What a handler's or a transport's pointer points at. An empty one is a programming error,
+// which ends the process in release builds too; not all shared pointers see to that.
+template <typename Pointer>
+auto& pointee(const Pointer& pointer) {
+    assert(pointer.get() != nullptr);
+    return *pointer;
+}
 
 // An operation's name as protocols take it. Made at the first call and kept as long as the
 // process lives: the longest would otherwise be allocated in each call. Two threads may both
