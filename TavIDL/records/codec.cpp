@@ -1,7 +1,11 @@
 #include <TavIDL/records/codec.h>
-#include <TavIDL/records/protocols.h>
+#include <thrift/protocol/TBinaryProtocol.h>
+#include <thrift/protocol/TCompactProtocol.h>
 
+#include <array>
+#include <atomic>
 #include <cstring>
+#include <typeinfo>
 
 namespace TavIDL::wire {
 
@@ -9,8 +13,17 @@ using apache::thrift::protocol::T_BOOL;
 using apache::thrift::protocol::T_I32;
 using apache::thrift::protocol::T_STOP;
 using apache::thrift::protocol::T_STRING;
+using apache::thrift::protocol::TBinaryProtocol;
+using apache::thrift::protocol::TCompactProtocol;
 
 namespace {
+
+// The two loops. libthrift's functions are inlined into them, but they themselves nowhere: a
+// record within a record would double them.
+template <typename Protocol>
+[[gnu::noinline]] uint32_t writeRecord(Protocol* oprot, const Record& shape, const void* record);
+template <typename Protocol>
+[[gnu::noinline]] uint32_t readRecord(Protocol* iprot, const Record& shape, void* record);
 
 // Where a record holds the value of a field: in itself, or, if it holds pointers,
 // behind the one at `slot`.
@@ -63,8 +76,6 @@ uint32_t readValue(Protocol* iprot, const Field& field, void* value) {
     }
 }
 
-}  // namespace
-
 template <typename Protocol>
 uint32_t writeRecord(Protocol* oprot, const Record& shape, const void* record) {
     uint32_t bytes = oprot->writeStructBegin(shape.name.text);
@@ -72,7 +83,8 @@ uint32_t writeRecord(Protocol* oprot, const Record& shape, const void* record) {
     const Field* field = shape.fields;
     const Field* const end = field + (empty ? 0 : shape.count);
     const char* slot = slotOf(record, 0);
-    for (int16_t id = shape.firstId; field != end; ++field, slot += sizeof(void*), ++id) {
+    for (auto id = static_cast<int16_t>(shape.firstId); field != end;
+         ++field, slot += sizeof(void*), ++id) {
         bytes += oprot->writeFieldBegin(field->name.text, static_cast<TType>(field->type), id);
         bytes += writeValue(oprot, *field, valueOf(shape, *field, record, slot));
         bytes += oprot->writeFieldEnd();
@@ -111,19 +123,55 @@ uint32_t readRecord(Protocol* iprot, const Record& shape, void* record) {
     return bytes;
 }
 
-template uint32_t writeRecord(TProtocol*, const Record&, const void*);
-template uint32_t writeRecord(TBinaryProtocol*, const Record&, const void*);
-template uint32_t writeRecord(TCompactProtocol*, const Record&, const void*);
-template uint32_t readRecord(TProtocol*, const Record&, void*);
-template uint32_t readRecord(TBinaryProtocol*, const Record&, void*);
-template uint32_t readRecord(TCompactProtocol*, const Record&, void*);
+enum ProtocolType { kBinary, kCompact, kOther, kProtocolTypes };
+
+// Where the information on each kind of protocol was last seen: it tells them apart within a
+// few instructions. A program's information on a type need not be this library's own, so what
+// was not just seen is told apart by name. A module that was unloaded may leave an address
+// behind; its place would have to be taken by another one's protocol to mislead.
+std::array<std::atomic<const std::type_info*>, kProtocolTypes> seenTypes{};
+
+[[gnu::cold]] ProtocolType recognise(const std::type_info& type) {
+    const ProtocolType found = type == typeid(TBinaryProtocol)    ? kBinary
+                               : type == typeid(TCompactProtocol) ? kCompact
+                                                                  : kOther;
+    seenTypes[found].store(&type, std::memory_order_relaxed);
+    return found;
+}
+
+ProtocolType typeOf(const TProtocol& protocol) {
+    const std::type_info& type = typeid(protocol);
+    const auto wasSeen = [&type](ProtocolType known) {
+        return seenTypes[known].load(std::memory_order_relaxed) == &type;
+    };
+    return wasSeen(kBinary)    ? kBinary
+           : wasSeen(kCompact) ? kCompact
+           : wasSeen(kOther)   ? kOther
+                               : recognise(type);
+}
+
+}  // namespace
 
 uint32_t write(TProtocol* oprot, const Record& shape, const void* record) {
-    return withExactType(oprot, [&](auto* exact) { return writeRecord(exact, shape, record); });
+    switch (typeOf(*oprot)) {
+        case kBinary:
+            return writeRecord(static_cast<TBinaryProtocol*>(oprot), shape, record);
+        case kCompact:
+            return writeRecord(static_cast<TCompactProtocol*>(oprot), shape, record);
+        default:
+            return writeRecord(oprot, shape, record);
+    }
 }
 
 uint32_t read(TProtocol* iprot, const Record& shape, void* record) {
-    return withExactType(iprot, [&](auto* exact) { return readRecord(exact, shape, record); });
+    switch (typeOf(*iprot)) {
+        case kBinary:
+            return readRecord(static_cast<TBinaryProtocol*>(iprot), shape, record);
+        case kCompact:
+            return readRecord(static_cast<TCompactProtocol*>(iprot), shape, record);
+        default:
+            return readRecord(iprot, shape, record);
+    }
 }
 
 }  // namespace TavIDL::wire

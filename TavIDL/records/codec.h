@@ -68,16 +68,16 @@ struct Field {
 struct Record {
     Name<36> name;
     const Field* fields;  // in id order, without gaps
-    uint8_t count;
-    uint8_t firstId;
+    uint32_t count;       // whole words where a loop looks once a field
+    int32_t firstId;
     bool holdsPointers;  // to the caller's values, and not the values
     bool writesOnlyWhenSet;
-    uint16_t flags;  // offset of __isset; 0 in a record that has none
+    uint32_t flags;  // offset of __isset; 0 in a record that has none
 };
 
 // Arguments are numbered from 1 on; a result is field 0.
-constexpr uint8_t kFirstArgument = 1;
-constexpr uint8_t kResult = 0;
+constexpr int32_t kFirstArgument = 1;
+constexpr int32_t kResult = 0;
 
 // ConnectionInfo, ParamList and every _args: all fields are always written.
 template <typename T, std::size_t N>
@@ -105,7 +105,11 @@ constexpr Record resultPointerTable(const Field (&success)[1]) {
     return {"", success, 1, kResult, true, false, offsetof(T, __isset)};
 }
 
-// Both return the sum of what the protocol's calls return.
+// Both return the sum of what the protocol's calls return. Their loops stand in the library
+// three times: for any TProtocol, whose every call is virtual, and for libthrift's binary and
+// compact protocol, whose own functions are then called directly. A protocol is taken for one
+// of these two only if that is its exact type: what derives from them or wraps them has its
+// overrides called. All three make the same calls in the same order.
 uint32_t write(TProtocol* oprot, const Record& shape, const void* record);
 uint32_t read(TProtocol* iprot, const Record& shape, void* record);
 
@@ -118,12 +122,6 @@ template <typename T>
 uint32_t read(TProtocol* iprot, T& record) {
     return read(iprot, table<T>, &record);
 }
-
-// The two loops that do it, for a protocol whose exact type is known (protocols.h).
-template <typename Protocol>
-uint32_t writeRecord(Protocol* oprot, const Record& shape, const void* record);
-template <typename Protocol>
-uint32_t readRecord(Protocol* iprot, const Record& shape, void* record);
 
 }  // namespace TavIDL::wire
 

@@ -1,5 +1,4 @@
 #include <TavIDL/records/envelope.h>
-#include <TavIDL/records/protocols.h>
 
 #include <memory>
 
@@ -13,8 +12,7 @@ using apache::thrift::protocol::T_STRUCT;
 
 namespace {
 
-template <typename Protocol>
-void finishWrite(Protocol* oprot) {
+void finishWrite(TProtocol* oprot) {
     oprot->writeMessageEnd();
     const auto pointer = oprot->getTransport();
     auto& transport = pointee(pointer);
@@ -22,8 +20,7 @@ void finishWrite(Protocol* oprot) {
     transport.writeEnd();
 }
 
-template <typename Protocol>
-void finishRead(Protocol* iprot) {
+void finishRead(TProtocol* iprot) {
     iprot->readMessageEnd();
     const auto pointer = iprot->getTransport();
     pointee(pointer).readEnd();
@@ -65,32 +62,25 @@ void finishRead(Protocol* iprot) {
 
 void writeMessage(TProtocol* oprot, const std::string& name, TMessageType type, int32_t seqid,
                   const Record& shape, const void* record) {
-    withExactType(oprot, [&](auto* exact) {
-        exact->writeMessageBegin(name, type, seqid);
-        writeRecord(exact, shape, record);
-        finishWrite(exact);
-    });
+    oprot->writeMessageBegin(name, type, seqid);
+    write(oprot, shape, record);
+    finishWrite(oprot);
 }
 
 void readBody(TProtocol* iprot, const Record& shape, void* record) {
-    withExactType(iprot, [&](auto* exact) {
-        readRecord(exact, shape, record);
-        finishRead(exact);
-    });
+    read(iprot, shape, record);
+    finishRead(iprot);
 }
 
 void readReply(TProtocol* iprot, std::string_view operation, const Record& shape, void* reply) {
-    withExactType(iprot, [&](auto* exact) {
-        std::string name;
-        TMessageType type = T_CALL;
-        int32_t seqid = 0;
-        exact->readMessageBegin(name, type, seqid);
-        if (type != T_REPLY || name != operation) {
-            refuseReply(iprot, type);
-        }
-        readRecord(exact, shape, reply);
-        finishRead(exact);
-    });
+    std::string name;
+    TMessageType type = T_CALL;
+    int32_t seqid = 0;
+    iprot->readMessageBegin(name, type, seqid);
+    if (type != T_REPLY || name != operation) {
+        refuseReply(iprot, type);
+    }
+    readBody(iprot, shape, reply);
 }
 
 [[gnu::cold]] void throwMissingResult(std::string_view operation) {

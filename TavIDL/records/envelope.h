@@ -80,8 +80,8 @@ void receiveReply(TProtocol* iprot, std::string_view operation, Reply& reply) {
 // has been answered, and nothing is left to do.
 bool acceptCall(TProtocol* iprot, TProtocol* oprot, std::string& name, int32_t& seqid);
 
-void rejectUnknownMethod(TProtocol* iprot, TProtocol* oprot, const std::string& name,
-                         int32_t seqid);
+[[gnu::noinline]] void rejectUnknownMethod(TProtocol* iprot, TProtocol* oprot,
+                                           const std::string& name, int32_t seqid);
 
 // process() of every processor.
 template <typename Processor>
@@ -92,10 +92,12 @@ bool processMessage(Processor& processor, TProtocol* iprot, TProtocol* oprot) {
            processor.process_fn(iprot, oprot, name, seqid);
 }
 
-// process_fn() of every processor.
+// process_fn() of every processor. Flattened, for the lookup is dear where the compiler builds
+// for size.
 template <typename Processor, typename OperationMap>
-bool callOperation(Processor& processor, const OperationMap& operations, TProtocol* iprot,
-                   TProtocol* oprot, const std::string& name, int32_t seqid) {
+[[gnu::flatten]] bool callOperation(Processor& processor, const OperationMap& operations,
+                                    TProtocol* iprot, TProtocol* oprot, const std::string& name,
+                                    int32_t seqid) {
     const auto operation = operations.find(name);
     if (operation == operations.end()) {
         rejectUnknownMethod(iprot, oprot, name, seqid);
