@@ -5,6 +5,9 @@
 # builds are kept, so that a second run has little to do).
 set -euo pipefail
 
+# It may be set to make paths relative, and the same file would then be another one elsewhere.
+export CCACHE_DISABLE=1
+
 warnings="-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Werror"
 here=$SOURCE/tests/package
 
