@@ -150,28 +150,26 @@ ProtocolType typeOf(const TProtocol& protocol) {
                                : recognise(type);
 }
 
-}  // namespace
-
-uint32_t write(TProtocol* oprot, const Record& shape, const void* record) {
-    switch (typeOf(*oprot)) {
+template <typename Carry>
+uint32_t byExactType(TProtocol* protocol, Carry carry) {
+    switch (typeOf(*protocol)) {
         case kBinary:
-            return writeRecord(static_cast<TBinaryProtocol*>(oprot), shape, record);
+            return carry(static_cast<TBinaryProtocol*>(protocol));
         case kCompact:
-            return writeRecord(static_cast<TCompactProtocol*>(oprot), shape, record);
+            return carry(static_cast<TCompactProtocol*>(protocol));
         default:
-            return writeRecord(oprot, shape, record);
+            return carry(protocol);
     }
 }
 
+}  // namespace
+
+uint32_t write(TProtocol* oprot, const Record& shape, const void* record) {
+    return byExactType(oprot, [&](auto* exact) { return writeRecord(exact, shape, record); });
+}
+
 uint32_t read(TProtocol* iprot, const Record& shape, void* record) {
-    switch (typeOf(*iprot)) {
-        case kBinary:
-            return readRecord(static_cast<TBinaryProtocol*>(iprot), shape, record);
-        case kCompact:
-            return readRecord(static_cast<TCompactProtocol*>(iprot), shape, record);
-        default:
-            return readRecord(iprot, shape, record);
-    }
+    return byExactType(iprot, [&](auto* exact) { return readRecord(exact, shape, record); });
 }
 
 }  // namespace TavIDL::wire
