@@ -37,6 +37,15 @@ public:
     std::string make_option_opts(const CLI::Option* option) const override {
         return option->get_positional() ? "" : Formatter::make_option_opts(option);
     }
+
+    // Newer CLI11 breaks the lines of a footer; the example must stay whole to be pasted.
+    std::string make_help(const CLI::App* app, std::string name,
+                          CLI::AppFormatMode mode) const override {
+        const std::string help = Formatter::make_help(app, std::move(name), mode);
+        return help.substr(0, help.find_last_not_of('\n') + 1) + "\n\n" + app->get_footer() + "\n";
+    }
+
+    std::string make_footer(const CLI::App* /*app*/) const override { return ""; }
 };
 
 // At most `limit` bytes, so that no input fills the memory.

@@ -6,7 +6,7 @@ _tavctl() {
     local verb=${words[1]}
     if ((cword == 1)); then
         mapfile -t COMPREPLY < <(compgen -W "--help --version $("$1" --help 2>/dev/null |
-            awk '/^Subcommands:/ { on = 1; next } /^$/ { on = 0 } on { print $1 }')" -- "$cur")
+            awk 'tolower($0) == "subcommands:" { on = 1; next } /^$/ { on = 0 } on { print $1 }')" -- "$cur")
         return
     fi
     case $prev in
