@@ -49,9 +49,10 @@ install_library() {
 
 # The files of a component, relative to the prefix.
 component() {
-    cmake --install "$WORK/shared/build" --prefix "$WORK/shared/component" --component "$1" >&2
-    files_below "$WORK/shared/component"
-    rm -r "$WORK/shared/component"
+    local prefix=$WORK/shared/component/$1
+    rm -rf "$prefix"
+    cmake --install "$WORK/shared/build" --prefix "$prefix" --component "$1" >&2
+    files_below "$prefix"
 }
 
 runtime_component() {
