@@ -1,43 +1,36 @@
 #include "stop.h"
 
+#include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <condition_variable>
 #include <mutex>
-#include <system_error>
 #include <thread>
 
 #include "failure.h"
 
 namespace {
 
-int requests[2] = {-1, -1};  // a pipe: what a signal handler may write to
+std::mutex mutex;
+// Never destroyed: the threads that watch may outlive main().
+std::condition_variable& changed = *new std::condition_variable;
 std::atomic<int> signalNumber{0};
 std::atomic<bool> stopRequested{false};
-std::mutex mutex;
-// Never destroyed: the thread that watches may outlive main().
-std::condition_variable& changed = *new std::condition_variable;
+std::atomic<bool> watched{false};
 bool cleaned = false;
 
-void onSignal(int number) {
-    if (stopRequested.exchange(true)) {
-        _exit(128 + number);
+// Whether this is the first request.
+bool request(int number) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (stopRequested) {
+        return false;
     }
     signalNumber = number;
-    const int error = errno;
-    if (write(requests[1], "", 1) < 0) {
-        _exit(128 + number);
-    }
-    errno = error;
-}
-
-void waitForByte(int descriptor) {
-    char byte = 0;
-    while (read(descriptor, &byte, 1) < 0 && errno == EINTR) {
-    }
+    stopRequested = true;
+    changed.notify_all();
+    return true;
 }
 
 }  // namespace
@@ -45,34 +38,41 @@ void waitForByte(int descriptor) {
 namespace stop {
 
 void watch(std::function<void()> clean) {
-    if (pipe(requests) != 0) {
-        throw std::system_error(errno, std::generic_category(), "pipe");
-    }
-    struct sigaction action = {};
-    action.sa_handler = onSignal;
-    action.sa_flags = SA_RESTART;
+    watched = true;
+    sigset_t signals;
+    sigemptyset(&signals);
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-        struct sigaction before = {};
-        sigaction(number, nullptr, &before);
-        if (number != SIGHUP || before.sa_handler != SIG_IGN) {  // nohup wants it ignored
-            sigaction(number, &action, nullptr);
+        struct sigaction action = {};
+        sigaction(number, nullptr, &action);
+        if (number != SIGHUP || action.sa_handler != SIG_IGN) {  // nohup wants it ignored
+            sigaddset(&signals, number);
         }
     }
+    // All threads from here on: libthrift's take only so many interruptions.
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::thread([signals] {
+        for (int number = 0; sigwait(&signals, &number) == 0;) {
+            if (!::request(number)) {
+                _exit(128 + number);
+            }
+        }
+    }).detach();
     std::thread([clean = std::move(clean)] {
-        waitForByte(requests[0]);
+        std::unique_lock<std::mutex> lock(mutex);
+        changed.wait(lock, [] { return stopRequested.load(); });
+        lock.unlock();
         clean();
-        const std::lock_guard<std::mutex> lock(mutex);
+        lock.lock();
         cleaned = true;
         changed.notify_all();
     }).detach();
 }
 
 void request() {
-    if (!stopRequested.exchange(true)) {
-        if (write(requests[1], "", 1) < 0) {
-            _exit(static_cast<int>(Exit::Broken));  // nobody watches
-        }
+    if (!watched) {
+        _exit(static_cast<int>(Exit::Broken));
     }
+    ::request(0);
 }
 
 void wait() {
