@@ -314,6 +314,13 @@ class ListenTest(ToolTest):
         process.signal(signal.SIGTERM)
         self.assertEqual(0, process.wait()[0])
 
+    def testAnInterruptEndsItInTheBackgroundOfAScriptToo(self):
+        """There, shells have their commands ignore it."""
+        process = Process(self, ["sh", "-c", "trap '' INT; exec \"$0\" listen", TAVCTL])
+        process.address()
+        process.signal(signal.SIGINT)
+        self.assertEqual((0, "", ""), process.wait())
+
 
 class ServeTest(ToolTest):
     def testNoMoreThan64ConnectionsAreServedAtATime(self):

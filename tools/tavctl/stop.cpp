@@ -21,8 +21,8 @@ std::atomic<bool> stopRequested{false};
 std::atomic<bool> watched{false};
 bool cleaned = false;
 
-// Whether this is the first request.
-bool request(int number) {
+// Returns false if a stop was requested before.
+bool firstRequest(int number) {
     const std::lock_guard<std::mutex> lock(mutex);
     if (stopRequested) {
         return false;
@@ -52,7 +52,7 @@ void watch(std::function<void()> clean) {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     std::thread([signals] {
         for (int number = 0; sigwait(&signals, &number) == 0;) {
-            if (!::request(number)) {
+            if (!firstRequest(number)) {
                 _exit(128 + number);
             }
         }
@@ -72,7 +72,7 @@ void request() {
     if (!watched) {
         _exit(static_cast<int>(Exit::Broken));
     }
-    ::request(0);
+    firstRequest(0);
 }
 
 void wait() {
