@@ -412,10 +412,10 @@ class TlsTest(ToolTest):
                                            *[word for pair in files.items() for word in pair]))
 
     def testProbeTellsThatAPeerSpeaksTls(self):
+        ended = tavctl("probe", self.server(), "--timeout", "1")
         # Some releases of OpenSSL hang up on what is no TLS, some wait for more of it.
-        status, _, err = tavctl("probe", self.server(), "--timeout", "1")
-        self.assertIn(status, (4, 6))
-        self.assertIn("it seems to speak TLS, try --tls\n", err)
+        status = 4 if "no reply in time" in ended[2] else 6
+        self.assertEndsWith(status, "it seems to speak TLS, try --tls", ended)
 
     def testProbeTellsThatAPeerMayWantACertificate(self):
         server = start(self, "serve", "emp", "--tls", "--cert", self.file("right.crt"),
