@@ -9,6 +9,7 @@ namespace stop {
 
 // From here on the first request calls `clean`, once, in a thread of its own. Without this,
 // signals end the program as they always do, which is right where nothing has to be cleaned up.
+// Comes before any other thread is started: only those started later leave signals to it.
 void watch(std::function<void()> clean = [] {});
 
 void request();
