@@ -1,7 +1,21 @@
 #ifndef TAVIDL_THRIFT_H
 #define TAVIDL_THRIFT_H
 
+// Up to 0.9.0 libthrift's headers use what these two declare and do not include them.
+#include <netinet/in.h>
+#ifdef __has_include
+#if __has_include(<thrift/config.h>)
+#include <thrift/config.h>
+#endif
+#endif
+
+// 0.2 declares TApplicationException in Thrift.h. The question is asked as its own headers
+// include each other, without `thrift/`: the system's libthrift must not answer it.
+#ifndef __has_include
 #include <thrift/TApplicationException.h>
+#elif !__has_include(<TProcessor.h>) || __has_include(<TApplicationException.h>)
+#include <thrift/TApplicationException.h>
+#endif
 #include <thrift/TProcessor.h>
 #include <thrift/protocol/TProtocol.h>
 #include <thrift/transport/TTransport.h>
