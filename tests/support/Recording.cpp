@@ -1,7 +1,6 @@
 #include <support/Recording.h>
 
 #include <gtest/gtest.h>
-#include <thrift/TApplicationException.h>
 #include <thrift/protocol/TProtocolException.h>
 #include <thrift/transport/TTransportException.h>
 
@@ -89,7 +88,7 @@ Value somethingOf(TType type) {
 }
 
 RecordingProtocol::RecordingProtocol(Log& log, const std::string& speaker)
-    : TVirtualProtocol(make<RecordingTransport>(log, speaker)), log_(log), speaker_(speaker) {
+    : Base(make<RecordingTransport>(log, speaker)), log_(log), speaker_(speaker) {
 }
 
 void RecordingProtocol::playMessage(Message message) {
@@ -237,7 +236,7 @@ uint32_t RecordingProtocol::skip(TType type) {
 std::string failureOf(const std::function<void()>& action) {
     try {
         action();
-    } catch (const TApplicationException& failure) {
+    } catch (TApplicationException& failure) {  // its getType() is const from 0.10 on
         return "TApplicationException " + std::to_string(failure.getType()) + " " +
                quoted(failure.what());
     } catch (const TTransportException& failure) {

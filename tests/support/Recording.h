@@ -2,8 +2,11 @@
 #define TESTS_SUPPORT_RECORDING_H
 
 #include <TavIDL/thrift.h>
-#include <thrift/protocol/TVirtualProtocol.h>
 #include <thrift/transport/TTransport.h>
+#if !__has_include(<TProcessor.h>) || __has_include(<protocol/TVirtualProtocol.h>)
+#include <thrift/protocol/TVirtualProtocol.h>
+#define TESTS_HAVE_TVIRTUALPROTOCOL
+#endif
 
 #include <cstddef>
 #include <cstdint>
@@ -100,9 +103,20 @@ private:
     std::string speaker_;
 };
 
+// What passes TProtocol's calls on to a protocol. Up to 0.5 they are virtual themselves.
+#ifdef TESTS_HAVE_TVIRTUALPROTOCOL
+template <typename Protocol>
+using VirtualProtocol = apache::thrift::protocol::TVirtualProtocol<Protocol>;
+#else
+template <typename>
+using VirtualProtocol = apache::thrift::protocol::TProtocol;
+#endif
+
 // Calls that the library has no use for are left to libthrift, which throws
 // NOT_IMPLEMENTED. A skip is one call: what it skips is not read one by one.
-class RecordingProtocol : public apache::thrift::protocol::TVirtualProtocol<RecordingProtocol> {
+class RecordingProtocol : public VirtualProtocol<RecordingProtocol> {
+    using Base = VirtualProtocol<RecordingProtocol>;
+
 public:
     // `speaker` begins each line, to tell several protocols apart.
     explicit RecordingProtocol(Log& log, const std::string& speaker = "");
@@ -134,7 +148,7 @@ public:
     uint32_t readFieldBegin(std::string& name, TType& type, int16_t& id);
     uint32_t readFieldEnd();
     uint32_t readBool(bool& value);
-    using TVirtualProtocol::readBool;
+    using Base::readBool;
     uint32_t readI32(int32_t& value);
     uint32_t readString(std::string& value);
     uint32_t skip(TType type);

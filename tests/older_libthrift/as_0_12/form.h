@@ -1,8 +1,15 @@
 #ifndef OLDER_LIBTHRIFT_FORM_H
 #define OLDER_LIBTHRIFT_FORM_H
 
+// What newer headers need, they include themselves.
+#include <netinet/in.h>
+#include <thrift/config.h>
+
 #include <cstdint>
 #include <memory>
+
+#define OLDER_LIBTHRIFT_GETTYPE_CONST const
+#define OLDER_LIBTHRIFT_SKIP virtual uint32_t skip(TType type) = 0
 
 namespace apache {
 namespace thrift {

@@ -5,6 +5,9 @@
 
 #include <cstdint>
 
+#define OLDER_LIBTHRIFT_GETTYPE_CONST
+#define OLDER_LIBTHRIFT_SKIP virtual uint32_t skip(TType type) = 0
+
 namespace apache {
 namespace thrift {
 

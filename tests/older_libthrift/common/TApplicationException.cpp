@@ -1,4 +1,4 @@
-#include <thrift/TApplicationException.h>
+#include <parts/TApplicationException.h>
 #include <thrift/protocol/TProtocol.h>
 
 namespace apache {

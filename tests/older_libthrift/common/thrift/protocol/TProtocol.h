@@ -52,7 +52,7 @@ public:
     virtual uint32_t readBool(bool& value) = 0;
     virtual uint32_t readI32(int32_t& value) = 0;
     virtual uint32_t readString(std::string& value) = 0;
-    virtual uint32_t skip(TType type) = 0;
+    OLDER_LIBTHRIFT_SKIP;
 
     shared_ptr<transport::TTransport> getTransport() { return ptrans_; }
 

@@ -1,7 +1,7 @@
 #ifndef OLDER_LIBTHRIFT_TBINARYPROTOCOL_H
 #define OLDER_LIBTHRIFT_TBINARYPROTOCOL_H
 
-#include <thrift/protocol/TProtocol.h>
+#include <protocol/TProtocol.h>
 
 namespace apache {
 namespace thrift {

@@ -1,7 +1,7 @@
 #ifndef OLDER_LIBTHRIFT_TAPPLICATIONEXCEPTION_H
 #define OLDER_LIBTHRIFT_TAPPLICATIONEXCEPTION_H
 
-#include <thrift/Thrift.h>
+#include <parts/TException.h>
 
 namespace apache {
 namespace thrift {
@@ -28,7 +28,7 @@ public:
         : TException(message), type_(type) {}
     ~TApplicationException() noexcept override = default;
 
-    TApplicationExceptionType getType() const { return type_; }
+    TApplicationExceptionType getType() OLDER_LIBTHRIFT_GETTYPE_CONST { return type_; }
     const char* what() const noexcept override;
 
     uint32_t read(protocol::TProtocol* iprot);

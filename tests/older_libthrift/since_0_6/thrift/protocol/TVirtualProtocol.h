@@ -7,8 +7,7 @@ namespace apache {
 namespace thrift {
 namespace protocol {
 
-/// Nothing to pass on where TProtocol's calls are virtual themselves. It is here so
-/// that the tests' protocols are the same for all releases.
+/// Nothing to pass on: TProtocol's calls are virtual themselves here.
 template <typename Protocol>
 class TVirtualProtocol : public TProtocol {
 protected:

@@ -1,0 +1,23 @@
+#ifndef OLDER_LIBTHRIFT_TBINARYPROTOCOL_H
+#define OLDER_LIBTHRIFT_TBINARYPROTOCOL_H
+
+#include <protocol/TVirtualProtocol.h>
+
+namespace apache {
+namespace thrift {
+namespace protocol {
+
+/// A name to compare types with. No test makes one.
+template <typename Transport_>
+class TBinaryProtocolT : public TVirtualProtocol<TBinaryProtocolT<Transport_>> {
+    // Up to 0.9.0 nothing that it includes declares htonl: a program must.
+    static uint32_t toWire(uint32_t value) { return htonl(value); }
+};
+
+using TBinaryProtocol = TBinaryProtocolT<transport::TTransport>;
+
+}  // namespace protocol
+}  // namespace thrift
+}  // namespace apache
+
+#endif

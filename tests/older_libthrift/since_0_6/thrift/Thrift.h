@@ -1,0 +1,6 @@
+#ifndef OLDER_LIBTHRIFT_THRIFT_H
+#define OLDER_LIBTHRIFT_THRIFT_H
+
+#include <parts/TException.h>
+
+#endif
