@@ -55,6 +55,12 @@ set(pc_requires thrift)
 if(Thrift_VERSION)
     set(pc_requires "thrift = ${Thrift_VERSION}")  # as in TavIDLConfig.cmake
 endif()
+# Up to 0.9.0 thrift.pc names too few of the directories that libthrift's headers are found in.
+set(pc_thrift_cflags "")
+if(Thrift_INCLUDES_FROM_INSIDE OR Thrift_VERSION VERSION_EQUAL 0.9.0)
+    list(JOIN Thrift_INCLUDE_DIRS " -I" pc_thrift_cflags)
+    string(PREPEND pc_thrift_cflags " -I")
+endif()
 configure_file(cmake/TavIDL.pc.in TavIDL.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/TavIDL.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)

@@ -155,6 +155,122 @@ other_libthrift() {
     grep -q '0\.99\.0' <<<"$said" || fail "it is refused, but not for that: $said"
 }
 
+# What the releases of libthrift up to 0.9.0 install as thrift.pc, for the one with the
+# version $2 in the directory $1: it does not name the directory that `thrift` lies in.
+thrift_pc() {
+    mkdir -p "$1/lib/pkgconfig"
+    cat >"$1/lib/pkgconfig/thrift.pc" <<END
+prefix=$1
+libdir=\${prefix}/lib
+Name: Thrift
+Description: an older one
+Version: $2
+Libs: -L\${libdir} -lthrift
+Cflags: -I\${prefix}/include/thrift
+END
+}
+
+# Installs the stand-in for libthrift 0.5, builds this project with it, and installs that.
+older_libthrift() {
+    local place=$WORK/older_libthrift standins=$SOURCE/tests/older_libthrift
+    local include=$place/thrift/include lib=$place/thrift/lib
+    rm -rf "$place"
+    mkdir -p "$include" "$lib"
+    cp -r "$standins"/{common,as_0_5}/. "$include"
+    echo '#define PACKAGE_VERSION "0.5.0"' >"$include/thrift/config.h"
+    thrift_pc "$place/thrift" 0.5.0
+    cat >"$place/skip.cpp" <<'END'
+#include <thrift/protocol/TProtocol.h>
+uint32_t apache::thrift::protocol::TProtocol::skip(TType) { return 0; }
+END
+    $CXX -std=c++11 -shared -fPIC -I"$include" -I"$include/thrift" \
+        "$standins/common/TApplicationException.cpp" "$place/skip.cpp" \
+        -o "$lib/libthrift-0.5.0.so" -Wl,-soname,libthrift-0.5.0.so
+    ln -s libthrift-0.5.0.so "$lib/libthrift.so"
+
+    PKG_CONFIG_PATH=$lib/pkgconfig cmake -S "$SOURCE" -B "$place/build" -DBUILD_TESTING=OFF \
+        -DCMAKE_BUILD_TYPE=Debug -DCMAKE_INSTALL_LIBDIR=lib
+    cmake --build "$place/build"
+    cmake --install "$place/build" --prefix "$place/prefix"
+    readelf --dynamic "$place/prefix/lib/libTavIDL.so" | grep -q 'NEEDED.*libthrift-0\.5\.0\.so' ||
+        fail "the library was not linked with the libthrift that PKG_CONFIG_PATH names"
+}
+
+find_package_older() {
+    local place=$WORK/older_libthrift
+    PKG_CONFIG_PATH=$place/thrift/lib/pkgconfig \
+        build_project older_libthrift "$place/find_package" -DCMAKE_PREFIX_PATH="$place/prefix"
+    expect "$(LD_LIBRARY_PATH=$place/thrift/lib "$place/find_package/program")" <<<"0 users"
+}
+
+pkg_config_older() {
+    local place=$WORK/older_libthrift
+    export PKG_CONFIG_PATH=$place/thrift/lib/pkgconfig:$place/prefix/lib/pkgconfig
+    # shellcheck disable=SC2046,SC2086  # words, as in anyone's makefile
+    $CXX -std=c++11 $warnings "$here/older_libthrift/program.cpp" -o "$place/program" \
+        $(pkg-config --cflags --libs TavIDL)
+    expect "$(LD_LIBRARY_PATH=$place/prefix/lib:$place/thrift/lib "$place/program")" <<<"0 users"
+}
+
+# Makes a libthrift in the directory $1 that is nothing but a file of the name $2.
+empty_libthrift() {
+    rm -rf "$1"
+    mkdir -p "$1/lib"
+    if [[ $2 == *.a ]]; then
+        ar rcs "$1/lib/$2"
+    else
+        echo | $CXX -shared -fPIC -x c++ - -o "$1/lib/$2"
+        ln -s "$2" "$1/lib/libthrift.so"
+    fi
+}
+
+# Configures this project in $1, with CMake's arguments after it. A library of libthrift
+# 0.99.0 and the headers of the system are found, and that must be said.
+refuse_mix() {
+    local said
+    if said=$(cmake -S "$SOURCE" -B "$1" -DBUILD_TESTING=OFF "${@:2}" 2>&1); then
+        fail "headers of another release than the library's are taken: $said"
+    fi
+    said=$(tr -s ' \n' ' ' <<<"$said")
+    grep -q "is libthrift 0\.99\.0, and the headers in .* are those of $(pkg-config --modversion thrift):" \
+        <<<"$said" || fail "they are refused, but not for that: $said"
+}
+
+version_in_file_name() {
+    local place=$WORK/version_in_file_name/$1
+    empty_libthrift "$place" "$1"
+    refuse_mix "$place/build" -DThrift_ROOT="$place"
+}
+
+version_in_thrift_pc() {
+    local place=$WORK/version_in_thrift_pc
+    empty_libthrift "$place" libthrift.a
+    thrift_pc "$place" 0.99.0
+    # PKG_CONFIG_PATH would hide the system's thrift.pc from refuse_mix.
+    refuse_mix "$place/build" -DCMAKE_PREFIX_PATH="$place"
+}
+
+# A library in the file $1, the headers of the system, and a thrift.pc of yet another one.
+unversioned_library() {
+    local place=$WORK/unversioned_library/$1
+    empty_libthrift "$place" "$1"
+    thrift_pc "$place/another" 0.99.0
+    PKG_CONFIG_PATH=$place/another/lib/pkgconfig cmake -S "$SOURCE" -B "$place/build" \
+        -DBUILD_TESTING=OFF -DThrift_ROOT="$place"
+    grep -q "^Thrift_LIBRARY:FILEPATH=$place/" "$place/build/CMakeCache.txt" ||
+        fail "another library was taken"
+}
+
+unversioned_headers() {
+    local place=$WORK/unversioned_headers
+    empty_libthrift "$place" libthrift-0.99.0.so
+    mkdir -p "$place/include/thrift"
+    touch "$place/include/thrift/TProcessor.h"
+    cmake -S "$SOURCE" -B "$place/build" -DBUILD_TESTING=OFF -DThrift_ROOT="$place"
+    grep -qx "Thrift_INCLUDE_DIR:PATH=$place/include" "$place/build/CMakeCache.txt" ||
+        fail "other headers were taken"
+}
+
 direct_calls() {
     local lib=$WORK/shared/moved/lib program=$WORK/direct_calls
     export PKG_CONFIG_PATH=$lib/pkgconfig
