@@ -1,6 +1,10 @@
 #ifndef TAVIDL_THRIFT_H
 #define TAVIDL_THRIFT_H
 
+// A program's protocols and the library's are of the same types even if the program is compiled
+// with -fvisibility=hidden, which would otherwise make each module have its own.
+#pragma GCC visibility push(default)
+
 // Up to 0.9.0 libthrift's headers use what these two declare and do not include them.
 #include <netinet/in.h>
 #ifdef __has_include
@@ -19,6 +23,8 @@
 #include <thrift/TProcessor.h>
 #include <thrift/protocol/TProtocol.h>
 #include <thrift/transport/TTransport.h>
+
+#pragma GCC visibility pop
 
 #include <utility>
 

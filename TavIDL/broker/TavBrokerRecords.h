@@ -8,24 +8,13 @@
 #include <cstdint>
 #include <string>
 
-/// The call records of TavBroker, each named after its operation. Clients and processors
-/// use them; other programs need them only to read or write single messages.
-///
-/// - `_args`: an operation's arguments, read by the processor.
-/// - `_pargs`: pointers to the caller's arguments, written by the client.
-/// - `_result`: the result, written by the processor; empty unless `__isset.success`.
-/// - `_presult`: a pointer to the caller's result, read into by the client.
-///
-/// `write` and `read` return the sum of what the protocol's calls return and throw
-/// what the protocol and the transport throw. `write` writes all arguments, set or
-/// not. `read` takes a field only if id and type match, sets its flag, and skips any
-/// other; what the input lacks keeps its value. Pointers must be set before `write`
-/// and `read`: they are followed untested. A record belongs to one thread at a time.
+/// \file
+/// The records by which TavBroker's client and processor pass arguments and results to a protocol.
+/// What the four kinds are for, and what write() and read() do, is in TavIDL.h.
 
 class TAVIDL_EXPORT TavBroker_OpenEmp_args {
 public:
     virtual ~TavBroker_OpenEmp_args() = default;
-
     std::string name;
     std::string version;
     std::string credential;
@@ -34,7 +23,6 @@ public:
         bool version = false;
         bool credential = false;
     } __isset;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
@@ -42,23 +30,19 @@ public:
 class TAVIDL_EXPORT TavBroker_OpenEmp_pargs {
 public:
     virtual ~TavBroker_OpenEmp_pargs() = default;
-
     const std::string* name = nullptr;
     const std::string* version = nullptr;
     const std::string* credential = nullptr;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
 };
 
 class TAVIDL_EXPORT TavBroker_OpenEmp_result {
 public:
     virtual ~TavBroker_OpenEmp_result() = default;
-
     ConnectionInfo success;
     struct Flags {
         bool success = false;
     } __isset;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
@@ -66,19 +50,16 @@ public:
 class TAVIDL_EXPORT TavBroker_OpenEmp_presult {
 public:
     virtual ~TavBroker_OpenEmp_presult() = default;
-
     ConnectionInfo* success = nullptr;
     struct Flags {
         bool success = false;
     } __isset;
-
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavBroker_Execute_args {
 public:
     virtual ~TavBroker_Execute_args() = default;
-
     int32_t fromPort = 0;
     std::string cmd;
     std::string param1;
@@ -93,7 +74,6 @@ public:
         bool param3 = false;
         bool param4 = false;
     } __isset;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
@@ -101,26 +81,22 @@ public:
 class TAVIDL_EXPORT TavBroker_Execute_pargs {
 public:
     virtual ~TavBroker_Execute_pargs() = default;
-
     const int32_t* fromPort = nullptr;
     const std::string* cmd = nullptr;
     const std::string* param1 = nullptr;
     const std::string* param2 = nullptr;
     const std::string* param3 = nullptr;
     const std::string* param4 = nullptr;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
 };
 
 class TAVIDL_EXPORT TavBroker_Execute_result {
 public:
     virtual ~TavBroker_Execute_result() = default;
-
     std::string success;
     struct Flags {
         bool success = false;
     } __isset;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
@@ -128,24 +104,20 @@ public:
 class TAVIDL_EXPORT TavBroker_Execute_presult {
 public:
     virtual ~TavBroker_Execute_presult() = default;
-
     std::string* success = nullptr;
     struct Flags {
         bool success = false;
     } __isset;
-
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavBroker_CloseEmp_args {
 public:
     virtual ~TavBroker_CloseEmp_args() = default;
-
     ConnectionInfo connectionInfo;
     struct Flags {
         bool connectionInfo = false;
     } __isset;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
@@ -153,21 +125,17 @@ public:
 class TAVIDL_EXPORT TavBroker_CloseEmp_pargs {
 public:
     virtual ~TavBroker_CloseEmp_pargs() = default;
-
     const ConnectionInfo* connectionInfo = nullptr;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
 };
 
 class TAVIDL_EXPORT TavBroker_CloseEmp_result {
 public:
     virtual ~TavBroker_CloseEmp_result() = default;
-
     bool success = false;
     struct Flags {
         bool success = false;
     } __isset;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
@@ -175,12 +143,10 @@ public:
 class TAVIDL_EXPORT TavBroker_CloseEmp_presult {
 public:
     virtual ~TavBroker_CloseEmp_presult() = default;
-
     bool* success = nullptr;
     struct Flags {
         bool success = false;
     } __isset;
-
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
 

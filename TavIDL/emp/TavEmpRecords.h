@@ -8,24 +8,13 @@
 #include <cstdint>
 #include <string>
 
-/// The call records of TavEmp, each named after its operation. Clients and processors
-/// use them; other programs need them only to read or write single messages.
-///
-/// - `_args`: an operation's arguments, read by the processor.
-/// - `_pargs`: pointers to the caller's arguments, written by the client.
-/// - `_result`: the result, written by the processor; empty unless `__isset.success`.
-/// - `_presult`: a pointer to the caller's result, read into by the client.
-///
-/// `write` and `read` return the sum of what the protocol's calls return and throw
-/// what the protocol and the transport throw. `write` writes all arguments, set or
-/// not. `read` takes a field only if id and type match, sets its flag, and skips any
-/// other; what the input lacks keeps its value. Pointers must be set before `write`
-/// and `read`: they are followed untested. A record belongs to one thread at a time.
+/// \file
+/// The records by which TavEmp's client and processor pass arguments and results to a protocol.
+/// What the four kinds are for, and what write() and read() do, is in TavIDL.h.
 
 class TAVIDL_EXPORT TavEmp_Open_args {
 public:
     virtual ~TavEmp_Open_args() = default;
-
     int32_t clientID = 0;
     std::string name;
     std::string version;
@@ -36,7 +25,6 @@ public:
         bool version = false;
         bool credential = false;
     } __isset;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
@@ -44,24 +32,20 @@ public:
 class TAVIDL_EXPORT TavEmp_Open_pargs {
 public:
     virtual ~TavEmp_Open_pargs() = default;
-
     const int32_t* clientID = nullptr;
     const std::string* name = nullptr;
     const std::string* version = nullptr;
     const std::string* credential = nullptr;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
 };
 
 class TAVIDL_EXPORT TavEmp_Open_result {
 public:
     virtual ~TavEmp_Open_result() = default;
-
     bool success = false;
     struct Flags {
         bool success = false;
     } __isset;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
@@ -69,24 +53,20 @@ public:
 class TAVIDL_EXPORT TavEmp_Open_presult {
 public:
     virtual ~TavEmp_Open_presult() = default;
-
     bool* success = nullptr;
     struct Flags {
         bool success = false;
     } __isset;
-
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavEmp_Close_args {
 public:
     virtual ~TavEmp_Close_args() = default;
-
     int32_t clientID = 0;
     struct Flags {
         bool clientID = false;
     } __isset;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
@@ -94,21 +74,17 @@ public:
 class TAVIDL_EXPORT TavEmp_Close_pargs {
 public:
     virtual ~TavEmp_Close_pargs() = default;
-
     const int32_t* clientID = nullptr;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
 };
 
 class TAVIDL_EXPORT TavEmp_Close_result {
 public:
     virtual ~TavEmp_Close_result() = default;
-
     int32_t success = 0;
     struct Flags {
         bool success = false;
     } __isset;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
@@ -116,19 +92,16 @@ public:
 class TAVIDL_EXPORT TavEmp_Close_presult {
 public:
     virtual ~TavEmp_Close_presult() = default;
-
     int32_t* success = nullptr;
     struct Flags {
         bool success = false;
     } __isset;
-
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavEmp_Execute_args {
 public:
     virtual ~TavEmp_Execute_args() = default;
-
     int32_t clientID = 0;
     std::string cmd;
     std::string param1;
@@ -143,7 +116,6 @@ public:
         bool param3 = false;
         bool param4 = false;
     } __isset;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
@@ -151,26 +123,22 @@ public:
 class TAVIDL_EXPORT TavEmp_Execute_pargs {
 public:
     virtual ~TavEmp_Execute_pargs() = default;
-
     const int32_t* clientID = nullptr;
     const std::string* cmd = nullptr;
     const std::string* param1 = nullptr;
     const std::string* param2 = nullptr;
     const std::string* param3 = nullptr;
     const std::string* param4 = nullptr;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
 };
 
 class TAVIDL_EXPORT TavEmp_Execute_result {
 public:
     virtual ~TavEmp_Execute_result() = default;
-
     std::string success;
     struct Flags {
         bool success = false;
     } __isset;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
@@ -178,19 +146,16 @@ public:
 class TAVIDL_EXPORT TavEmp_Execute_presult {
 public:
     virtual ~TavEmp_Execute_presult() = default;
-
     std::string* success = nullptr;
     struct Flags {
         bool success = false;
     } __isset;
-
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavEmp_ExecuteWithParamList_args {
 public:
     virtual ~TavEmp_ExecuteWithParamList_args() = default;
-
     int32_t clientID = 0;
     std::string cmd;
     ParamList paramList;
@@ -199,7 +164,6 @@ public:
         bool cmd = false;
         bool paramList = false;
     } __isset;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
@@ -207,23 +171,19 @@ public:
 class TAVIDL_EXPORT TavEmp_ExecuteWithParamList_pargs {
 public:
     virtual ~TavEmp_ExecuteWithParamList_pargs() = default;
-
     const int32_t* clientID = nullptr;
     const std::string* cmd = nullptr;
     const ParamList* paramList = nullptr;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
 };
 
 class TAVIDL_EXPORT TavEmp_ExecuteWithParamList_result {
 public:
     virtual ~TavEmp_ExecuteWithParamList_result() = default;
-
     std::string success;
     struct Flags {
         bool success = false;
     } __isset;
-
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
@@ -231,12 +191,10 @@ public:
 class TAVIDL_EXPORT TavEmp_ExecuteWithParamList_presult {
 public:
     virtual ~TavEmp_ExecuteWithParamList_presult() = default;
-
     std::string* success = nullptr;
     struct Flags {
         bool success = false;
     } __isset;
-
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 };
 

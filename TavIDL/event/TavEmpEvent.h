@@ -1,11 +1,102 @@
 #ifndef TAVIDL_EVENT_TAVEMPEVENT_H
 #define TAVIDL_EVENT_TAVEMPEVENT_H
 
-/// The service TavEmpEvent: its interface, client, processor and call records.
-
-#include <TavIDL/event/TavEmpEventClient.h>
-#include <TavIDL/event/TavEmpEventIf.h>
-#include <TavIDL/event/TavEmpEventProcessor.h>
 #include <TavIDL/event/TavEmpEventRecords.h>
+#include <TavIDL/export.h>
+#include <TavIDL/thrift.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+
+/// What a callback service offers to EMPs, the modules that a broker opens for programs. A program
+/// runs a callback service to learn of its EMPs' events.
+///
+/// A callback service implements this class and hands it to a TavEmpEventProcessor; an EMP calls it
+/// through a TavEmpEventClient. It must be thread-safe if the server is multithreaded.
+class TAVIDL_EXPORT TavEmpEventIf {
+public:
+    virtual ~TavEmpEventIf() {}
+
+    /// Takes one event: a type and two strings, whose meaning the EMP defines. One-way: the EMP
+    /// does not learn what this does or throws.
+    virtual void Callback(int32_t eventType, const std::string& param1,
+                          const std::string& param2) = 0;
+};
+
+/// The name of the operation on the wire.
+namespace TavEmpEventOperation {
+constexpr const char* Callback = "Callback";
+}  // namespace TavEmpEventOperation
+
+/// Sends events to a remote callback service. Calls write a request and return: nothing is read, so
+/// the caller does not learn whether the event arrived. What it throws, owns and expects of threads
+/// is in TavIDL.h.
+class TAVIDL_EXPORT TavEmpEventClient : virtual public TavEmpEventIf {
+public:
+    explicit TavEmpEventClient(const TavIDL::ProtocolPointer& protocol)
+        : TavEmpEventClient(protocol, protocol) {}
+
+    /// Writes to `output`. `input` is kept but never read.
+    TavEmpEventClient(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output)
+        : piprot_(std::move(input)),
+          poprot_(std::move(output)),
+          iprot_(piprot_.get()),
+          oprot_(poprot_.get()) {}
+
+    ~TavEmpEventClient() override {}
+
+    TavIDL::ProtocolPointer getInputProtocol() const { return piprot_; }
+    TavIDL::ProtocolPointer getOutputProtocol() const { return poprot_; }
+
+    void Callback(int32_t eventType, const std::string& param1, const std::string& param2) override;
+    /// The whole of Callback: a one-way call has no second half.
+    void send_Callback(int32_t eventType, const std::string& param1, const std::string& param2);
+
+protected:
+    TavIDL::ProtocolPointer piprot_;
+    TavIDL::ProtocolPointer poprot_;
+    apache::thrift::protocol::TProtocol* iprot_;
+    apache::thrift::protocol::TProtocol* oprot_;
+};
+
+/// Serves a callback service. How it answers, what it throws and owns, and which threads may use it
+/// is in TavIDL.h. For an event nothing is written back: a std::exception that the handler throws
+/// is dropped.
+class TAVIDL_EXPORT TavEmpEventProcessor : virtual public apache::thrift::TProcessor {
+public:
+    explicit TavEmpEventProcessor(TavIDL::shared_ptr<TavEmpEventIf> handler)
+        : handler_(std::move(handler)) {
+        operationMap_[TavEmpEventOperation::Callback] = &TavEmpEventProcessor::process_Callback;
+    }
+
+    virtual ~TavEmpEventProcessor() {}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wsuggest-override"  // thrift.h says why none is written
+    /// Handles one message and returns true. `connectionContext` is not used. One of the two
+    /// overrides libthrift's.
+    bool process(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output,
+                 void* connectionContext);
+    bool process(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output);
+#pragma GCC diagnostic pop
+
+    /// Handles the rest of a message whose header, with `name` and `seqid`, has been read. Returns
+    /// true.
+    virtual bool process_fn(apache::thrift::protocol::TProtocol* iprot,
+                            apache::thrift::protocol::TProtocol* oprot, std::string& name,
+                            int32_t seqid);
+
+protected:
+    void process_Callback(int32_t seqid, apache::thrift::protocol::TProtocol* iprot,
+                          apache::thrift::protocol::TProtocol* oprot);
+
+    TavIDL::shared_ptr<TavEmpEventIf> handler_;
+    std::map<std::string,
+             void (TavEmpEventProcessor::*)(int32_t, apache::thrift::protocol::TProtocol*,
+                                            apache::thrift::protocol::TProtocol*)>
+        operationMap_;
+};
 
 #endif

@@ -7,122 +7,126 @@
 #include <cstdint>
 #include <string>
 
-// How a record meets the wire: its table says which fields it has and where
-// they lie, and two loops carry any record by its table. The tables stand beside
-// the records (tables.h, <Service>Tables.h); the loops stand here, once.
-namespace TavIDL::wire {
+// How a record meets the wire. Each record class has a table, with a row for each field, next to
+// its write and read. Those two say what kind of record it is; the two loops in codec.cpp carry
+// any record by its table.
+namespace TavIDL::records {
 
 using apache::thrift::protocol::TProtocol;
 using apache::thrift::protocol::TType;
 
-struct Record;
-
-// The table of the record class T.
-template <typename T>
-extern const Record table;
-
-// What a C++ type is on the wire: a record, unless it is one of the three.
-template <typename T>
-inline constexpr TType wireType = apache::thrift::protocol::T_STRUCT;
-template <>
-inline constexpr TType wireType<bool> = apache::thrift::protocol::T_BOOL;
-template <>
-inline constexpr TType wireType<int32_t> = apache::thrift::protocol::T_I32;
-template <>
-inline constexpr TType wireType<std::string> = apache::thrift::protocol::T_STRING;
-
-// A name, held in the table itself: a pointer would have to be relocated each
-// time the library is loaded.
-template <std::size_t Capacity>
-struct Name {
-    template <std::size_t N>
-    constexpr Name(const char (&name)[N]) {
-        static_assert(N <= Capacity, "make room for the longer name");
-        for (std::size_t i = 0; i < N; ++i) {
-            text[i] = name[i];
-        }
-    }
-
-    char text[Capacity] = {};
+// A record that is a field of another one is carried by its own write and read.
+struct NestedRecord {
+    uint32_t (*write)(TProtocol* oprot, const void* record);
+    uint32_t (*read)(TProtocol* iprot, void* record);
+};
+template <typename Record>
+inline constexpr NestedRecord nestedRecord = {
+    [](TProtocol* oprot, const void* record) {
+        return static_cast<const Record*>(record)->write(oprot);
+    },
+    [](TProtocol* iprot, void* record) { return static_cast<Record*>(record)->read(iprot); },
 };
 
-// One field of a record. The wire type is not written in a table: it follows
-// from the member's C++ type, so the two cannot disagree.
+// What a C++ type is on the wire: one of these three, or a record.
+struct WireType {
+    TType type;
+    const NestedRecord* record;
+};
+template <typename T>
+inline constexpr WireType wireType = {apache::thrift::protocol::T_STRUCT, &nestedRecord<T>};
+template <>
+inline constexpr WireType wireType<bool> = {apache::thrift::protocol::T_BOOL, nullptr};
+template <>
+inline constexpr WireType wireType<int32_t> = {apache::thrift::protocol::T_I32, nullptr};
+template <>
+inline constexpr WireType wireType<std::string> = {apache::thrift::protocol::T_STRING, nullptr};
+
+// A row of a table. The wire type follows from the member's C++ type, so they cannot disagree.
 struct Field {
-    template <typename Class, typename Member>
-    constexpr Field(Name<20> fieldName, Member Class::*, std::size_t place)
-        : name(fieldName), type(wireType<Member>), offset(static_cast<uint16_t>(place)) {
-        if constexpr (wireType<Member> == apache::thrift::protocol::T_STRUCT) {
-            record = &table<Member>;
-        }
-    }
-
-    Name<20> name;
-    uint8_t type;
-    uint16_t offset;                 // of the member, where the record holds its values
-    const Record* record = nullptr;  // what a T_STRUCT field holds
+    const char* name;
+    WireType wire;
+    std::size_t value;    // offset of the value in a record that holds values
+    std::size_t pointer;  // offset of the pointer to it in a record that holds pointers
 };
 
-// One record class. The four kinds of call record share their field tables: an
-// operation's _args and _pargs cannot drift apart, nor its _result and _presult.
-struct Record {
-    Name<36> name;
-    const Field* fields;  // in id order, without gaps
-    uint32_t count;       // whole words where a loop looks once a field
-    int32_t firstId;
-    bool holdsPointers;  // to the caller's values, and not the values
-    bool writesOnlyWhenSet;
-    uint32_t flags;  // offset of __isset; 0 in a record that has none
+template <typename Record, typename Value>
+constexpr Field field(const char* name, Value Record::*, std::size_t value) {
+    return {name, wireType<Value>, value, 0};
+}
+
+// An argument, which _args holds as a value and _pargs as a pointer.
+template <typename Args, typename Pargs, typename Value>
+constexpr Field argument(const char* name, Value Args::*, std::size_t value, const Value* Pargs::*,
+                         std::size_t pointer) {
+    return {name, wireType<Value>, value, pointer};
+}
+
+// Macros, so that a row names its member once.
+#define TAVIDL_FIELD(Record, member) \
+    TavIDL::records::field(#member, &Record::member, offsetof(Record, member))
+#define TAVIDL_ARGUMENT(Operation, member)                                                    \
+    TavIDL::records::argument(#member, &Operation##_args::member,                             \
+                              offsetof(Operation##_args, member), &Operation##_pargs::member, \
+                              offsetof(Operation##_pargs, member))
+
+// The ids of the rows are consecutive.
+struct Table {
+    const Field* rows;
+    unsigned count;
+    int firstId;
 };
+template <const auto& rows>
+inline constexpr Table table = {rows, sizeof(rows) / sizeof(Field), 1};
 
-// Arguments are numbered from 1 on; a result is field 0.
-constexpr int32_t kFirstArgument = 1;
-constexpr int32_t kResult = 0;
+// Both return the sum of what the protocol's calls return. They make the same calls in the same
+// order for every protocol. They do so by virtual functions, except for objects of exactly four
+// types: libthrift's binary and compact protocols, over any transport and over TBufferBase.
+enum class Holds { values, pointers };
+[[gnu::noinline]] uint32_t writeFields(TProtocol* oprot, const char* name, const Table& table,
+                                       const void* record, Holds holds);
+// `isset` is a record's group of flags: one bool for each row, in the same order.
+[[gnu::noinline]] uint32_t readFields(TProtocol* iprot, const Table& table, void* record,
+                                      void* isset);
 
-// ConnectionInfo, ParamList and every _args: all fields are always written.
-template <typename T, std::size_t N>
-constexpr Record valueTable(Name<36> name, const Field (&fields)[N]) {
-    return {name, fields, N, kFirstArgument, false, false, offsetof(T, __isset)};
+// ConnectionInfo, ParamList and each _args: all fields are written, whatever their flags.
+template <const auto& rows, typename Record>
+uint32_t writeValues(TProtocol* oprot, const char* name, const Record& record) {
+    static_assert(sizeof(record.__isset) == table<rows>.count, "each flag needs a row");
+    return writeFields(oprot, name, table<rows>, &record, Holds::values);
+}
+template <const auto& rows, typename Record>
+uint32_t readValues(TProtocol* iprot, Record& record) {
+    static_assert(sizeof(record.__isset) == table<rows>.count, "each flag needs a row");
+    return readFields(iprot, table<rows>, &record, &record.__isset);
 }
 
-// _pargs: pointers to the caller's arguments, nothing else.
-template <typename T, std::size_t N>
-constexpr Record pointerTable(Name<36> name, const Field (&fields)[N]) {
-    static_assert(sizeof(T) == (1 + N) * sizeof(void*), "one pointer a field");
-    return {name, fields, N, kFirstArgument, true, false, 0};
+// Each _pargs: pointers to the caller's arguments.
+template <const auto& rows, typename Record>
+uint32_t writePointers(TProtocol* oprot, const char* name, const Record& record) {
+    static_assert(sizeof(record) == (1 + table<rows>.count) * sizeof(void*),
+                  "each pointer needs a row");
+    return writeFields(oprot, name, table<rows>, &record, Holds::pointers);
 }
 
-// _result: written empty as long as `success` is not set.
-template <typename T>
-constexpr Record resultTable(Name<36> name, const Field (&success)[1]) {
-    return {name, success, 1, kResult, false, true, offsetof(T, __isset)};
+// Each _result and _presult: field 0, "success". It is left out unless it is set.
+template <typename Value>
+inline constexpr Field kSuccess = {"success", wireType<Value>, 0, 0};
+template <typename Value>
+inline constexpr Table kResult = {&kSuccess<Value>, 1, 0};
+template <typename Value>
+inline constexpr Table kNoResult = {&kSuccess<Value>, 0, 0};
+
+template <typename Value>
+uint32_t writeResult(TProtocol* oprot, const char* name, const Value& success, bool isset) {
+    return writeFields(oprot, name, isset ? kResult<Value> : kNoResult<Value>, &success,
+                       Holds::values);
+}
+template <typename Value>
+uint32_t readResult(TProtocol* iprot, Value& success, bool& isset) {
+    return readFields(iprot, kResult<Value>, &success, &isset);
 }
 
-// _presult: a pointer to the caller's result. Never written, so it has no name.
-template <typename T>
-constexpr Record resultPointerTable(const Field (&success)[1]) {
-    static_assert(offsetof(T, success) == sizeof(void*), "the pointer comes first");
-    return {"", success, 1, kResult, true, false, offsetof(T, __isset)};
-}
-
-// Both return the sum of what the protocol's calls return. Their loops stand in the library
-// three times: for any TProtocol, whose every call is virtual, and for libthrift's binary and
-// compact protocol, whose own functions are then called directly. A protocol is taken for one
-// of these two only if that is its exact type: what derives from them or wraps them has its
-// overrides called. All three make the same calls in the same order.
-uint32_t write(TProtocol* oprot, const Record& shape, const void* record);
-uint32_t read(TProtocol* iprot, const Record& shape, void* record);
-
-template <typename T>
-uint32_t write(TProtocol* oprot, const T& record) {
-    return write(oprot, table<T>, &record);
-}
-
-template <typename T>
-uint32_t read(TProtocol* iprot, T& record) {
-    return read(iprot, table<T>, &record);
-}
-
-}  // namespace TavIDL::wire
+}  // namespace TavIDL::records
 
 #endif

@@ -1,16 +1,45 @@
 #include <TavIDL/records/envelope.h>
 
-#include <memory>
+#include <cstdio>
+#include <cstdlib>
 
-namespace TavIDL::wire {
+namespace TavIDL::records {
 
-using apache::thrift::protocol::T_CALL;
 using apache::thrift::protocol::T_EXCEPTION;
 using apache::thrift::protocol::T_ONEWAY;
-using apache::thrift::protocol::T_REPLY;
 using apache::thrift::protocol::T_STRUCT;
 
 namespace {
+
+[[gnu::cold]] void discardBody(TProtocol* iprot) {
+    iprot->skip(T_STRUCT);
+    finishRead(iprot);
+}
+
+[[gnu::cold]] void writeException(TProtocol* oprot, std::string_view name, int32_t seqid,
+                                  const TApplicationException& exception) {
+    writeMessage(oprot, name, T_EXCEPTION, seqid, exception);
+}
+
+// Consumes a reply that has no result, and throws.
+[[gnu::cold, noreturn]] void refuseReply(TProtocol* iprot, TMessageType type) {
+    if (type == T_EXCEPTION) {
+        TApplicationException exception;
+        exception.read(iprot);
+        finishRead(iprot);
+        throw exception;
+    }
+    discardBody(iprot);
+    throw TApplicationException(type != T_REPLY ? TApplicationException::INVALID_MESSAGE_TYPE
+                                                : TApplicationException::WRONG_METHOD_NAME);
+}
+
+}  // namespace
+
+void endProcessForNullPointer() {
+    std::fputs("libTavIDL: the handler or the transport is a null pointer\n", stderr);
+    std::abort();
+}
 
 void finishWrite(TProtocol* oprot) {
     oprot->writeMessageEnd();
@@ -26,53 +55,7 @@ void finishRead(TProtocol* iprot) {
     pointee(pointer).readEnd();
 }
 
-[[gnu::cold]] void discardBody(TProtocol* iprot) {
-    iprot->skip(T_STRUCT);
-    finishRead(iprot);
-}
-
-[[gnu::cold]] void writeException(TProtocol* oprot, const std::string& name, int32_t seqid,
-                                  const TApplicationException& exception) {
-    oprot->writeMessageBegin(name, T_EXCEPTION, seqid);
-    exception.write(oprot);
-    finishWrite(oprot);
-}
-
-// Consumes a reply that holds no result, and throws.
-[[gnu::cold]] [[noreturn]] void refuseReply(TProtocol* iprot, TMessageType type) {
-    if (type == T_EXCEPTION) {
-        TApplicationException exception;
-        exception.read(iprot);
-        finishRead(iprot);
-        throw exception;
-    }
-    discardBody(iprot);
-    throw TApplicationException(type != T_REPLY ? TApplicationException::INVALID_MESSAGE_TYPE
-                                                : TApplicationException::WRONG_METHOD_NAME);
-}
-
-}  // namespace
-
-[[gnu::cold]] const std::string& keep(std::string_view name,
-                                      std::atomic<const std::string*>& place) {
-    auto made = std::make_unique<const std::string>(name);
-    const std::string* first = nullptr;
-    return place.compare_exchange_strong(first, made.get()) ? *made.release() : *first;
-}
-
-void writeMessage(TProtocol* oprot, const std::string& name, TMessageType type, int32_t seqid,
-                  const Record& shape, const void* record) {
-    oprot->writeMessageBegin(name, type, seqid);
-    write(oprot, shape, record);
-    finishWrite(oprot);
-}
-
-void readBody(TProtocol* iprot, const Record& shape, void* record) {
-    read(iprot, shape, record);
-    finishRead(iprot);
-}
-
-void readReply(TProtocol* iprot, std::string_view operation, const Record& shape, void* reply) {
+void acceptReply(TProtocol* iprot, std::string_view operation) {
     std::string name;
     TMessageType type = T_CALL;
     int32_t seqid = 0;
@@ -80,10 +63,9 @@ void readReply(TProtocol* iprot, std::string_view operation, const Record& shape
     if (type != T_REPLY || name != operation) {
         refuseReply(iprot, type);
     }
-    readBody(iprot, shape, reply);
 }
 
-[[gnu::cold]] void throwMissingResult(std::string_view operation) {
+void throwMissingResult(std::string_view operation) {
     throw TApplicationException(TApplicationException::MISSING_RESULT,
                                 std::string(operation) + " failed: unknown result");
 }
@@ -100,18 +82,18 @@ bool acceptCall(TProtocol* iprot, TProtocol* oprot, std::string& name, int32_t& 
     return false;
 }
 
-[[gnu::cold]] void rejectUnknownMethod(TProtocol* iprot, TProtocol* oprot, const std::string& name,
-                                       int32_t seqid) {
+void rejectUnknownMethod(TProtocol* iprot, TProtocol* oprot, const std::string& name,
+                         int32_t seqid) {
     discardBody(iprot);
     writeException(oprot, name, seqid,
                    TApplicationException(TApplicationException::UNKNOWN_METHOD,
                                          "Invalid method name: '" + name + "'"));
 }
 
-[[gnu::cold]] void answerFailure(TProtocol* oprot, std::string_view operation, int32_t seqid,
-                                 const std::exception& failure) {
-    writeException(oprot, std::string(operation), seqid,
+void answerFailure(TProtocol* oprot, std::string_view operation, int32_t seqid,
+                   const std::exception& failure) {
+    writeException(oprot, operation, seqid,
                    TApplicationException(TApplicationException::UNKNOWN, failure.what()));
 }
 
-}  // namespace TavIDL::wire
+}  // namespace TavIDL::records

@@ -1,74 +1,78 @@
 #ifndef TAVIDL_RECORDS_ENVELOPE_H
 #define TAVIDL_RECORDS_ENVELOPE_H
 
-#include <TavIDL/records/codec.h>
+#include <TavIDL/thrift.h>
 
-#include <atomic>
-#include <cassert>
+#include <cstdint>
 #include <exception>
 #include <string>
 #include <string_view>
 
-// One call, told once for all services: a request is a header, one record and an
-// end; so is its reply. What follows is the order of protocol and transport calls
-// around them and the failures that each side reports. Peers depend on all of it,
-// the oddities included:
+// A call, for all services: a request is a header, one record and an end, and so is its reply.
+// What follows is the order of protocol and transport calls around them, and the failures that
+// each side reports. Peers depend on all of it, including these oddities:
 //
-// - Requests carry seqid 0 and nobody looks at a reply's: replies are told apart
-//   by their order alone.
-// - Requests are T_CALL, the one-way call's too, and a T_ONEWAY request that names
-//   a two-way operation is answered.
+// - Requests carry seqid 0, and a reply's seqid is ignored: replies are matched by order alone.
+// - Requests are T_CALL, even that of the one-way operation, and a T_ONEWAY request for a two-way
+//   operation is answered.
 // - The transport is flushed before its write is ended.
-namespace TavIDL::wire {
+namespace TavIDL::records {
 
 using apache::thrift::TApplicationException;
+using apache::thrift::protocol::T_CALL;
+using apache::thrift::protocol::T_REPLY;
 using apache::thrift::protocol::TMessageType;
+using apache::thrift::protocol::TProtocol;
 
 // --- Both sides
 
-// What a handler's or a transport's pointer points at. An empty one is a programming error,
-// which ends the process in release builds too; not all shared pointers see to that.
+[[gnu::cold]] [[noreturn]] void endProcessForNullPointer();
+
+// What a transport's or handler's pointer points at. A null one is a programming error.
 template <typename Pointer>
 auto& pointee(const Pointer& pointer) {
-    assert(pointer.get() != nullptr);
+    if (pointer.get() == nullptr) {
+        endProcessForNullPointer();
+    }
     return *pointer;
 }
 
-// An operation's name as protocols take it. Made at the first call and kept as long as the
-// process lives: the longest would otherwise be allocated in each call. Two threads may both
-// make it; the first to put it in `place` wins.
-const std::string& keep(std::string_view name, std::atomic<const std::string*>& place);
+void finishWrite(TProtocol* oprot);
+void finishRead(TProtocol* iprot);
 
-template <typename CallRecord>
-const std::string& kept(std::string_view name) {
-    static std::atomic<const std::string*> place{nullptr};
-    const std::string* made = place.load(std::memory_order_acquire);
-    return made != nullptr ? *made : keep(name, place);
+template <typename Record>
+void writeMessage(TProtocol* oprot, std::string_view name, TMessageType type, int32_t seqid,
+                  const Record& record) {
+    oprot->writeMessageBegin(std::string(name), type, seqid);
+    record.write(oprot);
+    finishWrite(oprot);
 }
 
-void writeMessage(TProtocol* oprot, const std::string& name, TMessageType type, int32_t seqid,
-                  const Record& shape, const void* record);
-
-// Reads a message's record and ends the message.
-void readBody(TProtocol* iprot, const Record& shape, void* record);
+template <typename Record>
+void readBody(TProtocol* iprot, Record& record) {
+    record.read(iprot);
+    finishRead(iprot);
+}
 
 // --- Calling side
 
-template <typename Arguments>
-void sendCall(TProtocol* oprot, std::string_view operation, const Arguments& arguments) {
-    writeMessage(oprot, kept<Arguments>(operation), apache::thrift::protocol::T_CALL, 0,
-                 table<Arguments>, &arguments);
+template <typename Pargs>
+void sendCall(TProtocol* oprot, std::string_view operation, const Pargs& arguments) {
+    writeMessage(oprot, operation, T_CALL, 0, arguments);
 }
 
-// Reads a whole reply. Throws the peer's exception, INVALID_MESSAGE_TYPE or
-// WRONG_METHOD_NAME, each with the whole reply consumed.
-void readReply(TProtocol* iprot, std::string_view operation, const Record& shape, void* reply);
+// Reads a reply's header. If the reply has no result to read, consumes all of it and throws the
+// peer's exception, INVALID_MESSAGE_TYPE or WRONG_METHOD_NAME.
+void acceptReply(TProtocol* iprot, std::string_view operation);
 
-[[noreturn]] void throwMissingResult(std::string_view operation);
+[[gnu::cold]] [[noreturn]] void throwMissingResult(std::string_view operation);
 
-template <typename Reply>
-void receiveReply(TProtocol* iprot, std::string_view operation, Reply& reply) {
-    readReply(iprot, operation, table<Reply>, &reply);
+template <typename Presult, typename Value>
+void receiveReply(TProtocol* iprot, std::string_view operation, Value& result) {
+    acceptReply(iprot, operation);
+    Presult reply;
+    reply.success = &result;
+    readBody(iprot, reply);
     if (!reply.__isset.success) {
         throwMissingResult(operation);
     }
@@ -76,12 +80,12 @@ void receiveReply(TProtocol* iprot, std::string_view operation, Reply& reply) {
 
 // --- Serving side
 
-// Reads a request's header. Returns false for a message that is not a call: it
-// has been answered, and nothing is left to do.
+// Reads a request's header. Returns false for a message that is not a call: it has been answered,
+// and nothing is left to do.
 bool acceptCall(TProtocol* iprot, TProtocol* oprot, std::string& name, int32_t& seqid);
 
-[[gnu::noinline]] void rejectUnknownMethod(TProtocol* iprot, TProtocol* oprot,
-                                           const std::string& name, int32_t seqid);
+[[gnu::cold, gnu::noinline]] void rejectUnknownMethod(TProtocol* iprot, TProtocol* oprot,
+                                                      const std::string& name, int32_t seqid);
 
 // process() of every processor.
 template <typename Processor>
@@ -92,8 +96,7 @@ bool processMessage(Processor& processor, TProtocol* iprot, TProtocol* oprot) {
            processor.process_fn(iprot, oprot, name, seqid);
 }
 
-// process_fn() of every processor. Flattened, for the lookup is dear where the compiler builds
-// for size.
+// process_fn() of every processor.
 template <typename Processor, typename OperationMap>
 [[gnu::flatten]] bool callOperation(Processor& processor, const OperationMap& operations,
                                     TProtocol* iprot, TProtocol* oprot, const std::string& name,
@@ -107,31 +110,40 @@ template <typename Processor, typename OperationMap>
     return true;
 }
 
-template <typename Arguments>
-void readArguments(TProtocol* iprot, Arguments& arguments) {
-    readBody(iprot, table<Arguments>, &arguments);
-}
+[[gnu::cold]] void answerFailure(TProtocol* oprot, std::string_view operation, int32_t seqid,
+                                 const std::exception& failure);
 
-void answerFailure(TProtocol* oprot, std::string_view operation, int32_t seqid,
-                   const std::exception& failure);
-
-// Calls the handler and answers with what came of it. Only the call is guarded: a
-// failure to write the answer is the server's to see. An exception that is no
+// Reads the arguments, has `callHandler` call the handler, and answers. Only the handler's call is
+// guarded: the server must see a failure to write the answer. An exception that is not a
 // std::exception passes, with nothing answered.
-template <typename Result, typename HandlerCall>
-void answer(TProtocol* oprot, std::string_view operation, int32_t seqid, Result& result,
-            HandlerCall callHandler) {
+template <typename Args, typename Result, typename HandlerCall>
+void serve(int32_t seqid, TProtocol* iprot, TProtocol* oprot, std::string_view operation,
+           HandlerCall callHandler) {
+    Args arguments;
+    readBody(iprot, arguments);
+
+    Result result;
     try {
-        callHandler();
+        callHandler(arguments, result.success);
     } catch (const std::exception& failure) {
         answerFailure(oprot, operation, seqid, failure);
         return;
     }
     result.__isset.success = true;
-    writeMessage(oprot, kept<Result>(operation), apache::thrift::protocol::T_REPLY, seqid,
-                 table<Result>, &result);
+    writeMessage(oprot, operation, T_REPLY, seqid, result);
 }
 
-}  // namespace TavIDL::wire
+// One-way: nothing is written back, even if the handler throws.
+template <typename Args, typename HandlerCall>
+void serveOneWay(TProtocol* iprot, HandlerCall callHandler) {
+    Args arguments;
+    readBody(iprot, arguments);
+    try {
+        callHandler(arguments);
+    } catch (const std::exception&) {
+    }
+}
+
+}  // namespace TavIDL::records
 
 #endif

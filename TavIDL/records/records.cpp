@@ -1,11 +1,27 @@
-#include <TavIDL/records/tables.h>
+#include <TavIDL/records/ConnectionInfo.h>
+#include <TavIDL/records/ParamList.h>
+#include <TavIDL/records/codec.h>
 
 #include <tuple>
 #include <utility>
 
-using apache::thrift::protocol::TProtocol;
+using namespace TavIDL::records;
 
 namespace {
+
+constexpr Field kConnectionInfo[] = {
+    TAVIDL_FIELD(ConnectionInfo, callbackServicePort),
+    TAVIDL_FIELD(ConnectionInfo, empServicePort),
+    TAVIDL_FIELD(ConnectionInfo, empID),
+};
+
+constexpr Field kParamList[] = {
+    TAVIDL_FIELD(ParamList, param1), TAVIDL_FIELD(ParamList, param2),
+    TAVIDL_FIELD(ParamList, param3), TAVIDL_FIELD(ParamList, param4),
+    TAVIDL_FIELD(ParamList, param5), TAVIDL_FIELD(ParamList, param6),
+    TAVIDL_FIELD(ParamList, param7), TAVIDL_FIELD(ParamList, param8),
+    TAVIDL_FIELD(ParamList, param9), TAVIDL_FIELD(ParamList, param10),
+};
 
 // The fields of a record, for what is done to all of them alike. Any is the record
 // or a constant one.
@@ -27,11 +43,11 @@ const uint8_t ConnectionInfo::binary_fingerprint[16] = {
     0x40, 0x86, 0xF1, 0x2A, 0x5C, 0x2D, 0x61, 0x55, 0x60, 0x23, 0x65, 0x65, 0xC5, 0x42, 0xF3, 0xC3};
 
 uint32_t ConnectionInfo::write(TProtocol* oprot) const {
-    return TavIDL::wire::write(oprot, *this);
+    return writeValues<kConnectionInfo>(oprot, "ConnectionInfo", *this);
 }
 
 uint32_t ConnectionInfo::read(TProtocol* iprot) {
-    return TavIDL::wire::read(iprot, *this);
+    return readValues<kConnectionInfo>(iprot, *this);
 }
 
 bool ConnectionInfo::operator==(const ConnectionInfo& other) const {
@@ -49,11 +65,11 @@ const uint8_t ParamList::binary_fingerprint[16] = {0x81, 0xE0, 0xFE, 0xFE, 0xB0,
                                                    0xE2, 0x3D, 0x48, 0x83, 0xE8, 0x59, 0x7F, 0x5D};
 
 uint32_t ParamList::write(TProtocol* oprot) const {
-    return TavIDL::wire::write(oprot, *this);
+    return writeValues<kParamList>(oprot, "ParamList", *this);
 }
 
 uint32_t ParamList::read(TProtocol* iprot) {
-    return TavIDL::wire::read(iprot, *this);
+    return readValues<kParamList>(iprot, *this);
 }
 
 bool ParamList::operator==(const ParamList& other) const {

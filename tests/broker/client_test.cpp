@@ -1,4 +1,4 @@
-#include <TavIDL/broker/TavBrokerClient.h>
+#include <TavIDL/broker/TavBroker.h>
 #include <gtest/gtest.h>
 #include <support/Recording.h>
 #include <support/Samples.h>

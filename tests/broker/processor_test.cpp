@@ -1,4 +1,4 @@
-#include <TavIDL/broker/TavBrokerProcessor.h>
+#include <TavIDL/broker/TavBroker.h>
 #include <gtest/gtest.h>
 #include <support/Handlers.h>
 #include <support/Recording.h>

@@ -1,4 +1,4 @@
-#include <TavIDL/emp/TavEmpClient.h>
+#include <TavIDL/emp/TavEmp.h>
 #include <gtest/gtest.h>
 #include <support/Recording.h>
 #include <support/Samples.h>

@@ -1,4 +1,4 @@
-#include <TavIDL/emp/TavEmpProcessor.h>
+#include <TavIDL/emp/TavEmp.h>
 #include <gtest/gtest.h>
 #include <support/Handlers.h>
 #include <support/Recording.h>

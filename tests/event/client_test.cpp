@@ -1,4 +1,4 @@
-#include <TavIDL/event/TavEmpEventClient.h>
+#include <TavIDL/event/TavEmpEvent.h>
 #include <gtest/gtest.h>
 #include <support/Recording.h>
 

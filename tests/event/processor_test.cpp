@@ -1,4 +1,4 @@
-#include <TavIDL/event/TavEmpEventProcessor.h>
+#include <TavIDL/event/TavEmpEvent.h>
 #include <gtest/gtest.h>
 #include <support/Handlers.h>
 #include <support/Recording.h>
