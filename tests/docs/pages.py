@@ -38,7 +38,6 @@ NOT_RUN = {
     ("CONTRIBUTING.md", "cmake --build --preset release --target pages"):
         "writes to the source tree: the tests look whether it would change anything",
     ("doc/languages.md", "cmake --preset release"): "the same",
-    ("doc/abi.md", "script/abi agree"): "agrees on another interface: script/abi is a stage of .ci/run",
     ("doc/platforms.md", "TAVIDL_SYSROOT=/path/to/sysroot cmake -S . -B build/mine"):
         "needs a sysroot: script/cross does the same with one that it makes",
 }
