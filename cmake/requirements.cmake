@@ -1,5 +1,5 @@
 # What the tests, the tool and the benchmarks need beyond the library, looked for in one place:
-# all that is missing comes as one list, with the Debian package that has it. script/prepare
+# all that is missing comes as one list, with the Debian package that has it. script/lib/prepare
 # installs these packages.
 
 set(missing)

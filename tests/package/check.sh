@@ -266,7 +266,7 @@ named_elsewhere() {
     # What a build asks for, the scripts install.
     expect "$(comm -23 \
         <(sed -n 's/^ *tavidl_require.* \([a-z0-9.+-]*\))$/\1/p' cmake/requirements.cmake | sort -u) \
-        <(sed 's/#.*//' script/prepare | grep -oE '[a-z0-9.+-]+' | sort -u))" <<<""
+        <(sed 's/#.*//' script/lib/prepare | grep -oE '[a-z0-9.+-]+' | sort -u))" <<<""
 }
 
 add_subdirectory() {
