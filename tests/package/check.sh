@@ -263,7 +263,11 @@ named_elsewhere() {
     while read -r option; do
         grep -q "option($option " CMakeLists.txt || fail "the project has no option $option"
     done < <(grep -rhoP -e '-D\K(BUILD|TAVIDL)_\w+' debian/rules packaging)
-    # What a build asks for, the scripts install.
+}
+
+# What a build asks for, the scripts install.
+prepared() {
+    cd "$SOURCE"
     expect "$(comm -23 \
         <(sed -n 's/^ *tavidl_require.* \([a-z0-9.+-]*\))$/\1/p' cmake/requirements.cmake | sort -u) \
         <(sed 's/#.*//' script/lib/prepare | grep -oE '[a-z0-9.+-]+' | sort -u))" <<<""
