@@ -66,7 +66,7 @@ def main():
     over = []
     for name, (figure, call) in found.items():
         if figure is None:
-            print(f"  {name:<48}not measured: script/cross armhf builds it")
+            print(f"  {name:<48}not measured: script/test armhf builds it")
             continue
         budget = budgets[name]["at_most"]
         note = ""

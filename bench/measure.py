@@ -22,7 +22,7 @@ def run(*command, **options):
         return subprocess.run(command, check=True, text=True, stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE, **options).stdout
     except FileNotFoundError:
-        sys.exit(f"bench: {command[0]} is not installed; script/prepare bench installs it")
+        sys.exit(f"bench: {command[0]} is not installed; script/lib/prepare bench installs it")
     except subprocess.TimeoutExpired as failure:
         sys.exit(f"bench: {' '.join(command)} did not end within {failure.timeout} s")
     except subprocess.CalledProcessError as failure:

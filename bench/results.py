@@ -147,7 +147,7 @@ Written by `script/bench`; how to read it: [CONTRIBUTING.md](../CONTRIBUTING.md#
     [what, *(sizes[name][i] for name in CONTESTANTS), share(sizes["ours"][i]/sizes["generated"][i])]
     for i, what in enumerate(("text", "whole stripped shared object"))])}
 The code of `templates` is in its headers, and so in the programs that use it. For 32-bit ARM, this
-library's `.text` {f"has {arm} bytes" if arm else "was not measured; script/cross armhf builds it"}.
+library's `.text` {f"has {arm} bytes" if arm else "was not measured; script/test armhf builds it"}.
 
 ## Calls over memory
 

@@ -1,7 +1,7 @@
 # What the toolchain files of this directory have in common: Debian's cross compiler,
 # a sysroot of Debian packages, and QEMU to run what was built.
 #
-# The sysroot is the one that script/cross makes, or the directory named by the
+# The sysroot is the one that script/test makes, or the directory named by the
 # environment variable TAVIDL_SYSROOT. (Not by a CMake variable: CMake's own trial
 # builds read this file again and would not see it.)
 

@@ -10,7 +10,5 @@ DEPENDS = "boost thrift"
 inherit cmake externalsrc pkgconfig
 EXTERNALSRC ?= "${TOPDIR}/../libtavidl"
 
-EXTRA_OECMAKE = "-DBUILD_TESTING=OFF"
-
 # Headers, CMake package and pkg-config file go there by themselves.
 FILES:${PN}-dev += "${datadir}/TavIDL"

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds someone else's program against the library, in one of the ways that the
 # library offers. CMakeLists.txt beside this file says which; it sets CXX,
-# CMAKE_GENERATOR, SOURCE (this project) and WORK (a directory for all of this, where
-# builds are kept, so that a second run has little to do).
+# CMAKE_GENERATOR, MAKE_PROGRAM (the one it uses), SOURCE (this project) and WORK (a
+# directory for all of this, where builds are kept, so that a second run has little to do).
 set -euo pipefail
 
 # It may be set to make paths relative, and the same file would then be another one elsewhere.
@@ -34,11 +34,8 @@ shared_by() {
 install_library() {
     local kind=$1 build=$WORK/$1/build prefix=$WORK/$1/first
     rm -rf "$prefix" "$WORK/$kind/moved"
-    # Neither GoogleTest nor the Thrift compiler can be found.
-    cmake -S "$SOURCE" -B "$build" -DBUILD_TESTING=OFF \
-        -DBUILD_SHARED_LIBS="$([[ $kind == shared ]] && echo ON || echo OFF)" \
-        -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DCMAKE_PROGRAM_PATH= \
-        -DCMAKE_INSTALL_LIBDIR=lib
+    cmake -S "$SOURCE" -B "$build" -DCMAKE_INSTALL_LIBDIR=lib \
+        -DBUILD_SHARED_LIBS="$([[ $kind == shared ]] && echo ON || echo OFF)"
     cmake --build "$build"
     cmake --install "$build" --prefix "$prefix"
     mv "$prefix" "$WORK/$kind/moved"
@@ -127,7 +124,7 @@ reproducible() {
     mkdir -p "$place/source"
     cp -r "$SOURCE"/{CMakeLists.txt,TavIDL,cmake,doc,idl} "$place/source"
     for kind in shared static; do
-        cmake -S "$place/source" -B "$place/$kind" -DBUILD_TESTING=OFF \
+        cmake -S "$place/source" -B "$place/$kind" \
             -DBUILD_SHARED_LIBS="$([[ $kind == shared ]] && echo ON || echo OFF)"
         cmake --build "$place/$kind"
     done
@@ -286,7 +283,7 @@ END
 # Directories given as absolute paths, as distributions do.
 pkg_config_absolute() {
     local build=$WORK/absolute
-    cmake -S "$SOURCE" -B "$build" -DBUILD_TESTING=OFF -DCMAKE_INSTALL_PREFIX=/opt/tav \
+    cmake -S "$SOURCE" -B "$build" -DCMAKE_INSTALL_PREFIX=/opt/tav \
         -DCMAKE_INSTALL_LIBDIR=/opt/elsewhere/lib -DCMAKE_INSTALL_INCLUDEDIR=/opt/elsewhere/include
     export PKG_CONFIG_PATH=$build
     expect "$(pkg-config --variable=prefix TavIDL)" <<<"/opt/tav"
@@ -307,7 +304,7 @@ set_target_properties(thrift::thrift PROPERTIES
     INTERFACE_LINK_LIBRARIES thrift INTERFACE_COMPILE_DEFINITIONS BY_ITS_CMAKE_PACKAGE)
 END
     printf 'set(PACKAGE_VERSION %s)\n' "$version" >"$place/thrift/ThriftConfigVersion.cmake"
-    cmake -S "$SOURCE" -B "$place/library" -DBUILD_TESTING=OFF -DCMAKE_BUILD_TYPE=Debug \
+    cmake -S "$SOURCE" -B "$place/library" -DCMAKE_BUILD_TYPE=Debug \
         -DCMAKE_INSTALL_LIBDIR=lib -DThrift_DIR="$place/thrift"
     cmake --build "$place/library"
     cmake --install "$place/library" --prefix "$place/prefix"
@@ -319,6 +316,54 @@ END
     grep -q BY_ITS_CMAKE_PACKAGE "$place/program/compile_commands.json" ||
         fail "the program was not built with what libthrift's CMake package says"
     expect "$("$place/program/program")" <<<"camera 1.0"
+}
+
+# Configures where CMake finds libthrift and nothing else of the system.
+configure_alone() {
+    local build=$WORK/$1
+    shift
+    rm -rf "$build"
+    PKG_CONFIG_LIBDIR='' cmake -S "$SOURCE" -B "$build" -DThrift_ROOT=/usr -DCMAKE_MAKE_PROGRAM="$MAKE_PROGRAM" \
+        -DCMAKE_FIND_USE_CMAKE_SYSTEM_PATH=OFF -DCMAKE_FIND_USE_SYSTEM_ENVIRONMENT_PATH=OFF "$@"
+}
+
+# What CMake has not found, a build cannot use.
+plain() {
+    configure_alone plain
+}
+
+# All at once, and each by the name of its Debian package. Python is looked for in /usr/bin,
+# whatever CMake is told.
+missing() {
+    local said
+    if said=$(configure_alone missing -DTAVIDL_BUILD_TESTS=ON -DTAVIDL_BUILD_TOOLS=ON -DTAVIDL_BUILD_BENCH=ON 2>&1); then
+        fail "nothing is missing: $said"
+    fi
+    expect "$(sed -n 's/^ *\(program\|library\|header\|CMake package\) [^ ]*: //p' <<<"$said")" <<'END'
+thrift-compiler
+libbenchmark-dev
+valgrind
+libssl-dev
+libcli11-dev
+nlohmann-json3-dev
+libgtest-dev
+libgmock-dev
+libthrift-dev
+libevent-dev
+pkg-config
+openssl
+mandoc
+zsh
+libthrift-c-glib-dev
+libglib2.0-dev
+nodejs
+npm
+doxygen
+graphviz
+git
+ninja-build
+clang-format
+END
 }
 
 # What stands in Debian's packages and in the recipes because CMake cannot tell it to them.
@@ -334,6 +379,14 @@ named_elsewhere() {
     while read -r option; do
         grep -q "option($option " CMakeLists.txt || fail "the project has no option $option"
     done < <(grep -rhoP -e '-D\K(BUILD|TAVIDL)_\w+' debian/rules packaging)
+}
+
+# What a build asks for, the scripts install.
+prepared() {
+    cd "$SOURCE"
+    expect "$(comm -23 \
+        <(sed -n 's/^ *tavidl_require.* \([a-z0-9.+-]*\))$/\1/p' cmake/requirements.cmake | sort -u) \
+        <(sed 's/#.*//' script/lib/prepare | grep -oE '[a-z0-9.+-]+' | sort -u))" <<<""
 }
 
 add_subdirectory() {
