@@ -155,18 +155,6 @@ other_libthrift() {
     grep -q '0\.99\.0' <<<"$said" || fail "it is refused, but not for that: $said"
 }
 
-direct_calls() {
-    local lib=$WORK/shared/moved/lib program=$WORK/direct_calls
-    export PKG_CONFIG_PATH=$lib/pkgconfig
-    # shellcheck disable=SC2046,SC2086  # words, as in anyone's makefile
-    $CXX -std=c++11 -O2 -fvisibility=hidden $warnings "$here/direct_calls.cpp" -o "$program" \
-        $(pkg-config --cflags --libs TavIDL) -ldl
-    expect "$(LD_LIBRARY_PATH=$lib "$program")" <<'END'
-libTavIDL.so.1 libTavIDL.so.1 direct_calls
-libTavIDL.so.1 libTavIDL.so.1 direct_calls
-END
-}
-
 # Directories given as absolute paths, as distributions do.
 pkg_config_absolute() {
     local build=$WORK/absolute
