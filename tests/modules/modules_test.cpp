@@ -154,9 +154,14 @@ TEST_P(ModulesTest, ExchangeTheSameBytesWhereOthersWereUnloaded) {
     };
     for (const Kind& first : kKinds) {
         for (const Kind& second : kKinds) {
+            if (second.name == first.name) {
+                continue;
+            }
             check({first, second});
             for (const Kind& third : kKinds) {
-                check({first, second, third});
+                if (third.name != second.name) {
+                    check({first, second, third});
+                }
             }
         }
     }
@@ -169,7 +174,7 @@ TEST_P(ModulesTest, ExchangeTheSameBytesWhereOthersWereUnloaded) {
 #endif
     }
     std::cout << "Type information took the place of an unloaded module's in " << reused
-              << " of 150 orders.\n";
+              << " of 100 orders.\n";
 }
 
 INSTANTIATE_TEST_SUITE_P(, ModulesTest, testing::Values(kShared, "hidden", "symbolic"),
