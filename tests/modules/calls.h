@@ -68,10 +68,8 @@ Exchange exchange() {
     return found;
 }
 
-// Not a static variable of the template below: the loader never unloads a module that has one.
-namespace {
-int virtualCallCount = 0;
-}
+// Hidden: else it would be one for all modules, and the loader would never unload the first.
+__attribute__((visibility("hidden"))) inline int virtualCallCount = 0;
 
 // How often `use` calls a virtual function of a protocol. The protocol's table of virtual functions
 // is replaced by one whose functions only count; its type stays what it was.
