@@ -8,7 +8,7 @@ import os
 import sys
 import tomllib
 
-from measure import (ENCODINGS, OBJECTS, SHORT, arm_text, counts, mean, stripped_sizes,
+from measure import (COMPARISONS, OBJECTS, SHORT, arm_text, counts, mean, stripped_sizes,
                      summaries_agree)
 
 BUDGETS = "bench/budgets.toml"
@@ -22,13 +22,11 @@ def figures(build):
     calls = [cell[1:] for cell in allocations if cell[0] == "ours"]
     found = {}
 
-    for encoding in ENCODINGS:
-        shares = {call: instructions["ours", *call] / instructions["generated", *call]
-                  for call in calls if call[1] == encoding}
-        dearest = max(shares, key=shares.get)
-        name = f"instructions, {encoding}: "
-        found[name + "mean of all calls"] = mean(shares.values()), dearest
-        found[name + "dearest call"] = shares[dearest], dearest
+    for comparison in COMPARISONS:
+        shares = comparison.shares(instructions)
+        costliest = max(shares, key=shares.get)
+        found[f"instructions, {comparison}: mean"] = mean(shares.values()), costliest
+        found[f"instructions, {comparison}: costliest call"] = shares[costliest], costliest
 
     def most(number, chosen):
         call = max(chosen, key=number)
@@ -66,7 +64,7 @@ def main():
     over = []
     for name, (figure, call) in found.items():
         if figure is None:
-            print(f"  {name:<48}not measured: script/test armhf builds it")
+            print(f"  {name:<72}not measured: script/test armhf builds it")
             continue
         budget = budgets[name]["at_most"]
         note = ""
@@ -77,7 +75,7 @@ def main():
                         f"    why: {budgets[name]['why']}")
         elif figure < ROOM * budget:
             note = f"there is room: lower it in {BUDGETS}"
-        print(f"  {name:<48}{shown(figure):>8}   budget {shown(budget):<8}{note}".rstrip())
+        print(f"  {name:<72}{shown(figure):>8}   budget {shown(budget):<8}{note}".rstrip())
     if not summaries_agree():
         sys.exit("bench: README.md quotes other figures than bench/results.md; script/bench"
                  " writes both")

@@ -152,11 +152,16 @@ public:
 template <typename Make>
 auto withProtocolType(Encoding encoding, Make make) {
     using namespace apache::thrift::protocol;
+    using apache::thrift::transport::TBufferBase;
     switch (encoding) {
         case Encoding::binary:
             return make(static_cast<TBinaryProtocol*>(nullptr));
         case Encoding::compact:
             return make(static_cast<TCompactProtocol*>(nullptr));
+        case Encoding::staticBinary:
+            return make(static_cast<TBinaryProtocolT<TBufferBase>*>(nullptr));
+        case Encoding::staticCompact:
+            return make(static_cast<TCompactProtocolT<TBufferBase>*>(nullptr));
         case Encoding::json:
             return make(static_cast<TJSONProtocol*>(nullptr));
         default:

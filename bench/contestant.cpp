@@ -8,6 +8,10 @@ const char* nameOf(Encoding encoding) {
             return "binary";
         case Encoding::compact:
             return "compact";
+        case Encoding::staticBinary:
+            return "static_binary";
+        case Encoding::staticCompact:
+            return "static_compact";
         case Encoding::json:
             return "json";
         default:
@@ -16,7 +20,7 @@ const char* nameOf(Encoding encoding) {
 }
 
 std::shared_ptr<TProtocol> makeProtocol(
-    Encoding encoding, std::shared_ptr<apache::thrift::transport::TTransport> transport) {
+    Encoding encoding, std::shared_ptr<apache::thrift::transport::TBufferBase> transport) {
     return withProtocolType(encoding, [&](auto* type) -> std::shared_ptr<TProtocol> {
         return std::make_shared<std::remove_pointer_t<decltype(type)>>(transport);
     });

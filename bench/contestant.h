@@ -7,6 +7,7 @@
 
 #include <thrift/TProcessor.h>
 #include <thrift/protocol/TProtocol.h>
+#include <thrift/transport/TBufferTransports.h>
 
 // Three contestants call the same eight operations with the same values: this library
 // and the Thrift compiler's two C++ outputs. All else in this directory knows them by
@@ -16,14 +17,16 @@ namespace bench {
 using apache::thrift::TProcessor;
 using apache::thrift::protocol::TProtocol;
 
-// `derived` is a protocol of a program's own, derived from the binary one: libraries that look
-// at a protocol's type do not know it.
-enum class Encoding { binary, compact, json, derived };
-constexpr Encoding kEncodings[] = {Encoding::binary, Encoding::compact, Encoding::json,
-                                   Encoding::derived};
+// The static ones know the type of their transport at compile time: TBinaryProtocolT and
+// TCompactProtocolT of TBufferBase. `derived` is a protocol class of a program's own, derived from
+// the binary one: libraries that look at a protocol's type do not know it.
+enum class Encoding { binary, compact, staticBinary, staticCompact, json, derived };
+constexpr Encoding kEncodings[] = {Encoding::binary,       Encoding::compact,
+                                   Encoding::staticBinary, Encoding::staticCompact,
+                                   Encoding::json,         Encoding::derived};
 const char* nameOf(Encoding encoding);
 std::shared_ptr<TProtocol> makeProtocol(
-    Encoding encoding, std::shared_ptr<apache::thrift::transport::TTransport> transport);
+    Encoding encoding, std::shared_ptr<apache::thrift::transport::TBufferBase> transport);
 
 enum class Service { broker, emp, event };
 enum class Operation {

@@ -127,8 +127,9 @@ Connect serve(const Contestant& contestant, Framing framing) {
         contestant.makeProcessor(serviceOf(kOperation), kEncoding, kLength),
         transportFactory(framing));
     return [server, &contestant, framing]() -> RoundTrip {
+        const auto transport = transportFactory(framing)->getTransport(server->connect());
         const auto protocol =
-            makeProtocol(kEncoding, transportFactory(framing)->getTransport(server->connect()));
+            makeProtocol(kEncoding, std::dynamic_pointer_cast<TBufferBase>(transport));
         const std::shared_ptr<Caller> caller =
             contestant.makeCaller(kEncoding, kLength, protocol, protocol);
         return [caller] {

@@ -1,4 +1,4 @@
-"""What the budgets and the results share: the exact figures, and where they are told."""
+"""What the programs here share: the exact figures, what is compared, and where it is shown."""
 
 import glob
 import math
@@ -7,13 +7,52 @@ import re
 import subprocess
 import sys
 import tempfile
+from typing import NamedTuple
 
 SHORT, LONG = "8", "100"  # bytes in each string; up to 15 need no memory of their own
-ENCODINGS = ("binary", "compact", "json", "derived")
 OBJECTS = {"ours": "TavIDL/libTavIDL.so", "generated": "bench/libbench_generated.so",
            "templates": "bench/libbench_templates.so"}
+SUMMARY = "A call over"
 ARM = "build/armhf/TavIDL/libTavIDL.so"
 RESULTS, README = "bench/results.md", "README.md"
+
+# By how bench_counts names an encoding: the protocol class.
+PROTOCOLS = {
+    "binary": "`TBinaryProtocol`",
+    "compact": "`TCompactProtocol`",
+    "static_binary": "`TBinaryProtocolT<TBufferBase>`",
+    "static_compact": "`TCompactProtocolT<TBufferBase>`",
+    "json": "`TJSONProtocol`",
+    "derived": "a protocol class of your own",
+}
+
+
+class Comparison(NamedTuple):
+    """Calls of ours over a protocol, relative to the same calls of `other` over `over`."""
+    encoding: str
+    other: str
+    over: str
+
+    def __str__(self):
+        return f"{self.encoding} / {self.other} {self.over}"
+
+    def shares(self, figures):
+        """By call (operation, encoding, length), from figures by contestant and call."""
+        return {(operation, encoding, length):
+                    figure / figures[self.other, operation, self.over, length]
+                for (contestant, operation, encoding, length), figure in figures.items()
+                if contestant == "ours" and encoding == self.encoding}
+
+
+# Generated code gets faster with the static protocols, too. So their calls are compared with it
+# over the same protocol, and over the ordinary one, which most programs have today.
+COMPARISONS = (
+    *(Comparison(encoding, "generated", encoding) for encoding in PROTOCOLS),
+    Comparison("static_binary", "generated", "binary"),
+    Comparison("static_compact", "generated", "compact"),
+    Comparison("static_binary", "templates", "static_binary"),
+    Comparison("static_compact", "templates", "static_compact"),
+)
 
 
 def run(*command, **options):
@@ -79,10 +118,10 @@ def mean(ratios):
 
 
 def summary_of(page):
-    """Where in the text of a page the table of the summary begins and ends."""
-    found = re.search(r"^\| This library, as a share of .*\n(?:\|.*\n)+", page, re.M)
+    """Where in the text of a page the tables of the summary begin and end."""
+    found = re.search(rf"^\| {SUMMARY} .*\n(?:\|.*\n|\n(?=\|))+", page, re.M)
     if not found:
-        sys.exit("bench: a page lost its table 'This library, as a share of generated code'")
+        sys.exit(f"bench: a page lost its table '{SUMMARY}'")
     return found.span()
 
 

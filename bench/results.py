@@ -13,10 +13,11 @@ import re
 import statistics
 import sys
 
-from measure import (ENCODINGS, OBJECTS, RESULTS, arm_text, counts, mean, replace_summary, run,
-                     stripped_sizes)
+from measure import (COMPARISONS, OBJECTS, PROTOCOLS, RESULTS, SUMMARY, Comparison, arm_text,
+                     counts, mean, replace_summary, run, stripped_sizes)
 
 CONTESTANTS = tuple(OBJECTS)
+DESCRIPTIONS = {"generated": "generated code", "templates": "generated templates"}
 PLOTTED = ("TavBroker.Execute", "binary")
 
 
@@ -102,34 +103,29 @@ def main():
     print("-- Timing round trips", flush=True)
     trip_times, trip_spread = times(build, "loopback", 25, 0.03)
 
-    def instruction_share(call, other="generated"):
-        return instructions["ours", *call] / instructions[other, *call]
+    nanoseconds = {tuple(cell): time for (kind, *cell, _), time in call_times.items()
+                   if kind == "cpu_time"}
 
-    def time_share(call):
-        return (call_times["cpu_time", "ours", *call, 1]
-                / call_times["cpu_time", "generated", *call, 1])
-
-    def of_encodings(one_share):
-        return " / ".join(share(mean([one_share(call) for call in calls if call[1] == encoding]))
-                          for encoding in ENCODINGS)
+    def beside_generated(figures, call):
+        return Comparison(call[1], "generated", call[1]).shares(figures)[call]
 
     def trip_share(time, framing, connections, one="ours", other="generated"):
         return (trip_times[time, one, framing, connections]
                 / trip_times[time, other, framing, connections])
 
-    summary = table(["This library, as a share of generated code", ""], [
-        ["Instructions of a call: binary / compact / JSON / a protocol of one's own",
-         of_encodings(instruction_share)],
-        ["Time of a call, likewise", of_encodings(time_share)],
-        ["Processor time of a round trip over loopback: 1 / 8 connections",
-         " / ".join(share(mean([trip_share("cpu_time", framing, connections)
-                                for framing in ("buffered", "framed")]))
-                    for connections in (1, 8))],
-        ["Allocations: calls with more / fewer / in all",
-         " / ".join(str(number) for number in (
-             sum(allocations["ours", *call] > allocations["generated", *call] for call in calls),
-             sum(allocations["ours", *call] < allocations["generated", *call] for call in calls),
-             len(calls)))],
+    summary = table([SUMMARY, "relative to (lower is better)", "Instructions", "Time"], [
+        [PROTOCOLS[comparison.encoding],
+         DESCRIPTIONS[comparison.other] + ("" if comparison.over == comparison.encoding
+                                           else f" over {PROTOCOLS[comparison.over]}"),
+         share(mean(comparison.shares(instructions).values())),
+         share(mean(comparison.shares(nanoseconds).values()))] for comparison in COMPARISONS
+    ]) + "\n" + table(["Relative to generated code (lower is better)", ""], [
+        *([f"Processor time of a round trip over loopback, {connections}",
+           share(mean([trip_share("cpu_time", framing, number)
+                       for framing in ("buffered", "framed")]))]
+          for number, connections in ((1, "1 connection"), (8, "8 connections"))),
+        ["Allocations of a call beyond those of generated code, at most",
+         max(allocations["ours", *call] - allocations["generated", *call] for call in calls)],
         ["Text of the shared object", share(sizes["ours"][0] / sizes["generated"][0])],
     ])
 
@@ -157,9 +153,9 @@ Medians of 15 times, whose typical spread was {call_spread["cpu_time"]:.1%}.
         *(f"alloc. {name}" for name in CONTESTANTS), *(f"ns {name}" for name in CONTESTANTS),
         "ours / gen."],
        [[call[0], call[1], call[2], *(instructions[name, *call] for name in CONTESTANTS),
-         f"{instruction_share(call):.3f}", *(allocations[name, *call] for name in CONTESTANTS),
-         *(round(call_times["cpu_time", name, *call, 1]) for name in CONTESTANTS),
-         share(time_share(call))] for call in calls])}
+         f"{beside_generated(instructions, call):.3f}", *(allocations[name, *call] for name in CONTESTANTS),
+         *(round(nanoseconds[name, *call]) for name in CONTESTANTS),
+         share(beside_generated(nanoseconds, call))] for call in calls])}
 ![Time of a call against the length of its strings](lengths.svg)
 
 ## Round trips over loopback

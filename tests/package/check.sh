@@ -185,7 +185,7 @@ END
         -o "$lib/libthrift-0.5.0.so" -Wl,-soname,libthrift-0.5.0.so
     ln -s libthrift-0.5.0.so "$lib/libthrift.so"
 
-    PKG_CONFIG_PATH=$lib/pkgconfig cmake -S "$SOURCE" -B "$place/build" -DBUILD_TESTING=OFF \
+    PKG_CONFIG_PATH=$lib/pkgconfig cmake -S "$SOURCE" -B "$place/build" \
         -DCMAKE_BUILD_TYPE=Debug -DCMAKE_INSTALL_LIBDIR=lib
     cmake --build "$place/build"
     cmake --install "$place/build" --prefix "$place/prefix"
@@ -225,7 +225,7 @@ empty_libthrift() {
 # 0.99.0 and the headers of the system are found, and that must be said.
 refuse_mix() {
     local said
-    if said=$(cmake -S "$SOURCE" -B "$1" -DBUILD_TESTING=OFF "${@:2}" 2>&1); then
+    if said=$(cmake -S "$SOURCE" -B "$1" "${@:2}" 2>&1); then
         fail "headers of another release than the library's are taken: $said"
     fi
     said=$(tr -s ' \n' ' ' <<<"$said")
@@ -253,7 +253,7 @@ unversioned_library() {
     empty_libthrift "$place" "$1"
     thrift_pc "$place/another" 0.99.0
     PKG_CONFIG_PATH=$place/another/lib/pkgconfig cmake -S "$SOURCE" -B "$place/build" \
-        -DBUILD_TESTING=OFF -DThrift_ROOT="$place"
+        -DThrift_ROOT="$place"
     grep -q "^Thrift_LIBRARY:FILEPATH=$place/" "$place/build/CMakeCache.txt" ||
         fail "another library was taken"
 }
@@ -263,21 +263,9 @@ unversioned_headers() {
     empty_libthrift "$place" libthrift-0.99.0.so
     mkdir -p "$place/include/thrift"
     touch "$place/include/thrift/TProcessor.h"
-    cmake -S "$SOURCE" -B "$place/build" -DBUILD_TESTING=OFF -DThrift_ROOT="$place"
+    cmake -S "$SOURCE" -B "$place/build" -DThrift_ROOT="$place"
     grep -qx "Thrift_INCLUDE_DIR:PATH=$place/include" "$place/build/CMakeCache.txt" ||
         fail "other headers were taken"
-}
-
-direct_calls() {
-    local lib=$WORK/shared/moved/lib program=$WORK/direct_calls
-    export PKG_CONFIG_PATH=$lib/pkgconfig
-    # shellcheck disable=SC2046,SC2086  # words, as in anyone's makefile
-    $CXX -std=c++11 -O2 -fvisibility=hidden $warnings "$here/direct_calls.cpp" -o "$program" \
-        $(pkg-config --cflags --libs TavIDL) -ldl
-    expect "$(LD_LIBRARY_PATH=$lib "$program")" <<'END'
-libTavIDL.so.1 libTavIDL.so.1 direct_calls
-libTavIDL.so.1 libTavIDL.so.1 direct_calls
-END
 }
 
 # Directories given as absolute paths, as distributions do.
