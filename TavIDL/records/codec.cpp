@@ -1,6 +1,6 @@
 #include <TavIDL/records/codec.h>
 
-// Visible, as in thrift.h.
+// As in thrift.h.
 #pragma GCC visibility push(default)
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/protocol/TCompactProtocol.h>
@@ -101,8 +101,8 @@ template <typename Protocol>
     return bytes;
 }
 
-// libthrift's protocol over TBufferBase that goes with one over any transport. Up to 0.5 they are
-// not templates, and there is only the one.
+// From libthrift's protocol over any transport, the same protocol over TBufferBase. Up to 0.5 these
+// are not templates, and both are one type.
 template <typename Protocol>
 struct OverBuffer {
     using Type = Protocol;
@@ -115,11 +115,10 @@ using BufferedBinary = OverBuffer<TBinaryProtocol>::Type;
 using BufferedCompact = OverBuffer<TCompactProtocol>::Type;
 
 // Calls `carry` with the protocol as one of the four types if that is its exact type: a class
-// derived from one may override what these do. Types are the same if their information is at the
-// same address. Where a module has information of its own for the same type (it is hidden, or
-// linked with -Bsymbolic), they differ and the call is virtual: slower, and as correct. Comparing
-// names would take longer. Addresses must not be kept from one call to the next: the module may be
-// unloaded, and the next one put other types there.
+// derived from one may override what these do. Types are compared by the address of their type
+// information; by name would be slower. A module that has its own type information (hidden, or
+// linked with -Bsymbolic) is not recognised: virtual calls are slower, but correct. Do not cache
+// addresses from one call to the next: once a module is unloaded, another type may be there.
 template <typename Carry>
 uint32_t byExactType(TProtocol& protocol, Carry carry) {
     const std::type_info* const type = &typeid(protocol);

@@ -7,15 +7,15 @@
 #include <cstdint>
 #include <string>
 
-// How a record meets the wire. Each record class has a table, with a row for each field, next to
-// its write and read. Those two say what kind of record it is; the two loops in codec.cpp carry
-// any record by its table.
+// How records are written and read. Each has a table, with a row for each field; _args and _pargs
+// share one. A record's write and read, next to its table, say what kind of record it is. The two
+// loops in codec.cpp write and read any record by its table.
 namespace TavIDL::records {
 
 using apache::thrift::protocol::TProtocol;
 using apache::thrift::protocol::TType;
 
-// A record that is a field of another one is carried by its own write and read.
+// A record that is a field of another one has its own write and read.
 struct NestedRecord {
     uint32_t (*write)(TProtocol* oprot, const void* record);
     uint32_t (*read)(TProtocol* iprot, void* record);
@@ -79,10 +79,11 @@ struct Table {
 template <const auto& rows>
 inline constexpr Table table = {rows, sizeof(rows) / sizeof(Field), 1};
 
-// Both return the sum of what the protocol's calls return. They make the same calls in the same
-// order for every protocol. They do so by virtual functions, except for objects of exactly four
-// types: libthrift's binary and compact protocols, over any transport and over TBufferBase.
 enum class Holds { values, pointers };
+
+// Both return the sum of what the protocol's calls return. They make the same calls in the same
+// order for every protocol: virtual calls, except for objects of exactly four types, libthrift's
+// binary and compact protocols over any transport and over TBufferBase.
 [[gnu::noinline]] uint32_t writeFields(TProtocol* oprot, const char* name, const Table& table,
                                        const void* record, Holds holds);
 // `isset` is a record's group of flags: one bool for each row, in the same order.

@@ -28,7 +28,7 @@ using apache::thrift::protocol::TProtocol;
 
 [[gnu::cold]] [[noreturn]] void endProcessForNullPointer();
 
-// What a transport's or handler's pointer points at. A null one is a programming error.
+// What a transport's or handler's pointer points at. A null pointer ends the process.
 template <typename Pointer>
 auto& pointee(const Pointer& pointer) {
     if (pointer.get() == nullptr) {
@@ -96,7 +96,7 @@ bool processMessage(Processor& processor, TProtocol* iprot, TProtocol* oprot) {
            processor.process_fn(iprot, oprot, name, seqid);
 }
 
-// process_fn() of every processor.
+// process_fn() of every processor. Flattened: the search in the map is inlined.
 template <typename Processor, typename OperationMap>
 [[gnu::flatten]] bool callOperation(Processor& processor, const OperationMap& operations,
                                     TProtocol* iprot, TProtocol* oprot, const std::string& name,

@@ -23,8 +23,7 @@ constexpr Field kParamList[] = {
     TAVIDL_FIELD(ParamList, param9), TAVIDL_FIELD(ParamList, param10),
 };
 
-// The fields of a record, for what is done to all of them alike. Any is the record
-// or a constant one.
+// All fields, to compare or swap them. Any is the record, const or not.
 template <typename Any>
 auto fieldsOfInfo(Any& info) {
     return std::tie(info.callbackServicePort, info.empServicePort, info.empID);
