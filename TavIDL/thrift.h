@@ -1,8 +1,8 @@
 #ifndef TAVIDL_THRIFT_H
 #define TAVIDL_THRIFT_H
 
-// A program's protocols and the library's are of the same types even if the program is compiled
-// with -fvisibility=hidden, which would otherwise make each module have its own.
+// The library recognises libthrift's protocols by the addresses of their type information. With
+// hidden visibility a program or library would have type information of its own.
 #pragma GCC visibility push(default)
 
 // Up to 0.9.0 libthrift's headers use what these two declare and do not include them.
@@ -13,8 +13,9 @@
 #endif
 #endif
 
-// 0.2 declares TApplicationException in Thrift.h. The question is asked as its own headers
-// include each other, without `thrift/`: the system's libthrift must not answer it.
+// 0.2 has no TApplicationException.h: its Thrift.h declares the class. Up to 0.8 libthrift's own
+// folder is searched, too. Look there: with `thrift/`, the header of another libthrift in the
+// system's directories could be found.
 #ifndef __has_include
 #include <thrift/TApplicationException.h>
 #elif !__has_include(<TProcessor.h>) || __has_include(<TApplicationException.h>)
@@ -28,15 +29,14 @@
 
 #include <utility>
 
-/// What differs between the releases of libthrift is settled here and nowhere
-/// else, from libthrift's own declarations.
+/// What differs between the releases of libthrift in public declarations is settled here, from
+/// libthrift's own declarations.
 ///
-/// - Pointers: older releases hold protocols by Boost's shared pointer, newer
-///   ones by the standard library's. `TavIDL::shared_ptr` is whichever it is.
-/// - `TProcessor::process`: older releases pass two protocols, newer ones a
-///   connection context besides. A processor declares both forms, with neither
-///   `virtual` nor `override`: the one that libthrift declares is its override,
-///   the other an ordinary overload. Both do the same.
+/// - Pointers: older releases hold protocols by Boost's shared pointer, newer ones by the standard
+///   library's. `TavIDL::shared_ptr` is whichever it is.
+/// - `TProcessor::process`: older releases pass two protocols, newer ones also a context. A
+///   processor declares both forms, with neither `virtual` nor `override`: the one that libthrift
+///   declares is its override, the other an ordinary overload. Both do the same.
 namespace TavIDL {
 
 template <typename Pointer>
@@ -55,7 +55,7 @@ using TransportPointer =
 template <typename T>
 using shared_ptr = typename SharedPointer<TransportPointer>::template To<T>;
 
-/// How clients and processors are handed a protocol.
+/// How a protocol is passed to clients and processors.
 using ProtocolPointer = shared_ptr<apache::thrift::protocol::TProtocol>;
 
 }  // namespace TavIDL
