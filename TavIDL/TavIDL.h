@@ -14,22 +14,22 @@
 /// # The system
 ///
 /// An EMP is a module that a broker opens for a program, by name, version and credential. The
-/// program then calls the EMP on a port of its own, and the EMP reports events to the program's
-/// callback service. `TavBroker`, `TavEmp` and `TavEmpEvent` are the services of these three. Each
-/// has an interface class (`TavEmpIf`), a client (`TavEmpClient`) and a processor
-/// (`TavEmpProcessor`).
+/// program then calls the EMP on the EMP's own port, and the EMP reports events to the program's
+/// callback service. The broker serves `TavBroker`, an EMP `TavEmp`, and a callback service
+/// `TavEmpEvent`. Each of these has an interface class (`TavEmpIf`), a client (`TavEmpClient`) and
+/// a processor (`TavEmpProcessor`).
 ///
 /// # Clients
 ///
-/// A call of an operation writes one request and waits for its reply; `Callback`, which is one-way,
-/// only writes. `send_X` and `recv_X` are the halves of `X`, for callers with other work to do in
-/// between. Call each `recv_` once after its `send_`, and before the next `send_` on the same
-/// connection: replies are matched with requests by their order alone.
+/// A call writes one request and waits for its reply; `Callback`, which is one-way, only writes.
+/// `send_X` and `recv_X` are the halves of `X`, for callers with other work to do in between. Call
+/// each `recv_` once after its `send_`, and before the next `send_` on the same connection: replies
+/// are matched with requests by their order alone.
 ///
 /// Calls throw
 /// - TApplicationException: the peer's own, unchanged, or one of kind INVALID_MESSAGE_TYPE,
 ///   WRONG_METHOD_NAME or MISSING_RESULT. The reply has then been consumed, and the client can be
-///   used again. A result passed by reference may hold fields that were read before.
+///   used again. A result passed by reference may already hold some fields.
 /// - what the protocol and the transport throw, unchanged. Then close the connection: it may be in
 ///   the middle of a message.
 ///
@@ -43,19 +43,28 @@
 /// class) and writes the answers. Hand it to any of libthrift's servers.
 ///
 /// - If the handler throws a std::exception, the answer is a TApplicationException of kind UNKNOWN
-///   with its `what()` text. Anything else that it throws leaves process(), with nothing answered.
-///   Some of libthrift's servers do not survive that: don't let a handler throw anything else.
+///   with its `what()` text; a `Callback` is not answered. Anything else that it throws leaves
+///   process(), with nothing answered. Some of libthrift's servers do not survive that: don't let a
+///   handler throw anything else.
 /// - A message that is not a call is answered with INVALID_MESSAGE_TYPE, and an unknown operation
 ///   with UNKNOWN_METHOD. process() then returns true.
 /// - What the protocol and the transport throw leaves process(), for the server to handle.
 ///
-/// A processor shares ownership of its handler, which must not be null. Once constructed it only
-/// reads its members, so it can serve any number of connections at the same time if the handler is
-/// thread-safe. libthrift's setEventHandler() has no effect on it.
+/// A processor shares ownership of its handler. Once constructed it only reads its members, so it
+/// can serve any number of connections at the same time if the handler is thread-safe: a
+/// multithreaded server calls it from all its threads. libthrift's setEventHandler() has no effect.
 ///
-/// # Call records
+/// The use of a null handler, or of a protocol whose transport is null, on either side, is a
+/// programming error. It ends the process, with a message to standard error.
 ///
-/// Clients and processors pass the arguments and the result of an operation to the protocol in
+/// # Records
+///
+/// `write` and `read` return the sum of what the protocol's calls return, and throw what these
+/// throw. `write` writes all fields, set or not. `read` takes a field if its id and type match, and
+/// sets its flag in `__isset`; it skips other fields. What the input lacks keeps its value and
+/// flag. Use a record from one thread at a time.
+///
+/// Clients and processors pass the arguments and the result of an operation to the protocol in call
 /// records, four for each operation. Programs need them only to read or write single messages.
 ///
 /// - `_args` holds the arguments; the processor reads it.
@@ -65,10 +74,6 @@
 ///   `__isset.success` is set.
 /// - `_presult` holds a pointer to the caller's result, so that the client reads into it directly.
 ///
-/// `write` and `read` return the sum of what the protocol's calls return, and throw what these
-/// throw. `write` writes all arguments, set or not. `read` takes a field if its id and type match,
-/// and sets its flag in `__isset`; it skips other fields. What the input lacks keeps its value.
-/// Set the pointers before calling `write` or `read`, which don't check them. Use a record from one
-/// thread at a time.
+/// Set the pointers before calling `write` or `read`, which don't check them.
 
 #endif

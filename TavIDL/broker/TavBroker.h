@@ -15,9 +15,7 @@
 /// credential.
 ///
 /// A broker implements this class and hands it to a TavBrokerProcessor; a program calls it through
-/// a TavBrokerClient. An implementation reports a failure by throwing a std::exception: the caller
-/// gets its `what()` text in a TApplicationException of kind UNKNOWN. It must be thread-safe if the
-/// server is multithreaded.
+/// a TavBrokerClient. TavIDL.h says what an implementation may throw, and which threads call it.
 class TAVIDL_EXPORT TavBrokerIf {
 public:
     virtual ~TavBrokerIf() {}
@@ -43,7 +41,7 @@ constexpr const char* Execute = "Execute";
 constexpr const char* CloseEmp = "CloseEmp";
 }  // namespace TavBrokerOperation
 
-/// Calls a remote broker. What it throws, owns and expects of threads is in TavIDL.h.
+/// Calls a remote broker. TavIDL.h says what it throws and owns, and which threads may use it.
 class TAVIDL_EXPORT TavBrokerClient : virtual public TavBrokerIf {
 public:
     /// Calls over one protocol, both ways.
@@ -88,8 +86,7 @@ protected:
     apache::thrift::protocol::TProtocol* oprot_;
 };
 
-/// Serves a broker. How it answers, what it throws and owns, and which threads may use it is in
-/// TavIDL.h.
+/// Serves a broker. TavIDL.h says how it answers, what it owns, and which threads may use it.
 class TAVIDL_EXPORT TavBrokerProcessor : virtual public apache::thrift::TProcessor {
 public:
     explicit TavBrokerProcessor(TavIDL::shared_ptr<TavBrokerIf> handler)
@@ -102,16 +99,14 @@ public:
     virtual ~TavBrokerProcessor() {}
 
 #pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wsuggest-override"  // thrift.h says why none is written
-    /// Handles one message and returns true. `connectionContext` is not used. One of the two
-    /// overrides libthrift's.
+#pragma GCC diagnostic ignored "-Wsuggest-override"  // thrift.h says why there are two, without it
+    /// Handles one message and returns true. `connectionContext` is not used.
     bool process(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output,
                  void* connectionContext);
     bool process(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output);
 #pragma GCC diagnostic pop
 
-    /// Handles the rest of a message whose header, with `name` and `seqid`, has been read. Returns
-    /// true.
+    /// Handles the rest of a message, whose header has been read, and returns true.
     virtual bool process_fn(apache::thrift::protocol::TProtocol* iprot,
                             apache::thrift::protocol::TProtocol* oprot, std::string& name,
                             int32_t seqid);

@@ -15,9 +15,7 @@
 /// credential. It identifies each program that uses it by a number, `clientID`.
 ///
 /// An EMP implements this class and hands it to a TavEmpProcessor; a program calls it through a
-/// TavEmpClient. An implementation reports a failure by throwing a std::exception: the caller gets
-/// its `what()` text in a TApplicationException of kind UNKNOWN. It must be thread-safe if the
-/// server is multithreaded.
+/// TavEmpClient. TavIDL.h says what an implementation may throw, and which threads call it.
 class TAVIDL_EXPORT TavEmpIf {
 public:
     virtual ~TavEmpIf() {}
@@ -48,7 +46,7 @@ constexpr const char* Execute = "Execute";
 constexpr const char* ExecuteWithParamList = "ExecuteWithParamList";
 }  // namespace TavEmpOperation
 
-/// Calls a remote EMP. What it throws, owns and expects of threads is in TavIDL.h.
+/// Calls a remote EMP. TavIDL.h says what it throws and owns, and which threads may use it.
 class TAVIDL_EXPORT TavEmpClient : virtual public TavEmpIf {
 public:
     /// Calls over one protocol, both ways.
@@ -98,8 +96,7 @@ protected:
     apache::thrift::protocol::TProtocol* oprot_;
 };
 
-/// Serves an EMP. How it answers, what it throws and owns, and which threads may use it is in
-/// TavIDL.h.
+/// Serves an EMP. TavIDL.h says how it answers, what it owns, and which threads may use it.
 class TAVIDL_EXPORT TavEmpProcessor : virtual public apache::thrift::TProcessor {
 public:
     explicit TavEmpProcessor(TavIDL::shared_ptr<TavEmpIf> handler) : handler_(std::move(handler)) {
@@ -113,16 +110,14 @@ public:
     virtual ~TavEmpProcessor() {}
 
 #pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wsuggest-override"  // thrift.h says why none is written
-    /// Handles one message and returns true. `connectionContext` is not used. One of the two
-    /// overrides libthrift's.
+#pragma GCC diagnostic ignored "-Wsuggest-override"  // thrift.h says why there are two, without it
+    /// Handles one message and returns true. `connectionContext` is not used.
     bool process(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output,
                  void* connectionContext);
     bool process(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output);
 #pragma GCC diagnostic pop
 
-    /// Handles the rest of a message whose header, with `name` and `seqid`, has been read. Returns
-    /// true.
+    /// Handles the rest of a message, whose header has been read, and returns true.
     virtual bool process_fn(apache::thrift::protocol::TProtocol* iprot,
                             apache::thrift::protocol::TProtocol* oprot, std::string& name,
                             int32_t seqid);

@@ -10,7 +10,7 @@
 
 /// \file
 /// The records by which TavEmp's client and processor pass arguments and results to a protocol.
-/// What the four kinds are for, and what write() and read() do, is in TavIDL.h.
+/// TavIDL.h says what the four kinds are for, and what write() and read() do.
 
 class TAVIDL_EXPORT TavEmp_Open_args {
 public:

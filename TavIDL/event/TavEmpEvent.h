@@ -14,7 +14,8 @@
 /// runs a callback service to learn of its EMPs' events.
 ///
 /// A callback service implements this class and hands it to a TavEmpEventProcessor; an EMP calls it
-/// through a TavEmpEventClient. It must be thread-safe if the server is multithreaded.
+/// through a TavEmpEventClient. TavIDL.h says what an implementation may throw, and which threads
+/// call it.
 class TAVIDL_EXPORT TavEmpEventIf {
 public:
     virtual ~TavEmpEventIf() {}
@@ -30,9 +31,8 @@ namespace TavEmpEventOperation {
 constexpr const char* Callback = "Callback";
 }  // namespace TavEmpEventOperation
 
-/// Sends events to a remote callback service. Calls write a request and return: nothing is read, so
-/// the caller does not learn whether the event arrived. What it throws, owns and expects of threads
-/// is in TavIDL.h.
+/// Sends events to a remote callback service. Nothing is read, so the caller does not learn whether
+/// an event arrived. TavIDL.h says what a client throws and owns, and which threads may use it.
 class TAVIDL_EXPORT TavEmpEventClient : virtual public TavEmpEventIf {
 public:
     explicit TavEmpEventClient(const TavIDL::ProtocolPointer& protocol)
@@ -61,9 +61,8 @@ protected:
     apache::thrift::protocol::TProtocol* oprot_;
 };
 
-/// Serves a callback service. How it answers, what it throws and owns, and which threads may use it
-/// is in TavIDL.h. For an event nothing is written back: a std::exception that the handler throws
-/// is dropped.
+/// Serves a callback service. Nothing is written back for an event: a std::exception that the
+/// handler throws is dropped. TavIDL.h has all else.
 class TAVIDL_EXPORT TavEmpEventProcessor : virtual public apache::thrift::TProcessor {
 public:
     explicit TavEmpEventProcessor(TavIDL::shared_ptr<TavEmpEventIf> handler)
@@ -74,16 +73,14 @@ public:
     virtual ~TavEmpEventProcessor() {}
 
 #pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wsuggest-override"  // thrift.h says why none is written
-    /// Handles one message and returns true. `connectionContext` is not used. One of the two
-    /// overrides libthrift's.
+#pragma GCC diagnostic ignored "-Wsuggest-override"  // thrift.h says why there are two, without it
+    /// Handles one message and returns true. `connectionContext` is not used.
     bool process(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output,
                  void* connectionContext);
     bool process(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output);
 #pragma GCC diagnostic pop
 
-    /// Handles the rest of a message whose header, with `name` and `seqid`, has been read. Returns
-    /// true.
+    /// Handles the rest of a message, whose header has been read, and returns true.
     virtual bool process_fn(apache::thrift::protocol::TProtocol* iprot,
                             apache::thrift::protocol::TProtocol* oprot, std::string& name,
                             int32_t seqid);

@@ -8,8 +8,8 @@
 #include <string>
 
 /// \file
-/// The records by which TavEmpEvent's client and processor pass arguments to a protocol. What the
-/// kinds are for, and what write() and read() do, is in TavIDL.h.
+/// The records by which TavEmpEvent's client and processor pass arguments to a protocol.
+/// TavIDL.h says what the two kinds are for, and what write() and read() do.
 
 class TAVIDL_EXPORT TavEmpEvent_Callback_args {
 public:

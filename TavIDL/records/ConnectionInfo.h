@@ -7,10 +7,8 @@
 #include <cstdint>
 #include <string>
 
-/// Where an opened EMP and its caller's callback service listen.
-///
-/// A value: copied and moved member by member. One thread at a time may write
-/// to it or read into it.
+/// Where an opened EMP and its caller's callback service listen. TavIDL.h says what write() and
+/// read() do.
 class TAVIDL_EXPORT ConnectionInfo {
 public:
     ConnectionInfo() = default;
@@ -27,29 +25,22 @@ public:
     /// The broker's name for the opened EMP. Any bytes.
     std::string empID;
 
-    /// Which fields read() has taken. write() does not look at them.
+    /// Which fields read() has taken.
     struct Flags {
         bool callbackServicePort = false;
         bool empServicePort = false;
         bool empID = false;
     } __isset;
 
-    /// MD5 of the layout "{1:i32;2:i32;3:string;}": 32 upper-case hexadecimal
-    /// digits, and the same digest as bytes.
+    /// The MD5 of "{1:i32;2:i32;3:string;}", the layout, as text and as bytes. The library does not
+    /// use it. Programs compiled against the interface expect it.
     static const char* const ascii_fingerprint;
     static const uint8_t binary_fingerprint[16];
 
-    /// Writes all fields, set or not. Returns the sum of what the protocol's
-    /// calls return. Exceptions of the protocol and the transport pass through.
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-
-    /// Reads one record. Fields that the input lacks, or holds with another
-    /// type, keep their value and flag; unknown fields are skipped. Returns and
-    /// throws as write() does; after a throw the fields read so far are set.
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 
-    /// Compares the fields alone: where a value came from (`__isset`) does not
-    /// make it another value.
+    /// Compares the fields, not their flags.
     bool operator==(const ConnectionInfo& other) const;
     bool operator!=(const ConnectionInfo& other) const { return !(*this == other); }
 

@@ -7,11 +7,8 @@
 #include <cstdint>
 #include <string>
 
-/// Up to ten string parameters of one command. All ten always travel, those
-/// not in use as empty strings.
-///
-/// A value: copied and moved member by member. One thread at a time may write
-/// to it or read into it.
+/// Up to ten string parameters of one command. All ten are always written, those not in use as
+/// empty strings. TavIDL.h says what write() and read() do.
 class TAVIDL_EXPORT ParamList {
 public:
     ParamList() = default;
@@ -32,7 +29,7 @@ public:
     std::string param9;
     std::string param10;
 
-    /// Which fields read() has taken. write() does not look at them.
+    /// Which fields read() has taken.
     struct Flags {
         bool param1 = false;
         bool param2 = false;
@@ -46,22 +43,15 @@ public:
         bool param10 = false;
     } __isset;
 
-    /// MD5 of the layout text "{1:string;2:string; ... 10:string;}": 32
-    /// upper-case hexadecimal digits, and the same digest as bytes.
+    /// The MD5 of "{1:string;2:string; ... 10:string;}", the layout, as text and as bytes. The
+    /// library does not use it. Programs compiled against the interface expect it.
     static const char* const ascii_fingerprint;
     static const uint8_t binary_fingerprint[16];
 
-    /// Writes all ten fields, set or not. Returns the sum of what the protocol's
-    /// calls return. Exceptions of the protocol and the transport pass through.
     uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-
-    /// Reads one record. Fields that the input lacks, or holds with another
-    /// type, keep their value and flag; unknown fields are skipped. Returns and
-    /// throws as write() does; after a throw the fields read so far are set.
     uint32_t read(apache::thrift::protocol::TProtocol* iprot);
 
-    /// Compares the fields alone: where a value came from (`__isset`) does not
-    /// make it another value.
+    /// Compares the fields, not their flags.
     bool operator==(const ParamList& other) const;
     bool operator!=(const ParamList& other) const { return !(*this == other); }
 
