@@ -1,8 +1,9 @@
 #ifndef TAVIDL_THRIFT_H
 #define TAVIDL_THRIFT_H
 
-// The library recognises libthrift's protocols by the addresses of their type information. With
-// hidden visibility a program or library would have type information of its own.
+// codec.cpp recognises protocol types by the addresses of their type information, which the library
+// has to share with the program. It is compiled with hidden visibility: the protocol types must not
+// be hidden, and so neither their parts, which are declared here.
 #pragma GCC visibility push(default)
 
 // Up to 0.9.0 libthrift's headers use what these two declare and do not include them.

@@ -1,6 +1,6 @@
 #include <TavIDL/records/codec.h>
 
-// As in thrift.h.
+// Not hidden, for the reason in thrift.h.
 #pragma GCC visibility push(default)
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/protocol/TCompactProtocol.h>
@@ -116,9 +116,10 @@ using BufferedCompact = OverBuffer<TCompactProtocol>::Type;
 
 // Calls `carry` with the protocol as one of the four types if that is its exact type: a class
 // derived from one may override what these do. Types are compared by the address of their type
-// information; by name would be slower. A module that has its own type information (hidden, or
-// linked with -Bsymbolic) is not recognised: virtual calls are slower, but correct. Do not cache
-// addresses from one call to the next: once a module is unloaded, another type may be there.
+// information; by name would be slower. A module may have its own (it is compiled with hidden
+// visibility, or linked with -Bsymbolic). Its protocols are not recognised: virtual calls are
+// slower, but correct. Do not cache addresses from one call to the next: once a module is unloaded,
+// another type may be there.
 template <typename Carry>
 uint32_t byExactType(TProtocol& protocol, Carry carry) {
     const std::type_info* const type = &typeid(protocol);
