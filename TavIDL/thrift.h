@@ -2,7 +2,7 @@
 #define TAVIDL_THRIFT_H
 
 // codec.cpp recognises protocol types by the addresses of their type information, which the library
-// has to share with the program. It is compiled with hidden visibility: the protocol types must not
+// has to share with the program. The library is compiled with hidden visibility: the protocol types must not
 // be hidden, and so neither their parts, which are declared here.
 #pragma GCC visibility push(default)
 
