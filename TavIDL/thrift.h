@@ -2,8 +2,8 @@
 #define TAVIDL_THRIFT_H
 
 // codec.cpp recognises protocol types by the addresses of their type information, which the library
-// has to share with the program. The library is compiled with hidden visibility: the protocol types must not
-// be hidden, and so neither their parts, which are declared here.
+// has to share with the program. The library is compiled with hidden visibility: the protocol types
+// must not be hidden, and so neither their parts, which are declared here.
 #pragma GCC visibility push(default)
 
 // Up to 0.9.0 libthrift's headers use what these two declare and do not include them.
@@ -40,6 +40,8 @@
 ///   declares is its override, the other an ordinary overload. Both do the same.
 namespace TavIDL {
 
+using apache::thrift::protocol::TProtocol;
+
 template <typename Pointer>
 struct SharedPointer;
 
@@ -49,15 +51,14 @@ struct SharedPointer<Template<T>> {
     using To = Template<U>;
 };
 
-using TransportPointer =
-    decltype(std::declval<apache::thrift::protocol::TProtocol&>().getTransport());
+using TransportPointer = decltype(std::declval<TProtocol&>().getTransport());
 
 /// The shared pointer by which the installed libthrift holds its objects.
 template <typename T>
 using shared_ptr = typename SharedPointer<TransportPointer>::template To<T>;
 
 /// How a protocol is passed to clients and processors.
-using ProtocolPointer = shared_ptr<apache::thrift::protocol::TProtocol>;
+using ProtocolPointer = shared_ptr<TProtocol>;
 
 }  // namespace TavIDL
 

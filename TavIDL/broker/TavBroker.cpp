@@ -3,7 +3,6 @@
 
 #include <type_traits>
 
-using apache::thrift::protocol::TProtocol;
 using namespace TavIDL::records;
 
 void TavBrokerClient::OpenEmp(ConnectionInfo& result, const std::string& name,

@@ -23,8 +23,8 @@ public:
         bool version = false;
         bool credential = false;
     } __isset;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t write(TavIDL::TProtocol* oprot) const;
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavBroker_OpenEmp_pargs {
@@ -33,7 +33,7 @@ public:
     const std::string* name = nullptr;
     const std::string* version = nullptr;
     const std::string* credential = nullptr;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
+    uint32_t write(TavIDL::TProtocol* oprot) const;
 };
 
 class TAVIDL_EXPORT TavBroker_OpenEmp_result {
@@ -43,8 +43,8 @@ public:
     struct Flags {
         bool success = false;
     } __isset;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t write(TavIDL::TProtocol* oprot) const;
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavBroker_OpenEmp_presult {
@@ -54,7 +54,7 @@ public:
     struct Flags {
         bool success = false;
     } __isset;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavBroker_Execute_args {
@@ -74,8 +74,8 @@ public:
         bool param3 = false;
         bool param4 = false;
     } __isset;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t write(TavIDL::TProtocol* oprot) const;
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavBroker_Execute_pargs {
@@ -87,7 +87,7 @@ public:
     const std::string* param2 = nullptr;
     const std::string* param3 = nullptr;
     const std::string* param4 = nullptr;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
+    uint32_t write(TavIDL::TProtocol* oprot) const;
 };
 
 class TAVIDL_EXPORT TavBroker_Execute_result {
@@ -97,8 +97,8 @@ public:
     struct Flags {
         bool success = false;
     } __isset;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t write(TavIDL::TProtocol* oprot) const;
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavBroker_Execute_presult {
@@ -108,7 +108,7 @@ public:
     struct Flags {
         bool success = false;
     } __isset;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavBroker_CloseEmp_args {
@@ -118,15 +118,15 @@ public:
     struct Flags {
         bool connectionInfo = false;
     } __isset;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t write(TavIDL::TProtocol* oprot) const;
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavBroker_CloseEmp_pargs {
 public:
     virtual ~TavBroker_CloseEmp_pargs() = default;
     const ConnectionInfo* connectionInfo = nullptr;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
+    uint32_t write(TavIDL::TProtocol* oprot) const;
 };
 
 class TAVIDL_EXPORT TavBroker_CloseEmp_result {
@@ -136,8 +136,8 @@ public:
     struct Flags {
         bool success = false;
     } __isset;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t write(TavIDL::TProtocol* oprot) const;
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavBroker_CloseEmp_presult {
@@ -147,7 +147,7 @@ public:
     struct Flags {
         bool success = false;
     } __isset;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 #endif

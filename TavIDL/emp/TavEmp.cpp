@@ -3,7 +3,6 @@
 
 #include <type_traits>
 
-using apache::thrift::protocol::TProtocol;
 using namespace TavIDL::records;
 
 bool TavEmpClient::Open(int32_t clientID, const std::string& name, const std::string& version,

@@ -92,8 +92,8 @@ public:
 protected:
     TavIDL::ProtocolPointer piprot_;
     TavIDL::ProtocolPointer poprot_;
-    apache::thrift::protocol::TProtocol* iprot_;
-    apache::thrift::protocol::TProtocol* oprot_;
+    TavIDL::TProtocol* iprot_;
+    TavIDL::TProtocol* oprot_;
 };
 
 /// Serves an EMP. TavIDL.h says how it answers, what it owns, and which threads may use it.
@@ -118,23 +118,19 @@ public:
 #pragma GCC diagnostic pop
 
     /// Handles the rest of a message, whose header has been read, and returns true.
-    virtual bool process_fn(apache::thrift::protocol::TProtocol* iprot,
-                            apache::thrift::protocol::TProtocol* oprot, std::string& name,
+    virtual bool process_fn(TavIDL::TProtocol* iprot, TavIDL::TProtocol* oprot, std::string& name,
                             int32_t seqid);
 
 protected:
-    void process_Open(int32_t seqid, apache::thrift::protocol::TProtocol* iprot,
-                      apache::thrift::protocol::TProtocol* oprot);
-    void process_Close(int32_t seqid, apache::thrift::protocol::TProtocol* iprot,
-                       apache::thrift::protocol::TProtocol* oprot);
-    void process_Execute(int32_t seqid, apache::thrift::protocol::TProtocol* iprot,
-                         apache::thrift::protocol::TProtocol* oprot);
-    void process_ExecuteWithParamList(int32_t seqid, apache::thrift::protocol::TProtocol* iprot,
-                                      apache::thrift::protocol::TProtocol* oprot);
+    void process_Open(int32_t seqid, TavIDL::TProtocol* iprot, TavIDL::TProtocol* oprot);
+    void process_Close(int32_t seqid, TavIDL::TProtocol* iprot, TavIDL::TProtocol* oprot);
+    void process_Execute(int32_t seqid, TavIDL::TProtocol* iprot, TavIDL::TProtocol* oprot);
+    void process_ExecuteWithParamList(int32_t seqid, TavIDL::TProtocol* iprot,
+                                      TavIDL::TProtocol* oprot);
 
     TavIDL::shared_ptr<TavEmpIf> handler_;
-    std::map<std::string, void (TavEmpProcessor::*)(int32_t, apache::thrift::protocol::TProtocol*,
-                                                    apache::thrift::protocol::TProtocol*)>
+    std::map<std::string,
+             void (TavEmpProcessor::*)(int32_t, TavIDL::TProtocol*, TavIDL::TProtocol*)>
         operationMap_;
 };
 

@@ -25,8 +25,8 @@ public:
         bool version = false;
         bool credential = false;
     } __isset;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t write(TavIDL::TProtocol* oprot) const;
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavEmp_Open_pargs {
@@ -36,7 +36,7 @@ public:
     const std::string* name = nullptr;
     const std::string* version = nullptr;
     const std::string* credential = nullptr;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
+    uint32_t write(TavIDL::TProtocol* oprot) const;
 };
 
 class TAVIDL_EXPORT TavEmp_Open_result {
@@ -46,8 +46,8 @@ public:
     struct Flags {
         bool success = false;
     } __isset;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t write(TavIDL::TProtocol* oprot) const;
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavEmp_Open_presult {
@@ -57,7 +57,7 @@ public:
     struct Flags {
         bool success = false;
     } __isset;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavEmp_Close_args {
@@ -67,15 +67,15 @@ public:
     struct Flags {
         bool clientID = false;
     } __isset;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t write(TavIDL::TProtocol* oprot) const;
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavEmp_Close_pargs {
 public:
     virtual ~TavEmp_Close_pargs() = default;
     const int32_t* clientID = nullptr;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
+    uint32_t write(TavIDL::TProtocol* oprot) const;
 };
 
 class TAVIDL_EXPORT TavEmp_Close_result {
@@ -85,8 +85,8 @@ public:
     struct Flags {
         bool success = false;
     } __isset;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t write(TavIDL::TProtocol* oprot) const;
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavEmp_Close_presult {
@@ -96,7 +96,7 @@ public:
     struct Flags {
         bool success = false;
     } __isset;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavEmp_Execute_args {
@@ -116,8 +116,8 @@ public:
         bool param3 = false;
         bool param4 = false;
     } __isset;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t write(TavIDL::TProtocol* oprot) const;
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavEmp_Execute_pargs {
@@ -129,7 +129,7 @@ public:
     const std::string* param2 = nullptr;
     const std::string* param3 = nullptr;
     const std::string* param4 = nullptr;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
+    uint32_t write(TavIDL::TProtocol* oprot) const;
 };
 
 class TAVIDL_EXPORT TavEmp_Execute_result {
@@ -139,8 +139,8 @@ public:
     struct Flags {
         bool success = false;
     } __isset;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t write(TavIDL::TProtocol* oprot) const;
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavEmp_Execute_presult {
@@ -150,7 +150,7 @@ public:
     struct Flags {
         bool success = false;
     } __isset;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavEmp_ExecuteWithParamList_args {
@@ -164,8 +164,8 @@ public:
         bool cmd = false;
         bool paramList = false;
     } __isset;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t write(TavIDL::TProtocol* oprot) const;
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavEmp_ExecuteWithParamList_pargs {
@@ -174,7 +174,7 @@ public:
     const int32_t* clientID = nullptr;
     const std::string* cmd = nullptr;
     const ParamList* paramList = nullptr;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
+    uint32_t write(TavIDL::TProtocol* oprot) const;
 };
 
 class TAVIDL_EXPORT TavEmp_ExecuteWithParamList_result {
@@ -184,8 +184,8 @@ public:
     struct Flags {
         bool success = false;
     } __isset;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t write(TavIDL::TProtocol* oprot) const;
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavEmp_ExecuteWithParamList_presult {
@@ -195,7 +195,7 @@ public:
     struct Flags {
         bool success = false;
     } __isset;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 #endif

@@ -3,7 +3,6 @@
 
 #include <type_traits>
 
-using apache::thrift::protocol::TProtocol;
 using namespace TavIDL::records;
 
 void TavEmpEventClient::Callback(int32_t eventType, const std::string& param1,

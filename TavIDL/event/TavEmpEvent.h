@@ -57,8 +57,8 @@ public:
 protected:
     TavIDL::ProtocolPointer piprot_;
     TavIDL::ProtocolPointer poprot_;
-    apache::thrift::protocol::TProtocol* iprot_;
-    apache::thrift::protocol::TProtocol* oprot_;
+    TavIDL::TProtocol* iprot_;
+    TavIDL::TProtocol* oprot_;
 };
 
 /// Serves a callback service. Nothing is written back for an event: a std::exception that the
@@ -81,18 +81,15 @@ public:
 #pragma GCC diagnostic pop
 
     /// Handles the rest of a message, whose header has been read, and returns true.
-    virtual bool process_fn(apache::thrift::protocol::TProtocol* iprot,
-                            apache::thrift::protocol::TProtocol* oprot, std::string& name,
+    virtual bool process_fn(TavIDL::TProtocol* iprot, TavIDL::TProtocol* oprot, std::string& name,
                             int32_t seqid);
 
 protected:
-    void process_Callback(int32_t seqid, apache::thrift::protocol::TProtocol* iprot,
-                          apache::thrift::protocol::TProtocol* oprot);
+    void process_Callback(int32_t seqid, TavIDL::TProtocol* iprot, TavIDL::TProtocol* oprot);
 
     TavIDL::shared_ptr<TavEmpEventIf> handler_;
     std::map<std::string,
-             void (TavEmpEventProcessor::*)(int32_t, apache::thrift::protocol::TProtocol*,
-                                            apache::thrift::protocol::TProtocol*)>
+             void (TavEmpEventProcessor::*)(int32_t, TavIDL::TProtocol*, TavIDL::TProtocol*)>
         operationMap_;
 };
 

@@ -22,8 +22,8 @@ public:
         bool param1 = false;
         bool param2 = false;
     } __isset;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t write(TavIDL::TProtocol* oprot) const;
+    uint32_t read(TavIDL::TProtocol* iprot);
 };
 
 class TAVIDL_EXPORT TavEmpEvent_Callback_pargs {
@@ -32,7 +32,7 @@ public:
     const int32_t* eventType = nullptr;
     const std::string* param1 = nullptr;
     const std::string* param2 = nullptr;
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
+    uint32_t write(TavIDL::TProtocol* oprot) const;
 };
 
 #endif

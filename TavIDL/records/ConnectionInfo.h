@@ -37,8 +37,8 @@ public:
     static const char* const ascii_fingerprint;
     static const uint8_t binary_fingerprint[16];
 
-    uint32_t write(apache::thrift::protocol::TProtocol* oprot) const;
-    uint32_t read(apache::thrift::protocol::TProtocol* iprot);
+    uint32_t write(TavIDL::TProtocol* oprot) const;
+    uint32_t read(TavIDL::TProtocol* iprot);
 
     /// Compares the fields, not their flags.
     bool operator==(const ConnectionInfo& other) const;
