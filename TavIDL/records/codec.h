@@ -81,7 +81,8 @@ inline constexpr Table table = {rows, sizeof(rows) / sizeof(Field), 1};
 
 // Both return the sum of what the protocol's calls return. They make the same calls in the same
 // order for every protocol. They do so by virtual functions, except for objects of exactly four
-// types: libthrift's binary and compact protocols, over any transport and over TBufferBase.
+// types: libthrift's binary and compact protocols, over any transport and over TBufferBase. Not
+// inlined: 7 % of the text.
 enum class Holds { values, pointers };
 [[gnu::noinline]] uint32_t writeFields(TProtocol* oprot, const char* name, const Table& table,
                                        const void* record, Holds holds);
