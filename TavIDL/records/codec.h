@@ -83,7 +83,8 @@ enum class Holds { values, pointers };
 
 // Both return the sum of what the protocol's calls return. They make the same calls in the same
 // order for every protocol: virtual calls, except for objects of exactly four types, libthrift's
-// binary and compact protocols over any transport and over TBufferBase.
+// binary and compact protocols over any transport and over TBufferBase. Not inlined: 7 % of the
+// text.
 [[gnu::noinline]] uint32_t writeFields(TProtocol* oprot, const char* name, const Table& table,
                                        const void* record, Holds holds);
 // `isset` is a record's group of flags: one bool for each row, in the same order.

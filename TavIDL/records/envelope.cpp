@@ -37,7 +37,8 @@ namespace {
 }  // namespace
 
 void endProcessForNullPointer() {
-    std::fputs("libTavIDL: the handler or the transport is a null pointer\n", stderr);
+    static_cast<void>(
+        std::fputs("libTavIDL: the handler or the transport is a null pointer\n", stderr));
     std::abort();
 }
 
