@@ -1,8 +1,6 @@
 #include <TavIDL/broker/TavBroker.h>
 #include <TavIDL/records/envelope.h>
 
-#include <type_traits>
-
 using namespace TavIDL::records;
 
 void TavBrokerClient::OpenEmp(ConnectionInfo& result, const std::string& name,
@@ -22,9 +20,6 @@ bool TavBrokerClient::CloseEmp(const ConnectionInfo& connectionInfo) {
     send_CloseEmp(connectionInfo);
     return recv_CloseEmp();
 }
-
-static_assert(!std::is_abstract<TavBrokerProcessor>::value,
-              "the installed libthrift declares TProcessor::process in a third form");
 
 bool TavBrokerProcessor::process(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output) {
     return processMessage(*this, input.get(), output.get());

@@ -1,8 +1,6 @@
 #include <TavIDL/emp/TavEmp.h>
 #include <TavIDL/records/envelope.h>
 
-#include <type_traits>
-
 using namespace TavIDL::records;
 
 bool TavEmpClient::Open(int32_t clientID, const std::string& name, const std::string& version,
@@ -28,9 +26,6 @@ void TavEmpClient::ExecuteWithParamList(std::string& result, int32_t clientID,
     send_ExecuteWithParamList(clientID, cmd, paramList);
     recv_ExecuteWithParamList(result);
 }
-
-static_assert(!std::is_abstract<TavEmpProcessor>::value,
-              "the installed libthrift declares TProcessor::process in a third form");
 
 bool TavEmpProcessor::process(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output) {
     return processMessage(*this, input.get(), output.get());

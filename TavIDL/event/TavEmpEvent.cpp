@@ -1,17 +1,12 @@
 #include <TavIDL/event/TavEmpEvent.h>
 #include <TavIDL/records/envelope.h>
 
-#include <type_traits>
-
 using namespace TavIDL::records;
 
 void TavEmpEventClient::Callback(int32_t eventType, const std::string& param1,
                                  const std::string& param2) {
     send_Callback(eventType, param1, param2);
 }
-
-static_assert(!std::is_abstract<TavEmpEventProcessor>::value,
-              "the installed libthrift declares TProcessor::process in a third form");
 
 bool TavEmpEventProcessor::process(TavIDL::ProtocolPointer input, TavIDL::ProtocolPointer output) {
     return processMessage(*this, input.get(), output.get());

@@ -7,6 +7,7 @@
 #include <exception>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 // A call, for all services: a request is a header, one record and an end, and so is its reply.
 // What follows is the order of protocol and transport calls around them, and the failures that
@@ -26,7 +27,7 @@ using apache::thrift::protocol::TProtocol;
 
 // --- Both sides
 
-[[gnu::cold]] [[noreturn]] void endProcessForNullPointer();
+[[gnu::cold, noreturn]] void endProcessForNullPointer();
 
 // What a transport's or handler's pointer points at. A null pointer ends the process.
 template <typename Pointer>
@@ -65,7 +66,7 @@ void sendCall(TProtocol* oprot, std::string_view operation, const Pargs& argumen
 // peer's exception, INVALID_MESSAGE_TYPE or WRONG_METHOD_NAME.
 void acceptReply(TProtocol* iprot, std::string_view operation);
 
-[[gnu::cold]] [[noreturn]] void throwMissingResult(std::string_view operation);
+[[gnu::cold, noreturn]] void throwMissingResult(std::string_view operation);
 
 template <typename Presult, typename Value>
 void receiveReply(TProtocol* iprot, std::string_view operation, Value& result) {
@@ -90,6 +91,8 @@ bool acceptCall(TProtocol* iprot, TProtocol* oprot, std::string& name, int32_t& 
 // process() of every processor.
 template <typename Processor>
 bool processMessage(Processor& processor, TProtocol* iprot, TProtocol* oprot) {
+    static_assert(!std::is_abstract<Processor>::value,
+                  "the installed libthrift declares TProcessor::process in a third form");
     std::string name;
     int32_t seqid = 0;
     return !acceptCall(iprot, oprot, name, seqid) ||
