@@ -7,21 +7,22 @@
 #include <memory>
 
 using apache::thrift::protocol::TBinaryProtocol;
+using apache::thrift::protocol::TBinaryProtocolT;
 using apache::thrift::protocol::TCompactProtocol;
-using apache::thrift::protocol::TVirtualProtocol;
+using apache::thrift::protocol::TCompactProtocolT;
+using apache::thrift::transport::TBufferBase;
 using apache::thrift::transport::TMemoryBuffer;
 
 namespace {
 
 // Derived from a protocol that the library may call directly: these must be called.
 template <typename Base>
-class Overriding : public TVirtualProtocol<Overriding<Base>, Base> {
+class Overriding : public Base {
 public:
-    explicit Overriding(const std::shared_ptr<TMemoryBuffer>& buffer)
-        : TVirtualProtocol<Overriding<Base>, Base>(buffer) {}
+    using Base::Base;
 
-    uint32_t writeI32(int32_t value) { return Base::writeI32(value + 1); }
-    uint32_t readI32(int32_t& value) {
+    uint32_t writeI32_virt(const int32_t value) override { return Base::writeI32(value + 1); }
+    uint32_t readI32_virt(int32_t& value) override {
         const uint32_t bytes = Base::readI32(value);
         value *= 10;
         return bytes;
@@ -32,7 +33,8 @@ public:
 
 template <typename Base>
 class DerivedProtocolTest : public testing::Test {};
-using Bases = testing::Types<TBinaryProtocol, TCompactProtocol>;
+using Bases = testing::Types<TBinaryProtocol, TCompactProtocol, TBinaryProtocolT<TBufferBase>,
+                             TCompactProtocolT<TBufferBase>>;
 TYPED_TEST_SUITE(DerivedProtocolTest, Bases, );
 
 TYPED_TEST(DerivedProtocolTest, HasItsOverridesCalledWhenARecordIsWritten) {
