@@ -96,7 +96,7 @@ public:
         operationMap_[TavBrokerOperation::CloseEmp] = &TavBrokerProcessor::process_CloseEmp;
     }
 
-    ~TavBrokerProcessor() override {}
+    virtual ~TavBrokerProcessor() {}
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wsuggest-override"  // thrift.h says why there are two, without it

@@ -25,13 +25,13 @@ uint32_t TavBroker_OpenEmp_pargs::write(TProtocol* oprot) const {
     return writePointers<kOpenEmp>(oprot, "TavBroker_OpenEmp_pargs", *this);
 }
 uint32_t TavBroker_OpenEmp_result::write(TProtocol* oprot) const {
-    return writeResult(oprot, "TavBroker_OpenEmp_result", success, __isset.success);
+    return writeResult(oprot, "TavBroker_OpenEmp_result", success, __isset);
 }
 uint32_t TavBroker_OpenEmp_result::read(TProtocol* iprot) {
-    return readResult(iprot, success, __isset.success);
+    return readResult(iprot, success, __isset);
 }
 uint32_t TavBroker_OpenEmp_presult::read(TProtocol* iprot) {
-    return readResult(iprot, *success, __isset.success);
+    return readResult(iprot, *success, __isset);
 }
 
 void TavBrokerClient::send_OpenEmp(const std::string& name, const std::string& version,
@@ -72,13 +72,13 @@ uint32_t TavBroker_Execute_pargs::write(TProtocol* oprot) const {
     return writePointers<kExecute>(oprot, "TavBroker_Execute_pargs", *this);
 }
 uint32_t TavBroker_Execute_result::write(TProtocol* oprot) const {
-    return writeResult(oprot, "TavBroker_Execute_result", success, __isset.success);
+    return writeResult(oprot, "TavBroker_Execute_result", success, __isset);
 }
 uint32_t TavBroker_Execute_result::read(TProtocol* iprot) {
-    return readResult(iprot, success, __isset.success);
+    return readResult(iprot, success, __isset);
 }
 uint32_t TavBroker_Execute_presult::read(TProtocol* iprot) {
-    return readResult(iprot, *success, __isset.success);
+    return readResult(iprot, *success, __isset);
 }
 
 void TavBrokerClient::send_Execute(int32_t fromPort, const std::string& cmd,
@@ -122,13 +122,13 @@ uint32_t TavBroker_CloseEmp_pargs::write(TProtocol* oprot) const {
     return writePointers<kCloseEmp>(oprot, "TavBroker_CloseEmp_pargs", *this);
 }
 uint32_t TavBroker_CloseEmp_result::write(TProtocol* oprot) const {
-    return writeResult(oprot, "TavBroker_CloseEmp_result", success, __isset.success);
+    return writeResult(oprot, "TavBroker_CloseEmp_result", success, __isset);
 }
 uint32_t TavBroker_CloseEmp_result::read(TProtocol* iprot) {
-    return readResult(iprot, success, __isset.success);
+    return readResult(iprot, success, __isset);
 }
 uint32_t TavBroker_CloseEmp_presult::read(TProtocol* iprot) {
-    return readResult(iprot, *success, __isset.success);
+    return readResult(iprot, *success, __isset);
 }
 
 void TavBrokerClient::send_CloseEmp(const ConnectionInfo& connectionInfo) {

@@ -107,7 +107,7 @@ public:
             &TavEmpProcessor::process_ExecuteWithParamList;
     }
 
-    ~TavEmpProcessor() override {}
+    virtual ~TavEmpProcessor() {}
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wsuggest-override"  // thrift.h says why there are two, without it

@@ -26,13 +26,13 @@ uint32_t TavEmp_Open_pargs::write(TProtocol* oprot) const {
     return writePointers<kOpen>(oprot, "TavEmp_Open_pargs", *this);
 }
 uint32_t TavEmp_Open_result::write(TProtocol* oprot) const {
-    return writeResult(oprot, "TavEmp_Open_result", success, __isset.success);
+    return writeResult(oprot, "TavEmp_Open_result", success, __isset);
 }
 uint32_t TavEmp_Open_result::read(TProtocol* iprot) {
-    return readResult(iprot, success, __isset.success);
+    return readResult(iprot, success, __isset);
 }
 uint32_t TavEmp_Open_presult::read(TProtocol* iprot) {
-    return readResult(iprot, *success, __isset.success);
+    return readResult(iprot, *success, __isset);
 }
 
 void TavEmpClient::send_Open(int32_t clientID, const std::string& name, const std::string& version,
@@ -75,13 +75,13 @@ uint32_t TavEmp_Close_pargs::write(TProtocol* oprot) const {
     return writePointers<kClose>(oprot, "TavEmp_Close_pargs", *this);
 }
 uint32_t TavEmp_Close_result::write(TProtocol* oprot) const {
-    return writeResult(oprot, "TavEmp_Close_result", success, __isset.success);
+    return writeResult(oprot, "TavEmp_Close_result", success, __isset);
 }
 uint32_t TavEmp_Close_result::read(TProtocol* iprot) {
-    return readResult(iprot, success, __isset.success);
+    return readResult(iprot, success, __isset);
 }
 uint32_t TavEmp_Close_presult::read(TProtocol* iprot) {
-    return readResult(iprot, *success, __isset.success);
+    return readResult(iprot, *success, __isset);
 }
 
 void TavEmpClient::send_Close(int32_t clientID) {
@@ -120,13 +120,13 @@ uint32_t TavEmp_Execute_pargs::write(TProtocol* oprot) const {
     return writePointers<kExecute>(oprot, "TavEmp_Execute_pargs", *this);
 }
 uint32_t TavEmp_Execute_result::write(TProtocol* oprot) const {
-    return writeResult(oprot, "TavEmp_Execute_result", success, __isset.success);
+    return writeResult(oprot, "TavEmp_Execute_result", success, __isset);
 }
 uint32_t TavEmp_Execute_result::read(TProtocol* iprot) {
-    return readResult(iprot, success, __isset.success);
+    return readResult(iprot, success, __isset);
 }
 uint32_t TavEmp_Execute_presult::read(TProtocol* iprot) {
-    return readResult(iprot, *success, __isset.success);
+    return readResult(iprot, *success, __isset);
 }
 
 void TavEmpClient::send_Execute(int32_t clientID, const std::string& cmd, const std::string& param1,
@@ -172,13 +172,13 @@ uint32_t TavEmp_ExecuteWithParamList_pargs::write(TProtocol* oprot) const {
     return writePointers<kExecuteWithParamList>(oprot, "TavEmp_ExecuteWithParamList_pargs", *this);
 }
 uint32_t TavEmp_ExecuteWithParamList_result::write(TProtocol* oprot) const {
-    return writeResult(oprot, "TavEmp_ExecuteWithParamList_result", success, __isset.success);
+    return writeResult(oprot, "TavEmp_ExecuteWithParamList_result", success, __isset);
 }
 uint32_t TavEmp_ExecuteWithParamList_result::read(TProtocol* iprot) {
-    return readResult(iprot, success, __isset.success);
+    return readResult(iprot, success, __isset);
 }
 uint32_t TavEmp_ExecuteWithParamList_presult::read(TProtocol* iprot) {
-    return readResult(iprot, *success, __isset.success);
+    return readResult(iprot, *success, __isset);
 }
 
 void TavEmpClient::send_ExecuteWithParamList(int32_t clientID, const std::string& cmd,

@@ -70,7 +70,7 @@ public:
         operationMap_[TavEmpEventOperation::Callback] = &TavEmpEventProcessor::process_Callback;
     }
 
-    ~TavEmpEventProcessor() override {}
+    virtual ~TavEmpEventProcessor() {}
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wsuggest-override"  // thrift.h says why there are two, without it

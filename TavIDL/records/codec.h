@@ -94,12 +94,12 @@ enum class Holds { values, pointers };
 // ConnectionInfo, ParamList and each _args: all fields are written, whatever their flags.
 template <const auto& rows, typename Record>
 uint32_t writeValues(TProtocol* oprot, const char* name, const Record& record) {
-    static_assert(sizeof(record.__isset) == table<rows>.count, "each flag needs a row");
+    static_assert(sizeof(record.__isset) == table<rows>.count, "one row for each flag");
     return writeFields(oprot, name, table<rows>, &record, Holds::values);
 }
 template <const auto& rows, typename Record>
 uint32_t readValues(TProtocol* iprot, Record& record) {
-    static_assert(sizeof(record.__isset) == table<rows>.count, "each flag needs a row");
+    static_assert(sizeof(record.__isset) == table<rows>.count, "one row for each flag");
     return readFields(iprot, table<rows>, &record, &record.__isset);
 }
 
@@ -107,7 +107,7 @@ uint32_t readValues(TProtocol* iprot, Record& record) {
 template <const auto& rows, typename Record>
 uint32_t writePointers(TProtocol* oprot, const char* name, const Record& record) {
     static_assert(sizeof(record) == (1 + table<rows>.count) * sizeof(void*),
-                  "each pointer needs a row");
+                  "one row for each pointer");
     return writeFields(oprot, name, table<rows>, &record, Holds::pointers);
 }
 
@@ -119,13 +119,15 @@ inline constexpr Table kResult = {&kSuccess<Value>, 1, 0};
 template <typename Value>
 inline constexpr Table kNoResult = {&kSuccess<Value>, 0, 0};
 
-template <typename Value>
-uint32_t writeResult(TProtocol* oprot, const char* name, const Value& success, bool isset) {
-    return writeFields(oprot, name, isset ? kResult<Value> : kNoResult<Value>, &success,
+template <typename Value, typename Flags>
+uint32_t writeResult(TProtocol* oprot, const char* name, const Value& success, const Flags& isset) {
+    static_assert(sizeof(isset) == 1, "a result has one flag");
+    return writeFields(oprot, name, isset.success ? kResult<Value> : kNoResult<Value>, &success,
                        Holds::values);
 }
-template <typename Value>
-uint32_t readResult(TProtocol* iprot, Value& success, bool& isset) {
+template <typename Value, typename Flags>
+uint32_t readResult(TProtocol* iprot, Value& success, Flags& isset) {
+    static_assert(sizeof(isset) == 1, "a result has one flag");
     return readFields(iprot, kResult<Value>, &success, &isset);
 }
 
