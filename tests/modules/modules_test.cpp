@@ -167,7 +167,8 @@ TEST_P(ModulesTest, ExchangeTheSameBytesWhereOthersWereUnloaded) {
     }
     EXPECT_EQ(wrong, "");
     if (reused == 0 && GetParam() != kShared) {
-#if defined(__x86_64__)
+// The sanitizers place modules elsewhere; other architectures may, too.
+#if defined(__x86_64__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
         FAIL() << "no module's type information took the place of an unloaded one's";
 #else
         GTEST_SKIP() << "no module's type information took the place of an unloaded one's";
