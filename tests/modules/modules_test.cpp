@@ -166,14 +166,12 @@ TEST_P(ModulesTest, ExchangeTheSameBytesWhereOthersWereUnloaded) {
         }
     }
     EXPECT_EQ(wrong, "");
-    if (reused == 0 && GetParam() != kShared) {
-// The sanitizers place modules elsewhere; other architectures may, too.
+// Where addresses are not used again, orders prove less. The sanitizers place modules elsewhere;
+// other architectures may, too. The line below says what happened.
 #if defined(__x86_64__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-        FAIL() << "no module's type information took the place of an unloaded one's";
-#else
-        GTEST_SKIP() << "no module's type information took the place of an unloaded one's";
+    EXPECT_TRUE(reused > 0 || GetParam() == kShared)
+        << "no module's type information took the place of an unloaded one's";
 #endif
-    }
     std::cout << "Type information took the place of an unloaded module's in " << reused
               << " of 100 orders.\n";
 }
