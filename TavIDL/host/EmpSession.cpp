@@ -1,0 +1,164 @@
+#include <TavIDL/host/EmpSession.h>
+#include <TavIDL/host/Server.h>
+
+#include <mutex>
+#include <stdexcept>
+#include <utility>
+
+#include "pool.h"
+
+namespace TavIDL {
+
+namespace {
+
+// Hands events to the program, one at a time.
+class Events : public TavEmpEventIf {
+public:
+    Events(EmpSession::OnEvent onEvent, const Settings& settings)
+        : onEvent_(std::move(onEvent)), onFailure_(settings.onFailure) {}
+
+    void Callback(int32_t eventType, const std::string& param1,
+                  const std::string& param2) override {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        try {
+            onEvent_(eventType, param1, param2);
+        } catch (const std::exception& failure) {
+            // Whoever sent the event is not told.
+            if (onFailure_) {
+                onFailure_("event " + std::to_string(eventType) + ": " + failure.what());
+            }
+        }
+    }
+
+private:
+    const EmpSession::OnEvent onEvent_;
+    const std::function<void(const std::string&)> onFailure_;
+    std::mutex mutex_;
+};
+
+std::string addressOf(const std::string& host, int32_t port, const char* what) {
+    if (port < 1 || port > 65535) {
+        throw std::runtime_error(std::string("the broker gives ") + what + " as " +
+                                 std::to_string(port) + ", which is not a port");
+    }
+    host::Address address;
+    address.host = host;
+    address.port = port;
+    return address.text();
+}
+
+}  // namespace
+
+class EmpSession::Parts {
+public:
+    Parts(RemoteBroker& broker, const host::Address& brokerAddress, const std::string& name,
+          const std::string& version, const std::string& credential, OnEvent onEvent,
+          const Settings& settings)
+        : broker_(broker), settings_(settings) {
+        broker.OpenEmp(info_, name, version, credential);
+        try {
+            if (onEvent && info_.callbackServicePort != 0) {
+                events_.reset(
+                    new Server(addressOf(host::localHostFor(brokerAddress),
+                                         info_.callbackServicePort, "callbackServicePort"),
+                               std::make_shared<Events>(std::move(onEvent), settings_), settings_));
+            }
+            emp_.reset(
+                new RemoteEmp(addressOf(brokerAddress.isUnix() ? "127.0.0.1" : brokerAddress.host,
+                                        info_.empServicePort, "empServicePort"),
+                              settings_));
+        } catch (...) {
+            closeAndReport();
+            throw;
+        }
+    }
+
+    ~Parts() {
+        if (emp_) {
+            closeAndReport();
+        }
+    }
+
+    RemoteEmp& emp() const { return *emp_; }
+    const ConnectionInfo& info() const { return info_; }
+
+    bool close() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (closed_) {
+            return answer_;
+        }
+        closed_ = true;
+        try {
+            answer_ = broker_.CloseEmp(info_);
+        } catch (...) {
+            endConnections();
+            throw;
+        }
+        endConnections();
+        return answer_;
+    }
+
+private:
+    void closeAndReport() noexcept {
+        try {
+            close();
+        } catch (const std::exception& failure) {
+            try {
+                if (settings_.onFailure) {
+                    settings_.onFailure("the EMP " + info_.empID +
+                                        " may still be open: " + failure.what());
+                }
+            } catch (...) {  // NOLINT(bugprone-empty-catch): as Settings::onFailure says
+            }
+        }
+    }
+
+    void endConnections() {
+        if (events_) {
+            events_->finish();
+        }
+        if (emp_) {
+            emp_->cancel();
+        }
+    }
+
+    RemoteBroker& broker_;
+    const Settings settings_;
+    ConnectionInfo info_;
+    std::unique_ptr<Server> events_;
+    std::unique_ptr<RemoteEmp> emp_;
+    std::mutex mutex_;
+    bool closed_ = false;
+    bool answer_ = false;
+};
+
+EmpSession::EmpSession(RemoteBroker& broker, const std::string& name, const std::string& version,
+                       const std::string& credential, OnEvent onEvent)
+    : EmpSession(broker, name, version, credential, std::move(onEvent), broker.settings()) {
+}
+
+EmpSession::EmpSession(RemoteBroker& broker, const std::string& name, const std::string& version,
+                       const std::string& credential, OnEvent onEvent, const Settings& settings)
+    : parts_(new Parts(broker, host::addressFrom(broker.address(), host::Role::client), name,
+                       version, credential, std::move(onEvent), settings)) {
+}
+
+EmpSession::~EmpSession() = default;
+
+RemoteEmp* EmpSession::operator->() const {
+    return &parts_->emp();
+}
+
+RemoteEmp& EmpSession::operator*() const {
+    return parts_->emp();
+}
+
+const ConnectionInfo& EmpSession::info() const {
+    return parts_->info();
+}
+
+bool EmpSession::close() {
+    return parts_->close();
+}
+
+}  // namespace TavIDL

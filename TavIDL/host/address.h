@@ -1,0 +1,72 @@
+#ifndef TAVIDL_HOST_ADDRESS_H
+#define TAVIDL_HOST_ADDRESS_H
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+// Addresses, and the sockets that are made for them.
+
+namespace TavIDL::host {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+struct Address {
+    std::string host;
+    int port = 0;
+    std::string path;  // of a unix socket, if not empty
+
+    bool isUnix() const { return !path.empty(); }
+    std::string text() const;
+};
+
+enum class Role { client, server };
+
+// Throws std::invalid_argument. Port 0 is for servers.
+Address addressFrom(const std::string& text, Role role);
+
+// Owns a descriptor.
+class Descriptor {
+public:
+    explicit Descriptor(int number = -1) : number_(number) {}
+    ~Descriptor();
+    Descriptor(Descriptor&& other) noexcept : number_(other.release()) {}
+    Descriptor& operator=(Descriptor&& other) noexcept;
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    int get() const { return number_; }
+    int release();
+
+private:
+    int number_;
+};
+
+// Switches off what delays small messages over TCP.
+void sendAtOnce(const Descriptor& socket);
+
+// Of the peer of a connected socket.
+std::string peerOf(int descriptor);
+
+// The address of this machine from which it reaches `address`.
+std::string localHostFor(const Address& address);
+
+// Is given each socket before it connects, and nothing, -1, before it is closed or returned: so
+// that another thread can end the attempt by a shutdown. Throws to end it, too.
+using Attempt = std::function<void(int)>;
+
+// A connected socket, in blocking mode. Tries all addresses of the name until `end`. Throws
+// std::runtime_error with the reason of the last failure, and what `attempt` throws.
+Descriptor connectTo(const Address& address, Clock::time_point end, const Attempt& attempt);
+
+// A listening socket, in non-blocking mode. Sets the port that the system chose. Throws
+// std::system_error.
+Descriptor listenOn(Address& address, unsigned unixMode);
+
+// Removes the file of a unix socket that nobody listens on any more.
+void removeSocketFile(const Address& address);
+
+}  // namespace TavIDL::host
+
+#endif

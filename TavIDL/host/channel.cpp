@@ -1,0 +1,122 @@
+#include "channel.h"
+
+#include <TavIDL/thrift.h>
+#include <thrift/protocol/TBinaryProtocol.h>
+#include <thrift/protocol/TCompactProtocol.h>
+
+#include <stdexcept>
+#include <utility>
+
+namespace TavIDL::host {
+
+using apache::thrift::protocol::TBinaryProtocolT;
+using apache::thrift::protocol::TCompactProtocolT;
+using apache::thrift::transport::TBufferBase;
+using apache::thrift::transport::TBufferedTransport;
+using apache::thrift::transport::TFramedTransport;
+using apache::thrift::transport::TTransportException;
+
+namespace {
+
+// No record of these services holds a container. What has to be skipped need not be longer.
+constexpr int kContainerLimit = 10000;
+
+void require(bool usable, const char* what) {
+    if (!usable) {
+        throw std::invalid_argument(std::string("Settings::") + what);
+    }
+}
+
+class Frames : public CountsEachMessage<TFramedTransport> {
+public:
+    Frames(std::shared_ptr<TBufferBase> buffer, const Settings& settings)
+        // The memory of a frame that is longer than the buffer is not kept.
+        : CountsEachMessage(buffer, settings.bufferSize, settings.bufferSize),
+          buffer_(std::move(buffer)) {
+        setMaxFrameSize(settings.maxMessageSize);
+    }
+
+    uint32_t readEnd() override {
+        buffer_->readEnd();
+        return CountsEachMessage::readEnd();
+    }
+
+private:
+    std::shared_ptr<TBufferBase> buffer_;
+};
+
+}  // namespace
+
+void check(const Settings& settings) {
+    constexpr uint32_t kSmallestBuffer = 64;
+    constexpr uint32_t kLargest = 100 << 20;  // libthrift accepts no longer message
+    require(settings.bufferSize >= kSmallestBuffer && settings.bufferSize <= kLargest,
+            "bufferSize has to be from 64 bytes to 100 MiB");
+    require(settings.maxMessageSize >= kSmallestBuffer && settings.maxMessageSize <= kLargest,
+            "maxMessageSize has to be from 64 bytes to 100 MiB");
+    require(settings.batchWindow > 0, "batchWindow must not be 0");
+    require(settings.maxConnections > 0, "maxConnections must not be 0");
+    require(settings.maxClients > 0, "maxClients must not be 0");
+    require(settings.unixMode <= 0777, "unixMode has to be from 0 to 0777");
+    constexpr milliseconds kLongest = std::chrono::hours(24 * 365);
+    const std::pair<milliseconds, const char*> limits[] = {
+        {settings.connectTimeout, "connectTimeout has to be from 1 ms to a year"},
+        {settings.callTimeout, "callTimeout has to be from 1 ms to a year"},
+        {settings.idleTimeout, "idleTimeout has to be from 1 ms to a year"},
+        {settings.receiveTimeout, "receiveTimeout has to be from 1 ms to a year"},
+        {settings.sendTimeout, "sendTimeout has to be from 1 ms to a year"}};
+    for (const auto& [limit, what] : limits) {
+        require(limit.count() > 0 && limit <= kLongest, what);
+    }
+    require(settings.stopTimeout.count() >= 0 && settings.stopTimeout <= kLongest,
+            "stopTimeout has to be from 0 ms to a year");
+}
+
+Buffer::Buffer(std::shared_ptr<Socket> socket, const Settings& settings)
+    : CountsEachMessage(socket, settings.bufferSize),
+      socket_(std::move(socket)),
+      // A frame has its length besides.
+      limit_(settings.maxMessageSize + (settings.framed ? 4U : 0U)) {
+}
+
+uint32_t Buffer::readEnd() {
+    messageBegin_ = position();
+    return CountsEachMessage::readEnd();
+}
+
+uint32_t Buffer::readSlow(uint8_t* bytes, uint32_t count) {
+    if (position() + count - messageBegin_ > limit_) {
+        throw TTransportException(
+            TTransportException::CORRUPTED_DATA,
+            "the message is longer than " + std::to_string(limit_) + " bytes");
+    }
+    if (!hasInput() && count >= rBufSize_) {
+        return socket_->read(bytes, count);  // a long string, without a copy
+    }
+    return CountsEachMessage::readSlow(bytes, count);
+}
+
+std::shared_ptr<TBufferBase> framesOver(std::shared_ptr<TBufferBase> buffer,
+                                        const Settings& settings) {
+    if (settings.framed) {
+        return std::make_shared<Frames>(std::move(buffer), settings);
+    }
+    return buffer;
+}
+
+ProtocolPointer protocolOver(std::shared_ptr<TBufferBase> transport, const Settings& settings) {
+    if (settings.makeProtocol) {
+        return settings.makeProtocol(std::move(transport));
+    }
+    const int limit = static_cast<int>(settings.maxMessageSize);
+    if (settings.protocol == Settings::Compact) {
+        return std::make_shared<TCompactProtocolT<TBufferBase>>(std::move(transport), limit,
+                                                                kContainerLimit);
+    }
+    // Strict: what does not begin with the protocol's version, an HTTP request for instance, is
+    // refused at once instead of being taken for the length of a name.
+    return std::make_shared<TBinaryProtocolT<TBufferBase>>(std::move(transport), limit,
+                                                           kContainerLimit, true, true);
+}
+
+}  // namespace TavIDL::host

@@ -1,0 +1,106 @@
+#ifndef TAVIDL_HOST_POOL_H
+#define TAVIDL_HOST_POOL_H
+
+#include <TavIDL/host/Remote.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "channel.h"
+
+// The connections of a Remote object, and the calls that use them.
+
+namespace TavIDL::host {
+
+// A connection with all that is on it.
+struct Channel {
+    Channel(std::shared_ptr<Socket> connected, const Settings& settings);
+
+    std::shared_ptr<Socket> socket;
+    std::shared_ptr<Buffer> buffer;
+    ProtocolPointer protocol;
+    Clock::time_point lastUse;
+};
+
+class Call;
+
+class Pool {
+public:
+    // Throws std::invalid_argument.
+    Pool(const std::string& address, const Settings& settings, bool oneWay);
+    // Cancels, and waits for the calls.
+    ~Pool();
+
+    const std::string& addressText() const { return addressText_; }
+    const Address& address() const { return address_; }
+    const Settings& settings() const { return settings_; }
+
+    void cancel();
+
+private:
+    friend class Call;
+
+    const std::string addressText_;
+    const Settings settings_;
+    const Address address_;
+    const std::size_t most_;
+    std::unique_ptr<const TlsContext> tls_;
+
+    std::mutex mutex_;  // of all that follows
+    std::condition_variable changed_;
+    std::list<Call*> calls_;     // those that wait for a connection, too
+    std::size_t connected_ = 0;  // calls that do not wait for one
+    std::list<Channel> idle_;    // the one that was used last comes last
+};
+
+// A call, or a batch of them, from its wait for a connection to its end.
+class Call {
+public:
+    // Gets a connection. Throws CallFailed.
+    Call(Pool& pool, const char* operation, milliseconds timeout);
+    // Closes the connection unless keep() was called.
+    ~Call();
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+
+    Channel& channel() { return channel_.front(); }
+
+    // The connection stands between two messages and can be used again.
+    void keep() { keep_ = true; }
+
+    // In a catch block: throws what the caller is to get. That is a CallFailed for a failure of the
+    // connection, else the same exception.
+    [[noreturn]] void fail();
+
+private:
+    friend class Pool;
+
+    void waitForTurn();
+    bool takeIdle();
+    void connect();
+    void publish(int descriptor);
+    void leave() noexcept;
+    CallFailed failure(CallFailed::Reason reason, const std::string& detail);
+
+    Pool& pool_;
+    const char* const operation_;
+    const milliseconds timeout_;
+    const Clock::time_point end_;
+    bool keep_ = false;
+
+    std::atomic<bool> cancelled_{false};
+    std::list<Channel> channel_;  // one, once there is a connection
+
+    // By the pool's mutex:
+    std::list<Call*>::iterator place_;
+    bool connected_ = false;  // counted in the pool
+    int descriptor_ = -1;     // what cancel() shuts down
+};
+
+}  // namespace TavIDL::host
+
+#endif

@@ -1,0 +1,170 @@
+#include "socket.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace TavIDL::host {
+
+using apache::thrift::transport::TTransportException;
+
+namespace {
+
+[[noreturn]] void failed(const char* what, int error) {
+    throw TTransportException(error == ECONNRESET || error == EPIPE
+                                  ? TTransportException::END_OF_FILE
+                                  : TTransportException::UNKNOWN,
+                              what, error);
+}
+
+// Another try is worth it: a signal came, or the system's limit passed, which may be shorter.
+bool isTemporary(int error) {
+    return error == EINTR || error == EAGAIN || error == EWOULDBLOCK;
+}
+
+}  // namespace
+
+milliseconds TimeLimit::left() {
+    if (!running_) {
+        until(Clock::now() + limit_);
+        return limit_;
+    }
+    const auto left = std::chrono::duration_cast<milliseconds>(end_ - Clock::now());
+    if (left.count() <= 0) {
+        throw TTransportException(TTransportException::TIMED_OUT, "the time is up");
+    }
+    return left;
+}
+
+Socket::Socket(Descriptor descriptor) : descriptor_(std::move(descriptor)) {
+}
+
+void Socket::startTls(const TlsContext& context, const std::string& host) {
+    tls_.reset(new TlsSession(context, *this, host));
+    tls_->shakeHands();
+    sent_ = false;
+}
+
+void Socket::limitEach(milliseconds read, milliseconds write) {
+    limitEach_ = true;
+    eachRead_ = read;
+    eachWrite_ = write;
+}
+
+bool Socket::isStale() const {
+    pollfd state = {descriptor_.get(), POLLIN | POLLRDHUP, 0};
+    if (poll(&state, 1, 0) <= 0) {
+        return false;
+    }
+    // Over TLS a server sends things that nobody asked for.
+    return tls_ == nullptr || (state.revents & ~POLLIN) != 0;
+}
+
+// Keeps the system's limit so that a wait cannot end before the time is up, nor much later. In the
+// usual call it has been right since the connection was made, and this costs nothing.
+void Socket::allow(Direction direction) {
+    constexpr milliseconds kTolerance(10);
+    const bool in = direction == Direction::in;
+    TimeLimit& limit = in ? readLimit_ : writeLimit_;
+    if (limitEach_) {
+        limit.set(in ? eachRead_ : eachWrite_);
+    }
+    const milliseconds left = limit.left();
+    milliseconds& system = systemLimits_[in ? 0 : 1];
+    if (left <= system && system <= left + kTolerance) {
+        return;
+    }
+    system = left;
+    timeval time = {};
+    time.tv_sec = static_cast<time_t>(left.count() / 1000);
+    time.tv_usec = static_cast<suseconds_t>(left.count() % 1000 * 1000);
+    if (setsockopt(descriptor_.get(), SOL_SOCKET, in ? SO_RCVTIMEO : SO_SNDTIMEO, &time,
+                   sizeof time) != 0) {
+        failed("setsockopt", errno);
+    }
+}
+
+std::size_t Socket::receive(void* bytes, std::size_t count) {
+    for (;;) {
+        allow(Direction::in);
+        const ssize_t got = ::recv(descriptor_.get(), bytes, count, 0);
+        if (got >= 0) {
+            return static_cast<std::size_t>(got);
+        }
+        if (!isTemporary(errno)) {
+            failed("cannot receive", errno);
+        }
+    }
+}
+
+std::size_t Socket::send(const void* bytes, std::size_t count) {
+    for (;;) {
+        allow(Direction::out);
+        const ssize_t sent = ::send(descriptor_.get(), bytes, count, MSG_NOSIGNAL);
+        if (sent >= 0) {
+            sent_ = true;
+            return static_cast<std::size_t>(sent);
+        }
+        if (!isTemporary(errno)) {
+            failed("cannot send", errno);
+        }
+    }
+}
+
+uint32_t Socket::read(uint8_t* bytes, uint32_t count) {
+    const std::size_t got = tls_ ? tls_->read(bytes, count) : receive(bytes, count);
+    received_ += got;
+    return static_cast<uint32_t>(got);
+}
+
+void Socket::write(const uint8_t* bytes, uint32_t count) {
+    while (count > 0) {
+        const std::size_t sent = tls_ ? tls_->write(bytes, count) : send(bytes, count);
+        bytes += sent;
+        count -= static_cast<uint32_t>(sent);
+    }
+}
+
+void Socket::endInput() {
+    ::shutdown(descriptor_.get(), SHUT_RD);
+}
+
+void Socket::closeGently() {
+    if (closed_) {
+        return;
+    }
+    try {
+        closeOutput();
+        // What the peer has written must not be left unread. The peer is not waited for, nor can it
+        // keep this busy.
+        uint8_t ignored[4096];
+        int most = 64;
+        while (most-- > 0 && ::recv(descriptor_.get(), ignored, sizeof ignored, MSG_DONTWAIT) > 0) {
+        }
+    } catch (const TTransportException&) {
+        // Gone already.
+    }
+}
+
+bool Socket::peek() {
+    uint8_t next = 0;
+    return ::recv(descriptor_.get(), &next, 1, MSG_PEEK) > 0;
+}
+
+void Socket::close() {
+    closed_ = true;
+    ::shutdown(descriptor_.get(), SHUT_RDWR);
+}
+
+void Socket::closeOutput() {
+    if (tls_) {
+        tls_->closeOutput();
+    }
+    ::shutdown(descriptor_.get(), SHUT_WR);
+}
+
+}  // namespace TavIDL::host
