@@ -69,11 +69,7 @@ bool Socket::isStale() const {
 void Socket::allow(Direction direction) {
     constexpr milliseconds kTolerance(10);
     const bool in = direction == Direction::in;
-    TimeLimit& limit = in ? readLimit_ : writeLimit_;
-    if (limitEach_) {
-        limit.set(in ? eachRead_ : eachWrite_);
-    }
-    const milliseconds left = limit.left();
+    const milliseconds left = (in ? readLimit_ : writeLimit_).left();
     milliseconds& system = systemLimits_[in ? 0 : 1];
     if (left <= system && system <= left + kTolerance) {
         return;
@@ -85,6 +81,16 @@ void Socket::allow(Direction direction) {
     if (setsockopt(descriptor_.get(), SOL_SOCKET, in ? SO_RCVTIMEO : SO_SNDTIMEO, &time,
                    sizeof time) != 0) {
         failed("setsockopt", errno);
+    }
+}
+
+// When a read or write begins that has a limit of its own. Over TLS each may have to do the other.
+void Socket::restartLimit(Direction direction) {
+    if (limitEach_ && (tls_ || direction == Direction::in)) {
+        readLimit_.set(eachRead_);
+    }
+    if (limitEach_ && (tls_ || direction == Direction::out)) {
+        writeLimit_.set(eachWrite_);
     }
 }
 
@@ -116,12 +122,14 @@ std::size_t Socket::send(const void* bytes, std::size_t count) {
 }
 
 uint32_t Socket::read(uint8_t* bytes, uint32_t count) {
+    restartLimit(Direction::in);
     const std::size_t got = tls_ ? tls_->read(bytes, count) : receive(bytes, count);
     received_ += got;
     return static_cast<uint32_t>(got);
 }
 
 void Socket::write(const uint8_t* bytes, uint32_t count) {
+    restartLimit(Direction::out);
     while (count > 0) {
         const std::size_t sent = tls_ ? tls_->write(bytes, count) : send(bytes, count);
         bytes += sent;
@@ -162,6 +170,7 @@ void Socket::close() {
 
 void Socket::closeOutput() {
     if (tls_) {
+        restartLimit(Direction::out);
         tls_->closeOutput();
     }
     ::shutdown(descriptor_.get(), SHUT_WR);

@@ -80,6 +80,7 @@ private:
     std::size_t receive(void* bytes, std::size_t count) override;
     std::size_t send(const void* bytes, std::size_t count) override;
     void allow(Direction direction);
+    void restartLimit(Direction direction);
 
     const Descriptor descriptor_;
     std::unique_ptr<TlsSession> tls_;
