@@ -93,14 +93,23 @@ Call::~Call() {
 
 void Call::waitForTurn() {
     std::unique_lock<std::mutex> lock(pool_.mutex_);
-    const bool free = pool_.changed_.wait_until(
-        lock, end_, [this] { return cancelled_ || pool_.connected_ < pool_.most_; });
+    // In the order of their arrival: a thread that calls again and again would else always come
+    // before those that have to wake up first.
+    const auto isNext = [this] {
+        const auto next = std::find_if(pool_.calls_.begin(), pool_.calls_.end(),
+                                       [](const Call* call) { return !call->connected_; });
+        return next == place_;
+    };
+    const bool free = pool_.changed_.wait_until(lock, end_, [this, &isNext] {
+        return cancelled_ || (pool_.connected_ < pool_.most_ && isNext());
+    });
     if (!free) {
         throw failure(CallFailed::NoAnswerInTime,
                       "all connections were in use for " + inMs(timeout_));
     }
     ++pool_.connected_;
     connected_ = true;
+    pool_.changed_.notify_all();  // now another call is next
 }
 
 bool Call::takeIdle() {
