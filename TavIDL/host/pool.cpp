@@ -122,7 +122,9 @@ bool Call::takeIdle() {
             }
             channel_.splice(channel_.end(), pool_.idle_, std::prev(pool_.idle_.end()));
         }
-        if (end_ - timeout_ - channel().lastUse < kTrusted || !channel().socket->isStale()) {
+        const bool recent = end_ - timeout_ - channel().lastUse < kTrusted;
+        if ((recent && !channel().suspect) || !channel().socket->isStale()) {
+            channel().suspect = false;
             return true;
         }
     }
@@ -176,6 +178,11 @@ void Call::leave() noexcept {
     if (keep_ && !cancelled_ && !channel().hasInput()) {
         channel().lastUse = Clock::now();
         pool_.idle_.splice(pool_.idle_.end(), channel_);
+    } else if (!channel_.empty() && !cancelled_) {
+        // The server may have restarted.
+        for (Channel& other : pool_.idle_) {
+            other.suspect = true;
+        }
     }
     pool_.changed_.notify_all();
 }

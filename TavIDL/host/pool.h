@@ -28,6 +28,7 @@ struct Channel {
     std::shared_ptr<apache::thrift::transport::TBufferBase> transport;  // what `protocol` is over
     ProtocolPointer protocol;
     Clock::time_point lastUse;
+    bool suspect = false;  // another connection has failed since
 };
 
 class Call;
