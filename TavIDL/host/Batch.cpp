@@ -1,6 +1,7 @@
 #include <TavIDL/host/Batch.h>
 #include <thrift/transport/TBufferTransports.h>
 
+#include <algorithm>
 #include <functional>
 #include <utility>
 #include <vector>
@@ -127,6 +128,9 @@ void Batch::run() {
 }
 
 void Batch::run(std::chrono::milliseconds timeout) {
+    // What goes beyond a year, which settings may not either, could not be added to a time.
+    timeout = std::clamp<std::chrono::milliseconds>(timeout, std::chrono::milliseconds(0),
+                                                    std::chrono::hours(24 * 365));
     std::vector<Encoded> calls;
     calls.swap(calls_->encoded);
     if (calls.empty()) {
