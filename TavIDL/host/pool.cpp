@@ -76,6 +76,10 @@ Call::Call(Pool& pool, const char* operation, milliseconds timeout)
         if (!takeIdle()) {
             connect();
         }
+        if (Clock::now() >= end_) {
+            throw failure(CallFailed::NoAnswerInTime,
+                          inMs(timeout_) + " passed before it was sent");
+        }
         Socket& socket = *channel().socket;
         publish(socket.descriptor());
         socket.forgetSent();

@@ -79,7 +79,8 @@ private:
 
     std::size_t receive(void* bytes, std::size_t count) override;
     std::size_t send(const void* bytes, std::size_t count) override;
-    void allow(Direction direction);
+    void limitReceive();
+    void waitToSend();
     void restartLimit(Direction direction);
 
     const Descriptor descriptor_;
@@ -89,8 +90,7 @@ private:
     bool limitEach_ = false;
     milliseconds eachRead_{};
     milliseconds eachWrite_{};
-    // What the system has been told by SO_RCVTIMEO and SO_SNDTIMEO.
-    milliseconds systemLimits_[2] = {};
+    milliseconds systemLimit_{};  // what SO_RCVTIMEO says
     uint64_t received_ = 0;
     bool sent_ = false;
     std::atomic<bool> closed_{false};
