@@ -131,6 +131,7 @@ bool Call::takeIdle() {
             channel().suspect = false;
             return true;
         }
+        channel().socket->closeGently();
     }
 }
 
