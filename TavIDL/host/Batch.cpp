@@ -86,7 +86,8 @@ struct Batch::Calls {
 
 // Writes requests and reads replies, always in this order: no more requests are ever without a
 // reply than fit the system's buffers, so writing them never waits for the peer, which could wait
-// for this side to read. More are written when reading would otherwise wait.
+// for this side to read. More are written when reading would otherwise wait, and then many at once:
+// a unix socket's buffer has room for some 200 writes, however short.
 void Batch::Calls::exchange(host::Call& call, const std::vector<Encoded>& calls,
                             std::size_t& answered) {
     const std::size_t window = pool.settings().batchWindow;
@@ -95,7 +96,9 @@ void Batch::Calls::exchange(host::Call& call, const std::vector<Encoded>& calls,
     std::size_t waiting = 0;  // bytes of requests without a reply
     std::string next;
     while (answered < calls.size()) {
-        if (answered == sent || !channel.buffer->hasInput()) {
+        const Encoded& oldest = calls[answered];
+        const bool wouldWait = oldest.receive && !channel.buffer->hasInput();
+        if (answered == sent || (wouldWait && waiting <= window / 2)) {
             next.clear();
             while (sent < calls.size() &&
                    (waiting == 0 || waiting + calls[sent].request.size() <= window)) {
@@ -105,7 +108,6 @@ void Batch::Calls::exchange(host::Call& call, const std::vector<Encoded>& calls,
             channel.socket->write(reinterpret_cast<const uint8_t*>(next.data()),
                                   static_cast<uint32_t>(next.size()));
         }
-        const Encoded& oldest = calls[answered];
         if (oldest.receive) {
             oldest.receive(channel.protocol);
         }
