@@ -23,14 +23,23 @@ public:
         try {
             onEvent_(eventType, param1, param2);
         } catch (const std::exception& failure) {
-            // Whoever sent the event is not told.
-            if (onFailure_) {
-                onFailure_("event " + std::to_string(eventType) + ": " + failure.what());
-            }
+            report(eventType, failure.what());
+        } catch (...) {
+            report(eventType, "the function threw something that is not a std::exception");
         }
     }
 
 private:
+    // The sender does not learn of it, and its next events still come.
+    void report(int32_t eventType, const char* failure) {
+        try {
+            if (onFailure_) {
+                onFailure_("event " + std::to_string(eventType) + ": " + failure);
+            }
+        } catch (...) {  // NOLINT(bugprone-empty-catch): as Settings::onFailure says
+        }
+    }
+
     const EmpSession::OnEvent onEvent_;
     const std::function<void(const std::string&)> onFailure_;
     std::mutex mutex_;
