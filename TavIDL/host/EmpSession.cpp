@@ -60,20 +60,19 @@ std::string addressOf(const std::string& host, int32_t port, const char* what) {
 
 class EmpSession::Parts {
 public:
-    Parts(RemoteBroker& broker, const host::Address& brokerAddress, const std::string& name,
+    Parts(RemoteBroker& broker, host::Pool& pool, const std::string& name,
           const std::string& version, const std::string& credential, OnEvent onEvent,
           const Settings& settings)
         : broker_(broker), settings_(settings) {
         broker.OpenEmp(info_, name, version, credential);
         try {
             if (onEvent && info_.callbackServicePort != 0) {
-                events_.reset(
-                    new Server(addressOf(host::localHostFor(brokerAddress),
-                                         info_.callbackServicePort, "callbackServicePort"),
-                               std::make_shared<Events>(std::move(onEvent), settings_), settings_));
+                events_.reset(new Server(
+                    addressOf(pool.localHost(), info_.callbackServicePort, "callbackServicePort"),
+                    std::make_shared<Events>(std::move(onEvent), settings_), settings_));
             }
             emp_.reset(
-                new RemoteEmp(addressOf(brokerAddress.isUnix() ? "127.0.0.1" : brokerAddress.host,
+                new RemoteEmp(addressOf(pool.address().isUnix() ? "127.0.0.1" : pool.address().host,
                                         info_.empServicePort, "empServicePort"),
                               settings_));
         } catch (...) {
@@ -148,8 +147,8 @@ EmpSession::EmpSession(RemoteBroker& broker, const std::string& name, const std:
 
 EmpSession::EmpSession(RemoteBroker& broker, const std::string& name, const std::string& version,
                        const std::string& credential, OnEvent onEvent, const Settings& settings)
-    : parts_(new Parts(broker, host::addressFrom(broker.address(), host::Role::client), name,
-                       version, credential, std::move(onEvent), settings)) {
+    : parts_(new Parts(broker, *broker.pool_, name, version, credential, std::move(onEvent),
+                       settings)) {
 }
 
 EmpSession::~EmpSession() = default;

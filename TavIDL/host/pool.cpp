@@ -54,6 +54,11 @@ Pool::~Pool() {
     }
 }
 
+std::string Pool::localHost() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return localHost_;
+}
+
 void Pool::cancel() {
     const std::lock_guard<std::mutex> lock(mutex_);
     for (Call* const call : calls_) {
@@ -155,6 +160,9 @@ void Call::connect() {
             }
         }
         channel_.emplace_back(std::move(socket), settings);
+        std::string localHost = localHostOf(channel().socket->descriptor());
+        const std::lock_guard<std::mutex> lock(pool_.mutex_);
+        pool_.localHost_ = std::move(localHost);
     } catch (const CallFailed&) {
         throw;
     } catch (const std::bad_alloc&) {
