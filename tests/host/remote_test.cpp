@@ -293,7 +293,8 @@ TEST(RemoteFailureTest, KeepsTheKindOfARefusal) {
     peers::Peer peer = listener.accept();
     peer.receive(messages.request("read").size());
     // A reply to another operation, as a server sends that mixes them up.
-    const std::string close = messages.request([](TavEmpClient& client) { client.send_Close(7); });
+    const std::string close =
+        messages.messageOf<TavEmpClient>([](TavEmpClient& client) { client.send_Close(7); });
     peer.send(messages.reply(close, std::make_shared<Refusing>()));
     try {
         call.result();
