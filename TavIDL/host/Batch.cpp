@@ -1,7 +1,5 @@
 #include <TavIDL/host/Batch.h>
-#include <thrift/transport/TBufferTransports.h>
 
-#include <functional>
 #include <utility>
 #include <vector>
 
@@ -13,12 +11,31 @@ using apache::thrift::transport::TMemoryBuffer;
 
 namespace {
 
-// A call that waits for run().
-struct Encoded {
-    std::string request;
-    // Reads the reply and fulfils the promise. Not there for a one-way call, like `fail`.
-    std::function<void(const ProtocolPointer&)> receive;
-    std::function<void(const std::exception_ptr&)> fail;
+// A call that was encoded and is not answered yet. As it is, a one-way call.
+struct Pending {
+    virtual ~Pending() = default;
+    virtual void receive(const ProtocolPointer&) {}
+    virtual void fail(const std::exception_ptr&) {}
+
+    std::size_t size = 0;  // of the encoded request
+};
+
+template <typename Client, typename Result, typename Receive>
+struct Promised : Pending {
+    explicit Promised(Receive how) : receiveWith(how) {}
+
+    void receive(const ProtocolPointer& protocol) override {
+        Client client(protocol);
+        try {
+            promise.set_value(receiveWith(client));
+        } catch (const apache::thrift::TApplicationException&) {
+            promise.set_exception(std::current_exception());
+        }
+    }
+    void fail(const std::exception_ptr& failure) override { promise.set_exception(failure); }
+
+    Receive receiveWith;
+    std::promise<Result> promise;
 };
 
 // Encodes calls as they go over the wire.
@@ -27,17 +44,17 @@ public:
     explicit Encoder(const Settings& settings)
         : settings_(settings), memory_(std::make_shared<TMemoryBuffer>()) {}
 
+    // Appends the message that `send` writes.
     template <typename Client, typename Send>
-    std::string encode(Send send) {
+    void encode(std::string& bytes, Send send) {
         try {
             if (!protocol_) {
                 protocol_ = host::protocolOver(host::framesOver(memory_, settings_), settings_);
             }
             Client client(protocol_);
             send(client);
-            std::string request = memory_->getBufferAsString();
+            memory_->appendBufferToString(bytes);
             memory_->resetBuffer();
-            return request;
         } catch (...) {
             // There may be half a message, in frames too.
             protocol_ = nullptr;
@@ -58,58 +75,52 @@ struct Batch::Calls {
     explicit Calls(host::Pool& to) : pool(to), encoder(to.settings()) {}
 
     template <typename Client, typename Send, typename Receive>
-    auto add(Send send, Receive receive)
-        -> std::future<decltype(receive(std::declval<Client&>()))> {
+    auto add(Send send, Receive receive) {
         using Result = decltype(receive(std::declval<Client&>()));
-        const auto promise = std::make_shared<std::promise<Result>>();
-        encoded.push_back(
-            {encoder.encode<Client>(send),
-             [promise, receive](const ProtocolPointer& protocol) {
-                 Client client(protocol);
-                 try {
-                     promise->set_value(receive(client));
-                 } catch (const apache::thrift::TApplicationException&) {
-                     promise->set_exception(std::current_exception());
-                 }
-             },
-             [promise](const std::exception_ptr& failure) { promise->set_exception(failure); }});
-        return promise->get_future();
+        auto call = std::make_unique<Promised<Client, Result, Receive>>(receive);
+        auto result = call->promise.get_future();
+        enqueue<Client>(send, std::move(call));
+        return result;
     }
 
-    void exchange(host::Call& call, const std::vector<Encoded>& calls, std::size_t& answered);
+    template <typename Client, typename Send>
+    void enqueue(Send send, std::unique_ptr<Pending> call) {
+        pending.reserve(pending.size() + 1);
+        const std::size_t before = bytes.size();
+        encoder.encode<Client>(bytes, send);
+        call->size = bytes.size() - before;
+        pending.push_back(std::move(call));
+    }
+
+    void exchange(host::Channel& channel, std::size_t& answered);
 
     host::Pool& pool;
     Encoder encoder;
-    std::vector<Encoded> encoded;
+    std::vector<std::unique_ptr<Pending>> pending;
+    std::string bytes;  // of all requests
 };
 
 // Writes requests and reads replies, always in this order: no more requests are ever without a
 // reply than fit the system's buffers, so writing them never waits for the peer, which could wait
 // for this side to read. More are written when reading would otherwise wait.
-void Batch::Calls::exchange(host::Call& call, const std::vector<Encoded>& calls,
-                            std::size_t& answered) {
+void Batch::Calls::exchange(host::Channel& channel, std::size_t& answered) {
     const std::size_t window = pool.settings().batchWindow;
-    host::Channel& channel = call.channel();
+    auto next = reinterpret_cast<const uint8_t*>(bytes.data());
     std::size_t sent = 0;
     std::size_t waiting = 0;  // bytes of requests without a reply
-    std::string next;
-    while (answered < calls.size()) {
+    for (; answered < pending.size(); ++answered) {
         if (answered == sent || !channel.buffer->hasInput()) {
-            next.clear();
-            while (sent < calls.size() &&
-                   (waiting == 0 || waiting + calls[sent].request.size() <= window)) {
-                waiting += calls[sent].request.size();
-                next += calls[sent++].request;
+            std::size_t size = 0;
+            while (sent < pending.size() &&
+                   (waiting + size == 0 || waiting + size + pending[sent]->size <= window)) {
+                size += pending[sent++]->size;
             }
-            channel.socket->write(reinterpret_cast<const uint8_t*>(next.data()),
-                                  static_cast<uint32_t>(next.size()));
+            channel.socket->write(next, static_cast<uint32_t>(size));
+            next += size;
+            waiting += size;
         }
-        const Encoded& oldest = calls[answered];
-        if (oldest.receive) {
-            oldest.receive(channel.protocol);
-        }
-        waiting -= oldest.request.size();
-        ++answered;
+        pending[answered]->receive(channel.protocol);
+        waiting -= pending[answered]->size;
     }
 }
 
@@ -119,7 +130,7 @@ Batch::Batch(Remote& remote) : calls_(new Calls(*remote.pool_)) {
 Batch::~Batch() = default;
 
 std::size_t Batch::size() const {
-    return calls_->encoded.size();
+    return calls_->pending.size();
 }
 
 void Batch::run() {
@@ -127,29 +138,29 @@ void Batch::run() {
 }
 
 void Batch::run(std::chrono::milliseconds timeout) {
-    std::vector<Encoded> calls;
-    calls.swap(calls_->encoded);
-    if (calls.empty()) {
-        return;
-    }
-    const std::string what = "a batch of " + std::to_string(calls.size()) + " calls";
+    Calls& calls = *calls_;
+    const std::string what = "a batch of " + std::to_string(size()) + " calls";
+    const auto empty = [&] {
+        calls.pending.clear();
+        calls.bytes.clear();
+    };
     std::size_t answered = 0;
     try {
-        host::Call call(calls_->pool, what.c_str(), timeout);
+        host::Call call(calls.pool, what.c_str(), timeout);
         try {
-            calls_->exchange(call, calls, answered);
+            calls.exchange(call.channel(), answered);
         } catch (...) {
             call.fail();
         }
         call.keep();
     } catch (...) {
-        for (; answered < calls.size(); ++answered) {
-            if (calls[answered].fail) {
-                calls[answered].fail(std::current_exception());
-            }
+        for (; answered < calls.pending.size(); ++answered) {
+            calls.pending[answered]->fail(std::current_exception());
         }
+        empty();
         throw;
     }
+    empty();
 }
 
 std::future<ConnectionInfo> BrokerBatch::OpenEmp(const std::string& name,
@@ -224,10 +235,9 @@ std::future<std::string> EmpBatch::ExecuteWithParamList(int32_t clientID, const 
 
 void CallbackBatch::Callback(int32_t eventType, const std::string& param1,
                              const std::string& param2) {
-    calls_->encoded.push_back(
-        {calls_->encoder.encode<TavEmpEventClient>(
-             [&](TavEmpEventClient& client) { client.Callback(eventType, param1, param2); }),
-         nullptr, nullptr});
+    calls_->enqueue<TavEmpEventClient>(
+        [&](TavEmpEventClient& client) { client.Callback(eventType, param1, param2); },
+        std::make_unique<Pending>());
 }
 
 }  // namespace TavIDL

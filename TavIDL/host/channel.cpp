@@ -1,8 +1,12 @@
 #include "channel.h"
 
 #include <TavIDL/thrift.h>
+
+// Not hidden, as in channel.h.
+#pragma GCC visibility push(default)
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/protocol/TCompactProtocol.h>
+#pragma GCC visibility pop
 
 #include <stdexcept>
 #include <utility>
