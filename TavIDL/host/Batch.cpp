@@ -85,11 +85,15 @@ struct Batch::Calls {
 
     template <typename Client, typename Send>
     void enqueue(Send send, std::unique_ptr<Pending> call) {
-        pending.reserve(pending.size() + 1);
         const std::size_t before = bytes.size();
-        encoder.encode<Client>(bytes, send);
-        call->size = bytes.size() - before;
         pending.push_back(std::move(call));
+        try {
+            encoder.encode<Client>(bytes, send);
+        } catch (...) {
+            pending.pop_back();
+            throw;
+        }
+        pending.back()->size = bytes.size() - before;
     }
 
     void exchange(host::Channel& channel, std::size_t& answered);
