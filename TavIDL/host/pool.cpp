@@ -152,7 +152,7 @@ void Call::leave() noexcept {
         channel().lastUse = begin_;
         pool_.idle_.splice(pool_.idle_.end(), channel_);
     }
-    pool_.changed_.notify_all();
+    pool_.changed_.notify_one();  // who waits for a connection, or the pool's destructor
 }
 
 CallFailed Call::failure(CallFailed::Reason reason, const std::string& detail) {
