@@ -18,7 +18,6 @@
 #include <mutex>
 #include <stdexcept>
 #include <system_error>
-#include <thread>
 #include <utility>
 
 #include "channel.h"
@@ -131,6 +130,17 @@ void onSignal(int) {
     errno = error;
 }
 
+// std::thread cannot set the size of a stack. Returns an errno.
+int startThread(pthread_t& thread, std::size_t stackSize, void* (*run)(void*), void* argument) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(
+        &attributes, std::max<std::size_t>(stackSize, static_cast<std::size_t>(PTHREAD_STACK_MIN)));
+    const int error = pthread_create(&thread, &attributes, run, argument);
+    pthread_attr_destroy(&attributes);
+    return error;
+}
+
 using Raw = std::function<void(const std::shared_ptr<Connection>&)>;
 
 template <typename Processor, typename Handler>
@@ -197,7 +207,8 @@ private:
     std::condition_variable changed_;
     std::list<Worker> workers_;
     std::mutex stopping_;  // serializes calls of stop()
-    std::thread thread_;
+    pthread_t thread_{};
+    bool running_ = false;  // by stopping_, once constructed
 };
 
 Server::Acceptor::Acceptor(const std::string& address, const Settings& settings,
@@ -217,17 +228,30 @@ Server::Acceptor::Acceptor(const std::string& address, const Settings& settings,
     tls_ = host::tlsFor(settings_, address_, host::Role::server);
     listener_ = host::listenOn(address_, settings_.unixMode);
     addressText_ = address_.text();
-    thread_ = std::thread([this] { acceptUntilStopped(); });
+    const int error = startThread(
+        thread_, settings_.stackSize,
+        [](void* argument) -> void* {
+            static_cast<Acceptor*>(argument)->acceptUntilStopped();
+            return nullptr;
+        },
+        this);
+    if (error != 0) {
+        listener_ = Descriptor();
+        host::removeSocketFile(address_);
+        throw std::system_error(error, std::generic_category(), "cannot start a thread");
+    }
+    running_ = true;
 }
 
 void Server::Acceptor::stop(bool finishFirst) {
     const std::lock_guard<std::mutex> once(stopping_);
-    if (!thread_.joinable()) {
+    if (!running_) {
         return;
     }
+    running_ = false;
     state_ = finishFirst ? State::finishing : State::stopping;
     wake(wake_.get());
-    thread_.join();
+    pthread_join(thread_, nullptr);
     listener_ = Descriptor();
     host::removeSocketFile(address_);
 
@@ -308,22 +332,16 @@ void Server::Acceptor::startWorker(Descriptor descriptor) {
         host::sendAtOnce(descriptor);
         std::list<Worker> started;
         Worker& worker = started.emplace_back(*this, std::move(descriptor));
-        pthread_attr_t attributes;
-        pthread_attr_init(&attributes);
-        pthread_attr_setstacksize(
-            &attributes, std::max<std::size_t>(settings_.stackSize,
-                                               static_cast<std::size_t>(PTHREAD_STACK_MIN)));
         // The thread must find itself in the list when it ends.
         const std::lock_guard<std::mutex> lock(mutex_);
-        const int error = pthread_create(
-            &worker.thread, &attributes,
+        const int error = startThread(
+            worker.thread, settings_.stackSize,
             [](void* argument) -> void* {
                 auto& own = *static_cast<Worker*>(argument);
                 own.acceptor.serve(own);
                 return nullptr;
             },
             &worker);
-        pthread_attr_destroy(&attributes);
         if (error != 0) {
             report(*worker.socket, "closed: no thread could be started for it");
             return;
