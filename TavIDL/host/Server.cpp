@@ -46,7 +46,7 @@ public:
         if (!hasInput()) {
             send();
             socket_->readLimit().set(settings_.idleTimeout);
-            if (!Buffer::peek()) {
+            if (!waitForInput()) {
                 return false;
             }
         }
@@ -82,6 +82,21 @@ protected:
     }
 
 private:
+    bool waitForInput() {
+        try {
+            return Buffer::peek();
+        } catch (const TTransportException& failure) {
+            switch (failure.getType()) {
+                case TTransportException::END_OF_FILE:
+                    return false;  // a reset: between two calls it fails nothing
+                case TTransportException::TIMED_OUT:
+                    throw TTransportException("closed: the client was idle for too long");
+                default:
+                    throw;
+            }
+        }
+    }
+
     const Settings& settings_;
 };
 
@@ -410,7 +425,18 @@ void Server::Acceptor::serveConnection(const std::shared_ptr<Socket>& socket) {
         const auto end = Clock::now() + settings_.receiveTimeout;
         socket->readLimit().until(end);
         socket->writeLimit().until(end);
-        socket->startTls(*tls_, "");
+        try {
+            socket->startTls(*tls_, "");
+        } catch (const TTransportException& failure) {
+            switch (failure.getType()) {
+                case TTransportException::END_OF_FILE:
+                    throw TTransportException("closed by the client in the TLS handshake");
+                case TTransportException::TIMED_OUT:
+                    throw TTransportException("closed: no TLS handshake in time");
+                default:
+                    throw;
+            }
+        }
     }
     if (raw_) {
         socket->limitEach(settings_.idleTimeout, settings_.sendTimeout);
