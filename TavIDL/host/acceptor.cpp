@@ -178,7 +178,18 @@ void Acceptor::serveConnection(const std::shared_ptr<Socket>& socket) {
         const auto end = Clock::now() + settings_.receiveTimeout;
         socket->readLimit().until(end);
         socket->writeLimit().until(end);
-        socket->startTls(*tls_, "");
+        try {
+            socket->startTls(*tls_, "");
+        } catch (const TTransportException& failure) {
+            switch (failure.getType()) {
+                case TTransportException::END_OF_FILE:
+                    throw TTransportException("the client ended the TLS handshake");
+                case TTransportException::TIMED_OUT:
+                    throw TTransportException("no TLS handshake in time");
+                default:
+                    throw;
+            }
+        }
     }
     if (processor_) {
         serveCalls(socket, *processor_, settings_, [this] { return state_ == State::stopping; });

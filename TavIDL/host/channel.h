@@ -59,6 +59,8 @@ protected:
     const std::shared_ptr<Socket> socket_;
 
 private:
+    // Throws if the message becomes too long by so many more bytes.
+    void limit(uint32_t more) const;
     // Bytes of the connection up to the next one that is read.
     uint64_t position() const {
         return socket_->received() - static_cast<uint64_t>(rBound_ - rBase_);

@@ -20,21 +20,13 @@ public:
     ServerBuffer(std::shared_ptr<Socket> socket, const Settings& settings)
         : Buffer(std::move(socket), settings), settings_(settings) {}
 
-    // Waits for the next request. Returns false if the client closes the connection instead, or is
-    // idle for too long.
+    // Waits for the next request. Returns false if the client closes the connection instead.
     bool peek() override {
         if (!hasInput()) {
             send();
             socket_->readLimit().set(settings_.idleTimeout);
-            try {
-                if (!Buffer::peek()) {
-                    return false;
-                }
-            } catch (const TTransportException& failure) {
-                if (failure.getType() == TTransportException::TIMED_OUT) {
-                    return false;
-                }
-                throw;
+            if (!waitForInput()) {
+                return false;
             }
         }
         socket_->readLimit().set(settings_.receiveTimeout);
@@ -69,6 +61,21 @@ protected:
     }
 
 private:
+    bool waitForInput() {
+        try {
+            return Buffer::peek();
+        } catch (const TTransportException& failure) {
+            switch (failure.getType()) {
+                case TTransportException::END_OF_FILE:
+                    return false;  // a reset: between two calls it fails nothing
+                case TTransportException::TIMED_OUT:
+                    throw TTransportException("the client was idle for too long");
+                default:
+                    throw;
+            }
+        }
+    }
+
     const Settings& settings_;
 };
 

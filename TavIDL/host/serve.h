@@ -13,8 +13,8 @@
 
 namespace TavIDL::host {
 
-// Lets `processor` answer calls until the client closes the connection or is idle for too long, or
-// until `stopped` says so between two calls. Throws what process() throws.
+// Lets `processor` answer calls until the client closes the connection, or until `stopped` says so
+// between two calls. Throws what process() throws, and if the client is idle for too long.
 void serveCalls(const std::shared_ptr<Socket>& socket, apache::thrift::TProcessor& processor,
                 const Settings& settings, const std::function<bool()>& stopped);
 
