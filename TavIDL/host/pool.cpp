@@ -26,7 +26,14 @@ std::string inMs(milliseconds time) {
 Channel::Channel(std::shared_ptr<Socket> connected, const Settings& settings)
     : socket(std::move(connected)),
       buffer(std::make_shared<Buffer>(socket, settings)),
-      protocol(protocolOver(framesOver(buffer, settings), settings)) {
+      transport(framesOver(buffer, settings)),
+      protocol(protocolOver(transport, settings)) {
+}
+
+bool Channel::hasInput() const {
+    uint32_t restOfFrame = 0;
+    transport->borrow(nullptr, &restOfFrame);
+    return restOfFrame > 0 || buffer->hasInput();
 }
 
 Pool::Pool(const std::string& address, const Settings& settings, bool oneWay)
@@ -148,7 +155,7 @@ void Call::leave() noexcept {
     if (connected_) {
         --pool_.connected_;
     }
-    if (keep_ && !cancelled_) {
+    if (keep_ && !cancelled_ && !channel().hasInput()) {
         channel().lastUse = begin_;
         pool_.idle_.splice(pool_.idle_.end(), channel_);
     }

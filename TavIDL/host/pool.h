@@ -20,8 +20,12 @@ namespace TavIDL::host {
 struct Channel {
     Channel(std::shared_ptr<Socket> connected, const Settings& settings);
 
+    // Whether there is input that nobody has read. It would be taken for the next reply.
+    bool hasInput() const;
+
     std::shared_ptr<Socket> socket;
     std::shared_ptr<Buffer> buffer;
+    std::shared_ptr<apache::thrift::transport::TBufferBase> transport;  // what `protocol` is over
     ProtocolPointer protocol;
     Clock::time_point lastUse;
 };
