@@ -1,11 +1,17 @@
-#include "channel.h"
-
-#include <TavIDL/thrift.h>
+// First, and not hidden, for the reason in thrift.h: TavIDL recognises these protocols by the
+// addresses of their type information, which host.map exports.
+#pragma GCC visibility push(default)
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/protocol/TCompactProtocol.h>
+#include <thrift/transport/TBufferTransports.h>
+#pragma GCC visibility pop
+
+#include <TavIDL/thrift.h>
 
 #include <stdexcept>
 #include <utility>
+
+#include "channel.h"
 
 namespace TavIDL::host {
 
