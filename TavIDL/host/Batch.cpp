@@ -54,7 +54,7 @@ private:
 
 }  // namespace
 
-struct Batch::Calls {
+struct __attribute__((visibility("hidden"))) Batch::Calls {
     explicit Calls(host::Pool& to) : pool(to), encoder(to.settings()) {}
 
     template <typename Client, typename Send, typename Receive>

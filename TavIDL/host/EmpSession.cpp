@@ -49,7 +49,7 @@ std::string addressOf(const std::string& host, int32_t port, const char* what) {
 
 }  // namespace
 
-class EmpSession::Parts {
+class __attribute__((visibility("hidden"))) EmpSession::Parts {
 public:
     Parts(RemoteBroker& broker, const host::Address& brokerAddress, const std::string& name,
           const std::string& version, const std::string& credential, OnEvent onEvent,

@@ -145,7 +145,7 @@ std::shared_ptr<TProcessor> processorOf(std::shared_ptr<Handler> handler) {
 
 // The threads of a server. (Not libthrift's TThreadedServer: it would print what fails, stop for
 // good when descriptors run out, and give each thread the system's stack.)
-class Server::Acceptor {
+class __attribute__((visibility("hidden"))) Server::Acceptor {
 public:
     Acceptor(const std::string& address, const Settings& settings,
              std::shared_ptr<TProcessor> processor, Raw raw);
