@@ -55,8 +55,8 @@ class Session {
 public:
     Session(RemoteBroker& broker, const Address& brokerAddress, const std::string& name,
             const std::string& version, const std::string& credential, EmpSession::OnEvent onEvent,
-            const Settings& settings)
-        : broker_(broker), settings_(settings) {
+            Settings settings)
+        : broker_(broker), settings_(std::move(settings)) {
         broker.OpenEmp(info_, name, version, credential);
         try {
             if (onEvent && info_.callbackServicePort != 0) {

@@ -19,9 +19,9 @@ namespace TavIDL::host {
 using apache::thrift::TProcessor;
 using apache::thrift::transport::TTransportException;
 
-Acceptor::Acceptor(const std::string& address, const Settings& settings,
+Acceptor::Acceptor(const std::string& address, Settings settings,
                    std::shared_ptr<TProcessor> processor, Serve raw)
-    : settings_(settings),
+    : settings_(std::move(settings)),
       processor_(std::move(processor)),
       raw_(std::move(raw)),
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {

@@ -26,7 +26,7 @@ public:
     using Serve = std::function<void(const std::shared_ptr<Connection>&)>;
 
     // Serves with `processor`, or by `raw` if that is null.
-    Acceptor(const std::string& address, const Settings& settings,
+    Acceptor(const std::string& address, Settings settings,
              std::shared_ptr<apache::thrift::TProcessor> processor, Serve raw);
     ~Acceptor();
 

@@ -44,7 +44,8 @@ Socket::Socket(Descriptor descriptor) : descriptor_(std::move(descriptor)) {
 }
 
 void Socket::startTls(const TlsContext& context, const std::string& host) {
-    tls_.reset(new TlsSession(context, *this, host));
+    TlsSession::Bytes& bytes = *this;
+    tls_ = std::make_unique<TlsSession>(context, bytes, host);
     tls_->shakeHands();
     sent_ = false;
 }
