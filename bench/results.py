@@ -18,10 +18,21 @@ from measure import (COMPARISONS, OBJECTS, PROTOCOLS, RESULTS, SUMMARY, Comparis
 
 CONTESTANTS = tuple(OBJECTS)
 DESCRIPTIONS = {"generated": "generated code", "templates": "generated templates"}
+# By how bench_setups names them. A batch is of 16 calls.
+SETUPS = {
+    "threaded": "`TThreadedServer`, buffered",
+    "threaded_framed": "`TThreadedServer`, framed",
+    "nonblocking": "`TNonblockingServer`",
+    "nonblocking_4": "`TNonblockingServer` with 4 workers",
+    "host": "Host, buffered",
+    "host_framed": "Host, framed",
+}
+BATCH = 16
+WAYS = ("tcp", "unix")
 PLOTTED = ("TavBroker.Execute", "binary")
 
 
-def times(build, what, repetitions, seconds):
+def times(build, what, repetitions, seconds, program="bench_times"):
     """Medians in nanoseconds, and the typical spread of what they are medians of: by the kind
     of time, and the former by what the benchmarks' names say after `what` and by the number of
     threads too.
@@ -32,7 +43,7 @@ def times(build, what, repetitions, seconds):
     """
     report = json.loads(run(
         "taskset", "--cpu-list", str(min(os.sched_getaffinity(0))),
-        os.path.join(build, "bench/bench_times"), f"--benchmark_filter=^{what} ",
+        os.path.join(build, "bench", program), f"--benchmark_filter=^{what} ",
         f"--benchmark_repetitions={repetitions}", f"--benchmark_min_time={seconds}",
         "--benchmark_enable_random_interleaving=true", "--benchmark_report_aggregates_only=true",
         "--benchmark_format=json", timeout=240))
@@ -102,6 +113,12 @@ def main():
     length_times, _ = times(build, "length", 9, 0.02)
     print("-- Timing round trips", flush=True)
     trip_times, trip_spread = times(build, "loopback", 25, 0.03)
+
+    print("-- Timing set-ups", flush=True)
+    setup_times, setup_spread = times(build, "setup", 25, 0.03, "bench_setups")
+    stop_times, _ = times(build, "stop", 3, 0.1, "bench_setups")
+    setups = {(name, way): time / 1000
+              for (kind, name, way, _), time in setup_times.items() if kind == "cpu_time"}
 
     nanoseconds = {tuple(cell): time for (kind, *cell, _), time in call_times.items()
                    if kind == "cpu_time"}
@@ -175,6 +192,26 @@ was {trip_spread["cpu_time"]:.1%} and {trip_spread["real_time"]:.1%}.
         for framing in ("buffered", "framed") for connections in (1, 8)
         for time, what in (("cpu_time", "processor"), ("real_time", "passed"))])}
 ![Round trips a second against the number of connections](connections.svg)
+
+## Set-ups of a connection
+
+The same call over one connection, by what connects and serves. Time-outs are set everywhere but on
+the bare sockets. Microseconds of processor time, as above, and the share of bare sockets in them
+(higher is better). Medians of 25 times, whose typical spread was {setup_spread["cpu_time"]:.1%}.
+
+{table(["Set-up", *(f"{way}{what}" for way in WAYS for what in ("", ": bare / this"))],
+       [["bare sockets", *(x for way in WAYS for x in (f"{setups['bare', way]:.1f}", ""))],
+        *([description, *(x for way in WAYS for x in (
+            f"{setups[name, way]:.1f}", share(setups["bare", way] / setups[name, way])))]
+          for name, description in SETUPS.items()),
+        [f"Host, batches of {BATCH}, per call", *(x for way in WAYS for x in (
+            f"{setups['host_batch', way] / BATCH:.1f}",
+            share(setups["bare", way] * BATCH / setups["host_batch", way])))]])}
+A call in a batch costs {" and ".join(
+    f"{setups['host', way] * BATCH / setups['host_batch', way]:.1f} times less ({way})"
+    for way in WAYS)} than a call alone. `Server::stop()` with 50 connections, on one of which a call
+runs that takes 300 ms, takes {" and ".join(
+    f"{stop_times['real_time', 'host', way, 1] / 1e6:.0f} ms ({way})" for way in WAYS)}.
 """
     print("\n" + text)
     with open(RESULTS, "w", encoding="utf-8") as file:
