@@ -13,7 +13,7 @@ import re
 import statistics
 import sys
 
-from measure import (COMPARISONS, OBJECTS, PROTOCOLS, RESULTS, SUMMARY, Comparison, arm_text,
+from measure import (COMPARISONS, OBJECTS, PROTOCOLS, RESULTS, SUMMARIES, Comparison, arm_text,
                      counts, mean, replace_summary, run, stripped_sizes)
 
 CONTESTANTS = tuple(OBJECTS)
@@ -80,7 +80,8 @@ def share(value):
     return f"{value:.2f}"
 
 
-def setting(build, load):
+def setting(build, load, tools):
+    """Where and when it was measured, and by which other tools: rows of name and version."""
     with open("/proc/cpuinfo", encoding="utf-8") as file:
         processor = re.search(r"^model name\s*: (.*)$", file.read(), re.M)
     with open(os.path.join(build, "CMakeCache.txt"), encoding="utf-8") as file:
@@ -92,9 +93,7 @@ def setting(build, load):
                     f"{system.sysname} {system.release}"],
         ["Compiler", run(compiler, "--version").splitlines()[0] + ", -O3"],
         ["libthrift", run("pkg-config", "--modversion", "thrift").strip()],
-        ["Thrift compiler", run("thrift", "--version").split()[-1]],
-        ["Google Benchmark", run("pkg-config", "--modversion", "benchmark").strip()],
-        ["Valgrind", run("valgrind", "--version").strip().removeprefix("valgrind-")],
+        *tools,
     ])
 
 
@@ -107,6 +106,11 @@ def main():
     calls = [cell[1:] for cell in allocations if cell[0] == "ours"]
     sizes = {name: stripped_sizes(os.path.join(build, path)) for name, path in OBJECTS.items()}
     arm = arm_text()
+    tools = [
+        ["Thrift compiler", run("thrift", "--version").split()[-1]],
+        ["Google Benchmark", run("pkg-config", "--modversion", "benchmark").strip()],
+        ["Valgrind", run("valgrind", "--version").strip().removeprefix("valgrind-")],
+    ]
     print("-- Timing calls", flush=True)
     call_times, call_spread = times(build, "call", 15, 0.01)
     print("-- Timing calls with long strings", flush=True)
@@ -130,7 +134,7 @@ def main():
         return (trip_times[time, one, framing, connections]
                 / trip_times[time, other, framing, connections])
 
-    summary = table([SUMMARY, "relative to (lower is better)", "Instructions", "Time"], [
+    summary = table([SUMMARIES[RESULTS], "relative to (lower is better)", "Instructions", "Time"], [
         [PROTOCOLS[comparison.encoding],
          DESCRIPTIONS[comparison.other] + ("" if comparison.over == comparison.encoding
                                            else f" over {PROTOCOLS[comparison.over]}"),
@@ -150,7 +154,7 @@ def main():
 
 Written by `script/bench`; how to read it: [CONTRIBUTING.md](../CONTRIBUTING.md#what-calls-cost).
 
-{setting(build, load)}
+{setting(build, load, tools)}
 ## Summary
 
 {summary}
@@ -216,7 +220,7 @@ runs that takes 300 ms, takes {" and ".join(
     print("\n" + text)
     with open(RESULTS, "w", encoding="utf-8") as file:
         file.write(text)
-    replace_summary(summary)
+    replace_summary(RESULTS, summary)
 
     lengths = sorted({int(cell[4]) for cell in length_times})
     plot("lengths", f"set title '{PLOTTED[0]}, {PLOTTED[1]}: client, processor, client'\n"
