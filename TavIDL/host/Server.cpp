@@ -78,7 +78,12 @@ protected:
 
     void writeSlow(const uint8_t* bytes, uint32_t count) override {
         socket_->writeLimit().set(settings_.sendTimeout);
-        Buffer::writeSlow(bytes, count);
+        try {
+            Buffer::writeSlow(bytes, count);
+        } catch (...) {
+            wBase_ = wBuf_.get();  // nobody may send the rest, after a gap
+            throw;
+        }
     }
 
 private:
