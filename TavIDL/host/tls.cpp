@@ -35,6 +35,12 @@ using apache::thrift::transport::TTransportException;
 
 namespace {
 
+// OpenSSL takes any error of this thread for the session's, also one that a handler left.
+ssl_st* ready(const std::shared_ptr<ssl_st>& session) {
+    ERR_clear_error();
+    return session.get();
+}
+
 // What OpenSSL says about the last failure.
 std::string reason() {
     const unsigned long error = ERR_get_error();
@@ -185,7 +191,7 @@ int TlsSession::check(int result, const char* what) {
 }
 
 void TlsSession::shakeHands() {
-    if (check(SSL_do_handshake(session_.get()), "no handshake") == 0) {
+    if (check(SSL_do_handshake(ready(session_)), "no handshake") == 0) {
         throw TTransportException(TTransportException::END_OF_FILE,
                                   "TLS: no handshake: the connection was closed");
     }
@@ -193,12 +199,12 @@ void TlsSession::shakeHands() {
 
 std::size_t TlsSession::read(void* bytes, std::size_t count) {
     const int most = static_cast<int>(std::min<std::size_t>(count, INT_MAX));
-    return static_cast<std::size_t>(check(SSL_read(session_.get(), bytes, most), "cannot read"));
+    return static_cast<std::size_t>(check(SSL_read(ready(session_), bytes, most), "cannot read"));
 }
 
 std::size_t TlsSession::write(const void* bytes, std::size_t count) {
     const int most = static_cast<int>(std::min<std::size_t>(count, INT_MAX));
-    const int sent = check(SSL_write(session_.get(), bytes, most), "cannot write");
+    const int sent = check(SSL_write(ready(session_), bytes, most), "cannot write");
     if (sent == 0) {
         throw TTransportException(TTransportException::END_OF_FILE, "TLS: the peer has closed");
     }
