@@ -182,12 +182,15 @@ int TlsSession::check(int result, const char* what) {
     if (error == SSL_ERROR_ZERO_RETURN || error == SSL_ERROR_SYSCALL) {
         return 0;  // some peers end a connection without saying so in TLS
     }
+    // The peer has closed the connection, and says why: it does not trust the certificate, perhaps.
+    const bool alert = ERR_GET_REASON(ERR_peek_error()) > SSL_AD_REASON_OFFSET;
     const long verified = SSL_get_verify_result(session_.get());
     const std::string why =
         verified != X509_V_OK ? X509_verify_cert_error_string(verified) : reason();
     ERR_clear_error();
-    throw TTransportException(TTransportException::CORRUPTED_DATA,
-                              std::string("TLS: ") + what + ": " + why);
+    throw TTransportException(
+        alert ? TTransportException::NOT_OPEN : TTransportException::CORRUPTED_DATA,
+        std::string("TLS: ") + what + ": " + why);
 }
 
 void TlsSession::shakeHands() {
