@@ -193,7 +193,8 @@ private:
         Acceptor& acceptor;
         const std::shared_ptr<Socket> socket;
         pthread_t thread{};
-        bool ended = false;  // by mutex_
+        std::atomic<bool> busy{false};  // with a call
+        bool ended = false;             // by mutex_
     };
 
     enum class State { serving, finishing, stopping };
@@ -204,8 +205,8 @@ private:
     void joinEnded();
     void waitForWake(int timeoutMs);
     void serve(Worker& worker) noexcept;
-    void serveConnection(const std::shared_ptr<Socket>& socket);
-    void serveCalls(const std::shared_ptr<Socket>& socket);
+    void serveConnection(Worker& worker);
+    void serveCalls(Worker& worker);
     void serveObserved(ObservedProtocol& observed, const ProtocolPointer& protocol,
                        const std::string& peer);
     void report(const std::string& failure) noexcept;
@@ -287,7 +288,9 @@ void Server::Acceptor::stop(bool finishFirst) {
         state_ = State::stopping;
         for (const Worker& worker : workers_) {
             if (!worker.ended) {
-                report(*worker.socket, "disconnected: its call takes longer than stopTimeout");
+                if (worker.busy) {
+                    report(*worker.socket, "disconnected: its call takes longer than stopTimeout");
+                }
                 worker.socket->close();
             }
         }
@@ -399,7 +402,7 @@ void Server::Acceptor::waitForWake(int timeoutMs) {
 void Server::Acceptor::serve(Worker& worker) noexcept {
     Socket& socket = *worker.socket;
     try {
-        serveConnection(worker.socket);
+        serveConnection(worker);
     } catch (const TTransportException& failure) {
         // A server that stops ends what its clients were about to send.
         const bool expected = state_ != State::serving;
@@ -425,7 +428,8 @@ void Server::Acceptor::serve(Worker& worker) noexcept {
     wake(wake_.get());
 }
 
-void Server::Acceptor::serveConnection(const std::shared_ptr<Socket>& socket) {
+void Server::Acceptor::serveConnection(Worker& worker) {
+    const std::shared_ptr<Socket>& socket = worker.socket;
     if (tls_) {
         const auto end = Clock::now() + settings_.receiveTimeout;
         socket->readLimit().until(end);
@@ -445,13 +449,15 @@ void Server::Acceptor::serveConnection(const std::shared_ptr<Socket>& socket) {
     }
     if (raw_) {
         socket->limitEach(settings_.idleTimeout, settings_.sendTimeout);
+        worker.busy = true;
         raw_(socket);
     } else {
-        serveCalls(socket);
+        serveCalls(worker);
     }
 }
 
-void Server::Acceptor::serveCalls(const std::shared_ptr<Socket>& socket) {
+void Server::Acceptor::serveCalls(Worker& worker) {
+    const std::shared_ptr<Socket>& socket = worker.socket;
     const auto buffer = std::make_shared<ServerBuffer>(socket, settings_);
     const auto transport = host::framesOver(buffer, settings_);
     auto protocol = host::protocolOver(transport, settings_);
@@ -462,7 +468,11 @@ void Server::Acceptor::serveCalls(const std::shared_ptr<Socket>& socket) {
         peer = socket->peer();
     }
     const auto another = [&] {
-        return state_ != State::stopping && transport->peek() && state_ != State::stopping;
+        worker.busy.store(false, std::memory_order_relaxed);
+        const bool found =
+            state_ != State::stopping && transport->peek() && state_ != State::stopping;
+        worker.busy.store(found, std::memory_order_relaxed);
+        return found;
     };
     try {
         while (another()) {
