@@ -104,13 +104,16 @@ std::size_t Socket::receive(void* bytes, std::size_t count) {
 
 std::size_t Socket::send(const void* bytes, std::size_t count) {
     for (;;) {
-        allow(Direction::out);
-        const ssize_t sent = ::send(descriptor_.get(), bytes, count, MSG_NOSIGNAL);
+        if (wait_) {
+            allow(Direction::out);
+        }
+        const ssize_t sent =
+            ::send(descriptor_.get(), bytes, count, MSG_NOSIGNAL | (wait_ ? 0 : MSG_DONTWAIT));
         if (sent >= 0) {
             sent_ = true;
             return static_cast<std::size_t>(sent);
         }
-        if (!isTemporary(errno)) {
+        if (!wait_ || !isTemporary(errno)) {
             failed("cannot send", errno);
         }
     }
@@ -158,6 +161,7 @@ void Socket::close() {
 
 void Socket::closeOutput() {
     if (tls_) {
+        wait_ = false;  // a peer that does not read does without TLS's own end
         tls_->closeOutput();
     }
     ::shutdown(descriptor_.get(), SHUT_WR);
