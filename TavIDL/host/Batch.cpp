@@ -1,5 +1,6 @@
 #include <TavIDL/host/Batch.h>
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -149,7 +150,8 @@ void Requests::run(milliseconds timeout) {
 
 // Writes requests and reads replies, in turn: no more requests are ever without a reply than fit
 // the system's buffers, so writing them never waits for the peer, which could itself wait for this
-// side to read. More are written when reading would otherwise wait.
+// side to read. More are written when reading would otherwise wait, and then many at once: a unix
+// socket's buffer has room for some 200 writes, however short.
 void Requests::exchange(Channel& channel) {
     const std::size_t window = settings().batchWindow;
     const auto* next = reinterpret_cast<const uint8_t*>(bytes_.data());
@@ -157,7 +159,8 @@ void Requests::exchange(Channel& channel) {
     std::size_t waiting = 0;  // bytes of requests without a reply
     for (; answered_ < pending_.size(); ++answered_) {
         Pending& oldest = *pending_[answered_];
-        if (answered_ == sent || (oldest.hasReply() && !channel.buffer->hasInput())) {
+        const bool wouldWait = oldest.hasReply() && !channel.buffer->hasInput();
+        if (answered_ == sent || (wouldWait && waiting <= window / 2)) {
             std::size_t size = 0;
             while (sent < pending_.size() &&
                    (waiting + size == 0 || waiting + size + pending_[sent]->size <= window)) {
@@ -188,6 +191,9 @@ void Batch::run() {
 }
 
 void Batch::run(std::chrono::milliseconds timeout) {
+    // More than a year, which no setting may be either, could not be added to a time.
+    timeout = std::clamp<std::chrono::milliseconds>(timeout, std::chrono::milliseconds(0),
+                                                    std::chrono::hours(24 * 365));
     if (size() > 0) {
         requests_->run(timeout);
     }

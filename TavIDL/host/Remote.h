@@ -60,8 +60,9 @@ private:
 /// - CallFailed: all other failures of the connection, which is then closed. The next call
 ///   connects again.
 ///
-/// A connection that was not used for more than a second is checked before it is used again, so
-/// that a server's restart rarely fails a call. No call is ever sent twice.
+/// A connection that was not used for more than a second, or since another one has failed, is
+/// checked before it is used again, so that a server's restart rarely fails a call. No call is ever
+/// sent twice.
 class TAVIDL_EXPORT Remote {
 public:
     /// Ends the current calls as cancel() does, and waits until they have returned.

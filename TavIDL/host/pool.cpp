@@ -48,7 +48,7 @@ Pool::Pool(const std::string& address, const Settings& settings, bool oneWay)
 Pool::~Pool() {
     cancel();
     std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [this] { return calls_.empty(); });
+    empty_.wait(lock, [this] { return calls_.empty(); });
     for (Channel& channel : idle_) {
         channel.socket->closeGently();
     }
@@ -61,8 +61,8 @@ void Pool::cancel() {
         if (call->descriptor_ >= 0) {
             ::shutdown(call->descriptor_, SHUT_RDWR);
         }
+        call->turn_.notify_one();
     }
-    changed_.notify_all();
 }
 
 Call::Call(Pool& pool, const char* operation, milliseconds timeout)
@@ -74,6 +74,10 @@ Call::Call(Pool& pool, const char* operation, milliseconds timeout)
         if (!takeIdle()) {
             lock.unlock();
             connect();
+        }
+        if (Clock::now() >= begin_ + timeout_) {
+            throw failure(CallFailed::NoAnswerInTime,
+                          inMs(timeout_) + " passed before it was sent");
         }
         Socket& socket = *channel().socket;
         socket.forgetSent();
@@ -93,25 +97,36 @@ Call::~Call() {
     leave();
 }
 
+// In the order of arrival: a thread that calls again and again would else always come before those
+// that have to wake up first.
 void Call::waitForTurn(std::unique_lock<std::mutex>& lock) {
-    const auto free = [this] { return pool_.connected_ < pool_.most_; };
-    pool_.changed_.wait_until(lock, begin_ + timeout_, [&] { return cancelled_ || free(); });
-    if (cancelled_ || !free()) {
+    if (pool_.connected_ < pool_.most_) {
+        ++pool_.connected_;
+        connected_ = true;
+        return;
+    }
+    pool_.waiting_.push_back(this);
+    turn_.wait_until(lock, begin_ + timeout_, [this] { return cancelled_ || connected_; });
+    if (!connected_) {
+        pool_.waiting_.remove(this);
+    }
+    if (cancelled_ || !connected_) {
         throw failure(CallFailed::NoAnswerInTime,
                       "all connections were in use for " + inMs(timeout_));
     }
-    ++pool_.connected_;
-    connected_ = true;
 }
 
 bool Call::takeIdle() {
     while (!pool_.idle_.empty()) {
         channel_.splice(channel_.end(), pool_.idle_, std::prev(pool_.idle_.end()));
         Socket& socket = *channel().socket;
-        if (begin_ - channel().lastUse < kTrusted || !socket.isStale()) {
+        const bool trusted = begin_ - channel().lastUse < kTrusted && !channel().suspect;
+        if (trusted || !socket.isStale()) {
+            channel().suspect = false;
             descriptor_ = socket.descriptor();
             return true;
         }
+        socket.closeGently();  // it may be an event's, which is still to be delivered
         channel_.clear();
     }
     return false;
@@ -152,14 +167,28 @@ void Call::publish(int descriptor) {
 
 void Call::leave() noexcept {
     pool_.calls_.erase(place_);
-    if (connected_) {
-        --pool_.connected_;
-    }
     if (keep_ && !cancelled_ && !channel().hasInput()) {
         channel().lastUse = begin_;
         pool_.idle_.splice(pool_.idle_.end(), channel_);
+    } else if (!channel_.empty() && !cancelled_) {
+        // The server may have restarted.
+        for (Channel& other : pool_.idle_) {
+            other.suspect = true;
+        }
     }
-    pool_.changed_.notify_one();  // who waits for a connection, or the pool's destructor
+    if (connected_) {
+        if (pool_.waiting_.empty()) {
+            --pool_.connected_;
+        } else {
+            Call& next = *pool_.waiting_.front();
+            pool_.waiting_.pop_front();
+            next.connected_ = true;
+            next.turn_.notify_one();
+        }
+    }
+    if (pool_.calls_.empty()) {
+        pool_.empty_.notify_all();
+    }
 }
 
 CallFailed Call::failure(CallFailed::Reason reason, const std::string& detail) {

@@ -28,6 +28,7 @@ struct Channel {
     std::shared_ptr<apache::thrift::transport::TBufferBase> transport;  // what `protocol` is over
     ProtocolPointer protocol;
     Clock::time_point lastUse;
+    bool suspect = false;  // another connection has failed since
 };
 
 class Call;
@@ -55,9 +56,10 @@ private:
     std::unique_ptr<const TlsContext> tls_;
 
     std::mutex mutex_;  // of all that follows
-    std::condition_variable changed_;
-    std::list<Call*> calls_;     // those that wait for a connection, too
-    std::size_t connected_ = 0;  // calls that do not wait for one
+    std::condition_variable empty_;
+    std::list<Call*> calls_;
+    std::list<Call*> waiting_;   // those of them that wait for a connection, in this order
+    std::size_t connected_ = 0;  // the number of the others
     std::list<Channel> idle_;    // the one that was used last comes last
 };
 
@@ -101,6 +103,7 @@ private:
     bool takeIdle();
     void leave() noexcept;
     std::list<Call*>::iterator place_;
+    std::condition_variable turn_;
     bool connected_ = false;  // counted in the pool
     int descriptor_ = -1;     // what cancel() shuts down
 };

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <utility>
 
 namespace TavIDL::host {
@@ -67,31 +68,42 @@ bool Socket::isStale() const {
 
 // Keeps the system's limit so that a wait cannot end before the time is up, nor much later. In the
 // usual call it has been right since the connection was made, and this costs nothing.
-void Socket::allow(Direction direction) {
+void Socket::limitReceive() {
     constexpr milliseconds kTolerance(10);
-    const bool in = direction == Direction::in;
-    TimeLimit& limit = in ? readLimit_ : writeLimit_;
-    if (limitEach_) {
-        limit.set(in ? eachRead_ : eachWrite_);
-    }
-    const milliseconds left = limit.left();
-    milliseconds& system = systemLimits_[in ? 0 : 1];
-    if (left <= system && system <= left + kTolerance) {
+    const milliseconds left = readLimit_.left();
+    if (left <= systemLimit_ && systemLimit_ <= left + kTolerance) {
         return;
     }
-    system = left;
+    systemLimit_ = left;
     timeval time = {};
     time.tv_sec = static_cast<time_t>(left.count() / 1000);
     time.tv_usec = static_cast<suseconds_t>(left.count() % 1000 * 1000);
-    if (setsockopt(descriptor_.get(), SOL_SOCKET, in ? SO_RCVTIMEO : SO_SNDTIMEO, &time,
-                   sizeof time) != 0) {
+    if (setsockopt(descriptor_.get(), SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time) != 0) {
         failed("setsockopt", errno);
+    }
+}
+
+void Socket::waitToSend() {
+    pollfd room = {descriptor_.get(), POLLOUT, 0};
+    const auto left = std::min<milliseconds::rep>(writeLimit_.left().count(), INT_MAX);
+    if (poll(&room, 1, static_cast<int>(left)) < 0 && errno != EINTR) {
+        failed("poll", errno);
+    }
+}
+
+// When a read or write begins that has a limit of its own. Over TLS each may have to do the other.
+void Socket::restartLimit(Direction direction) {
+    if (limitEach_ && (tls_ || direction == Direction::in)) {
+        readLimit_.set(eachRead_);
+    }
+    if (limitEach_ && (tls_ || direction == Direction::out)) {
+        writeLimit_.set(eachWrite_);
     }
 }
 
 std::size_t Socket::receive(void* bytes, std::size_t count) {
     for (;;) {
-        allow(Direction::in);
+        limitReceive();
         const ssize_t got = ::recv(descriptor_.get(), bytes, count, 0);
         if (got >= 0) {
             return static_cast<std::size_t>(got);
@@ -104,32 +116,36 @@ std::size_t Socket::receive(void* bytes, std::size_t count) {
 
 std::size_t Socket::send(const void* bytes, std::size_t count) {
     for (;;) {
-        if (wait_) {
-            allow(Direction::out);
-        }
-        const ssize_t sent =
-            ::send(descriptor_.get(), bytes, count, MSG_NOSIGNAL | (wait_ ? 0 : MSG_DONTWAIT));
+        // Without waiting: SO_SNDTIMEO would limit each piece that a unix socket makes of a
+        // message.
+        const ssize_t sent = ::send(descriptor_.get(), bytes, count, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent >= 0) {
             sent_ = true;
             return static_cast<std::size_t>(sent);
         }
-        if (!wait_ || !isTemporary(errno)) {
+        if (!mayWait_ || !isTemporary(errno)) {
             failed("cannot send", errno);
         }
+        waitToSend();
     }
 }
 
 uint32_t Socket::read(uint8_t* bytes, uint32_t count) {
+    restartLimit(Direction::in);
     const std::size_t got = tls_ ? tls_->read(bytes, count) : receive(bytes, count);
     received_ += got;
     return static_cast<uint32_t>(got);
 }
 
 void Socket::write(const uint8_t* bytes, uint32_t count) {
+    restartLimit(Direction::out);
     while (count > 0) {
         const std::size_t sent = tls_ ? tls_->write(bytes, count) : send(bytes, count);
         bytes += sent;
         count -= static_cast<uint32_t>(sent);
+        if (count > 0) {
+            writeLimit_.left();  // throws if a peer that takes little by little has used it up
+        }
     }
 }
 
@@ -161,7 +177,7 @@ void Socket::close() {
 
 void Socket::closeOutput() {
     if (tls_) {
-        wait_ = false;  // a peer that does not read does without TLS's own end
+        mayWait_ = false;  // a peer that does not read does without TLS's own end
         tls_->closeOutput();
     }
     ::shutdown(descriptor_.get(), SHUT_WR);

@@ -78,7 +78,9 @@ private:
 
     std::size_t receive(void* bytes, std::size_t count) override;
     std::size_t send(const void* bytes, std::size_t count) override;
-    void allow(Direction direction);
+    void limitReceive();
+    void waitToSend();
+    void restartLimit(Direction direction);
 
     const Descriptor descriptor_;
     std::unique_ptr<TlsSession> tls_;
@@ -87,9 +89,8 @@ private:
     bool limitEach_ = false;
     milliseconds eachRead_{};
     milliseconds eachWrite_{};
-    // What the system has been told by SO_RCVTIMEO and SO_SNDTIMEO.
-    milliseconds systemLimits_[2] = {};
-    bool wait_ = true;  // until there is room to send
+    milliseconds systemLimit_{};  // what SO_RCVTIMEO says
+    bool mayWait_ = true;         // for room to send
     uint64_t received_ = 0;
     bool sent_ = false;
     std::atomic<bool> closed_{false};
