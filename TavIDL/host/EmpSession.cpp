@@ -49,18 +49,20 @@ std::string addressOf(const std::string& host, int32_t port, const char* what) {
 
 }  // namespace
 
-class __attribute__((visibility("hidden"))) EmpSession::Parts {
+namespace host {
+
+class Session {
 public:
-    Parts(RemoteBroker& broker, const host::Address& brokerAddress, const std::string& name,
-          const std::string& version, const std::string& credential, OnEvent onEvent,
-          const Settings& settings)
+    Session(RemoteBroker& broker, const Address& brokerAddress, const std::string& name,
+            const std::string& version, const std::string& credential, EmpSession::OnEvent onEvent,
+            const Settings& settings)
         : broker_(broker), settings_(settings) {
         broker.OpenEmp(info_, name, version, credential);
         try {
             if (onEvent && info_.callbackServicePort != 0) {
                 events_.reset(
-                    new Server(addressOf(host::localHostFor(brokerAddress),
-                                         info_.callbackServicePort, "callbackServicePort"),
+                    new Server(addressOf(localHostFor(brokerAddress), info_.callbackServicePort,
+                                         "callbackServicePort"),
                                std::make_shared<Events>(std::move(onEvent), settings_), settings_));
             }
             emp_.reset(
@@ -73,11 +75,7 @@ public:
         }
     }
 
-    ~Parts() {
-        if (emp_) {
-            closeAndReport();
-        }
-    }
+    ~Session() { closeAndReport(); }
 
     RemoteEmp& emp() const { return *emp_; }
     const ConnectionInfo& info() const { return info_; }
@@ -132,6 +130,8 @@ private:
     bool answer_ = false;
 };
 
+}  // namespace host
+
 EmpSession::EmpSession(RemoteBroker& broker, const std::string& name, const std::string& version,
                        const std::string& credential, OnEvent onEvent)
     : EmpSession(broker, name, version, credential, std::move(onEvent), broker.settings()) {
@@ -139,26 +139,26 @@ EmpSession::EmpSession(RemoteBroker& broker, const std::string& name, const std:
 
 EmpSession::EmpSession(RemoteBroker& broker, const std::string& name, const std::string& version,
                        const std::string& credential, OnEvent onEvent, const Settings& settings)
-    : parts_(new Parts(broker, host::addressFrom(broker.address(), host::Role::client), name,
-                       version, credential, std::move(onEvent), settings)) {
+    : session_(new host::Session(broker, host::addressFrom(broker.address(), host::Role::client),
+                                 name, version, credential, std::move(onEvent), settings)) {
 }
 
 EmpSession::~EmpSession() = default;
 
 RemoteEmp* EmpSession::operator->() const {
-    return &parts_->emp();
+    return &session_->emp();
 }
 
 RemoteEmp& EmpSession::operator*() const {
-    return parts_->emp();
+    return session_->emp();
 }
 
 const ConnectionInfo& EmpSession::info() const {
-    return parts_->info();
+    return session_->info();
 }
 
 bool EmpSession::close() {
-    return parts_->close();
+    return session_->close();
 }
 
 }  // namespace TavIDL

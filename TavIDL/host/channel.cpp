@@ -1,17 +1,15 @@
-// First, and not hidden, for the reason in thrift.h: TavIDL recognises these protocols by the
-// addresses of their type information, which host.map exports.
-#pragma GCC visibility push(default)
-#include <thrift/protocol/TBinaryProtocol.h>
-#include <thrift/protocol/TCompactProtocol.h>
-#include <thrift/transport/TBufferTransports.h>
-#pragma GCC visibility pop
+#include "channel.h"
 
 #include <TavIDL/thrift.h>
 
+// Not hidden, as in channel.h.
+#pragma GCC visibility push(default)
+#include <thrift/protocol/TBinaryProtocol.h>
+#include <thrift/protocol/TCompactProtocol.h>
+#pragma GCC visibility pop
+
 #include <stdexcept>
 #include <utility>
-
-#include "channel.h"
 
 namespace TavIDL::host {
 
@@ -85,17 +83,22 @@ Buffer::Buffer(std::shared_ptr<Socket> socket, const Settings& settings)
       limit_(settings.maxMessageSize + (settings.framed ? 4U : 0U)) {
 }
 
+void Buffer::limit(uint32_t more) const {
+    if (position() + more - messageBegin_ > limit_) {
+        throw TTransportException(
+            TTransportException::CORRUPTED_DATA,
+            "the message is longer than " + std::to_string(limit_) + " bytes");
+    }
+}
+
 uint32_t Buffer::readEnd() {
+    limit(0);  // one that was in the buffer as a whole, too
     messageBegin_ = position();
     return CountsEachMessage::readEnd();
 }
 
 uint32_t Buffer::readSlow(uint8_t* bytes, uint32_t count) {
-    if (position() + count - messageBegin_ > limit_) {
-        throw TTransportException(
-            TTransportException::CORRUPTED_DATA,
-            "the message is longer than " + std::to_string(limit_) + " bytes");
-    }
+    limit(count);
     if (!hasInput() && count >= rBufSize_) {
         return socket_->read(bytes, count);  // a long string, without a copy
     }

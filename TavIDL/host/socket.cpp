@@ -150,11 +150,6 @@ void Socket::closeGently() {
     }
 }
 
-bool Socket::peek() {
-    uint8_t next = 0;
-    return ::recv(descriptor_.get(), &next, 1, MSG_PEEK) > 0;
-}
-
 void Socket::close() {
     closed_ = true;
     ::shutdown(descriptor_.get(), SHUT_RDWR);
