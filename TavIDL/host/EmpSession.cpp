@@ -55,20 +55,20 @@ class Session {
 public:
     Session(RemoteBroker& broker, const Address& brokerAddress, const std::string& name,
             const std::string& version, const std::string& credential, EmpSession::OnEvent onEvent,
-            const Settings& settings)
-        : broker_(broker), settings_(settings) {
+            Settings settings)
+        : broker_(broker), settings_(std::move(settings)) {
         broker.OpenEmp(info_, name, version, credential);
         try {
             if (onEvent && info_.callbackServicePort != 0) {
-                events_.reset(
-                    new Server(addressOf(localHostFor(brokerAddress), info_.callbackServicePort,
-                                         "callbackServicePort"),
-                               std::make_shared<Events>(std::move(onEvent), settings_), settings_));
+                events_ = std::make_unique<Server>(
+                    addressOf(localHostFor(brokerAddress), info_.callbackServicePort,
+                              "callbackServicePort"),
+                    std::make_shared<Events>(std::move(onEvent), settings_), settings_);
             }
-            emp_.reset(
-                new RemoteEmp(addressOf(brokerAddress.isUnix() ? "127.0.0.1" : brokerAddress.host,
-                                        info_.empServicePort, "empServicePort"),
-                              settings_));
+            emp_ = std::make_unique<RemoteEmp>(
+                addressOf(brokerAddress.isUnix() ? "127.0.0.1" : brokerAddress.host,
+                          info_.empServicePort, "empServicePort"),
+                settings_);
         } catch (...) {
             closeAndReport();
             throw;

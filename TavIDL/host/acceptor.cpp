@@ -19,9 +19,9 @@ namespace TavIDL::host {
 using apache::thrift::TProcessor;
 using apache::thrift::transport::TTransportException;
 
-Acceptor::Acceptor(const std::string& address, const Settings& settings,
+Acceptor::Acceptor(const std::string& address, Settings settings,
                    std::shared_ptr<TProcessor> processor, Serve raw)
-    : settings_(settings),
+    : settings_(std::move(settings)),
       processor_(std::move(processor)),
       raw_(std::move(raw)),
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
@@ -66,8 +66,10 @@ void Acceptor::stop(bool finishFirst) {
         state_ = State::stopping;
         for (const Worker& worker : workers_) {
             if (!worker.ended) {
-                report(worker.socket->peer(),
-                       "disconnected: its call takes longer than stopTimeout");
+                if (worker.busy) {
+                    report(worker.socket->peer(),
+                           "disconnected: its call takes longer than stopTimeout");
+                }
                 worker.socket->close();
             }
         }
@@ -148,7 +150,7 @@ void Acceptor::waitForWake(int timeoutMs) {
 void Acceptor::serve(Worker& worker) noexcept {
     Socket& socket = *worker.socket;
     try {
-        serveConnection(worker.socket);
+        serveConnection(worker);
     } catch (const TTransportException& failure) {
         const auto type = failure.getType();
         if (state_ != State::serving) {
@@ -173,7 +175,8 @@ void Acceptor::serve(Worker& worker) noexcept {
     wake(wake_.get());
 }
 
-void Acceptor::serveConnection(const std::shared_ptr<Socket>& socket) {
+void Acceptor::serveConnection(Worker& worker) {
+    const std::shared_ptr<Socket>& socket = worker.socket;
     if (tls_) {
         const auto end = Clock::now() + settings_.receiveTimeout;
         socket->readLimit().until(end);
@@ -192,9 +195,12 @@ void Acceptor::serveConnection(const std::shared_ptr<Socket>& socket) {
         }
     }
     if (processor_) {
-        serveCalls(socket, *processor_, settings_, [this] { return state_ == State::stopping; });
+        serveCalls(
+            socket, *processor_, settings_, [this] { return state_ == State::stopping; },
+            worker.busy);
     } else {
         socket->limitEach(settings_.idleTimeout, settings_.sendTimeout);
+        worker.busy = true;
         raw_(socket);
     }
 }

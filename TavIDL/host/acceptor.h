@@ -26,7 +26,7 @@ public:
     using Serve = std::function<void(const std::shared_ptr<Connection>&)>;
 
     // Serves with `processor`, or by `raw` if that is null.
-    Acceptor(const std::string& address, const Settings& settings,
+    Acceptor(const std::string& address, Settings settings,
              std::shared_ptr<apache::thrift::TProcessor> processor, Serve raw);
     ~Acceptor();
 
@@ -42,6 +42,7 @@ private:
             : socket(std::make_shared<Socket>(std::move(descriptor))) {}
 
         const std::shared_ptr<Socket> socket;
+        std::atomic<bool> busy{false};  // with a call
         std::atomic<bool> ended{false};
         std::optional<Thread> thread;  // last: it uses the others
     };
@@ -56,7 +57,7 @@ private:
     void waitForWake(int timeoutMs);
     // In the threads of connections:
     void serve(Worker& worker) noexcept;
-    void serveConnection(const std::shared_ptr<Socket>& socket);
+    void serveConnection(Worker& worker);
 
     void report(const std::string& who, const std::string& what) noexcept;
     // Reports what keeps the server from accepting, but not again and again.

@@ -354,11 +354,16 @@ Listener::Listener(const Address& address, unsigned unixMode)
 
 Listener::~Listener() {
     descriptor_ = Descriptor();
-    if (address_.isUnix()) {
+    if (!address_.isUnix()) {
+        return;
+    }
+    try {
         const DirectoryLock lock(address_.path);
         if (isAbandoned(address_.path)) {  // and not the file of the next server
             unlink(address_.path.c_str());
         }
+    } catch (const std::exception&) {
+        // For want of memory or descriptors. The next server replaces the file.
     }
 }
 

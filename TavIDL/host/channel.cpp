@@ -16,7 +16,6 @@ namespace TavIDL::host {
 using apache::thrift::protocol::TBinaryProtocolT;
 using apache::thrift::protocol::TCompactProtocolT;
 using apache::thrift::transport::TBufferBase;
-using apache::thrift::transport::TBufferedTransport;
 using apache::thrift::transport::TFramedTransport;
 using apache::thrift::transport::TTransportException;
 

@@ -57,7 +57,12 @@ protected:
 
     void writeSlow(const uint8_t* bytes, uint32_t count) override {
         socket_->writeLimit().set(settings_.sendTimeout);
-        Buffer::writeSlow(bytes, count);
+        try {
+            Buffer::writeSlow(bytes, count);
+        } catch (...) {
+            wBase_ = wBuf_.get();  // nobody may send the rest, after a gap
+            throw;
+        }
     }
 
 private:
@@ -128,7 +133,8 @@ void processObserved(TProcessor& processor, const std::shared_ptr<ObservedProtoc
 }  // namespace
 
 void serveCalls(const std::shared_ptr<Socket>& socket, TProcessor& processor,
-                const Settings& settings, const std::function<bool()>& stopped) {
+                const Settings& settings, const std::function<bool()>& stopped,
+                std::atomic<bool>& busy) {
     const auto buffer = std::make_shared<ServerBuffer>(socket, settings);
     const auto transport = framesOver(buffer, settings);
     const auto protocol = protocolOver(transport, settings);
@@ -138,8 +144,13 @@ void serveCalls(const std::shared_ptr<Socket>& socket, TProcessor& processor,
         observed = std::make_shared<ObservedProtocol>(protocol);
         peer = socket->peer();
     }
+    const auto another = [&] {
+        busy = false;
+        busy = !stopped() && transport->peek() && !stopped();
+        return busy.load();
+    };
     try {
-        while (!stopped() && transport->peek() && !stopped()) {
+        while (another()) {
             if (observed) {
                 processObserved(processor, observed, settings, peer);
             } else {

@@ -4,6 +4,7 @@
 #include <TavIDL/host/Settings.h>
 #include <thrift/TProcessor.h>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -14,9 +15,11 @@
 namespace TavIDL::host {
 
 // Lets `processor` answer calls until the client closes the connection, or until `stopped` says so
-// between two calls. Throws what process() throws, and if the client is idle for too long.
+// between two calls. Tells in `busy` whether there is a call. Throws what process() throws, and if
+// the client is idle for too long.
 void serveCalls(const std::shared_ptr<Socket>& socket, apache::thrift::TProcessor& processor,
-                const Settings& settings, const std::function<bool()>& stopped);
+                const Settings& settings, const std::function<bool()>& stopped,
+                std::atomic<bool>& busy);
 
 }  // namespace TavIDL::host
 

@@ -44,7 +44,8 @@ Socket::Socket(Descriptor descriptor) : descriptor_(std::move(descriptor)) {
 }
 
 void Socket::startTls(const TlsContext& context, const std::string& host) {
-    tls_.reset(new TlsSession(context, *this, host));
+    TlsSession::Bytes& bytes = *this;
+    tls_ = std::make_unique<TlsSession>(context, bytes, host);
     tls_->shakeHands();
     sent_ = false;
 }
@@ -103,13 +104,16 @@ std::size_t Socket::receive(void* bytes, std::size_t count) {
 
 std::size_t Socket::send(const void* bytes, std::size_t count) {
     for (;;) {
-        allow(Direction::out);
-        const ssize_t sent = ::send(descriptor_.get(), bytes, count, MSG_NOSIGNAL);
+        if (wait_) {
+            allow(Direction::out);
+        }
+        const ssize_t sent =
+            ::send(descriptor_.get(), bytes, count, MSG_NOSIGNAL | (wait_ ? 0 : MSG_DONTWAIT));
         if (sent >= 0) {
             sent_ = true;
             return static_cast<std::size_t>(sent);
         }
-        if (!isTemporary(errno)) {
+        if (!wait_ || !isTemporary(errno)) {
             failed("cannot send", errno);
         }
     }
@@ -157,6 +161,7 @@ void Socket::close() {
 
 void Socket::closeOutput() {
     if (tls_) {
+        wait_ = false;  // a peer that does not read does without TLS's own end
         tls_->closeOutput();
     }
     ::shutdown(descriptor_.get(), SHUT_WR);

@@ -89,6 +89,7 @@ private:
     milliseconds eachWrite_{};
     // What the system has been told by SO_RCVTIMEO and SO_SNDTIMEO.
     milliseconds systemLimits_[2] = {};
+    bool wait_ = true;  // until there is room to send
     uint64_t received_ = 0;
     bool sent_ = false;
     std::atomic<bool> closed_{false};

@@ -27,8 +27,6 @@
 #include <system_error>
 #include <vector>
 
-#include "../../examples/thrift_output.h"
-
 using namespace apache::thrift;
 using apache::thrift::protocol::TBinaryProtocol;
 using apache::thrift::protocol::TBinaryProtocolFactory;
@@ -326,7 +324,6 @@ struct Row {
 }  // namespace
 
 int main() {
-    onThriftOutput([](const char*) {});
     // In front of a frame where the server expects frames, these four bytes are the
     // length of the frame; else they are that of the operation's name.
     const std::string huge("\x7f\xff\xff\xff", 4);

@@ -47,6 +47,13 @@ TavIDL::ProtocolPointer protocolOver(std::shared_ptr<TTransport> transport,
     return std::make_shared<apache::thrift::protocol::TBinaryProtocol>(transport);
 }
 
+template <typename Write>
+std::string written(const TavIDL::Settings& settings, Write write) {
+    const auto memory = std::make_shared<TMemoryBuffer>();
+    write(protocolOver(memory, settings));
+    return memory->getBufferAsString();
+}
+
 }  // namespace
 
 Caller::Caller(const std::string& address) {
@@ -138,7 +145,24 @@ void Caller::reset() {
 
 std::string requestFor(const std::string& cmd, const std::string& param1,
                        const TavIDL::Settings& settings) {
-    const auto memory = std::make_shared<TMemoryBuffer>();
-    TavEmpClient(protocolOver(memory, settings)).send_Execute(7, cmd, param1, "", "", "");
-    return memory->getBufferAsString();
+    return written(settings, [&](const TavIDL::ProtocolPointer& protocol) {
+        TavEmpClient(protocol).send_Execute(7, cmd, param1, "", "", "");
+    });
+}
+
+std::string requestFor(const ParamList& list, const TavIDL::Settings& settings) {
+    return written(settings, [&](const TavIDL::ProtocolPointer& protocol) {
+        TavEmpClient(protocol).send_ExecuteWithParamList(7, "read", list);
+    });
+}
+
+std::string eventFor(const std::string& operation, const TavIDL::Settings& settings) {
+    return written(settings, [&](const TavIDL::ProtocolPointer& protocol) {
+        protocol->writeMessageBegin(operation, apache::thrift::protocol::T_ONEWAY, 0);
+        TavEmpEvent_Callback_args arguments;
+        arguments.eventType = 1;
+        arguments.write(protocol.get());
+        protocol->writeMessageEnd();
+        protocol->getTransport()->flush();
+    });
 }

@@ -1,6 +1,7 @@
 #ifndef TESTS_HOST_CALLER_H
 #define TESTS_HOST_CALLER_H
 
+#include <TavIDL/TavIDL.h>
 #include <TavIDL/host/Settings.h>
 
 #include <cstddef>
@@ -46,5 +47,11 @@ private:
 // What a client sends for Execute(7, cmd, param1, "", "", "").
 std::string requestFor(const std::string& cmd, const std::string& param1 = "",
                        const TavIDL::Settings& settings = TavIDL::Settings());
+
+// For ExecuteWithParamList(7, "read", list).
+std::string requestFor(const ParamList& list, const TavIDL::Settings& settings);
+
+// For an event of the type 1, with another name of the operation, for a multiplexed service.
+std::string eventFor(const std::string& operation, const TavIDL::Settings& settings);
 
 #endif

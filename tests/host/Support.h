@@ -72,6 +72,10 @@ public:
         const std::lock_guard<std::mutex> lock(mutex_);
         return all_;
     }
+    void clear() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        all_.clear();
+    }
     // Waits until there are so many.
     std::vector<T> waitFor(std::size_t count) const {
         std::unique_lock<std::mutex> lock(mutex_);
