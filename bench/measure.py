@@ -12,7 +12,8 @@ from typing import NamedTuple
 SHORT, LONG = "8", "100"  # bytes in each string; up to 15 need no memory of their own
 OBJECTS = {"ours": "TavIDL/libTavIDL.so", "generated": "bench/libbench_generated.so",
            "templates": "bench/libbench_templates.so"}
-ARM = "build/armhf/TavIDL/libTavIDL.so"
+ARM = {"TavIDL": "build/armhf/TavIDL/libTavIDL.so",
+       "TavIDLHost": "build/armhf/TavIDL/host/libTavIDLHost.so"}
 README, RESULTS, PEERS = "README.md", "bench/results.md", "bench/peers.md"
 # By the page with results: how its summary begins, which the front page quotes.
 SUMMARIES = {RESULTS: "A call over", PEERS: "The same call through"}
@@ -105,12 +106,13 @@ def stripped_sizes(library):
         return text, os.path.getsize(stripped)
 
 
-def arm_text():
+def arm_text(library):
     """The bytes of .text for 32-bit ARM; None where nothing was built for it."""
-    if not os.path.exists(ARM):
+    if not os.path.exists(ARM[library]):
         return None
-    run("cmake", "--build", "--preset", "armhf", "--target", "TavIDL")
-    return int(re.search(r"^\.text +(\d+)", run("arm-linux-gnueabihf-size", "-A", ARM), re.M)[1])
+    run("cmake", "--build", "--preset", "armhf", "--target", library)
+    sections = run("arm-linux-gnueabihf-size", "-A", ARM[library])
+    return int(re.search(r"^\.text +(\d+)", sections, re.M)[1])
 
 
 def mean(ratios):

@@ -105,7 +105,7 @@ def main():
     instructions, allocations = counts(build)
     calls = [cell[1:] for cell in allocations if cell[0] == "ours"]
     sizes = {name: stripped_sizes(os.path.join(build, path)) for name, path in OBJECTS.items()}
-    arm = arm_text()
+    arm, host_arm = arm_text("TavIDL"), arm_text("TavIDLHost")
     tools = [
         ["Thrift compiler", run("thrift", "--version").split()[-1]],
         ["Google Benchmark", run("pkg-config", "--modversion", "benchmark").strip()],
@@ -164,7 +164,7 @@ Written by `script/bench`; how to read it: [CONTRIBUTING.md](../CONTRIBUTING.md#
     [what, *(sizes[name][i] for name in CONTESTANTS), share(sizes["ours"][i]/sizes["generated"][i])]
     for i, what in enumerate(("text", "whole stripped shared object"))])}
 The code of `templates` is in its headers, and so in the programs that use it. For 32-bit ARM, this
-library's `.text` {f"has {arm} bytes" if arm else "was not measured; script/test armhf builds it"}.
+library's `.text` {f"has {arm} bytes, and Host's {host_arm}" if arm else "was not measured; script/test armhf builds it"}.
 
 ## Calls over memory
 
