@@ -5,6 +5,7 @@ set(CPACK_PACKAGE_CONTACT "libTavIDL maintainers <maintainers@users.noreply.c-se
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_CONFLICTS "libtavidl1, libtavidl-dev")
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/TavIDL)  # where Host finds libTavIDL
+set(CPACK_DEBIAN_PACKAGE_CONFLICTS "libtavidl1, libtavidlhost1, libtavidl-dev")
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libboost-dev, libthrift-dev (>= ${Thrift_VERSION}), libthrift-dev (<< ${Thrift_VERSION}.~)")
 include(CPack)

@@ -339,17 +339,24 @@ Descriptor connectTo(const Address& address, Clock::time_point end, const Attemp
     throw std::runtime_error(std::strerror(error));
 }
 
-Descriptor listenOn(Address& address, unsigned unixMode) {
-    return address.isUnix() ? listenOnPath(address.path, unixMode) : listenOnPort(address);
+Listener::Listener(const Address& address, unsigned unixMode)
+    : address_(address),
+      descriptor_(address.isUnix() ? listenOnPath(address.path, unixMode)
+                                   : listenOnPort(address_)) {
 }
 
-void removeSocketFile(const Address& address) {
-    if (!address.isUnix()) {
+Listener::~Listener() {
+    descriptor_ = Descriptor();
+    if (!address_.isUnix()) {
         return;
     }
-    const DirectoryLock lock(address.path);
-    if (isAbandoned(address.path)) {  // and not the file of the next server
-        unlink(address.path.c_str());
+    try {
+        const DirectoryLock lock(address_.path);
+        if (isAbandoned(address_.path)) {  // and not the file of the next server
+            unlink(address_.path.c_str());
+        }
+    } catch (const std::exception&) {
+        // For want of memory or descriptors. The next server replaces the file.
     }
 }
 

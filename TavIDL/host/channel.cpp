@@ -1,8 +1,12 @@
 #include "channel.h"
 
 #include <TavIDL/thrift.h>
+
+// Not hidden, as in channel.h.
+#pragma GCC visibility push(default)
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/protocol/TCompactProtocol.h>
+#pragma GCC visibility pop
 
 #include <stdexcept>
 #include <utility>
@@ -12,7 +16,6 @@ namespace TavIDL::host {
 using apache::thrift::protocol::TBinaryProtocolT;
 using apache::thrift::protocol::TCompactProtocolT;
 using apache::thrift::transport::TBufferBase;
-using apache::thrift::transport::TBufferedTransport;
 using apache::thrift::transport::TFramedTransport;
 using apache::thrift::transport::TTransportException;
 
@@ -79,17 +82,22 @@ Buffer::Buffer(std::shared_ptr<Socket> socket, const Settings& settings)
       limit_(settings.maxMessageSize + (settings.framed ? 4U : 0U)) {
 }
 
+void Buffer::limit(uint32_t more) const {
+    if (position() + more - messageBegin_ > limit_) {
+        throw TTransportException(
+            TTransportException::CORRUPTED_DATA,
+            "the message is longer than " + std::to_string(limit_) + " bytes");
+    }
+}
+
 uint32_t Buffer::readEnd() {
+    limit(0);  // one that was in the buffer as a whole, too
     messageBegin_ = position();
     return CountsEachMessage::readEnd();
 }
 
 uint32_t Buffer::readSlow(uint8_t* bytes, uint32_t count) {
-    if (position() + count - messageBegin_ > limit_) {
-        throw TTransportException(
-            TTransportException::CORRUPTED_DATA,
-            "the message is longer than " + std::to_string(limit_) + " bytes");
-    }
+    limit(count);
     if (!hasInput() && count >= rBufSize_) {
         return socket_->read(bytes, count);  // a long string, without a copy
     }

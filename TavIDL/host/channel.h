@@ -2,7 +2,12 @@
 #define TAVIDL_HOST_CHANNEL_H
 
 #include <TavIDL/host/Settings.h>
+
+// libTavIDL recognises the protocols over these transports by the addresses of their type
+// information, which the two libraries have to share: so it must not be hidden.
+#pragma GCC visibility push(default)
 #include <thrift/transport/TBufferTransports.h>
+#pragma GCC visibility pop
 
 #include <memory>
 
@@ -54,6 +59,8 @@ protected:
     const std::shared_ptr<Socket> socket_;
 
 private:
+    // Throws if the message becomes too long by so many more bytes.
+    void limit(uint32_t more) const;
     // Bytes of the connection up to the next one that is read.
     uint64_t position() const {
         return socket_->received() - static_cast<uint64_t>(rBound_ - rBase_);

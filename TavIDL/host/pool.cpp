@@ -48,7 +48,7 @@ Pool::Pool(const std::string& address, const Settings& settings, bool oneWay)
 Pool::~Pool() {
     cancel();
     std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [this] { return calls_.empty(); });
+    empty_.wait(lock, [this] { return calls_.empty(); });
     for (Channel& channel : idle_) {
         channel.socket->closeGently();
     }
@@ -66,101 +66,92 @@ void Pool::cancel() {
         if (call->descriptor_ >= 0) {
             ::shutdown(call->descriptor_, SHUT_RDWR);
         }
+        call->turn_.notify_one();
     }
-    changed_.notify_all();
 }
 
 Call::Call(Pool& pool, const char* operation, milliseconds timeout)
-    : pool_(pool), operation_(operation), timeout_(timeout), end_(Clock::now() + timeout) {
-    {
-        const std::lock_guard<std::mutex> lock(pool_.mutex_);
-        place_ = pool_.calls_.insert(pool_.calls_.end(), this);
-    }
+    : pool_(pool), operation_(operation), timeout_(timeout), begin_(Clock::now()) {
+    std::unique_lock<std::mutex> lock(pool_.mutex_);
+    place_ = pool_.calls_.insert(pool_.calls_.end(), this);
     try {
-        waitForTurn();
+        waitForTurn(lock);
         if (!takeIdle()) {
+            lock.unlock();
             connect();
         }
-        if (Clock::now() >= end_) {
+        if (Clock::now() >= begin_ + timeout_) {
             throw failure(CallFailed::NoAnswerInTime,
                           inMs(timeout_) + " passed before it was sent");
         }
         Socket& socket = *channel().socket;
-        publish(socket.descriptor());
         socket.forgetSent();
-        socket.readLimit().until(end_);
-        socket.writeLimit().until(end_);
+        socket.readLimit().until(begin_ + timeout_);
+        socket.writeLimit().until(begin_ + timeout_);
     } catch (...) {
+        if (!lock.owns_lock()) {
+            lock.lock();
+        }
         leave();
         throw;
     }
 }
 
 Call::~Call() {
+    const std::lock_guard<std::mutex> lock(pool_.mutex_);
     leave();
 }
 
-void Call::waitForTurn() {
-    std::unique_lock<std::mutex> lock(pool_.mutex_);
-    // In the order of their arrival: a thread that calls again and again would else always come
-    // before those that have to wake up first.
-    const auto isNext = [this] {
-        const auto next = std::find_if(pool_.calls_.begin(), pool_.calls_.end(),
-                                       [](const Call* call) { return !call->connected_; });
-        return next == place_;
-    };
-    const bool free = pool_.changed_.wait_until(lock, end_, [this, &isNext] {
-        return cancelled_ || (pool_.connected_ < pool_.most_ && isNext());
-    });
-    if (!free) {
+// In the order of arrival: a thread that calls again and again would else always come before those
+// that have to wake up first.
+void Call::waitForTurn(std::unique_lock<std::mutex>& lock) {
+    if (pool_.connected_ < pool_.most_) {
+        ++pool_.connected_;
+        connected_ = true;
+        return;
+    }
+    pool_.waiting_.push_back(this);
+    turn_.wait_until(lock, begin_ + timeout_, [this] { return cancelled_ || connected_; });
+    if (!connected_) {
+        pool_.waiting_.remove(this);
+    }
+    if (cancelled_ || !connected_) {
         throw failure(CallFailed::NoAnswerInTime,
                       "all connections were in use for " + inMs(timeout_));
     }
-    ++pool_.connected_;
-    connected_ = true;
-    pool_.changed_.notify_all();  // now another call is next
 }
 
 bool Call::takeIdle() {
-    for (;;) {
-        {
-            const std::lock_guard<std::mutex> lock(pool_.mutex_);
-            channel_.clear();
-            if (pool_.idle_.empty()) {
-                return false;
-            }
-            channel_.splice(channel_.end(), pool_.idle_, std::prev(pool_.idle_.end()));
-        }
-        const bool recent = end_ - timeout_ - channel().lastUse < kTrusted;
-        if ((recent && !channel().suspect) || !channel().socket->isStale()) {
+    while (!pool_.idle_.empty()) {
+        channel_.splice(channel_.end(), pool_.idle_, std::prev(pool_.idle_.end()));
+        Socket& socket = *channel().socket;
+        const bool trusted = begin_ - channel().lastUse < kTrusted && !channel().suspect;
+        if (trusted || !socket.isStale()) {
             channel().suspect = false;
+            descriptor_ = socket.descriptor();
             return true;
         }
-        channel().socket->closeGently();
+        socket.closeGently();  // it may be an event's, which is still to be delivered
+        channel_.clear();
     }
+    return false;
 }
 
 void Call::connect() {
     const Address& address = pool_.address_;
     const Settings& settings = pool_.settings_;
-    const auto end = std::min(end_, Clock::now() + settings.connectTimeout);
+    const auto end = std::min(begin_ + timeout_, Clock::now() + settings.connectTimeout);
     try {
         auto socket = std::make_shared<Socket>(
             connectTo(address, end, [this](int descriptor) { publish(descriptor); }));
+        channel_.emplace_back(socket, settings);
+        publish(socket->descriptor());
         if (pool_.tls_) {
-            publish(socket->descriptor());
             socket->readLimit().until(end);
             socket->writeLimit().until(end);
-            try {
-                socket->startTls(*pool_.tls_, address.host);
-                publish(-1);
-            } catch (...) {
-                publish(-1);
-                throw;
-            }
+            socket->startTls(*pool_.tls_, address.host);
         }
-        channel_.emplace_back(std::move(socket), settings);
-        std::string localHost = localHostOf(channel().socket->descriptor());
+        std::string localHost = localHostOf(socket->descriptor());
         const std::lock_guard<std::mutex> lock(pool_.mutex_);
         pool_.localHost_ = std::move(localHost);
     } catch (const CallFailed&) {
@@ -183,13 +174,9 @@ void Call::publish(int descriptor) {
 }
 
 void Call::leave() noexcept {
-    const std::lock_guard<std::mutex> lock(pool_.mutex_);
     pool_.calls_.erase(place_);
-    if (connected_) {
-        --pool_.connected_;
-    }
     if (keep_ && !cancelled_ && !channel().hasInput()) {
-        channel().lastUse = Clock::now();
+        channel().lastUse = begin_;
         pool_.idle_.splice(pool_.idle_.end(), channel_);
     } else if (!channel_.empty() && !cancelled_) {
         // The server may have restarted.
@@ -197,7 +184,19 @@ void Call::leave() noexcept {
             other.suspect = true;
         }
     }
-    pool_.changed_.notify_all();
+    if (connected_) {
+        if (pool_.waiting_.empty()) {
+            --pool_.connected_;
+        } else {
+            Call& next = *pool_.waiting_.front();
+            pool_.waiting_.pop_front();
+            next.connected_ = true;
+            next.turn_.notify_one();
+        }
+    }
+    if (pool_.calls_.empty()) {
+        pool_.empty_.notify_all();
+    }
 }
 
 CallFailed Call::failure(CallFailed::Reason reason, const std::string& detail) {

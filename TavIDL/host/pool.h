@@ -59,9 +59,10 @@ private:
     std::unique_ptr<const TlsContext> tls_;
 
     std::mutex mutex_;  // of all that follows
-    std::condition_variable changed_;
-    std::list<Call*> calls_;     // those that wait for a connection, too
-    std::size_t connected_ = 0;  // calls that do not wait for one
+    std::condition_variable empty_;
+    std::list<Call*> calls_;
+    std::list<Call*> waiting_;   // those of them that wait for a connection, in this order
+    std::size_t connected_ = 0;  // the number of the others
     std::list<Channel> idle_;    // the one that was used last comes last
     std::string localHost_;      // of the last connection that was made
 };
@@ -88,24 +89,25 @@ public:
 private:
     friend class Pool;
 
-    void waitForTurn();
-    bool takeIdle();
     void connect();
     void publish(int descriptor);
-    void leave() noexcept;
     CallFailed failure(CallFailed::Reason reason, const std::string& detail);
 
     Pool& pool_;
     const char* const operation_;
     const milliseconds timeout_;
-    const Clock::time_point end_;
+    const Clock::time_point begin_;
     bool keep_ = false;
 
     std::atomic<bool> cancelled_{false};
     std::list<Channel> channel_;  // one, once there is a connection
 
     // By the pool's mutex:
+    void waitForTurn(std::unique_lock<std::mutex>& lock);
+    bool takeIdle();
+    void leave() noexcept;
     std::list<Call*>::iterator place_;
+    std::condition_variable turn_;
     bool connected_ = false;  // counted in the pool
     int descriptor_ = -1;     // what cancel() shuts down
 };

@@ -45,7 +45,8 @@ Socket::Socket(Descriptor descriptor) : descriptor_(std::move(descriptor)) {
 }
 
 void Socket::startTls(const TlsContext& context, const std::string& host) {
-    tls_.reset(new TlsSession(context, *this, host));
+    TlsSession::Bytes& bytes = *this;
+    tls_ = std::make_unique<TlsSession>(context, bytes, host);
     tls_->shakeHands();
     sent_ = false;
 }
@@ -122,7 +123,7 @@ std::size_t Socket::send(const void* bytes, std::size_t count) {
             sent_ = true;
             return static_cast<std::size_t>(sent);
         }
-        if (!isTemporary(errno)) {
+        if (!mayWait_ || !isTemporary(errno)) {
             failed("cannot send", errno);
         }
         waitToSend();
@@ -169,11 +170,6 @@ void Socket::closeGently() {
     }
 }
 
-bool Socket::peek() {
-    uint8_t next = 0;
-    return ::recv(descriptor_.get(), &next, 1, MSG_PEEK) > 0;
-}
-
 void Socket::close() {
     closed_ = true;
     ::shutdown(descriptor_.get(), SHUT_RDWR);
@@ -181,7 +177,7 @@ void Socket::close() {
 
 void Socket::closeOutput() {
     if (tls_) {
-        restartLimit(Direction::out);
+        mayWait_ = false;  // a peer that does not read does without TLS's own end
         tls_->closeOutput();
     }
     ::shutdown(descriptor_.get(), SHUT_WR);

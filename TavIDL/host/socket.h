@@ -69,7 +69,6 @@ public:
     void closeGently();
 
     bool isOpen() const override { return !closed_; }
-    bool peek() override;
     void close() override;
     void closeOutput() override;
     std::string peer() const override { return peerOf(descriptor_.get()); }
@@ -91,6 +90,7 @@ private:
     milliseconds eachRead_{};
     milliseconds eachWrite_{};
     milliseconds systemLimit_{};  // what SO_RCVTIMEO says
+    bool mayWait_ = true;         // for room to send
     uint64_t received_ = 0;
     bool sent_ = false;
     std::atomic<bool> closed_{false};

@@ -28,6 +28,7 @@ std::unique_ptr<const TlsContext> tlsFor(const Settings& settings, const Address
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
 
 namespace TavIDL::host {
 
@@ -35,10 +36,19 @@ using apache::thrift::transport::TTransportException;
 
 namespace {
 
+// OpenSSL takes any error of this thread for the session's, also one that a handler left.
+ssl_st* ready(const std::shared_ptr<ssl_st>& session) {
+    ERR_clear_error();
+    return session.get();
+}
+
 // What OpenSSL says about the last failure.
 std::string reason() {
     const unsigned long error = ERR_get_error();
     ERR_clear_error();
+    if (ERR_GET_LIB(error) == ERR_LIB_SYS) {
+        return std::strerror(ERR_GET_REASON(error));  // OpenSSL 3 has no text for these
+    }
     const char* text = ERR_reason_error_string(error);
     return text != nullptr ? text : "unknown reason";
 }
@@ -176,16 +186,19 @@ int TlsSession::check(int result, const char* what) {
     if (error == SSL_ERROR_ZERO_RETURN || error == SSL_ERROR_SYSCALL) {
         return 0;  // some peers end a connection without saying so in TLS
     }
+    // The peer has closed the connection, and says why: it does not trust the certificate, perhaps.
+    const bool alert = ERR_GET_REASON(ERR_peek_error()) > SSL_AD_REASON_OFFSET;
     const long verified = SSL_get_verify_result(session_.get());
     const std::string why =
         verified != X509_V_OK ? X509_verify_cert_error_string(verified) : reason();
     ERR_clear_error();
-    throw TTransportException(TTransportException::CORRUPTED_DATA,
-                              std::string("TLS: ") + what + ": " + why);
+    throw TTransportException(
+        alert ? TTransportException::NOT_OPEN : TTransportException::CORRUPTED_DATA,
+        std::string("TLS: ") + what + ": " + why);
 }
 
 void TlsSession::shakeHands() {
-    if (check(SSL_do_handshake(session_.get()), "no handshake") == 0) {
+    if (check(SSL_do_handshake(ready(session_)), "no handshake") == 0) {
         throw TTransportException(TTransportException::END_OF_FILE,
                                   "TLS: no handshake: the connection was closed");
     }
@@ -193,12 +206,12 @@ void TlsSession::shakeHands() {
 
 std::size_t TlsSession::read(void* bytes, std::size_t count) {
     const int most = static_cast<int>(std::min<std::size_t>(count, INT_MAX));
-    return static_cast<std::size_t>(check(SSL_read(session_.get(), bytes, most), "cannot read"));
+    return static_cast<std::size_t>(check(SSL_read(ready(session_), bytes, most), "cannot read"));
 }
 
 std::size_t TlsSession::write(const void* bytes, std::size_t count) {
     const int most = static_cast<int>(std::min<std::size_t>(count, INT_MAX));
-    const int sent = check(SSL_write(session_.get(), bytes, most), "cannot write");
+    const int sent = check(SSL_write(ready(session_), bytes, most), "cannot write");
     if (sent == 0) {
         throw TTransportException(TTransportException::END_OF_FILE, "TLS: the peer has closed");
     }

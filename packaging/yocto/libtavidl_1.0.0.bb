@@ -10,5 +10,14 @@ DEPENDS = "boost thrift"
 inherit cmake externalsrc pkgconfig
 EXTERNALSRC ?= "${TOPDIR}/../libtavidl"
 
-# Headers, CMake package and pkg-config file go there by themselves.
+# Host can use TLS.
+PACKAGECONFIG ??= "tls"
+PACKAGECONFIG[tls] = "-DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=OFF,-DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON,openssl"
+
+# Host is a package of its own, so that an image can do without it and what it needs.
+PACKAGES =+ "${PN}-host"
+FILES:${PN}-host = "${libdir}/libTavIDLHost${SOLIBS}"
+RRECOMMENDS:${PN}-dev += "${PN}-host"
+
+# Headers, CMake package and pkg-config files go there by themselves.
 FILES:${PN}-dev += "${datadir}/TavIDL"

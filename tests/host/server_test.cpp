@@ -1,15 +1,761 @@
 #include <TavIDL/host/Remote.h>
 #include <TavIDL/host/Server.h>
-#include <gtest/gtest.h>
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <thrift/processor/TMultiplexedProcessor.h>
+#include <unistd.h>
 
+#include <array>
+#include <fstream>
+#include <memory>
+#include <new>
+#include <set>
+#include <system_error>
+#include <thread>
+
+#include "Caller.h"
 #include "Emp.h"
+#include "Support.h"
+
+// What stands at Server and at the settings of servers, time limits and stopping apart.
 
 namespace {
 
+using TavIDL::RemoteEmp;
+using TavIDL::ServedCall;
+using TavIDL::Server;
+using TavIDL::Settings;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+const std::shared_ptr<TavEmpIf> kEmp = std::make_shared<Emp>();
+
+Settings unixMode(unsigned mode) {
+    Settings settings;
+    settings.unixMode = mode;
+    return settings;
+}
+
+// --- Starting
+
 TEST(ServerTest, IsReadyWhenItIsConstructed) {
-    const TavIDL::Server server("127.0.0.1:0", std::make_shared<Emp>());
-    TavIDL::RemoteEmp emp(server.address());
+    const Server server("127.0.0.1:0", kEmp);
+    RemoteEmp emp(server.address());
     EXPECT_EQ(execute(emp, "read"), "read done");
+}
+
+TEST(ServerTest, SaysWhichPortTheSystemChose) {
+    const Server server(":0", kEmp);
+    EXPECT_THAT(server.address(), StartsWith("127.0.0.1:"));
+    EXPECT_NE(server.address(), "127.0.0.1:0");
+}
+
+TEST(ServerTest, CanBeReachedAtItsAddressWhenItListensOnAllOfThem) {
+    const Server server("0.0.0.0:0", kEmp);
+    RemoteEmp emp(server.address());
+    EXPECT_EQ(execute(emp, "read"), "read done");
+}
+
+TEST(ServerTest, ServesByNameAndOverIpv6) {
+    for (const std::string address : {"localhost:0", "[::1]:0"}) {
+        std::unique_ptr<Server> server;
+        try {
+            server = std::make_unique<Server>(address, kEmp);
+        } catch (const std::system_error& failure) {
+            ASSERT_TRUE(address == "[::1]:0" && failure.code().value() == EADDRNOTAVAIL);
+            GTEST_SKIP() << "this machine has no IPv6";
+        }
+        EXPECT_THAT(server->address(), StartsWith(address.substr(0, address.size() - 1)));
+        RemoteEmp emp(server->address());
+        EXPECT_EQ(execute(emp, "read"), "read done");
+    }
+}
+
+TEST(ServerTest, RefusesAPortInUse) {
+    const Server first("127.0.0.1:0", kEmp);
+    try {
+        const Server second(first.address(), kEmp);
+        FAIL() << "both listen on " << second.address();
+    } catch (const std::system_error& failure) {
+        EXPECT_EQ(failure.code().value(), EADDRINUSE);
+        EXPECT_THAT(failure.what(), HasSubstr(first.address()));
+    }
+    RemoteEmp emp(first.address());
+    EXPECT_EQ(execute(emp, "read"), "read done");
+}
+
+TEST(ServerTest, CanUseThePortOfAServerThatClosedItsConnections) {
+    auto first = std::make_unique<Server>("127.0.0.1:0", kEmp);
+    const std::string address = first->address();
+    Caller client(address);
+    client.send(requestFor("read"));
+    EXPECT_EQ(client.result(), "read done");
+    first.reset();  // its side of the connection now is in TIME_WAIT, or waits for the client
+    const Server second(address, kEmp);
+    EXPECT_EQ(second.address(), address);
+}
+
+TEST(ServerTest, RefusesWhatItCannotServe) {
+    EXPECT_THROW(Server(":0", std::shared_ptr<TavEmpIf>()), std::invalid_argument);
+    EXPECT_THROW(Server(":0", std::shared_ptr<TavBrokerIf>()), std::invalid_argument);
+    EXPECT_THROW(Server(":0", std::shared_ptr<TavEmpEventIf>()), std::invalid_argument);
+    EXPECT_THROW(Server(":0", std::shared_ptr<apache::thrift::TProcessor>()),
+                 std::invalid_argument);
+    EXPECT_THROW(Server(":0", std::function<void(const std::shared_ptr<TavIDL::Connection>&)>()),
+                 std::invalid_argument);
+    EXPECT_THROW(Server("nonsense", kEmp), std::invalid_argument);
+}
+
+TEST(ServerTest, RefusesSettingsThatItCannotUse) {
+    Settings settings;
+    settings.maxClients = 0;
+    EXPECT_THROW(Server(":0", kEmp, settings), std::invalid_argument);
+    settings = Settings();
+    settings.idleTimeout = std::chrono::milliseconds(0);
+    EXPECT_THROW(Server(":0", kEmp, settings), std::invalid_argument);
+    EXPECT_THROW(Server(":0", kEmp, unixMode(01777)), std::invalid_argument);
+}
+
+// --- Unix sockets
+
+TEST(UnixSocketTest, IsForTheSameUserAloneUnlessTheSettingsSayOtherwise) {
+    const Directory directory;
+    struct stat file = {};
+    const Server server(directory.socket("own"), kEmp);
+    ASSERT_EQ(stat(directory.file("own").c_str(), &file), 0);
+    EXPECT_EQ(file.st_mode & 07777, 0600U);
+
+    const Server open(directory.socket("open"), kEmp, unixMode(0666));
+    ASSERT_EQ(stat(directory.file("open").c_str(), &file), 0);
+    EXPECT_EQ(file.st_mode & 07777, 0666U);
+}
+
+TEST(UnixSocketTest, HasItsPermissionsWhateverTheUmask) {
+    const Directory directory;
+    const mode_t before = umask(0777);
+    const Server server(directory.socket(), kEmp, unixMode(0660));
+    umask(before);
+    struct stat file = {};
+    ASSERT_EQ(stat(directory.file("socket").c_str(), &file), 0);
+    EXPECT_EQ(file.st_mode & 07777, 0660U);
+}
+
+// Leaves the file of a socket that nobody listens on.
+void abandon(const std::string& path) {
+    const int abandoned = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un name = {};
+    name.sun_family = AF_UNIX;
+    path.copy(name.sun_path, sizeof name.sun_path - 1);
+    ASSERT_EQ(bind(abandoned, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
+    ASSERT_EQ(listen(abandoned, 1), 0);
+    close(abandoned);
+}
+
+TEST(UnixSocketTest, ReplacesTheFileOfAServerThatIsGone) {
+    const Directory directory;
+    abandon(directory.file("socket"));
+    const Server server(directory.socket(), kEmp);
+    RemoteEmp emp(server.address());
+    EXPECT_EQ(execute(emp, "read"), "read done");
+}
+
+TEST(UnixSocketTest, LeavesTheFileOfALiveServerAlone) {
+    const Directory directory;
+    const Server first(directory.socket(), kEmp);
+    EXPECT_THROW(Server(directory.socket(), kEmp), std::system_error);
+    RemoteEmp emp(first.address());
+    EXPECT_EQ(execute(emp, "read"), "read done");
+}
+
+TEST(UnixSocketTest, LeavesTheFileOfAServerAloneWhoseQueueIsFull) {
+    const Directory directory;
+    const int busy = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un name = {};
+    name.sun_family = AF_UNIX;
+    directory.file("socket").copy(name.sun_path, sizeof name.sun_path - 1);
+    ASSERT_EQ(bind(busy, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
+    ASSERT_EQ(listen(busy, 0), 0);
+    const Caller waits(directory.socket());  // the queue has room for one, and is full now
+
+    EXPECT_THROW(Server(directory.socket(), kEmp), std::system_error);
+    EXPECT_TRUE(std::filesystem::is_socket(directory.file("socket")));
+    close(busy);
+}
+
+TEST(UnixSocketTest, OneOfSeveralServersThatStartAtOnceGetsIt) {
+    constexpr std::size_t kServers = 8;
+    for (int round = 0; round < 20; ++round) {
+        const Directory directory;
+        abandon(directory.file("socket"));
+        std::array<std::unique_ptr<Server>, kServers> servers;
+        std::array<std::thread, kServers> threads;
+        for (std::size_t i = 0; i < kServers; ++i) {
+            auto number = std::make_shared<Emp>(
+                [i](const std::string&, const std::string&) { return std::to_string(i); });
+            threads[i] = std::thread([&directory, &server = servers[i], number] {
+                try {
+                    server = std::make_unique<Server>(directory.socket(), number);
+                } catch (const std::system_error&) {
+                    // Another one has it.
+                }
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        std::set<std::string> listening;
+        for (std::size_t i = 0; i < kServers; ++i) {
+            if (servers[i]) {
+                listening.insert(std::to_string(i));
+            }
+        }
+        RemoteEmp emp(directory.socket());
+        EXPECT_THAT(listening, ElementsAre(execute(emp, "who")));
+    }
+}
+
+TEST(UnixSocketTest, KeepsAFileThatIsNotASocket) {
+    const Directory directory;
+    std::ofstream(directory.file("notes")) << "mine";
+    std::filesystem::create_symlink(directory.file("notes"), directory.file("link"));
+    for (const std::string name : {"notes", "link"}) {
+        EXPECT_THROW(Server(directory.socket(name), kEmp), std::system_error);
+        std::string text;
+        std::ifstream(directory.file(name)) >> text;
+        EXPECT_EQ(text, "mine");
+    }
+}
+
+TEST(UnixSocketTest, IsRemovedWhenTheServerStops) {
+    const Directory directory;
+    Server server(directory.socket(), kEmp);
+    server.stop();
+    EXPECT_FALSE(std::filesystem::exists(directory.file("socket")));
+}
+
+TEST(UnixSocketTest, IsNotRemovedByAServerWhoseFileWasReplaced) {
+    const Directory directory;
+    Server first(directory.socket(), kEmp);
+    std::filesystem::remove(directory.file("socket"));
+    const Server second(directory.socket(), kEmp);
+    first.stop();
+    RemoteEmp emp(second.address());
+    EXPECT_EQ(execute(emp, "read"), "read done");
+}
+
+TEST(UnixSocketTest, CanBeInTheCurrentDirectory) {
+    const Directory directory;
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(directory.file(""));
+    {
+        const Server server("unix:socket", kEmp);
+        RemoteEmp emp("unix:socket");
+        EXPECT_EQ(execute(emp, "read"), "read done");
+    }
+    EXPECT_FALSE(std::filesystem::exists("socket"));
+    std::filesystem::current_path(before);
+}
+
+TEST(UnixSocketTest, RefusesAPathThatIsTooLong) {
+    const Directory directory;
+    const std::string stem = directory.socket("");
+    const std::string longest = stem + std::string(5 + 107 - stem.size(), 's');
+    const Server server(longest, kEmp);
+    RemoteEmp emp(longest);
+    EXPECT_EQ(execute(emp, "read"), "read done");
+    EXPECT_THROW(Server(longest + "s", kEmp), std::invalid_argument);
+}
+
+TEST(UnixSocketTest, SaysWhyItCannotListen) {
+    const Directory directory;
+    try {
+        const Server server(directory.socket("missing/socket"), kEmp);
+        FAIL() << "it listens";
+    } catch (const std::system_error& failure) {
+        EXPECT_EQ(failure.code().value(), ENOENT);
+        EXPECT_THAT(failure.what(), HasSubstr(directory.socket("missing/socket")));
+    }
+}
+
+// --- What is served
+
+TEST(ServerTest, ServesAMultiplexedProcessor) {
+    const auto processor = std::make_shared<apache::thrift::TMultiplexedProcessor>();
+    processor->registerProcessor("emp", std::make_shared<TavEmpProcessor>(kEmp));
+    const Server server("127.0.0.1:0", std::shared_ptr<apache::thrift::TProcessor>(processor));
+    Caller client(server.address());
+    std::string request = requestFor("read");
+    // The operation's name is "Execute", with its length in front: now "emp:Execute".
+    request.replace(request.find("Execute") - 1, 8,
+                    "\x0b"
+                    "emp:Execute");
+    client.send(request);
+    EXPECT_EQ(client.result(), "read done");
+}
+
+TEST(ServerTest, HandsABareConnectionToAFunction) {
+    Reports<std::string> peers;
+    const Server server("127.0.0.1:0", [&](const std::shared_ptr<TavIDL::Connection>& connection) {
+        peers.add(connection->peer());
+        uint8_t bytes[16];
+        const uint32_t count = connection->read(bytes, sizeof bytes);
+        connection->write(bytes, count);
+    });
+    Caller client(server.address());
+    client.send("ping");
+    EXPECT_EQ(client.receive(5), "ping");  // and the end, since the function has returned
+    EXPECT_THAT(peers.all(), ElementsAre(StartsWith("127.0.0.1:")));
+}
+
+TEST(ServerTest, ServesEachProtocolFramedOrNot) {
+    for (const auto protocol : {Settings::Binary, Settings::Compact}) {
+        for (const bool framed : {false, true}) {
+            Settings settings;
+            settings.protocol = protocol;
+            settings.framed = framed;
+            const Server server("127.0.0.1:0", kEmp, settings);
+            Caller client(server.address());
+            client.send(requestFor("read", "", settings));
+            EXPECT_EQ(client.result(settings), "read done");
+        }
+    }
+}
+
+// --- Threads and descriptors
+
+TEST(ServerTest, GivesItsThreadsTheStackOfTheSettings) {
+    const auto stackSize = [] {
+        pthread_attr_t attributes;
+        pthread_getattr_np(pthread_self(), &attributes);
+        std::size_t size = 0;
+        pthread_attr_getstacksize(&attributes, &size);
+        pthread_attr_destroy(&attributes);
+        return size;
+    };
+    Reports<std::size_t> sizes;
+    Settings settings;
+    settings.maxClients = 1;
+    settings.stackSize = 768 * 1024;
+    settings.onFailure = [&](const std::string&) { sizes.add(stackSize()); };  // accepting
+    const Server server("127.0.0.1:0",
+                        std::make_shared<Emp>([&](const std::string&, const std::string&) {
+                            sizes.add(stackSize());
+                            return "";
+                        }),
+                        settings);
+    RemoteEmp emp(server.address());
+    execute(emp, "read");
+    EXPECT_THAT(sizes.waitFor(2), ElementsAre(768 * 1024, 768 * 1024));
+}
+
+TEST(ServerTest, GivesItsThreadsWhatTheyNeedAtLeast) {
+    Settings settings;
+    settings.stackSize = 1;
+    const Server server(
+        "127.0.0.1:0",
+        [](const std::shared_ptr<TavIDL::Connection>& connection) {
+            connection->write(reinterpret_cast<const uint8_t*>("here"), 4);
+        },
+        settings);
+    Caller client(server.address());
+    EXPECT_EQ(client.receive(4), "here");
+}
+
+TEST(ServerTest, ClosesItsDescriptorsInProcessesThatItsHandlersStart) {
+    const Directory directory;
+    for (const std::string& address : {std::string("127.0.0.1:0"), directory.socket()}) {
+        const Server server(address, kEmp);
+        Caller client(server.address());
+        client.send(requestFor("read"));
+        EXPECT_EQ(client.result(), "read done");  // its connection is there, too
+        int inherited = 0;
+        for (int descriptor = 3; descriptor < 1024; ++descriptor) {
+            const int flags = fcntl(descriptor, F_GETFD);
+            int type = 0;
+            socklen_t size = sizeof type;
+            const bool isSocket = getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &size) == 0;
+            std::error_code ignored;
+            const auto target = std::filesystem::read_symlink(
+                "/proc/self/fd/" + std::to_string(descriptor), ignored);
+            if (flags >= 0 && (isSocket || target == "anon_inode:[eventfd]")) {
+                inherited += (flags & FD_CLOEXEC) == 0 ? 1 : 0;
+            }
+        }
+        EXPECT_EQ(inherited, 0);
+    }
+}
+
+// Restores a limit of the process.
+class Limit {
+public:
+    explicit Limit(int what) : what_(static_cast<__rlimit_resource_t>(what)) {
+        getrlimit(what_, &before_);
+    }
+    ~Limit() { lift(); }
+    Limit(const Limit&) = delete;
+    Limit& operator=(const Limit&) = delete;
+    void set(rlim_t most) {
+        rlimit limit = before_;
+        limit.rlim_cur = most;
+        ASSERT_EQ(setrlimit(what_, &limit), 0);
+    }
+    void lift() { setrlimit(what_, &before_); }
+
+private:
+    __rlimit_resource_t what_;
+    rlimit before_ = {};
+};
+
+TEST(ServerTest, AcceptsAgainWhenThereAreDescriptorsAgain) {
+    Reports<std::string> reports;
+    const Server server("127.0.0.1:0", kEmp, patient(reports));
+    Caller client(server.address());
+    client.send(requestFor("one"));
+    EXPECT_EQ(client.result(), "one done");
+
+    Limit descriptors(RLIMIT_NOFILE);
+    Caller waits(server.address());
+    waits.send(requestFor("two"));
+    // The connection may have been accepted already. The one after it cannot be.
+    EXPECT_EQ(waits.result(), "two done");
+    const int next = dup(0);
+    close(next);
+    // Room for the client's descriptor, and none for the server's.
+    descriptors.set(static_cast<rlim_t>(next) + 1);
+    Caller later(server.address());
+    EXPECT_THAT(reports.waitFor(1),
+                ElementsAre(AllOf(StartsWith(server.address()), EndsWith("Too many open files"))));
+    client.send(requestFor("three"));  // those that are connected notice nothing
+    EXPECT_EQ(client.result(), "three done");
+
+    descriptors.lift();
+    later.send(requestFor("four"));
+    EXPECT_EQ(later.result(), "four done");
+    EXPECT_EQ(reports.all().size(), 1U);  // however often it has tried
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(EMULATED)
+TEST(ServerTest, GoesOnWhenAThreadCannotBeStarted) {
+    Reports<std::string> reports;
+    Settings settings = patient(reports);
+    settings.stackSize = 512 << 20;  // reserved, not used
+    const Server server("127.0.0.1:0", kEmp, settings);
+    Caller client(server.address());
+    client.send(requestFor("one"));
+    EXPECT_EQ(client.result(), "one done");
+
+    Limit memory(RLIMIT_AS);
+    std::ifstream sizes("/proc/self/statm");
+    rlim_t pages = 0;
+    sizes >> pages;
+    memory.set(pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + (128 << 20));
+    Caller(server.address()).waitForEnd();
+    EXPECT_THAT(reports.all(),
+                ElementsAre(HasSubstr("a connection was closed: cannot start a thread: ")));
+    client.send(requestFor("two"));
+    EXPECT_EQ(client.result(), "two done");
+
+    memory.lift();
+    RemoteEmp emp(server.address());
+    EXPECT_EQ(execute(emp, "three"), "three done");
+}
+#endif
+
+TEST(ServerTest, LeavesNothingBehindIfItsFirstThreadCannotBeStarted) {
+    const Directory directory;
+    Settings settings;
+    settings.stackSize = std::size_t{1} << (sizeof(std::size_t) * 8 - 2);
+    const std::size_t descriptors = countDescriptors();
+    EXPECT_THROW(Server(directory.socket(), kEmp, settings), std::system_error);
+    EXPECT_FALSE(std::filesystem::exists(directory.file("socket")));
+    EXPECT_EQ(countDescriptors(), descriptors);
+}
+
+// --- Connections
+
+TEST(ServerTest, LetsFurtherConnectionsWaitAndServesThemLater) {
+    Reports<std::string> reports;
+    Settings settings = patient(reports);
+    settings.maxClients = 2;
+    const Server server("127.0.0.1:0", kEmp, settings);
+    Caller first(server.address());
+    Caller second(server.address());
+    for (Caller* client : {&first, &second}) {
+        client->send(requestFor("read"));
+        EXPECT_EQ(client->result(), "read done");
+    }
+    Caller third(server.address());
+    third.send(requestFor("third"));
+    EXPECT_THAT(reports.waitFor(1),
+                ElementsAre(server.address() +
+                            ": as many connections are open as maxClients allows; others wait"));
+    for (Caller* client : {&first, &second}) {  // still served, and nobody else is
+        client->send(requestFor("again"));
+        EXPECT_EQ(client->result(), "again done");
+    }
+    EXPECT_FALSE(third.hearsWithin(0));
+
+    first.close();
+    EXPECT_EQ(third.result(), "third done");
+}
+
+TEST(ServerTest, ForgetsConnectionsThatHaveEnded) {
+    Reports<std::string> reports;
+    const Server server("127.0.0.1:0", kEmp, patient(reports));
+    {
+        RemoteEmp emp(server.address());
+        execute(emp, "read");
+    }
+    waitUntil([threads = countThreads()] { return countThreads() <= threads; });
+    const std::size_t descriptors = countDescriptors();
+    const std::size_t threads = countThreads();
+    for (int i = 0; i < 200; ++i) {
+        Caller client(server.address());
+        client.send(requestFor("read"));
+        client.result();
+    }
+    waitUntil([&] { return countDescriptors() <= descriptors && countThreads() <= threads; });
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+// --- What handlers throw
+
+class Failing : public testing::Test {
+protected:
+    Reports<std::string> reports;
+    Server server{"127.0.0.1:0",
+                  std::make_shared<Emp>([](const std::string& cmd, const std::string&) {
+                      if (cmd == "runtime_error") {
+                          throw std::runtime_error("the lens is dirty");
+                      }
+                      if (cmd == "bad_alloc") {
+                          throw std::bad_alloc();
+                      }
+                      if (cmd == "int") {
+                          throw 42;
+                      }
+                      return cmd + " done";
+                  }),
+                  patient(reports)};
+};
+
+TEST_F(Failing, AnswersWithWhatAHandlerThrows) {
+    Caller client(server.address());
+    for (const std::string kind : {"runtime_error", "bad_alloc"}) {
+        client.send(requestFor(kind));
+        try {
+            client.result();
+            FAIL() << "no failure";
+        } catch (const apache::thrift::TApplicationException& failure) {
+            EXPECT_STREQ(failure.what(),
+                         kind == "bad_alloc" ? "std::bad_alloc" : "the lens is dirty");
+        }
+    }
+    client.send(requestFor("read"));
+    EXPECT_EQ(client.result(), "read done");
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+TEST_F(Failing, ClosesTheConnectionAfterAnythingElseThatAHandlerThrows) {
+    Caller client(server.address());
+    client.send(requestFor("int"));
+    EXPECT_EQ(client.receive(1), "");
+    EXPECT_THAT(reports.all(),
+                ElementsAre(AllOf(StartsWith("127.0.0.1:"), HasSubstr("not a std::exception"))));
+    RemoteEmp emp(server.address());
+    EXPECT_EQ(execute(emp, "read"), "read done");
+}
+
+TEST_F(Failing, AnswersTheCallsBeforeTheOneThatEndsTheConnection) {
+    Caller client(server.address());
+    client.send(requestFor("one") + requestFor("two") + requestFor("int"));
+    EXPECT_EQ(client.result(), "one done");
+    EXPECT_EQ(client.result(), "two done");
+    EXPECT_EQ(client.receive(1), "");
+}
+
+TEST_F(Failing, SurvivesARawFunctionThatThrows) {
+    const Server raw(
+        "127.0.0.1:0", [](const std::shared_ptr<TavIDL::Connection>&) { throw 42; },
+        patient(reports));
+    EXPECT_EQ(Caller(raw.address()).receive(1), "");
+    EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("not a std::exception")));
+}
+
+TEST(ServerTest, IgnoresWhatTheFunctionForFailuresThrows) {
+    Settings settings;
+    settings.onFailure = [](const std::string&) { throw 42; };
+    const Server server("127.0.0.1:0", kEmp, settings);
+    Caller client(server.address());
+    client.send("GET / HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(client.receive(1), "");
+    RemoteEmp emp(server.address());
+    EXPECT_EQ(execute(emp, "read"), "read done");
+}
+
+TEST(ServerTest, NeverPrints) {
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    {
+        Server server("127.0.0.1:0",
+                      std::make_shared<Emp>([](const std::string& cmd, const std::string&) {
+                          if (cmd == "int") {
+                              throw 42;
+                          }
+                          return std::string(1 << 19, 'x');
+                      }));
+        for (const std::string& bytes : {requestFor("int"), std::string("GET / HTTP/1.1\r\n\r\n"),
+                                         requestFor("x").substr(9), requestFor("x").substr(0, 9)}) {
+            Caller client(server.address());
+            client.send(bytes);
+            client.closeOutput();
+            client.waitForEnd();
+        }
+        for (int i = 0; i < 10; ++i) {
+            Caller client(server.address());
+            client.send(requestFor("x"));
+            client.receive(1);
+            client.reset();
+        }
+        RemoteEmp emp(server.address());
+        execute(emp, "read");
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
+
+// --- The observer
+
+class Observed : public Failing {
+protected:
+    Observed() {
+        Settings settings = patient(reports);
+        settings.onCall = [this](const ServedCall& call) { calls.add(call); };
+        observed = std::make_unique<Server>(
+            "127.0.0.1:0",
+            std::make_shared<Emp>([this](const std::string& cmd, const std::string&) {
+                if (cmd == "int") {
+                    throw 42;
+                }
+                if (cmd == "runtime_error") {
+                    throw std::runtime_error("the lens is dirty");
+                }
+                if (cmd == "slow") {
+                    const auto end = std::chrono::steady_clock::now() + kSlow;
+                    while (std::chrono::steady_clock::now() < end) {
+                    }
+                }
+                return cmd + " done";
+            }),
+            settings);
+    }
+
+    static constexpr std::chrono::milliseconds kSlow{3};
+    Reports<ServedCall> calls;
+    std::unique_ptr<Server> observed;
+};
+
+TEST_F(Observed, GetsOperationPeerAndOutcome) {
+    Caller client(observed->address());
+    sockaddr_in own = {};
+    socklen_t size = sizeof own;
+    getsockname(client.descriptor(), reinterpret_cast<sockaddr*>(&own), &size);
+    const std::string peer = "127.0.0.1:" + std::to_string(ntohs(own.sin_port));
+
+    client.send(requestFor("read") + requestFor("runtime_error") + requestFor("int"));
+    client.waitForEnd();
+    const auto seen = calls.all();
+    ASSERT_EQ(seen.size(), 3U);
+    for (const ServedCall& call : seen) {
+        EXPECT_EQ(call.operation, "Execute");
+        EXPECT_EQ(call.peer, peer);
+    }
+    EXPECT_EQ(seen[0].outcome, ServedCall::Done);
+    EXPECT_EQ(seen[1].outcome, ServedCall::Refused);
+    EXPECT_EQ(seen[2].outcome, ServedCall::Failed);
+}
+
+TEST_F(Observed, GetsTheNamesOfUnknownOperationsAndHalfARequest) {
+    Caller client(observed->address());
+    std::string unknown = requestFor("read");
+    unknown.replace(unknown.find("Execute"), 7, "Destroy");
+    const std::string half = requestFor("read");
+    client.send(unknown + half.substr(0, half.size() - 1));
+    client.closeOutput();
+    client.waitForEnd();
+    const auto seen = calls.all();
+    ASSERT_EQ(seen.size(), 2U);
+    EXPECT_EQ(seen[0].operation, "Destroy");
+    EXPECT_EQ(seen[0].outcome, ServedCall::Refused);
+    EXPECT_EQ(seen[1].operation, "Execute");
+    EXPECT_EQ(seen[1].outcome, ServedCall::Failed);
+}
+
+TEST_F(Observed, GetsTheTimeThatTheHandlerTook) {
+    RemoteEmp emp(observed->address());
+    const auto begin = std::chrono::steady_clock::now();
+    execute(emp, "slow");
+    const auto seen = calls.waitFor(1);
+    EXPECT_GE(seen[0].duration, kSlow);
+    EXPECT_LE(seen[0].duration, std::chrono::steady_clock::now() - begin);
+}
+
+class Events : public TavEmpEventIf {
+public:
+    void Callback(int32_t eventType, const std::string&, const std::string&) override {
+        types.add(eventType);
+    }
+    Reports<int32_t> types;
+};
+
+TEST_F(Observed, GetsOneWayCalls) {
+    Settings settings = patient(reports);
+    settings.onCall = [this](const ServedCall& call) { calls.add(call); };
+    const Server events("127.0.0.1:0", std::make_shared<Events>(), settings);
+    TavIDL::RemoteCallback callback(events.address());
+    callback.Callback(1, "", "");
+    const auto seen = calls.waitFor(1);
+    EXPECT_EQ(seen[0].operation, "Callback");
+    EXPECT_EQ(seen[0].outcome, ServedCall::Done);
+}
+
+TEST_F(Observed, MayThrow) {
+    Settings settings = patient(reports);
+    settings.onCall = [](const ServedCall&) { throw 42; };
+    const Server throws("127.0.0.1:0", kEmp, settings);
+    RemoteEmp emp(throws.address());
+    EXPECT_EQ(execute(emp, "one"), "one done");
+    EXPECT_EQ(execute(emp, "two"), "two done");
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+TEST_F(Observed, SeesCallsOfEachProtocol) {
+    for (const auto protocol : {Settings::Binary, Settings::Compact}) {
+        Settings settings = patient(reports);
+        settings.protocol = protocol;
+        settings.framed = true;
+        settings.onCall = [this](const ServedCall& call) { calls.add(call); };
+        const Server each("127.0.0.1:0", kEmp, settings);
+        RemoteEmp emp(each.address(), settings);
+        ParamList list;
+        list.param10 = "lens";
+        std::string result;
+        emp.ExecuteWithParamList(result, 7, "clean", list);
+        EXPECT_EQ(result, "clean lens");
+    }
+    const auto seen = calls.waitFor(2);
+    EXPECT_EQ(seen[0].operation, "ExecuteWithParamList");
+    EXPECT_EQ(seen[1].operation, "ExecuteWithParamList");
 }
 
 }  // namespace

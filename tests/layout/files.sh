@@ -2,16 +2,19 @@
 # Looks into the built library.
 #
 #   files.sh exports LIST LIBRARY     the exported symbols are those of the list
-#   files.sh needs LIBRARY            the libraries that it needs
-#   files.sh load_time OBJECT...      what runs when it is loaded
+#   files.sh needs LIBRARY [OTHER...] the libraries that it needs: OTHER as well as libthrift's
+#   files.sh load_time FUNCTION OBJECT...
+#                                     what runs when it is loaded; FUNCTION is one of its own
 set -euo pipefail
 export LC_ALL=C
 
-# After an intended change: tests/layout/files.sh list LIBRARY >tests/layout/exports.txt
+# After an intended change: tests/layout/files.sh list LIBRARY >tests/layout/exports.txt, or
+# host_exports.txt
 list() {
     nm --dynamic --demangle --defined-only --format=posix "$1" |
         sed -E 's/ [A-Za-z] [0-9a-f]+( [0-9a-f]+)?$//
             s/std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >/std::string/g
+            s/std::chrono::duration<long( long)?, std::ratio<1ll?, 1000ll?> >/std::chrono::milliseconds/g
             s/apache::thrift::protocol::TProtocol/TProtocol/g' | sort -u
 }
 
@@ -20,11 +23,13 @@ exports() {
 }
 
 needs() {
-    local found
+    local found others
     found=$(readelf --dynamic --wide "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
+    others=$(IFS='|' && echo "${*:2}")
     grep -q '^libthrift' <<<"$found"
-    # libm comes with the C++ runtime, the loader (ld-linux) with the C library.
-    if grep -vE '^(libthrift[-.].*|libstdc\+\+|libm|libgcc_s|libc|ld-linux.*)\.so(\.[0-9]+)*$' <<<"$found"
+    # libm comes with the C++ runtime, the loader (ld-linux) with the C library, libpthread with
+    # one before 2.34.
+    if grep -vE "^(libthrift[-.].*|libstdc\+\+|libm|libgcc_s|libc|ld-linux.*${others:+|$others})\.so(\.[0-9]+)*$" <<<"$found"
     then
         echo "-- the library must not need these" >&2
         exit 1
@@ -32,7 +37,8 @@ needs() {
 }
 
 load_time() {
-    local object found=()
+    local function=$1 object found=()
+    shift
     for object in "$@"; do
         if readelf --sections --wide "$object" | grep -qE ' \.(init_array|preinit_array|ctors|init)[. ]'
         then
@@ -40,7 +46,7 @@ load_time() {
         fi
     done
     # Objects for link-time optimisation alone would have nothing to look at.
-    if ! nm --demangle --defined-only "$@" | grep 'T ConnectionInfo::write' >/dev/null; then
+    if ! nm --demangle --defined-only "$@" | grep "T $function(" >/dev/null; then
         echo "-- these hold no code: $*" >&2
         exit 1
     fi

@@ -1,0 +1,123 @@
+#ifndef TESTS_HOST_SUPPORT_H
+#define TESTS_HOST_SUPPORT_H
+
+#include <TavIDL/host/Settings.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <iterator>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+// What several tests of servers need.
+
+// A directory of the test's own, removed with all that is in it.
+class Directory {
+public:
+    Directory() {
+        std::string name = (std::filesystem::temp_directory_path() / "tavXXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) {
+            throw std::runtime_error("cannot make a directory like " + name);
+        }
+        path_ = name;
+    }
+    ~Directory() { std::filesystem::remove_all(path_); }
+    Directory(const Directory&) = delete;
+    Directory& operator=(const Directory&) = delete;
+
+    std::string file(const std::string& name) const { return path_ / name; }
+    std::string socket(const std::string& name = "socket") const { return "unix:" + file(name); }
+
+private:
+    std::filesystem::path path_;
+};
+
+// Threads wait at it until another one opens it.
+class Gate {
+public:
+    void open() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        open_ = true;
+        changed_.notify_all();
+    }
+    void wait() {
+        std::unique_lock<std::mutex> lock(mutex_);
+        changed_.wait(lock, [this] { return open_; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool open_ = false;
+};
+
+// What is reported from several threads.
+template <typename T>
+class Reports {
+public:
+    void add(T report) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        all_.push_back(std::move(report));
+        changed_.notify_all();
+    }
+    std::vector<T> all() const {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return all_;
+    }
+    void clear() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        all_.clear();
+    }
+    // Waits until there are so many.
+    std::vector<T> waitFor(std::size_t count) const {
+        std::unique_lock<std::mutex> lock(mutex_);
+        changed_.wait(lock, [&] { return all_.size() >= count; });
+        return all_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    std::vector<T> all_;
+};
+
+// Settings that report failures to `reports`, and whose time-outs are so long that a test which
+// waits for one fails by the limit for tests.
+inline TavIDL::Settings patient(Reports<std::string>& reports) {
+    TavIDL::Settings settings;
+    for (auto* timeout : {&settings.connectTimeout, &settings.callTimeout, &settings.idleTimeout,
+                          &settings.receiveTimeout, &settings.sendTimeout, &settings.stopTimeout}) {
+        *timeout = std::chrono::hours(1);
+    }
+    settings.onFailure = [&reports](const std::string& failure) { reports.add(failure); };
+    return settings;
+}
+
+// Waits for what the system does after the call that begins it has returned: a thread that was
+// joined may be listed for a moment.
+inline void waitUntil(const std::function<bool()>& condition) {
+    while (!condition()) {
+        std::this_thread::yield();
+    }
+}
+
+inline std::size_t countOf(const char* directory) {
+    const auto entries = std::filesystem::directory_iterator(directory);
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+inline std::size_t countDescriptors() {
+    return countOf("/proc/self/fd");
+}
+inline std::size_t countThreads() {
+    return countOf("/proc/self/task");
+}
+
+#endif

@@ -1,0 +1,45 @@
+// Serves and makes calls, for system_calls.sh, which counts what they cost.
+//
+//   host_calls serve ADDRESS FRAMING           prints where it listens; ends with its input
+//   host_calls call ADDRESS FRAMING COUNT      one call after the other
+//   host_calls batch ADDRESS FRAMING COUNT     so many batches of 16 calls
+//
+// FRAMING is "framed" or "buffered".
+
+#include <TavIDL/host/Batch.h>
+#include <TavIDL/host/Remote.h>
+#include <TavIDL/host/Server.h>
+
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "Emp.h"
+
+int main(int argc, char** argv) {
+    const std::string role = argc > 3 ? argv[1] : "";
+    const std::string address = argc > 3 ? argv[2] : "";
+    TavIDL::Settings settings;
+    settings.framed = argc > 3 && argv[3] == std::string("framed");
+    if (role == "serve") {
+        const TavIDL::Server server(address, std::make_shared<Emp>(), settings);
+        std::cout << server.address() << std::endl;
+        std::cin.get();
+        return 0;
+    }
+    if (argc != 5) {
+        return 2;
+    }
+    TavIDL::RemoteEmp emp(address, settings);
+    for (int left = std::stoi(argv[4]); left > 0; --left) {
+        if (role == "call") {
+            execute(emp, "read");
+        } else {
+            TavIDL::EmpBatch batch(emp);
+            for (int i = 0; i < 16; ++i) {
+                batch.Execute(7, "read", "", "", "", "");
+            }
+            batch.run();
+        }
+    }
+}

@@ -1,0 +1,503 @@
+#include <TavIDL/host/Remote.h>
+#include <TavIDL/host/Server.h>
+#include <gmock/gmock.h>
+#include <linux/sockios.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <thrift/processor/TMultiplexedProcessor.h>
+#include <thrift/protocol/TJSONProtocol.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "Caller.h"
+#include "Emp.h"
+#include "Support.h"
+
+// What clients can do to a server: long messages, slow ones, broken ones.
+
+namespace {
+
+using std::chrono::milliseconds;
+using TavIDL::Server;
+using TavIDL::Settings;
+using testing::AnyOf;
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+// How messages are encoded.
+struct Encoding {
+    const char* name;
+    Settings::Protocol protocol;
+    bool json;
+    bool framed;
+};
+
+void PrintTo(const Encoding& encoding, std::ostream* out) {
+    *out << encoding.name;
+}
+
+std::string nameOf(const testing::TestParamInfo<Encoding>& parameter) {
+    return parameter.param.name;
+}
+
+std::string framing(const testing::TestParamInfo<bool>& parameter) {
+    return parameter.param ? "Framed" : "Buffered";
+}
+
+class Encoded : public testing::TestWithParam<Encoding> {
+protected:
+    Encoded() : settings(patient(reports)) {
+        settings.protocol = GetParam().protocol;
+        settings.framed = GetParam().framed;
+        if (GetParam().json) {
+            settings.makeProtocol = [](std::shared_ptr<apache::thrift::transport::TTransport> on) {
+                return std::make_shared<apache::thrift::protocol::TJSONProtocol>(std::move(on));
+            };
+        }
+    }
+
+    std::shared_ptr<TavEmpIf> emp =
+        std::make_shared<Emp>([this](const std::string& cmd, const std::string&) {
+            handled.add(cmd);
+            return cmd + " done";
+        });
+    Reports<std::string> handled;
+    Reports<std::string> reports;
+    Settings settings;
+};
+
+INSTANTIATE_TEST_SUITE_P(As, Encoded,
+                         testing::Values(Encoding{"Binary", Settings::Binary, false, false},
+                                         Encoding{"BinaryFramed", Settings::Binary, false, true},
+                                         Encoding{"Compact", Settings::Compact, false, false},
+                                         Encoding{"CompactFramed", Settings::Compact, false, true},
+                                         Encoding{"Json", Settings::Binary, true, false},
+                                         Encoding{"JsonFramed", Settings::Binary, true, true}),
+                         nameOf);
+
+// --- The length of messages
+
+TEST_P(Encoded, AMessageHasTheLengthOfTheSettingsAtMost) {
+    for (const std::size_t length :
+         {100U, 100000U}) {  // one that fits the buffer, one that doesn't
+        const std::string request = requestFor("read", std::string(length, 'x'), settings);
+        const auto size = static_cast<uint32_t>(request.size()) - (settings.framed ? 4 : 0);
+        settings.maxMessageSize = size;
+        const Server accepts("127.0.0.1:0", emp, settings);
+        settings.maxMessageSize = size - 1;
+        const Server refuses("127.0.0.1:0", emp, settings);
+
+        Caller welcome(accepts.address());
+        welcome.send(request + request);
+        EXPECT_EQ(welcome.result(settings), "read done");
+        EXPECT_EQ(welcome.result(settings), "read done");
+        EXPECT_THAT(reports.all(), IsEmpty());
+
+        Caller refused(refuses.address());
+        refused.send(request);
+        ASSERT_EQ(refused.receive(1), "");
+        EXPECT_EQ(reports.waitFor(1).size(), 1U);
+        EXPECT_EQ(handled.all().size(), 2U);
+        handled.clear();
+        reports.clear();
+    }
+}
+
+TEST_P(Encoded, TheSumOfManyStringsIsLimited) {
+    settings.maxMessageSize = 100000;
+    const Server server("127.0.0.1:0", emp, settings);
+    ParamList list;
+    list.param1 = list.param2 = list.param3 = list.param4 = list.param5 = std::string(25000, 'x');
+    Caller client(server.address());
+    client.send(requestFor(list, settings));
+    EXPECT_EQ(client.receive(1), "");
+    EXPECT_EQ(reports.waitFor(1).size(), 1U);
+}
+
+TEST_P(Encoded, ManyMessagesOfOneConnectionMayExceedTheLimit) {
+    settings.maxMessageSize = 1000;
+    const Server server("127.0.0.1:0", emp, settings);
+    Caller client(server.address());
+    const std::string request = requestFor("read", std::string(500, 'x'), settings);
+    client.send(request + request + request + request + request);
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(client.result(settings), "read done");
+    }
+}
+
+class Malicious : public testing::Test {
+protected:
+    // Sends it as the field 99 of a call, and expects that the server gives up the connection
+    // although the message isn't over.
+    void expectRefusal(const std::string& field) {
+        const Server server("127.0.0.1:0", std::make_shared<Emp>(), patient(reports));
+        Caller client(server.address());
+        std::string request = requestFor("read");
+        request.pop_back();
+        client.send(request + field);
+        EXPECT_EQ(client.receive(1), "");
+        EXPECT_EQ(reports.waitFor(1).size(), 1U);
+    }
+
+    Reports<std::string> reports;
+};
+
+TEST_F(Malicious, AStringThatClaimsToBeHugeIsRefusedAtOnce) {
+    expectRefusal(std::string("\x0b\0\x63\x7f\xff\xff\xff", 7));
+}
+
+TEST_F(Malicious, AStringOfNegativeLengthIsRefusedAtOnce) {
+    expectRefusal(std::string("\x0b\0\x63\xff\xff\xff\xff", 7));
+}
+
+TEST_F(Malicious, AListOfCountlessEmptyElementsIsRefusedAtOnce) {
+    expectRefusal(std::string("\x0f\0\x63\0\x05\xf5\xe1\0", 8));
+}
+
+TEST_F(Malicious, RecordsInRecordsDoNotExhaustTheStack) {
+    std::string nested;
+    for (int i = 0; i < 300000; ++i) {
+        nested += std::string("\x0c\0\x63", 3);
+    }
+    expectRefusal(nested);
+}
+
+TEST_F(Malicious, AFrameThatClaimsToBeHugeIsRefusedAtOnce) {
+    Settings settings = patient(reports);
+    settings.framed = true;
+    const Server server("127.0.0.1:0", std::make_shared<Emp>(), settings);
+    for (const std::string length : {"\x7f\xff\xff\xff", "\xff\xff\xff\xff"}) {
+        Caller client(server.address());
+        client.send(length);
+        EXPECT_EQ(client.receive(1), "");
+    }
+    EXPECT_EQ(reports.waitFor(2).size(), 2U);
+}
+
+TEST_F(Malicious, AnHttpRequestIsRefusedAtOnce) {
+    const Server server("127.0.0.1:0", std::make_shared<Emp>(), patient(reports));
+    Caller client(server.address());
+    client.send("GET / HTTP/1.1\r\n");
+    EXPECT_EQ(client.receive(1), "");
+}
+
+// --- What goes over one connection
+
+class LongLived : public testing::TestWithParam<bool> {
+protected:
+    // libthrift ends connections after 100 MiB in total.
+    static constexpr int kMessages = 110;
+    const std::string oneMegabyte = std::string(1000000, 'x');
+
+    LongLived() : settings(patient(reports)) { settings.framed = GetParam(); }
+
+    Reports<std::string> reports;
+    Settings settings;
+};
+
+INSTANTIATE_TEST_SUITE_P(Is, LongLived, testing::Bool(), framing);
+
+TEST_P(LongLived, AConnectionForCalls) {
+    const Server server("127.0.0.1:0", std::make_shared<Emp>(), settings);
+    Caller client(server.address());
+    const std::string request = requestFor("read", oneMegabyte, settings);
+    for (int i = 0; i < kMessages; ++i) {
+        client.send(request);
+        ASSERT_EQ(client.result(settings), "read done");
+    }
+}
+
+class Events : public TavEmpEventIf {
+public:
+    void Callback(int32_t, const std::string&, const std::string&) override { ++count; }
+    std::atomic<int> count{0};
+};
+
+TEST_P(LongLived, AConnectionForOneWayCalls) {
+    const auto events = std::make_shared<Events>();
+    Server server("127.0.0.1:0", events, settings);
+    {
+        TavIDL::RemoteCallback callback(server.address(), settings);
+        for (int i = 0; i < kMessages; ++i) {
+            callback.Callback(i, oneMegabyte, "");
+        }
+    }
+    server.finish();
+    EXPECT_EQ(events->count, kMessages);
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+// --- Time limits
+
+class TimeLimits : public testing::Test {
+protected:
+    static constexpr milliseconds kShort{40};
+
+    // Listens with one of the time-outs short, and the others without an end.
+    void serve(milliseconds Settings::*shortOne) {
+        Settings settings = patient(reports);
+        settings.*shortOne = kShort;
+        server = std::make_unique<Server>(
+            "127.0.0.1:0", std::make_shared<Emp>([](const std::string& cmd, const std::string&) {
+                return cmd == "much" ? std::string(32 << 20, 'x') : cmd + " done";
+            }),
+            settings);
+    }
+
+    Reports<std::string> reports;
+    std::unique_ptr<Server> server;
+};
+
+TEST_F(TimeLimits, AConnectionMayBeIdleForSoLong) {
+    serve(&Settings::idleTimeout);
+    Caller never(server->address());
+    EXPECT_EQ(never.receive(1), "");
+
+    Caller once(server->address());
+    once.send(requestFor("read"));
+    EXPECT_EQ(once.result(), "read done");
+    EXPECT_EQ(once.receive(1), "");
+    EXPECT_THAT(reports.waitFor(2), Each(HasSubstr("the client was idle for too long")));
+}
+
+TEST_F(TimeLimits, ARequestMayTakeSoLong) {
+    serve(&Settings::receiveTimeout);
+    Caller client(server->address());
+    client.send(requestFor("read").substr(0, 20));
+    EXPECT_EQ(client.receive(1), "");
+    EXPECT_THAT(reports.all(), ElementsAre(HasSubstr("sends its request")));
+}
+
+TEST_F(TimeLimits, ARequestThatDripsTakesTheSameTimeAsAWhole) {
+    serve(&Settings::receiveTimeout);
+    Caller client(server->address());
+    const std::string request = requestFor("read", std::string(500, 'x'));
+    std::size_t sent = 0;
+    do {
+        client.send(request.substr(sent++, 1));
+    } while (sent < request.size() && !client.hearsWithin(5));
+    EXPECT_LT(sent, request.size());
+    EXPECT_EQ(client.receive(1), "");
+}
+
+TEST_F(TimeLimits, TheTimeForARequestBeginsWithItsFirstByte) {
+    serve(&Settings::receiveTimeout);
+    Caller client(server->address());
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_FALSE(client.hearsWithin(2 * static_cast<int>(kShort.count())));
+        client.send(requestFor("read"));
+        EXPECT_EQ(client.result(), "read done");
+    }
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+TEST_F(TimeLimits, AClientThatDoesNotReadIsDisconnected) {
+    serve(&Settings::sendTimeout);
+    Caller client(server->address());
+    client.send(requestFor("much"));
+    EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("takes its reply too slowly")));
+}
+
+TEST_F(TimeLimits, AClientThatReadsTooSlowlyIsDisconnected) {
+    serve(&Settings::sendTimeout);
+    Caller client(server->address());
+    client.send(requestFor("much"));
+    std::size_t received = 0;
+    std::size_t piece = 0;
+    do {
+        piece = client.receive(50000).size();
+        received += piece;
+        poll(nullptr, 0, 2);  // the pace of its bytes: 1.3 s in all
+    } while (piece == 50000);
+    EXPECT_LT(received, std::size_t{32} << 20);
+    EXPECT_EQ(reports.waitFor(1).size(), 1U);
+}
+
+TEST_F(TimeLimits, AHandlerMayTakeLonger) {
+    for (const auto limit :
+         {&Settings::idleTimeout, &Settings::receiveTimeout, &Settings::sendTimeout}) {
+        Settings settings = patient(reports);
+        settings.*limit = milliseconds(1);
+        const Server slow("127.0.0.1:0",
+                          std::make_shared<Emp>([](const std::string&, const std::string&) {
+                              const auto end = std::chrono::steady_clock::now() + milliseconds(5);
+                              while (std::chrono::steady_clock::now() < end) {
+                              }
+                              return "late";
+                          }),
+                          settings);
+        Caller client(slow.address());
+        client.send(requestFor("read"));
+        EXPECT_EQ(client.result(), "late");
+    }
+}
+
+// --- Broken clients
+
+TEST_P(Encoded, ARequestMayComeByteByByte) {
+    const Directory directory;
+    const Server server(directory.socket(), emp, settings);
+    Caller client(server.address());
+    const std::string request = requestFor("read", "", settings);
+    for (const char byte : request + request) {
+        client.send(std::string(1, byte));
+        waitUntil([&] {  // the server has read it
+            int unread = 0;
+            return ioctl(client.descriptor(), SIOCOUTQ, &unread) != 0 || unread == 0;
+        });
+    }
+    EXPECT_EQ(client.result(settings), "read done");
+    EXPECT_EQ(client.result(settings), "read done");
+}
+
+TEST_P(Encoded, AClientMayCloseAfterEachByteOfARequest) {
+    const Server server("127.0.0.1:0", emp, settings);
+    const std::string request = requestFor("read", "", settings);
+    std::size_t broken = 0;
+    for (std::size_t sent = 0; sent <= request.size(); ++sent) {
+        Caller client(server.address());
+        client.send(request.substr(0, sent));
+        client.closeOutput();
+        client.waitForEnd();
+        broken += sent > 0 && sent < request.size() ? 1U : 0U;
+        ASSERT_EQ(reports.all().size(), broken) << "after " << sent << " bytes";
+    }
+    EXPECT_THAT(reports.all(), Each(HasSubstr("closed by the client in the middle of a call")));
+    EXPECT_THAT(handled.all(), ElementsAre("read"));
+}
+
+TEST_P(Encoded, AClientMayResetTheConnectionAfterEachByteOfARequest) {
+    const Server server("127.0.0.1:0", emp, settings);
+    const std::string request = requestFor("read", "", settings);
+    for (std::size_t sent = 1; sent < request.size(); ++sent) {
+        Caller client(server.address());
+        client.send(request.substr(0, sent));
+        client.reset();
+        reports.waitFor(sent);
+    }
+    EXPECT_THAT(reports.all(), Each(HasSubstr("closed by the client in the middle of a call")));
+    EXPECT_THAT(handled.all(), IsEmpty());
+    Caller client(server.address());
+    client.send(request);
+    EXPECT_EQ(client.result(settings), "read done");
+}
+
+TEST_P(Encoded, AClientMayResetAnIdleConnectionWithoutAReport) {
+    Server server("127.0.0.1:0", emp, settings);
+    waitUntil([threads = countThreads()] { return countThreads() <= threads; });
+    const std::size_t threads = countThreads();
+    for (int i = 0; i < 20; ++i) {
+        Caller client(server.address());
+        client.send(requestFor("read", "", settings));
+        EXPECT_EQ(client.result(settings), "read done");
+        client.reset();
+        waitUntil([&] { return countThreads() <= threads; });
+    }
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+// --- Replies that wait for each other
+
+class Deferring : public testing::TestWithParam<bool> {
+protected:
+    // Whether the reply to the first of two calls has left when the second's handler runs.
+    bool firstLeaves() {
+        Gate entered;
+        Gate leave;
+        const Server server("127.0.0.1:0",
+                            std::make_shared<Emp>([&](const std::string& cmd, const std::string&) {
+                                if (cmd == "two") {
+                                    entered.open();
+                                    leave.wait();
+                                }
+                                return cmd + " done";
+                            }),
+                            settings);
+        Caller client(server.address());
+        client.send(requestFor("one", "", settings) + requestFor("two", "", settings));
+        entered.wait();
+        // What the server's thread has sent before is here, without any delay.
+        const bool first = client.hearsWithin(0);
+        leave.open();
+        EXPECT_EQ(client.result(settings), "one done");
+        EXPECT_EQ(client.result(settings), "two done");
+        return first;
+    }
+
+    Deferring() : settings(patient(reports)) { settings.framed = GetParam(); }
+
+    Reports<std::string> reports;
+    Settings settings;
+};
+
+INSTANTIATE_TEST_SUITE_P(Replies, Deferring, testing::Bool(), framing);
+
+TEST_P(Deferring, AReplyWaitsForTheNextOneIfItsRequestIsHere) {
+    EXPECT_FALSE(firstLeaves());
+}
+
+TEST_P(Deferring, ASettingTurnsThatOff) {
+    settings.deferReplies = false;
+    EXPECT_TRUE(firstLeaves());
+}
+
+TEST_P(Deferring, AReplyNeverWaitsForTheRestOfARequest) {
+    const Server server("127.0.0.1:0", std::make_shared<Emp>(), settings);
+    const std::string second = requestFor("two", "", settings);
+    for (std::size_t sent = 0; sent < second.size(); ++sent) {
+        Caller client(server.address());
+        client.send(requestFor("one", "", settings) + second.substr(0, sent));
+        EXPECT_EQ(client.result(settings), "one done");
+        client.send(second.substr(sent));
+        EXPECT_EQ(client.result(settings), "two done");
+    }
+}
+
+TEST_P(Deferring, AReplyNeverWaitsForTheRestOfALongRequest) {
+    const Server server("127.0.0.1:0", std::make_shared<Emp>(), settings);
+    const std::string second = requestFor("two", std::string(100000, 'x'), settings);
+    Caller client(server.address());
+    client.send(requestFor("one", "", settings) + second.substr(0, 1000));
+    EXPECT_EQ(client.result(settings), "one done");
+    client.send(second.substr(1000));
+    EXPECT_EQ(client.result(settings), "two done");
+}
+
+TEST_P(Deferring, AReplyNeverWaitsForACallAfterAOneWayCall) {
+    const auto processor = std::make_shared<apache::thrift::TMultiplexedProcessor>();
+    processor->registerDefault(std::make_shared<TavEmpProcessor>(std::make_shared<Emp>()));
+    processor->registerProcessor(
+        "events", std::make_shared<TavEmpEventProcessor>(std::make_shared<Events>()));
+    const Server server("127.0.0.1:0", std::shared_ptr<apache::thrift::TProcessor>(processor),
+                        settings);
+    Caller client(server.address());
+    client.send(requestFor("one", "", settings) + eventFor("events:Callback", settings));
+    EXPECT_EQ(client.result(settings), "one done");
+}
+
+TEST_P(Deferring, RepliesOfAnyLengthArriveInOrder) {
+    const Server server("127.0.0.1:0",
+                        std::make_shared<Emp>([](const std::string& cmd, const std::string&) {
+                            return std::string(static_cast<std::size_t>(std::stoi(cmd)), 'x');
+                        }),
+                        settings);
+    Caller client(server.address());
+    const std::vector<int> lengths = {1, 3000, 3000, 5000, 0, 100000, 4095, 4096, 4097, 2};
+    std::string requests;
+    for (const int length : lengths) {
+        requests += requestFor(std::to_string(length), "", settings);
+    }
+    client.send(requests);
+    for (const int length : lengths) {
+        EXPECT_EQ(client.result(settings).size(), static_cast<std::size_t>(length));
+    }
+}
+
+}  // namespace

@@ -1,0 +1,480 @@
+#include <TavIDL/host/Connection.h>
+#include <TavIDL/host/Remote.h>
+#include <TavIDL/host/Server.h>
+#include <gmock/gmock.h>
+#include <linux/sockios.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <future>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Caller.h"
+#include "Certificates.h"
+#include "Emp.h"
+#include "Support.h"
+
+// How servers end: the order of events. Where a test says nothing else, no time-out is short enough
+// to end it in time.
+
+namespace {
+
+using std::chrono::milliseconds;
+using TavIDL::CallFailed;
+using TavIDL::Connection;
+using TavIDL::RemoteEmp;
+using TavIDL::Server;
+using TavIDL::Settings;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr std::size_t kMuch = 8 << 20;
+
+enum class Over { tcp, unixSocket, tls };
+
+std::string overName(const testing::TestParamInfo<Over>& parameter) {
+    switch (parameter.param) {
+        case Over::tcp:
+            return "Tcp";
+        case Over::unixSocket:
+            return "Unix";
+        default:
+            return "Tls";
+    }
+}
+
+// An EMP that waits in its handler for "wait", and answers "much" with a long string.
+class WaitingEmp : public Emp {
+public:
+    WaitingEmp()
+        : Emp([this](const std::string& cmd, const std::string&) {
+              handled.add(cmd);
+              if (cmd == "wait") {
+                  entered.open();
+                  leave.wait();
+              }
+              return cmd == "much" ? std::string(kMuch, 'x') : cmd + " done";
+          }) {}
+
+    Gate entered;
+    Gate leave;
+    Reports<std::string> handled;
+};
+
+class Stopping : public testing::TestWithParam<Over> {
+protected:
+    Stopping() : settings(patient(reports)) {
+        settings.maxMessageSize = 2 * kMuch;
+        address = GetParam() == Over::unixSocket ? directory.socket() : "127.0.0.1:0";
+        if (GetParam() == Over::tls) {
+            const Certificate own = makeCertificate(directory, "server", "IP:127.0.0.1", nullptr);
+            settings.tls.enabled = true;
+            settings.tls.certificate = own.file;
+            settings.tls.key = own.keyFile;
+            settings.tls.trusted = own.file;
+        }
+        clientSettings = settings;
+        clientSettings.tls.certificate = clientSettings.tls.key = settings.tls.certificate;
+        clientSettings.tls.key = settings.tls.key;
+    }
+
+    void serve() { server.emplace(address, emp, settings); }
+
+    std::shared_ptr<Connection> connect() {
+        return Connection::open(server->address(), clientSettings);
+    }
+
+    static void send(const std::shared_ptr<Connection>& connection, const std::string& bytes) {
+        connection->write(reinterpret_cast<const uint8_t*>(bytes.data()),
+                          static_cast<uint32_t>(bytes.size()));
+    }
+    // Fewer than `count` bytes at the end of the connection.
+    static std::string receive(const std::shared_ptr<Connection>& connection, std::size_t count) {
+        std::string bytes(count, '\0');
+        std::size_t size = 0;
+        while (size < count) {
+            const uint32_t got = connection->read(reinterpret_cast<uint8_t*>(&bytes[size]),
+                                                  static_cast<uint32_t>(count - size));
+            if (got == 0) {
+                break;
+            }
+            size += got;
+        }
+        return bytes.substr(0, size);
+    }
+
+    Directory directory;
+    Reports<std::string> reports;
+    Settings settings;
+    Settings clientSettings;
+    std::string address;
+    const std::shared_ptr<WaitingEmp> emp = std::make_shared<WaitingEmp>();
+    std::optional<Server> server;
+};
+
+INSTANTIATE_TEST_SUITE_P(Over, Stopping, testing::Values(Over::tcp, Over::unixSocket, Over::tls),
+                         overName);
+
+TEST_P(Stopping, EndsIdleConnectionsAtOnceAndAnswersTheRunningCall) {
+    const std::size_t threads = countThreads();
+    const std::size_t descriptors = countDescriptors();
+    serve();
+    std::vector<std::shared_ptr<Connection>> idle;
+    for (int i = 0; i < 50; ++i) {
+        idle.push_back(connect());
+        send(idle.back(), requestFor("read"));
+        receive(idle.back(), 1);
+    }
+    auto remote = std::make_unique<RemoteEmp>(server->address(), clientSettings);
+    auto call = std::async(std::launch::async, [&] { return execute(*remote, "wait"); });
+    emp->entered.wait();
+
+    auto stopped = std::async(std::launch::async, [&] { server->stop(); });
+    for (const auto& connection : idle) {
+        receive(connection, 1000);  // to the end, while the call still runs
+    }
+    EXPECT_THROW(connect(), CallFailed);
+    EXPECT_EQ(stopped.wait_for(milliseconds(0)), std::future_status::timeout);
+    emp->leave.open();
+    EXPECT_EQ(call.get(), "wait done");
+    stopped.get();
+    EXPECT_THAT(reports.all(), IsEmpty());
+
+    idle.clear();
+    remote.reset();
+    server.reset();
+    waitUntil([&] { return countThreads() <= threads; });
+    EXPECT_EQ(countDescriptors(), descriptors);
+}
+
+TEST_P(Stopping, DisconnectsACallThatTakesTooLongAndWaitsForItsHandler) {
+    settings.stopTimeout = milliseconds(20);
+    serve();
+    const auto client = connect();
+    send(client, requestFor("wait"));
+    emp->entered.wait();
+    std::atomic<bool> left{false};
+    std::thread watcher([&] {
+        receive(client, 1);  // the connection ends
+        left = true;
+        emp->leave.open();  // and the handler only then
+    });
+    server->stop();
+    EXPECT_TRUE(left);
+    watcher.join();
+    EXPECT_THAT(reports.all(),
+                ElementsAre(HasSubstr("disconnected: its call takes longer than stopTimeout")));
+}
+
+TEST_P(Stopping, NeedsNoTimeForIdleConnections) {
+    settings.stopTimeout = milliseconds(0);
+    serve();
+    std::vector<std::shared_ptr<Connection>> idle;
+    for (int i = 0; i < 20; ++i) {
+        idle.push_back(connect());
+        send(idle.back(), requestFor("read"));
+        receive(idle.back(), 1);
+    }
+    server->stop();
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+TEST_P(Stopping, EndsWhatWaitsForAConnection) {
+    const std::size_t threads = countThreads();
+    serve();
+    server->stop();
+    waitUntil([&] { return countThreads() <= threads; });
+    EXPECT_THROW(connect(), CallFailed);
+}
+
+TEST_P(Stopping, EndsAConnectionInTheMiddleOfARequest) {
+    serve();
+    const auto client = connect();
+    send(client, requestFor("one") + requestFor("two").substr(0, 20));
+    receive(client, 1);  // it has got this far
+    server->stop();
+    receive(client, 1000);
+    EXPECT_THAT(emp->handled.all(), ElementsAre("one"));
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+TEST_P(Stopping, LetsAReplyLeaveThatIsBeingWritten) {
+    serve();
+    const auto client = connect();
+    send(client, requestFor("much"));
+    std::string reply = receive(client, 1);  // the server writes now, and cannot end
+    auto stopped = std::async(std::launch::async, [&] { server->stop(); });
+    waitUntil([&] {  // it stops
+        try {
+            connect();
+            return false;
+        } catch (const CallFailed&) {
+            return true;
+        }
+    });
+    reply += receive(client, 2 * kMuch);
+    EXPECT_GT(reply.size(), kMuch);
+    stopped.get();
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+TEST_P(Stopping, DisconnectsAClientThatDoesNotReadItsReply) {
+    settings.stopTimeout = milliseconds(20);
+    serve();
+    const auto client = connect();
+    send(client, requestFor("much"));
+    receive(client, 1);
+    server->stop();
+    EXPECT_THAT(reports.all(), ElementsAre(HasSubstr("longer than stopTimeout")));
+}
+
+TEST_P(Stopping, AnswersTheRunningCallOfABatchAndNoOther) {
+    serve();
+    const auto client = connect();
+    send(client, requestFor("one") + requestFor("wait") + requestFor("three"));
+    emp->entered.wait();
+    const auto idle = connect();
+    auto stopped = std::async(std::launch::async, [&] { server->stop(); });
+    receive(idle, 1);  // it stops
+    emp->leave.open();
+    const std::string replies = receive(client, 1000);
+    EXPECT_THAT(replies, HasSubstr("one done"));
+    EXPECT_THAT(replies, HasSubstr("wait done"));
+    stopped.get();
+    EXPECT_THAT(emp->handled.all(), ElementsAre("one", "wait"));
+}
+
+TEST_P(Stopping, MayBeAskedForByManyThreadsAndAgain) {
+    serve();
+    const auto client = connect();
+    send(client, requestFor("read"));
+    receive(client, 1);  // it has been accepted
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([&] { server->stop(); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    server->stop();
+    server->finish();
+    receive(client, 1000);
+}
+
+TEST_P(Stopping, IsWhatTheDestructorDoes) {
+    serve();
+    const auto client = connect();
+    send(client, requestFor("read"));
+    receive(client, 1);  // it has been accepted
+    server.reset();
+    receive(client, 1000);
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+TEST_P(Stopping, EndsBareConnections) {
+    Gate reads;
+    server.emplace(
+        address,
+        [&](const std::shared_ptr<Connection>& connection) {
+            reads.open();
+            uint8_t byte = 0;
+            EXPECT_EQ(connection->read(&byte, 1), 0U);
+        },
+        settings);
+    const auto client = connect();
+    reads.wait();
+    server->stop();
+    EXPECT_EQ(receive(client, 1), "");
+}
+
+TEST_P(Stopping, EndsAConnectionThatHasSentNothing) {
+    serve();
+    Caller client(server->address());  // over TLS it has not even begun to shake hands
+    server->stop();
+    EXPECT_EQ(client.receive(1), "");
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+// --- finish()
+
+TEST_P(Stopping, FinishServesWhatHasArrived) {
+    class Events : public TavEmpEventIf {
+    public:
+        void Callback(int32_t, const std::string&, const std::string&) override { ++count; }
+        std::atomic<int> count{0};
+    };
+    for (int round = 0; round < 10; ++round) {
+        const auto events = std::make_shared<Events>();
+        server.emplace(address, events, settings);
+        std::vector<std::unique_ptr<TavIDL::RemoteCallback>> callers;
+        for (int i = 0; i < 10; ++i) {
+            callers.push_back(
+                std::make_unique<TavIDL::RemoteCallback>(server->address(), clientSettings));
+            for (int event = 0; event < 20; ++event) {
+                callers.back()->Callback(event, std::string(500, 'x'), "");
+            }
+        }
+        server->finish();
+        EXPECT_EQ(events->count, 200);
+        server.reset();
+    }
+}
+
+// --- Signals
+
+enum class While { accepting, reading, handling, writing };
+
+class Signals : public testing::TestWithParam<std::tuple<int, While, bool>> {
+protected:
+    static bool isSetTo(int number, void (*handler)(int)) {
+        struct sigaction now = {};
+        sigaction(number, nullptr, &now);
+        return now.sa_handler == handler;
+    }
+
+    static std::set<int> threads() {
+        std::set<int> all;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
+            all.insert(std::stoi(entry.path().filename().string()));
+        }
+        return all;
+    }
+};
+
+std::string signalName(const testing::TestParamInfo<std::tuple<int, While, bool>>& parameter) {
+    const char* const places[] = {"Accepting", "Reading", "Handling", "Writing"};
+    return std::string(std::get<0>(parameter.param) == SIGINT ? "Int" : "Term") + "While" +
+           places[static_cast<int>(std::get<1>(parameter.param))] +
+           (std::get<2>(parameter.param) ? "ToThatThread" : "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, Signals,
+                         testing::Combine(testing::Values(SIGINT, SIGTERM),
+                                          testing::Values(While::accepting, While::reading,
+                                                          While::handling, While::writing),
+                                          testing::Bool()),
+                         signalName);
+
+void ownHandler(int) {
+}
+
+TEST_P(Signals, StopTheServerAndThenDoWhatTheyDidBefore) {
+    const auto [number, place, toThread] = GetParam();
+    signal(SIGINT, ownHandler);
+    signal(SIGTERM, SIG_IGN);
+    Reports<std::string> reports;
+    const Directory directory;
+    const auto emp = std::make_shared<WaitingEmp>();
+    const std::set<int> before = threads();
+    Server server(directory.socket(), emp, patient(reports));
+    std::set<int> own = threads();
+    Caller client(server.address());
+    const auto hasRead = [&] {
+        int unread = 0;
+        return ioctl(client.descriptor(), SIOCOUTQ, &unread) == 0 && unread == 0;
+    };
+    if (place == While::reading) {
+        client.send(requestFor("read").substr(0, 20));
+        waitUntil(hasRead);
+    } else if (place == While::handling) {
+        client.send(requestFor("wait"));
+        emp->entered.wait();
+    } else if (place == While::writing) {
+        client.send(requestFor("much"));
+        EXPECT_EQ(client.receive(1).size(), 1U);
+    }
+    if (place != While::accepting) {
+        for (const int thread : std::exchange(own, threads())) {
+            own.erase(thread);  // leaves the thread of the connection
+        }
+    } else {
+        for (const int thread : before) {
+            own.erase(thread);  // leaves the thread that accepts
+        }
+    }
+    ASSERT_FALSE(own.empty());
+
+    auto run = std::async(std::launch::async, [&] { server.runUntilSignal(); });
+    waitUntil([] { return !isSetTo(SIGTERM, SIG_IGN); });
+    if (toThread) {
+        syscall(SYS_tgkill, getpid(), *own.begin(), number);
+    } else {
+        kill(getpid(), number);
+    }
+    if (place == While::handling) {
+        waitUntil([] { return isSetTo(SIGTERM, SIG_IGN); });
+        EXPECT_FALSE(client.hearsWithin(0));
+        emp->leave.open();
+        EXPECT_THAT(client.receive(1000), HasSubstr("wait done"));
+    } else if (place == While::writing) {
+        EXPECT_GT(client.receive(2 * kMuch).size(), kMuch);
+    } else {
+        EXPECT_EQ(client.receive(1), "");
+    }
+    run.get();
+    EXPECT_TRUE(isSetTo(SIGINT, ownHandler));
+    EXPECT_TRUE(isSetTo(SIGTERM, SIG_IGN));
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+TEST(ServerTest, RunsAgainAfterASignal) {
+    signal(SIGTERM, SIG_IGN);
+    for (int i = 0; i < 2; ++i) {
+        Server server("127.0.0.1:0", std::make_shared<Emp>());
+        auto run = std::async(std::launch::async, [&] { server.runUntilSignal(); });
+        waitUntil([] {
+            struct sigaction now = {};
+            sigaction(SIGTERM, nullptr, &now);
+            return now.sa_handler != SIG_IGN;
+        });
+        RemoteEmp emp(server.address());
+        EXPECT_EQ(execute(emp, "read"), "read done");  // it doesn't stop for the last signal
+        kill(getpid(), SIGTERM);
+        run.get();
+    }
+}
+
+// In a process of its own.
+void sendTwice(int number) {
+    const auto emp = std::make_shared<WaitingEmp>();
+    Server server("127.0.0.1:0", emp);
+    Caller running(server.address());
+    running.send(requestFor("wait"));
+    emp->entered.wait();
+    Caller idle(server.address());
+    auto run = std::async(std::launch::async, [&] { server.runUntilSignal(); });
+    waitUntil([] {
+        struct sigaction now = {};
+        sigaction(SIGTERM, nullptr, &now);
+        return now.sa_handler != SIG_DFL;
+    });
+    kill(getpid(), number);
+    idle.receive(1);  // it stops, and waits for the call
+    kill(getpid(), number);
+    emp->leave.open();
+    run.get();
+}
+
+TEST(ServerDeathTest, ASecondSignalEndsTheProcess) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    for (const int number : {SIGINT, SIGTERM}) {
+        EXPECT_EXIT(
+            {
+                sendTwice(number);
+                std::exit(0);
+            },
+            testing::KilledBySignal(number), "");
+    }
+}
+
+}  // namespace

@@ -1,0 +1,423 @@
+#include <TavIDL/host/Connection.h>
+#include <TavIDL/host/Remote.h>
+#include <TavIDL/host/Server.h>
+#include <gmock/gmock.h>
+#include <openssl/err.h>
+
+#include <atomic>
+#include <future>
+#include <memory>
+#include <string>
+
+#include "Caller.h"
+#include "Certificates.h"
+#include "Emp.h"
+#include "Support.h"
+
+// TLS on both sides.
+
+namespace {
+
+using std::chrono::milliseconds;
+using TavIDL::CallFailed;
+using TavIDL::RemoteEmp;
+using TavIDL::Server;
+using TavIDL::Settings;
+using testing::AnyOf;
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr const char* kHere = "DNS:localhost,IP:127.0.0.1";
+
+class TlsTest : public testing::Test {
+protected:
+    TlsTest() : forServer(patient(reports)), forClient(forServer) {
+        use(certificate);
+        forClient.tls.enabled = true;
+        forClient.tls.trusted = authority.file;
+        forClient.onFailure = nullptr;
+    }
+
+    // As the server's.
+    void use(const Certificate& own) {
+        forServer.tls.enabled = true;
+        forServer.tls.certificate = own.file;
+        forServer.tls.key = own.keyFile;
+    }
+
+    std::unique_ptr<Server> serve(const std::string& address = "127.0.0.1:0") {
+        return std::make_unique<Server>(address, emp, forServer);
+    }
+
+    // "" if a call succeeds, or why it doesn't.
+    std::string failureOf(const std::string& address) {
+        RemoteEmp remote(address, forClient);
+        try {
+            EXPECT_EQ(execute(remote, "read"), "read done");
+            return "";
+        } catch (const CallFailed& failure) {
+            reason = failure.reason();
+            return failure.what();
+        }
+    }
+
+    // The server lives, and serves those that are welcome.
+    void expectService(const Server& server) { EXPECT_EQ(failureOf(server.address()), ""); }
+
+    const Directory directory;
+    const Certificate authority = makeCertificate(directory, "authority", "", nullptr);
+    const Certificate certificate = makeCertificate(directory, "server", kHere, &authority);
+    Reports<std::string> reports;
+    Settings forServer;
+    Settings forClient;
+    CallFailed::Reason reason = CallFailed::Cancelled;
+    Gate entered;
+    Gate leave;
+    std::shared_ptr<TavEmpIf> emp =
+        std::make_shared<Emp>([this](const std::string& cmd, const std::string& param1) {
+            if (cmd == "wait") {
+                entered.open();
+                leave.wait();
+            }
+            if (cmd == "much") {
+                return std::string(8 << 20, 'x');
+            }
+            if (cmd == "leave an error") {
+                ERR_put_error(ERR_LIB_USER, 0, 1, __FILE__, __LINE__);
+            }
+            return cmd == "echo" ? param1 : cmd + " done";
+        });
+};
+
+TEST_F(TlsTest, CallsByNameAndByNumber) {
+    for (const std::string address : {"127.0.0.1:0", "localhost:0"}) {
+        const auto server = serve(address);
+        EXPECT_EQ(failureOf(server->address()), "");
+    }
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+TEST_F(TlsTest, CarriesLongMessagesFramedOrNot) {
+    for (const bool framed : {false, true}) {
+        forServer.framed = forClient.framed = framed;
+        const auto server = serve();
+        RemoteEmp remote(server->address(), forClient);
+        for (const std::size_t length : {0U, 4000U, 16384U, 1000000U}) {
+            const std::string text(length, 'x');
+            EXPECT_EQ(execute(remote, "echo", text), text);
+        }
+    }
+}
+
+// --- Whom a client trusts
+
+TEST_F(TlsTest, AClientRefusesServersThatItCannotTrust) {
+    const Certificate other = makeCertificate(directory, "other", "", nullptr);
+    const struct {
+        Certificate certificate;
+        const char* why;
+    } cases[] = {
+        {makeCertificate(directory, "stranger", kHere, &other), "unable to get"},
+        {makeCertificate(directory, "itself", kHere, nullptr), "self"},
+        {makeCertificate(directory, "expired", kHere, &authority, {-2, -1}), "has expired"},
+        {makeCertificate(directory, "early", kHere, &authority, {1, 2}), "not yet valid"},
+        {makeCertificate(directory, "elsewhere", "DNS:example.org,IP:192.0.2.1", &authority),
+         "address mismatch"},
+        {makeCertificate(directory, "named", "DNS:127.0.0.1", &authority), "address mismatch"}};
+    for (const auto& [own, why] : cases) {
+        use(own);
+        const auto server = serve();
+        EXPECT_THAT(failureOf(server->address()), HasSubstr(why));
+        EXPECT_EQ(reason, CallFailed::CannotConnect);
+        EXPECT_EQ(reports.waitFor(1).size(), 1U);  // the client has said why, and the server knows
+        reports.clear();
+    }
+}
+
+TEST_F(TlsTest, AClientComparesTheNameInTheAddress) {
+    use(makeCertificate(directory, "elsewhere", "DNS:example.org,IP:127.0.0.1", &authority));
+    const auto server = serve("localhost:0");
+    EXPECT_THAT(failureOf(server->address()), HasSubstr("hostname mismatch"));
+}
+
+TEST_F(TlsTest, WithoutTheCheckOfTheHostAnyHostOfTheAuthorityWillDo) {
+    forClient.tls.checkHost = false;
+    use(makeCertificate(directory, "elsewhere", "DNS:example.org", &authority));
+    EXPECT_EQ(failureOf(serve()->address()), "");
+
+    use(makeCertificate(directory, "itself", "DNS:example.org", nullptr));
+    EXPECT_NE(failureOf(serve()->address()), "");
+}
+
+TEST_F(TlsTest, AClientWithoutTrustedFileTrustsTheSystemsAuthorities) {
+    forClient.tls.trusted = "";
+    EXPECT_NE(failureOf(serve()->address()), "");  // ours is not one of them
+}
+
+// --- Whom a server trusts
+
+TEST_F(TlsTest, AServerAcceptsClientsWithACertificate) {
+    forServer.tls.trusted = authority.file;
+    const Certificate own = makeCertificate(directory, "client", "DNS:client", &authority);
+    forClient.tls.certificate = own.file;
+    forClient.tls.key = own.keyFile;
+    EXPECT_EQ(failureOf(serve()->address()), "");
+}
+
+TEST_F(TlsTest, AServerRefusesClientsThatItCannotTrust) {
+    forServer.tls.trusted = authority.file;
+    const auto server = serve();
+    const Certificate other = makeCertificate(directory, "other", "", nullptr);
+    const Certificate cases[] = {
+        Certificate(),  // none
+        makeCertificate(directory, "stranger", "DNS:client", &other),
+        makeCertificate(directory, "expired", "DNS:client", &authority, {-2, -1})};
+    for (const Certificate& own : cases) {
+        forClient.tls.certificate = own.file;
+        forClient.tls.key = own.keyFile;
+        EXPECT_THAT(failureOf(server->address()), HasSubstr("alert"));
+        EXPECT_EQ(reason, CallFailed::ConnectionClosed);
+        EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("certificate")));
+        reports.clear();
+    }
+}
+
+// --- Settings
+
+TEST_F(TlsTest, NamesTheFileThatCannotBeUsed) {
+    const auto failure = [this](const Settings& settings) -> std::string {
+        try {
+            Server("127.0.0.1:0", emp, settings);
+            return "none";
+        } catch (const std::invalid_argument& invalid) {
+            return invalid.what();
+        }
+    };
+    for (const auto file : {&TavIDL::Tls::certificate, &TavIDL::Tls::key, &TavIDL::Tls::trusted}) {
+        Settings settings = forServer;
+        settings.tls.*file = directory.file("missing.pem");
+        EXPECT_THAT(failure(settings), HasSubstr("missing.pem"));
+    }
+    Settings settings = forServer;
+    settings.tls.key = makeCertificate(directory, "other", kHere, nullptr).keyFile;
+    EXPECT_THAT(failure(settings), HasSubstr("other.key"));
+    settings.tls.key = "";
+    EXPECT_THAT(failure(settings), HasSubstr("needs a certificate and its key"));
+}
+
+TEST_F(TlsTest, IsNotForUnixSockets) {
+    EXPECT_THROW(serve(directory.socket()), std::invalid_argument);
+    EXPECT_FALSE(std::filesystem::exists(directory.file("socket")));
+    EXPECT_THROW(RemoteEmp(directory.socket(), forClient), std::invalid_argument);
+}
+
+// --- Peers that don't speak TLS
+
+TEST_F(TlsTest, APlainClientIsRefused) {
+    const auto server = serve();
+    Caller client(server->address());
+    client.send(requestFor("read"));
+    client.waitForEnd();
+    EXPECT_THAT(reports.all(), ElementsAre(HasSubstr("TLS: no handshake")));
+    expectService(*server);
+}
+
+TEST_F(TlsTest, APlainServerIsRefused) {
+    forServer.tls = TavIDL::Tls();
+    const auto server = serve();
+    EXPECT_NE(failureOf(server->address()), "");
+    EXPECT_EQ(reason, CallFailed::CannotConnect);
+    EXPECT_EQ(reports.waitFor(1).size(), 1U);
+    forClient.tls = TavIDL::Tls();
+    expectService(*server);
+}
+
+// --- Clients that go. (By a SIGPIPE the process would end.)
+
+TEST_F(TlsTest, AClientMayCloseOrResetDuringTheHandshake) {
+    const auto server = serve();
+    const std::string hello = TlsCaller(server->address()).hello();
+    reports.waitFor(1);
+    for (const bool reset : {false, true}) {
+        for (std::size_t sent = 0; sent <= hello.size(); sent += sent < 16 ? 1 : 50) {
+            reports.clear();
+            Caller client(server->address());
+            client.send(hello.substr(0, sent));
+            if (reset) {
+                client.reset();
+            } else {
+                client.closeOutput();
+                client.waitForEnd();
+            }
+            EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("handshake")));
+        }
+    }
+    expectService(*server);
+}
+
+TEST_F(TlsTest, AClientMayCloseOrResetAfterTheHandshake) {
+    const auto server = serve();
+    for (const bool reset : {false, true}) {
+        for (const std::string cmd : {"", "read", "much"}) {
+            TlsCaller client(server->address());
+            client.shakeHands();
+            if (!cmd.empty()) {
+                client.caller().send(client.encrypted(requestFor(cmd)));
+                client.caller().receive(1);
+            }
+            reset ? client.caller().reset() : client.caller().close();
+        }
+    }
+    expectService(*server);
+}
+
+TEST_F(TlsTest, AClientThatClosesIsNotReported) {
+    auto server = serve();
+    expectService(*server);
+    server->finish();
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+TEST_F(TlsTest, ErrorsThatAHandlerLeavesInOpensslAreNotTheConnections) {
+    auto server = serve();
+    {
+        RemoteEmp remote(server->address(), forClient);
+        EXPECT_EQ(execute(remote, "leave an error"), "leave an error done");
+        EXPECT_EQ(execute(remote, "read"), "read done");
+        EXPECT_EQ(execute(remote, "leave an error"), "leave an error done");
+    }
+    server->finish();
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+// --- Time limits and the end
+
+TEST_F(TlsTest, AHandshakeThatDripsTakesTheTimeOfARequest) {
+    forServer.receiveTimeout = milliseconds(40);
+    const auto server = serve();
+    TlsCaller client(server->address());
+    const std::string hello = client.hello();
+    std::size_t sent = 0;
+    do {
+        client.caller().send(hello.substr(sent++, 1));
+    } while (sent < hello.size() && !client.caller().hearsWithin(5));
+    EXPECT_LT(sent, hello.size());
+    EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("no TLS handshake in time")));
+}
+
+TEST_F(TlsTest, ARecordThatDripsTakesTheTimeOfARequest) {
+    forServer.receiveTimeout = milliseconds(200);
+    const auto server = serve();
+    TlsCaller client(server->address());
+    client.shakeHands();
+    const std::string request = requestFor("read", std::string(500, 'x'));
+    client.caller().send(client.encrypted(request.substr(0, 10)));
+    const std::string rest = client.encrypted(request.substr(10));
+    std::size_t sent = 0;
+    do {
+        client.caller().send(rest.substr(sent++, 1));
+    } while (sent < rest.size() && !client.caller().hearsWithin(5));
+    EXPECT_LT(sent, rest.size());
+    EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("sends its request")));
+}
+
+TEST_F(TlsTest, AnIdleClientIsDisconnected) {
+    forServer.idleTimeout = milliseconds(20);
+    const auto server = serve();
+    TlsCaller client(server->address());
+    client.shakeHands();
+    EXPECT_TRUE(client.endIsAnnounced());
+    EXPECT_THAT(reports.all(), ElementsAre(HasSubstr("idle")));
+}
+
+TEST_F(TlsTest, AClientThatDoesNotReadIsDisconnected) {
+    forServer.sendTimeout = milliseconds(20);
+    const auto server = serve();
+    TlsCaller client(server->address());
+    client.shakeHands();
+    client.caller().send(client.encrypted(requestFor("much")));
+    EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("takes its reply too slowly")));
+}
+
+TEST_F(TlsTest, TheEndIsAnnouncedEvenLongAfterTheLastReply) {
+    forServer.sendTimeout = milliseconds(20);
+    const auto server = serve();
+    TlsCaller client(server->address());
+    client.shakeHands();
+    client.caller().send(client.encrypted(requestFor("read")));
+    client.caller().hearsWithin(-1);
+    EXPECT_FALSE(TlsCaller(server->address()).caller().hearsWithin(40));
+    server->stop();
+    EXPECT_TRUE(client.endIsAnnounced());
+}
+
+TEST_F(TlsTest, ACallHasItsDeadline) {
+    const auto server = serve();
+    forClient.callTimeout = milliseconds(300);
+    RemoteEmp remote(server->address(), forClient);
+    try {
+        execute(remote, "wait");
+        FAIL() << "an answer";
+    } catch (const CallFailed& failure) {
+        EXPECT_EQ(failure.reason(), CallFailed::NoAnswerInTime);
+    }
+    leave.open();
+}
+
+TEST_F(TlsTest, AHandshakeHasTheDeadlineForConnecting) {
+    Gate never;
+    const Server silent("127.0.0.1:0",
+                        [&](const std::shared_ptr<TavIDL::Connection>&) { never.wait(); });
+    forClient.connectTimeout = milliseconds(20);
+    EXPECT_NE(failureOf(silent.address()), "");
+    EXPECT_EQ(reason, CallFailed::CannotConnect);
+    never.open();
+}
+
+TEST_F(TlsTest, ACallCanBeCancelled) {
+    const auto server = serve();
+    RemoteEmp remote(server->address(), forClient);
+    auto call = std::async(std::launch::async, [&] { return execute(remote, "wait"); });
+    entered.wait();
+    remote.cancel();
+    try {
+        call.get();
+        FAIL() << "an answer";
+    } catch (const CallFailed& failure) {
+        EXPECT_EQ(failure.reason(), CallFailed::Cancelled);
+    }
+    leave.open();
+    EXPECT_EQ(execute(remote, "read"), "read done");
+}
+
+class Events : public TavEmpEventIf {
+public:
+    void Callback(int32_t eventType, const std::string&, const std::string&) override {
+        types.add(eventType);
+    }
+    Reports<int32_t> types;
+};
+
+TEST_F(TlsTest, EventsThatWereJustSentAreDelivered) {
+    constexpr int kEvents = 50;
+    const auto events = std::make_shared<Events>();
+    const Server server("127.0.0.1:0", events, forServer);
+    for (int round = 0; round < 10; ++round) {
+        events->types.clear();
+        {
+            TavIDL::RemoteCallback callback(server.address(), forClient);
+            for (int i = 0; i < kEvents; ++i) {
+                callback.Callback(i, std::string(500, 'x'), "");
+            }
+        }
+        const auto arrived = events->types.waitFor(kEvents);
+        for (int i = 0; i < kEvents; ++i) {
+            EXPECT_EQ(arrived[static_cast<std::size_t>(i)], i);
+        }
+    }
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+}  // namespace
