@@ -333,6 +333,25 @@ TEST(ProtocolOfTheUserTest, ThatCannotBeMadeFailsTheCall) {
     EXPECT_FALSE(failure.sent());
 }
 
+TEST(RemoteTlsTest, HasNotSentACallIfItCouldNotShakeHands) {
+    TavIDL::Settings settings;
+    settings.tls.enabled = true;
+    peers::Listener listener;
+    std::unique_ptr<TavIDL::RemoteEmp> emp;
+    try {
+        emp = std::make_unique<TavIDL::RemoteEmp>(listener.address(), settings);
+    } catch (const std::invalid_argument&) {
+        GTEST_SKIP() << "built without TLS";
+    }
+    Running call([&] { return execute(*emp, "read"); });
+    peers::Peer peer = listener.accept();
+    peer.receive(1);
+    peer.close();
+    const CallFailed failure = call.failure();
+    EXPECT_EQ(failure.reason(), CallFailed::CannotConnect);
+    EXPECT_FALSE(failure.sent());
+}
+
 TEST(RemoteBrokerTest, PassesAllOperations) {
     class Broker : public TavBrokerIf {
         void OpenEmp(ConnectionInfo& result, const std::string& name, const std::string& version,
