@@ -12,9 +12,10 @@ from typing import NamedTuple
 SHORT, LONG = "8", "100"  # bytes in each string; up to 15 need no memory of their own
 OBJECTS = {"ours": "TavIDL/libTavIDL.so", "generated": "bench/libbench_generated.so",
            "templates": "bench/libbench_templates.so"}
-SUMMARY = "A call over"
 ARM = "build/armhf/TavIDL/libTavIDL.so"
-RESULTS, README = "bench/results.md", "README.md"
+README, RESULTS, PEERS = "README.md", "bench/results.md", "bench/peers.md"
+# By the page with results: how its summary begins, which the front page quotes.
+SUMMARIES = {RESULTS: "A call over", PEERS: "The same call through"}
 
 # By how bench_counts names an encoding: the protocol class.
 PROTOCOLS = {
@@ -117,28 +118,23 @@ def mean(ratios):
     return math.exp(sum(map(math.log, ratios)) / len(ratios))
 
 
-def summary_of(page):
-    """Where in the text of a page the tables of the summary begin and end."""
-    found = re.search(rf"^\| {SUMMARY} .*\n(?:\|.*\n|\n(?=\|))+", page, re.M)
+def summary_of(page, results):
+    """Of a page's text, what is before the summary of those results, the summary, and the rest."""
+    with open(page, encoding="utf-8") as file:
+        text = file.read()
+    found = re.search(rf"^\| {SUMMARIES[results]} .*\n(?:\|.*\n|\n(?=\|))+", text, re.M)
     if not found:
-        sys.exit(f"bench: a page lost its table '{SUMMARY}'")
-    return found.span()
+        sys.exit(f"bench: {page} lost its table '{SUMMARIES[results]}'")
+    return text[:found.start()], found[0], text[found.end():]
 
 
-def pages():
-    """The results, and the front page, which quotes their summary."""
-    for name in (RESULTS, README):
-        with open(name, encoding="utf-8") as file:
-            yield file.read()
-
-
-def replace_summary(summary):
-    _, readme = pages()
-    begin, end = summary_of(readme)
+def replace_summary(results, summary):
+    before, _, after = summary_of(README, results)
     with open(README, "w", encoding="utf-8") as file:
-        file.write(readme[:begin] + summary + readme[end:])
+        file.write(before + summary + after)
 
 
-def summaries_agree():
-    first, second = (page[slice(*summary_of(page))] for page in pages())
-    return first == second
+def outdated_summaries():
+    """The pages whose summary the front page quotes otherwise."""
+    return [results for results in SUMMARIES
+            if summary_of(README, results)[1] != summary_of(results, results)[1]]

@@ -13,15 +13,26 @@ import re
 import statistics
 import sys
 
-from measure import (COMPARISONS, OBJECTS, PROTOCOLS, RESULTS, SUMMARY, Comparison, arm_text,
+from measure import (COMPARISONS, OBJECTS, PROTOCOLS, RESULTS, SUMMARIES, Comparison, arm_text,
                      counts, mean, replace_summary, run, stripped_sizes)
 
 CONTESTANTS = tuple(OBJECTS)
 DESCRIPTIONS = {"generated": "generated code", "templates": "generated templates"}
+# By how bench_setups names them. A batch is of 16 calls.
+SETUPS = {
+    "threaded": "`TThreadedServer`, buffered",
+    "threaded_framed": "`TThreadedServer`, framed",
+    "nonblocking": "`TNonblockingServer`",
+    "nonblocking_4": "`TNonblockingServer` with 4 workers",
+    "host": "Host, buffered",
+    "host_framed": "Host, framed",
+}
+BATCH = 16
+WAYS = ("tcp", "unix")
 PLOTTED = ("TavBroker.Execute", "binary")
 
 
-def times(build, what, repetitions, seconds):
+def times(build, what, repetitions, seconds, program="bench_times"):
     """Medians in nanoseconds, and the typical spread of what they are medians of: by the kind
     of time, and the former by what the benchmarks' names say after `what` and by the number of
     threads too.
@@ -32,7 +43,7 @@ def times(build, what, repetitions, seconds):
     """
     report = json.loads(run(
         "taskset", "--cpu-list", str(min(os.sched_getaffinity(0))),
-        os.path.join(build, "bench/bench_times"), f"--benchmark_filter=^{what} ",
+        os.path.join(build, "bench", program), f"--benchmark_filter=^{what} ",
         f"--benchmark_repetitions={repetitions}", f"--benchmark_min_time={seconds}",
         "--benchmark_enable_random_interleaving=true", "--benchmark_report_aggregates_only=true",
         "--benchmark_format=json", timeout=240))
@@ -69,7 +80,8 @@ def share(value):
     return f"{value:.2f}"
 
 
-def setting(build, load):
+def setting(build, load, tools):
+    """Where and when it was measured, and by which other tools: rows of name and version."""
     with open("/proc/cpuinfo", encoding="utf-8") as file:
         processor = re.search(r"^model name\s*: (.*)$", file.read(), re.M)
     with open(os.path.join(build, "CMakeCache.txt"), encoding="utf-8") as file:
@@ -81,9 +93,7 @@ def setting(build, load):
                     f"{system.sysname} {system.release}"],
         ["Compiler", run(compiler, "--version").splitlines()[0] + ", -O3"],
         ["libthrift", run("pkg-config", "--modversion", "thrift").strip()],
-        ["Thrift compiler", run("thrift", "--version").split()[-1]],
-        ["Google Benchmark", run("pkg-config", "--modversion", "benchmark").strip()],
-        ["Valgrind", run("valgrind", "--version").strip().removeprefix("valgrind-")],
+        *tools,
     ])
 
 
@@ -96,12 +106,23 @@ def main():
     calls = [cell[1:] for cell in allocations if cell[0] == "ours"]
     sizes = {name: stripped_sizes(os.path.join(build, path)) for name, path in OBJECTS.items()}
     arm = arm_text()
+    tools = [
+        ["Thrift compiler", run("thrift", "--version").split()[-1]],
+        ["Google Benchmark", run("pkg-config", "--modversion", "benchmark").strip()],
+        ["Valgrind", run("valgrind", "--version").strip().removeprefix("valgrind-")],
+    ]
     print("-- Timing calls", flush=True)
     call_times, call_spread = times(build, "call", 15, 0.01)
     print("-- Timing calls with long strings", flush=True)
     length_times, _ = times(build, "length", 9, 0.02)
     print("-- Timing round trips", flush=True)
     trip_times, trip_spread = times(build, "loopback", 25, 0.03)
+
+    print("-- Timing set-ups", flush=True)
+    setup_times, setup_spread = times(build, "setup", 25, 0.03, "bench_setups")
+    stop_times, _ = times(build, "stop", 3, 0.1, "bench_setups")
+    setups = {(name, way): time / 1000
+              for (kind, name, way, _), time in setup_times.items() if kind == "cpu_time"}
 
     nanoseconds = {tuple(cell): time for (kind, *cell, _), time in call_times.items()
                    if kind == "cpu_time"}
@@ -113,7 +134,7 @@ def main():
         return (trip_times[time, one, framing, connections]
                 / trip_times[time, other, framing, connections])
 
-    summary = table([SUMMARY, "relative to (lower is better)", "Instructions", "Time"], [
+    summary = table([SUMMARIES[RESULTS], "relative to (lower is better)", "Instructions", "Time"], [
         [PROTOCOLS[comparison.encoding],
          DESCRIPTIONS[comparison.other] + ("" if comparison.over == comparison.encoding
                                            else f" over {PROTOCOLS[comparison.over]}"),
@@ -133,7 +154,7 @@ def main():
 
 Written by `script/bench`; how to read it: [CONTRIBUTING.md](../CONTRIBUTING.md#what-calls-cost).
 
-{setting(build, load)}
+{setting(build, load, tools)}
 ## Summary
 
 {summary}
@@ -175,11 +196,31 @@ was {trip_spread["cpu_time"]:.1%} and {trip_spread["real_time"]:.1%}.
         for framing in ("buffered", "framed") for connections in (1, 8)
         for time, what in (("cpu_time", "processor"), ("real_time", "passed"))])}
 ![Round trips a second against the number of connections](connections.svg)
+
+## Set-ups of a connection
+
+The same call over one connection, by what connects and serves. Time-outs are set everywhere but on
+the bare sockets. Microseconds of processor time, as above, and the share of bare sockets in them
+(higher is better). Medians of 25 times, whose typical spread was {setup_spread["cpu_time"]:.1%}.
+
+{table(["Set-up", *(f"{way}{what}" for way in WAYS for what in ("", ": bare / this"))],
+       [["bare sockets", *(x for way in WAYS for x in (f"{setups['bare', way]:.1f}", ""))],
+        *([description, *(x for way in WAYS for x in (
+            f"{setups[name, way]:.1f}", share(setups["bare", way] / setups[name, way])))]
+          for name, description in SETUPS.items()),
+        [f"Host, batches of {BATCH}, per call", *(x for way in WAYS for x in (
+            f"{setups['host_batch', way] / BATCH:.1f}",
+            share(setups["bare", way] * BATCH / setups["host_batch", way])))]])}
+A call in a batch costs {" and ".join(
+    f"{setups['host', way] * BATCH / setups['host_batch', way]:.1f} times less ({way})"
+    for way in WAYS)} than a call alone. `Server::stop()` with 50 connections, on one of which a call
+runs that takes 300 ms, takes {" and ".join(
+    f"{stop_times['real_time', 'host', way, 1] / 1e6:.0f} ms ({way})" for way in WAYS)}.
 """
     print("\n" + text)
     with open(RESULTS, "w", encoding="utf-8") as file:
         file.write(text)
-    replace_summary(summary)
+    replace_summary(RESULTS, summary)
 
     lengths = sorted({int(cell[4]) for cell in length_times})
     plot("lengths", f"set title '{PLOTTED[0]}, {PLOTTED[1]}: client, processor, client'\n"

@@ -1,27 +1,46 @@
-# Installs the library (component Runtime) and all that one needs to build with it
-# (component Development). Nothing installed knows where: the tree may be moved.
+# Installs libTavIDL (component Runtime), libTavIDLHost (component HostRuntime) and all that one
+# needs to build with them (component Development). Nothing installed knows where: the tree may be
+# moved.
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
-install(TARGETS TavIDL EXPORT TavIDLTargets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-        COMPONENT Runtime NAMELINK_COMPONENT Development
-    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development
-    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/TavIDL)
 
-get_target_property(headers TavIDL TAVIDL_HEADERS)
-foreach(header IN LISTS headers)
-    get_filename_component(directory ${header} DIRECTORY)
-    install(FILES ${PROJECT_SOURCE_DIR}/TavIDL/${header}
-        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TavIDL/${directory} COMPONENT Development)
-endforeach()
+# Each library has an export set of its own, so that programs that use TavIDL alone need nothing
+# of what Host needs.
+function(tavidl_install target runtime)
+    install(TARGETS ${target} EXPORT ${target}Targets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+            COMPONENT ${runtime} NAMELINK_COMPONENT Development
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development
+        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+    install(EXPORT ${target}Targets NAMESPACE TavIDL:: DESTINATION ${package_dir}
+        COMPONENT Development)
+    get_target_property(headers ${target} TAVIDL_HEADERS)
+    foreach(header IN LISTS headers)
+        get_filename_component(directory ${header} DIRECTORY)
+        install(FILES ${PROJECT_SOURCE_DIR}/TavIDL/${header}
+            DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TavIDL/${directory} COMPONENT Development)
+    endforeach()
+endfunction()
+
+tavidl_install(TavIDL Runtime)
+set(host_needs Threads)
+if(TARGET TavIDLHost)
+    tavidl_install(TavIDLHost HostRuntime)
+    # A program that links a static library links what that one uses.
+    get_target_property(kind TavIDLHost TYPE)
+    get_target_property(uses TavIDLHost LINK_LIBRARIES)
+    if(kind STREQUAL STATIC_LIBRARY AND OpenSSL::SSL IN_LIST uses)
+        list(APPEND host_needs OpenSSL)
+    endif()
+endif()
 
 install(FILES ${PROJECT_SOURCE_DIR}/idl/TAV_IDL.thrift
     DESTINATION ${CMAKE_INSTALL_DATADIR}/TavIDL COMPONENT Development)
 
 # For find_package(TavIDL).
-set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/TavIDL)
 configure_package_config_file(cmake/TavIDLConfig.cmake.in TavIDLConfig.cmake
     INSTALL_DESTINATION ${package_dir})
 write_basic_package_version_file(TavIDLConfigVersion.cmake COMPATIBILITY SameMajorVersion)
@@ -30,7 +49,6 @@ install(FILES
     ${CMAKE_CURRENT_BINARY_DIR}/TavIDLConfigVersion.cmake
     ${PROJECT_SOURCE_DIR}/cmake/FindThrift.cmake
     DESTINATION ${package_dir} COMPONENT Development)
-install(EXPORT TavIDLTargets NAMESPACE TavIDL:: DESTINATION ${package_dir} COMPONENT Development)
 
 # For pkg-config. A directory given as an absolute path stays where it is; others
 # are found from the place of the file itself.
@@ -61,6 +79,16 @@ if(Thrift_INCLUDES_FROM_INSIDE OR Thrift_VERSION VERSION_EQUAL 0.9.0)
     list(JOIN Thrift_INCLUDE_DIRS " -I" pc_thrift_cflags)
     string(PREPEND pc_thrift_cflags " -I")
 endif()
-configure_file(cmake/TavIDL.pc.in TavIDL.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/TavIDL.pc
-    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
+set(pc_host_requires "TavIDL = ${PROJECT_VERSION}")
+if(OpenSSL IN_LIST host_needs)
+    string(APPEND pc_host_requires ", openssl")
+endif()
+set(pc_files TavIDL.pc)
+if(TARGET TavIDLHost)
+    list(APPEND pc_files TavIDLHost.pc)
+endif()
+foreach(file IN LISTS pc_files)
+    configure_file(cmake/${file}.in ${file} @ONLY)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${file}
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
+endforeach()

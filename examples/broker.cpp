@@ -3,9 +3,9 @@
 //
 //     TAV_CREDENTIAL=... broker
 //
-// Writes its port to standard output once it serves. Ends on SIGTERM or SIGINT, and all EMPs
-// with it.
+// Writes its port to standard output once it serves. Ends on SIGTERM or SIGINT, and ends all EMPs.
 
+#include <TavIDL/host/Server.h>
 #include <signal.h>
 
 #include <iostream>
@@ -14,7 +14,6 @@
 #include <stdexcept>
 
 #include "processes.h"
-#include "safe_thrift.h"
 #include "say.h"
 
 namespace {
@@ -68,7 +67,7 @@ public:
         emp->process = std::make_unique<ChildProcess>(std::vector<std::string>{
             siblingProgram(program), empID, std::to_string(emp->servicePort.number()),
             std::to_string(emp->callbackPort.number())});
-        // It says so when it serves. A caller that is answered sooner would find no one there.
+        // It writes a line when it serves. A caller that got its answer earlier could not connect.
         emp->process->readLine(kStartMs);
 
         result.callbackServicePort = emp->callbackPort.number();
@@ -136,8 +135,8 @@ private:
 
 int main() try {
     sayAs("broker");
-    // Blocked before the first thread is started, since each takes the mask of its parent: these
-    // signals come to the loop below and interrupt nothing.
+    // Blocked before the server starts its threads, which inherit the mask: these signals are for
+    // the loop below. (A server that starts no processes just calls runUntilSignal().)
     sigset_t signals;
     sigemptyset(&signals);
     for (const int signal : {SIGTERM, SIGINT, SIGCHLD}) {
@@ -146,15 +145,15 @@ int main() try {
     sigprocmask(SIG_BLOCK, &signals, nullptr);
 
     const auto broker = std::make_shared<Broker>(credentialFromEnvironment());
-    const SafeServer server(std::make_shared<TavBrokerProcessor>(broker), 0);
-    say("serves", "TavBroker on port " + std::to_string(server.port()));
-    tellParent(std::to_string(server.port()));
+    const TavIDL::Server server(":0", broker);
+    say("serves", "TavBroker on " + server.address());
+    tellParent(server.address().substr(server.address().rfind(':') + 1));
 
     int signal = 0;
     while (sigwait(&signals, &signal) == 0 && signal == SIGCHLD) {
         broker->removeEnded();
     }
-    say("ends", "as told by signal " + std::to_string(signal));
+    say("ends", "on signal " + std::to_string(signal));
 } catch (const std::exception& failure) {
     std::cerr << "broker: " << failure.what() << '\n';
     return 1;

@@ -1,15 +1,17 @@
-// A callback service: takes the events that EMPs report.
+// A callback service in a process of its own: takes the events that EMPs report, for programs that
+// do not take them themselves as program.cpp does.
 //
 //     callback PORT
 //
 // Writes a line to standard output once it serves, and one for each event: type, param1, param2.
 // Ends when its standard input does.
 
+#include <TavIDL/host/Server.h>
+
 #include <iostream>
 #include <stdexcept>
 
 #include "processes.h"
-#include "safe_thrift.h"
 #include "say.h"
 
 namespace {
@@ -32,9 +34,8 @@ int main(int argc, char** argv) try {
         throw std::invalid_argument("usage: callback PORT");
     }
     sayAs("callback");
-    const auto processor = std::make_shared<TavEmpEventProcessor>(std::make_shared<Events>());
-    const SafeServer server(processor, portFrom(argv[1]));
-    say("serves", "TavEmpEvent on port " + std::to_string(server.port()));
+    const TavIDL::Server server(std::string(":") + argv[1], std::make_shared<Events>());
+    say("serves", "TavEmpEvent on " + server.address());
     tellParent("serves");
     waitForEndOfInput();
     say("ends", "with its standard input");

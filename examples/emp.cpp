@@ -1,9 +1,12 @@
-// An EMP: a thermometer. The broker starts it and tells it its identifier, the port to serve on
-// and the port of the callback service of the program that it is opened for.
+// An EMP: a thermometer. The broker starts it with its identifier, the port to serve on, and the
+// port of the callback service of the program that it is opened for.
 //
 //     TAV_CREDENTIAL=... emp EMPID PORT CALLBACKPORT
 //
 // Writes a line to standard output once it serves, and ends when its standard input does.
+
+#include <TavIDL/host/Remote.h>
+#include <TavIDL/host/Server.h>
 
 #include <iostream>
 #include <map>
@@ -11,7 +14,6 @@
 #include <stdexcept>
 
 #include "processes.h"
-#include "safe_thrift.h"
 #include "say.h"
 
 namespace {
@@ -21,8 +23,8 @@ constexpr int32_t kTemperatureEvent = 1;
 // Called by several threads at once, one for each connection.
 class Thermometer : public TavEmpIf {
 public:
-    Thermometer(int callbackPort, std::string credential)
-        : callbackPort_(callbackPort), credential_(std::move(credential)) {}
+    Thermometer(const std::string& callbackAddress, std::string credential)
+        : callback_(callbackAddress), credential_(std::move(credential)) {}
 
     bool Open(int32_t clientID, const std::string& name, const std::string& version,
               const std::string& credential) override {
@@ -30,7 +32,8 @@ public:
             return false;
         }
         const std::lock_guard<std::mutex> lock(mutex_);
-        // Who reconnects goes on. The limit bounds what callers can make this process hold.
+        // A client that opens again goes on. The limit bounds what clients can make this process
+        // hold.
         return clients_.count(clientID) != 0 ||
                (clients_.size() < 100 && clients_.emplace(clientID, 0).second);
     }
@@ -53,7 +56,7 @@ public:
             watch(param1);
             result = "watched " + param1;
         } else if (cmd == "jam") {
-            throw 7;  // Bad manners, but see what becomes of it.
+            throw 7;  // Not a std::exception: this costs the connection, and nothing else.
         } else {
             throw std::invalid_argument("the thermometer has no command '" + cmd + "'");
         }
@@ -82,23 +85,20 @@ private:
         ++client->second;
     }
 
-    // Reports three readings of `what`. A client of its own, as each thread here must have one.
-    void watch(const std::string& what) const {
-        SafeClient<TavEmpEventClient> events(callbackPort_);
+    // Reports three readings of `what`.
+    void watch(const std::string& what) {
         try {
             for (const char* reading : {"21.5", "21.7", "21.6"}) {
-                events.call([&](TavEmpEventClient& client) {
-                    client.Callback(kTemperatureEvent, what, reading);
-                });
+                callback_.Callback(kTemperatureEvent, what, reading);
                 say("event", what + " " + reading);
             }
-        } catch (const apache::thrift::TException& failure) {
+        } catch (const TavIDL::CallFailed& failure) {
             // Nobody listens: the event is lost, and the command goes on.
             say("failed", std::string("to send an event: ") + failure.what());
         }
     }
 
-    const int callbackPort_;
+    TavIDL::RemoteCallback callback_;  // connects when the first event is sent
     const std::string credential_;
     std::mutex mutex_;
     std::map<int32_t, int32_t> clients_;  // How many commands each has run.
@@ -111,10 +111,11 @@ int main(int argc, char** argv) try {
         throw std::invalid_argument("usage: emp EMPID PORT CALLBACKPORT");
     }
     sayAs(argv[1]);
+    // ":PORT" is this machine alone.
     const auto thermometer =
-        std::make_shared<Thermometer>(portFrom(argv[3]), credentialFromEnvironment());
-    const SafeServer server(std::make_shared<TavEmpProcessor>(thermometer), portFrom(argv[2]));
-    say("serves", "TavEmp on port " + std::to_string(server.port()));
+        std::make_shared<Thermometer>(std::string(":") + argv[3], credentialFromEnvironment());
+    const TavIDL::Server server(std::string(":") + argv[2], thermometer);
+    say("serves", "TavEmp on " + server.address());
     tellParent("serves");
     waitForEndOfInput();
     say("ends", "with its standard input");

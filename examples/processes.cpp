@@ -13,7 +13,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <stdexcept>
 #include <system_error>
 
@@ -37,21 +36,6 @@ bool readable(int fd, int ms) {
         return readable(fd, ms);  // It was stopped and continued.
     }
     return ready != 0;
-}
-
-// All but the three standard files.
-void closeOthers(posix_spawn_file_actions_t& files) {
-#if __GLIBC_PREREQ(2, 34)
-    posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
-#else
-    // Those that are open by now: a thread that opens another one meanwhile still leaks it.
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        const int fd = std::stoi(entry.path().filename());
-        if (fd > STDERR_FILENO) {
-            posix_spawn_file_actions_addclose(&files, fd);
-        }
-    }
-#endif
 }
 
 std::string describe(int status) {
@@ -97,9 +81,6 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command) {
     posix_spawn_file_actions_init(&files);
     posix_spawn_file_actions_adddup2(&files, toChild[0], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&files, fromChild[1], STDOUT_FILENO);
-    // libthrift does not mark its sockets close-on-exec. A child that inherited them would keep
-    // its parent's connections and port open beyond the parent's end.
-    closeOthers(files);
 
     // The signals that the parent takes in a way of its own are the child's again.
     posix_spawnattr_t attributes;
@@ -177,16 +158,6 @@ std::optional<std::string> ChildProcess::ending() {
         ending_ = describe(status);
     }
     return ending_;
-}
-
-int portFrom(const std::string& argument) {
-    const bool digits = !argument.empty() && argument.size() <= 5 &&
-                        argument.find_first_not_of("0123456789") == std::string::npos;
-    const int port = digits ? std::stoi(argument) : 0;
-    if (port < 1 || port > 65535) {
-        throw std::invalid_argument("'" + argument + "' is no port");
-    }
-    return port;
 }
 
 std::string credentialFromEnvironment() {

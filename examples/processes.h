@@ -7,15 +7,14 @@
 #include <string>
 #include <vector>
 
-// Processes that start each other, and the ports that they tell each other.
+// Processes that start each other, and the ports that they are given.
 
-// A port on this machine, chosen by the system and kept for the process that it is told to.
+// A port on this machine, chosen by the system and reserved for a server that is started later.
 //
-// It must be told before its server listens, and nobody else may come by it meanwhile. A socket
-// that is bound to it but does not listen keeps it: the system gives the port to nobody who
-// asks for any, and a connection to it is refused. With SO_REUSEADDR on both sockets, which
-// libthrift sets on its own, a server that asks for this very port gets it all the same, as
-// often as it is started.
+// The broker announces it before its server listens, and no other process may get it meanwhile. A
+// socket that is bound to it but does not listen reserves it: the system does not choose it again,
+// and connections to it are refused. With SO_REUSEADDR on both sockets, which TavIDL::Server sets,
+// a server that asks for this very port still gets it, as often as it is started.
 class ReservedPort {
 public:
     ReservedPort();
@@ -30,10 +29,12 @@ private:
     int number_;
 };
 
-// A process that lives no longer than this object, nor than the process that holds it: it is to
+// A process that lives no longer than this object, nor than the process that holds it: it has to
 // end when its standard input does, which happens however its parent ends. (The system can also
 // signal the death of a parent, but means the thread that started the child: in a server that
-// is gone as soon as its connection is.)
+// thread ends with its connection.)
+//
+// It inherits no other file: the sockets of TavIDL::Host are close-on-exec, as ours are.
 class ChildProcess {
 public:
     // Starts `command`: a path and its arguments. Throws std::system_error if it cannot.
@@ -59,9 +60,6 @@ private:
     std::string unread_;
     std::optional<std::string> ending_;
 };
-
-// The port in `argument`. Throws std::invalid_argument with a clear text if there is none.
-int portFrom(const std::string& argument);
 
 // The credential that the processes of one system share. In the environment, since everybody on
 // the machine can read a command line. Throws std::runtime_error if TAV_CREDENTIAL is not set.

@@ -1,7 +1,5 @@
 #include <TavIDL/host/Batch.h>
-#include <thrift/transport/TBufferTransports.h>
 
-#include <functional>
 #include <utility>
 #include <vector>
 
@@ -11,14 +9,37 @@ namespace TavIDL {
 
 using apache::thrift::transport::TMemoryBuffer;
 
+namespace host {
+
 namespace {
 
-// A call that waits for run().
-struct Encoded {
-    std::string request;
-    // Reads the reply and fulfils the promise. Not there for a one-way call, like `fail`.
-    std::function<void(const ProtocolPointer&)> receive;
-    std::function<void(const std::exception_ptr&)> fail;
+// A call that was encoded and is not answered yet. As it is, a one-way call.
+struct Pending {
+    virtual ~Pending() = default;
+    virtual bool hasReply() const { return false; }
+    virtual void receive(const ProtocolPointer&) {}
+    virtual void fail(const std::exception_ptr&) {}
+
+    std::size_t size = 0;  // of the encoded request
+};
+
+template <typename Client, typename Result, typename Receive>
+struct Promised : Pending {
+    explicit Promised(Receive how) : receiveWith(how) {}
+
+    bool hasReply() const override { return true; }
+    void receive(const ProtocolPointer& protocol) override {
+        Client client(protocol);
+        try {
+            promise.set_value(receiveWith(client));
+        } catch (const apache::thrift::TApplicationException&) {
+            promise.set_exception(std::current_exception());
+        }
+    }
+    void fail(const std::exception_ptr& failure) override { promise.set_exception(failure); }
+
+    Receive receiveWith;
+    std::promise<Result> promise;
 };
 
 // Encodes calls as they go over the wire.
@@ -27,17 +48,17 @@ public:
     explicit Encoder(const Settings& settings)
         : settings_(settings), memory_(std::make_shared<TMemoryBuffer>()) {}
 
+    // Appends the message that `send` writes.
     template <typename Client, typename Send>
-    std::string encode(Send send) {
+    void encode(std::string& bytes, Send send) {
         try {
             if (!protocol_) {
-                protocol_ = host::protocolOver(host::framesOver(memory_, settings_), settings_);
+                protocol_ = protocolOver(framesOver(memory_, settings_), settings_);
             }
             Client client(protocol_);
             send(client);
-            std::string request = memory_->getBufferAsString();
+            memory_->appendBufferToString(bytes);
             memory_->resetBuffer();
-            return request;
         } catch (...) {
             // There may be half a message, in frames too.
             protocol_ = nullptr;
@@ -54,108 +75,128 @@ private:
 
 }  // namespace
 
-struct Batch::Calls {
-    explicit Calls(host::Pool& to) : pool(to), encoder(to.settings()) {}
+class Requests {
+public:
+    explicit Requests(Pool& pool) : pool_(pool), encoder_(pool.settings()) {}
+
+    std::size_t size() const { return pending_.size(); }
+    const Settings& settings() const { return pool_.settings(); }
 
     template <typename Client, typename Send, typename Receive>
-    auto add(Send send, Receive receive)
-        -> std::future<decltype(receive(std::declval<Client&>()))> {
+    auto add(Send send, Receive receive) {
         using Result = decltype(receive(std::declval<Client&>()));
-        const auto promise = std::make_shared<std::promise<Result>>();
-        encoded.push_back(
-            {encoder.encode<Client>(send),
-             [promise, receive](const ProtocolPointer& protocol) {
-                 Client client(protocol);
-                 try {
-                     promise->set_value(receive(client));
-                 } catch (const apache::thrift::TApplicationException&) {
-                     promise->set_exception(std::current_exception());
-                 }
-             },
-             [promise](const std::exception_ptr& failure) { promise->set_exception(failure); }});
-        return promise->get_future();
+        auto call = std::make_unique<Promised<Client, Result, Receive>>(receive);
+        auto result = call->promise.get_future();
+        enqueue<Client>(send, std::move(call));
+        return result;
     }
 
-    void exchange(host::Call& call, const std::vector<Encoded>& calls, std::size_t& answered);
+    template <typename Client, typename Send>
+    void addOneWay(Send send) {
+        enqueue<Client>(send, std::make_unique<Pending>());
+    }
 
-    host::Pool& pool;
-    Encoder encoder;
-    std::vector<Encoded> encoded;
+    // Makes all calls and forgets them.
+    void run(milliseconds timeout);
+
+private:
+    template <typename Client, typename Send>
+    void enqueue(Send send, std::unique_ptr<Pending> call) {
+        const std::size_t before = bytes_.size();
+        pending_.push_back(std::move(call));
+        try {
+            encoder_.encode<Client>(bytes_, send);
+        } catch (...) {
+            pending_.pop_back();
+            throw;
+        }
+        pending_.back()->size = bytes_.size() - before;
+    }
+
+    void exchange(Channel& channel);
+
+    Pool& pool_;
+    Encoder encoder_;
+    std::vector<std::unique_ptr<Pending>> pending_;
+    std::string bytes_;         // of all requests
+    std::size_t answered_ = 0;  // by run(), up to now
 };
 
-// Writes requests and reads replies, always in this order: no more requests are ever without a
-// reply than fit the system's buffers, so writing them never waits for the peer, which could wait
-// for this side to read. More are written when reading would otherwise wait.
-void Batch::Calls::exchange(host::Call& call, const std::vector<Encoded>& calls,
-                            std::size_t& answered) {
-    const std::size_t window = pool.settings().batchWindow;
-    host::Channel& channel = call.channel();
-    std::size_t sent = 0;
-    std::size_t waiting = 0;  // bytes of requests without a reply
-    std::string next;
-    while (answered < calls.size()) {
-        if (answered == sent || !channel.buffer->hasInput()) {
-            next.clear();
-            while (sent < calls.size() &&
-                   (waiting == 0 || waiting + calls[sent].request.size() <= window)) {
-                waiting += calls[sent].request.size();
-                next += calls[sent++].request;
-            }
-            channel.socket->write(reinterpret_cast<const uint8_t*>(next.data()),
-                                  static_cast<uint32_t>(next.size()));
-        }
-        const Encoded& oldest = calls[answered];
-        if (oldest.receive) {
-            oldest.receive(channel.protocol);
-        }
-        waiting -= oldest.request.size();
-        ++answered;
-    }
-}
-
-Batch::Batch(Remote& remote) : calls_(new Calls(*remote.pool_)) {
-}
-
-Batch::~Batch() = default;
-
-std::size_t Batch::size() const {
-    return calls_->encoded.size();
-}
-
-void Batch::run() {
-    run(calls_->pool.settings().callTimeout);
-}
-
-void Batch::run(std::chrono::milliseconds timeout) {
-    std::vector<Encoded> calls;
-    calls.swap(calls_->encoded);
-    if (calls.empty()) {
-        return;
-    }
-    const std::string what = "a batch of " + std::to_string(calls.size()) + " calls";
-    std::size_t answered = 0;
+void Requests::run(milliseconds timeout) {
+    const std::string what = "a batch of " + std::to_string(size()) + " calls";
+    const auto forget = [this] {
+        pending_.clear();
+        bytes_.clear();
+    };
+    answered_ = 0;
     try {
-        host::Call call(calls_->pool, what.c_str(), timeout);
+        Call call(pool_, what.c_str(), timeout);
         try {
-            calls_->exchange(call, calls, answered);
+            exchange(call.channel());
         } catch (...) {
             call.fail();
         }
         call.keep();
     } catch (...) {
-        for (; answered < calls.size(); ++answered) {
-            if (calls[answered].fail) {
-                calls[answered].fail(std::current_exception());
-            }
+        for (; answered_ < pending_.size(); ++answered_) {
+            pending_[answered_]->fail(std::current_exception());
         }
+        forget();
         throw;
+    }
+    forget();
+}
+
+// Writes requests and reads replies, in turn: no more requests are ever without a reply than fit
+// the system's buffers, so writing them never waits for the peer, which could itself wait for this
+// side to read. More are written when reading would otherwise wait.
+void Requests::exchange(Channel& channel) {
+    const std::size_t window = settings().batchWindow;
+    const auto* next = reinterpret_cast<const uint8_t*>(bytes_.data());
+    std::size_t sent = 0;
+    std::size_t waiting = 0;  // bytes of requests without a reply
+    for (; answered_ < pending_.size(); ++answered_) {
+        Pending& oldest = *pending_[answered_];
+        if (answered_ == sent || (oldest.hasReply() && !channel.buffer->hasInput())) {
+            std::size_t size = 0;
+            while (sent < pending_.size() &&
+                   (waiting + size == 0 || waiting + size + pending_[sent]->size <= window)) {
+                size += pending_[sent++]->size;
+            }
+            channel.socket->write(next, static_cast<uint32_t>(size));
+            next += size;
+            waiting += size;
+        }
+        oldest.receive(channel.protocol);
+        waiting -= oldest.size;
+    }
+}
+
+}  // namespace host
+
+Batch::Batch(Remote& remote) : requests_(new host::Requests(*remote.pool_)) {
+}
+
+Batch::~Batch() = default;
+
+std::size_t Batch::size() const {
+    return requests_->size();
+}
+
+void Batch::run() {
+    run(requests_->settings().callTimeout);
+}
+
+void Batch::run(std::chrono::milliseconds timeout) {
+    if (size() > 0) {
+        requests_->run(timeout);
     }
 }
 
 std::future<ConnectionInfo> BrokerBatch::OpenEmp(const std::string& name,
                                                  const std::string& version,
                                                  const std::string& credential) {
-    return calls_->add<TavBrokerClient>(
+    return requests_->add<TavBrokerClient>(
         [&](TavBrokerClient& client) { client.send_OpenEmp(name, version, credential); },
         [](TavBrokerClient& client) {
             ConnectionInfo result;
@@ -168,7 +209,7 @@ std::future<std::string> BrokerBatch::Execute(int32_t fromPort, const std::strin
                                               const std::string& param1, const std::string& param2,
                                               const std::string& param3,
                                               const std::string& param4) {
-    return calls_->add<TavBrokerClient>(
+    return requests_->add<TavBrokerClient>(
         [&](TavBrokerClient& client) {
             client.send_Execute(fromPort, cmd, param1, param2, param3, param4);
         },
@@ -180,27 +221,27 @@ std::future<std::string> BrokerBatch::Execute(int32_t fromPort, const std::strin
 }
 
 std::future<bool> BrokerBatch::CloseEmp(const ConnectionInfo& connectionInfo) {
-    return calls_->add<TavBrokerClient>(
+    return requests_->add<TavBrokerClient>(
         [&](TavBrokerClient& client) { client.send_CloseEmp(connectionInfo); },
         [](TavBrokerClient& client) { return client.recv_CloseEmp(); });
 }
 
 std::future<bool> EmpBatch::Open(int32_t clientID, const std::string& name,
                                  const std::string& version, const std::string& credential) {
-    return calls_->add<TavEmpClient>(
+    return requests_->add<TavEmpClient>(
         [&](TavEmpClient& client) { client.send_Open(clientID, name, version, credential); },
         [](TavEmpClient& client) { return client.recv_Open(); });
 }
 
 std::future<int32_t> EmpBatch::Close(int32_t clientID) {
-    return calls_->add<TavEmpClient>([&](TavEmpClient& client) { client.send_Close(clientID); },
-                                     [](TavEmpClient& client) { return client.recv_Close(); });
+    return requests_->add<TavEmpClient>([&](TavEmpClient& client) { client.send_Close(clientID); },
+                                        [](TavEmpClient& client) { return client.recv_Close(); });
 }
 
 std::future<std::string> EmpBatch::Execute(int32_t clientID, const std::string& cmd,
                                            const std::string& param1, const std::string& param2,
                                            const std::string& param3, const std::string& param4) {
-    return calls_->add<TavEmpClient>(
+    return requests_->add<TavEmpClient>(
         [&](TavEmpClient& client) {
             client.send_Execute(clientID, cmd, param1, param2, param3, param4);
         },
@@ -213,7 +254,7 @@ std::future<std::string> EmpBatch::Execute(int32_t clientID, const std::string& 
 
 std::future<std::string> EmpBatch::ExecuteWithParamList(int32_t clientID, const std::string& cmd,
                                                         const ParamList& paramList) {
-    return calls_->add<TavEmpClient>(
+    return requests_->add<TavEmpClient>(
         [&](TavEmpClient& client) { client.send_ExecuteWithParamList(clientID, cmd, paramList); },
         [](TavEmpClient& client) {
             std::string result;
@@ -224,10 +265,8 @@ std::future<std::string> EmpBatch::ExecuteWithParamList(int32_t clientID, const 
 
 void CallbackBatch::Callback(int32_t eventType, const std::string& param1,
                              const std::string& param2) {
-    calls_->encoded.push_back(
-        {calls_->encoder.encode<TavEmpEventClient>(
-             [&](TavEmpEventClient& client) { client.Callback(eventType, param1, param2); }),
-         nullptr, nullptr});
+    requests_->addOneWay<TavEmpEventClient>(
+        [&](TavEmpEventClient& client) { client.Callback(eventType, param1, param2); });
 }
 
 }  // namespace TavIDL

@@ -14,6 +14,10 @@
 
 namespace TavIDL {
 
+namespace host {
+class Requests;
+}
+
 /// Many calls at the price of a few: they are sent together, before their replies are read.
 ///
 /// Adding a call encodes it, and run() makes all calls, in their order, over one connection. Each
@@ -53,8 +57,7 @@ public:
 protected:
     explicit Batch(Remote& remote);
 
-    struct Calls;
-    std::unique_ptr<Calls> calls_;
+    std::unique_ptr<host::Requests> requests_;
 };
 
 /// Calls of a broker. The batch must not outlive `broker`.

@@ -49,35 +49,33 @@ std::string addressOf(const std::string& host, int32_t port, const char* what) {
 
 }  // namespace
 
-class EmpSession::Parts {
+namespace host {
+
+class Session {
 public:
-    Parts(RemoteBroker& broker, const host::Address& brokerAddress, const std::string& name,
-          const std::string& version, const std::string& credential, OnEvent onEvent,
-          const Settings& settings)
-        : broker_(broker), settings_(settings) {
+    Session(RemoteBroker& broker, const Address& brokerAddress, const std::string& name,
+            const std::string& version, const std::string& credential, EmpSession::OnEvent onEvent,
+            Settings settings)
+        : broker_(broker), settings_(std::move(settings)) {
         broker.OpenEmp(info_, name, version, credential);
         try {
             if (onEvent && info_.callbackServicePort != 0) {
-                events_.reset(
-                    new Server(addressOf(host::localHostFor(brokerAddress),
-                                         info_.callbackServicePort, "callbackServicePort"),
-                               std::make_shared<Events>(std::move(onEvent), settings_), settings_));
+                events_ = std::make_unique<Server>(
+                    addressOf(localHostFor(brokerAddress), info_.callbackServicePort,
+                              "callbackServicePort"),
+                    std::make_shared<Events>(std::move(onEvent), settings_), settings_);
             }
-            emp_.reset(
-                new RemoteEmp(addressOf(brokerAddress.isUnix() ? "127.0.0.1" : brokerAddress.host,
-                                        info_.empServicePort, "empServicePort"),
-                              settings_));
+            emp_ = std::make_unique<RemoteEmp>(
+                addressOf(brokerAddress.isUnix() ? "127.0.0.1" : brokerAddress.host,
+                          info_.empServicePort, "empServicePort"),
+                settings_);
         } catch (...) {
             closeAndReport();
             throw;
         }
     }
 
-    ~Parts() {
-        if (emp_) {
-            closeAndReport();
-        }
-    }
+    ~Session() { closeAndReport(); }
 
     RemoteEmp& emp() const { return *emp_; }
     const ConnectionInfo& info() const { return info_; }
@@ -132,6 +130,8 @@ private:
     bool answer_ = false;
 };
 
+}  // namespace host
+
 EmpSession::EmpSession(RemoteBroker& broker, const std::string& name, const std::string& version,
                        const std::string& credential, OnEvent onEvent)
     : EmpSession(broker, name, version, credential, std::move(onEvent), broker.settings()) {
@@ -139,26 +139,26 @@ EmpSession::EmpSession(RemoteBroker& broker, const std::string& name, const std:
 
 EmpSession::EmpSession(RemoteBroker& broker, const std::string& name, const std::string& version,
                        const std::string& credential, OnEvent onEvent, const Settings& settings)
-    : parts_(new Parts(broker, host::addressFrom(broker.address(), host::Role::client), name,
-                       version, credential, std::move(onEvent), settings)) {
+    : session_(new host::Session(broker, host::addressFrom(broker.address(), host::Role::client),
+                                 name, version, credential, std::move(onEvent), settings)) {
 }
 
 EmpSession::~EmpSession() = default;
 
 RemoteEmp* EmpSession::operator->() const {
-    return &parts_->emp();
+    return &session_->emp();
 }
 
 RemoteEmp& EmpSession::operator*() const {
-    return parts_->emp();
+    return session_->emp();
 }
 
 const ConnectionInfo& EmpSession::info() const {
-    return parts_->info();
+    return session_->info();
 }
 
 bool EmpSession::close() {
-    return parts_->close();
+    return session_->close();
 }
 
 }  // namespace TavIDL

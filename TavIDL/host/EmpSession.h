@@ -13,6 +13,10 @@
 
 namespace TavIDL {
 
+namespace host {
+class Session;
+}
+
 /// An EMP that is open as long as this lives: the constructor has the broker open it and serves
 /// the program's callback service, `->` calls it, the destructor has the broker close it.
 ///
@@ -68,8 +72,7 @@ public:
     bool close();
 
 private:
-    class Parts;
-    std::unique_ptr<Parts> parts_;
+    std::unique_ptr<host::Session> session_;
 };
 
 }  // namespace TavIDL

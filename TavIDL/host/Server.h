@@ -13,6 +13,10 @@
 
 namespace TavIDL {
 
+namespace host {
+class Acceptor;
+}
+
 /// Serves a handler on an address, in threads of its own: one that accepts connections, and one for
 /// each connection. It is ready when its constructor returns.
 ///
@@ -72,8 +76,7 @@ public:
     void finish();
 
 private:
-    class Acceptor;
-    std::unique_ptr<Acceptor> acceptor_;
+    std::unique_ptr<host::Acceptor> acceptor_;
 };
 
 }  // namespace TavIDL

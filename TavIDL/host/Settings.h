@@ -113,7 +113,7 @@ struct Settings {
 
     /// Bytes of stack of each of a server's threads. The system's default, 8 MiB, would soon use up
     /// the address space of a 32-bit process.
-    std::size_t stackSize = 512 * 1024;
+    std::size_t stackSize = std::size_t{512} * 1024;
 
     /// Lets a reply wait for the next one while the next request has already been received, so
     /// that the replies to a batch leave together. A reply then takes as long as the calls after

@@ -16,6 +16,7 @@
 #include <cstring>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -242,9 +243,11 @@ Address addressFrom(const std::string& text, Role role) {
     const char* const end = text.data() + text.size();
     const char* const begin = colon == std::string::npos ? end : text.data() + colon + 1;
     const auto parsed = std::from_chars(begin, end, address.port);
-    const std::string forbidden(inBrackets ? "[]/\0" : "[]/:\0", inBrackets ? 4 : 5);
+    constexpr std::string_view kForbidden("[]/\0", 4);
+    const bool isIpv6 = address.host.find(':') != std::string::npos;
     if (parsed.ec != std::errc() || parsed.ptr != end || address.port < lowest ||
-        address.port > 65535 || address.host.find_first_of(forbidden) != std::string::npos) {
+        address.port > 65535 || inBrackets != isIpv6 ||
+        address.host.find_first_of(kForbidden) != std::string::npos) {
         throw std::invalid_argument("'" + text +
                                     "' is not a valid address; write HOST:PORT, [IPV6]:PORT, "
                                     ":PORT (this machine) or unix:PATH, with a port from " +
@@ -343,17 +346,24 @@ Descriptor connectTo(const Address& address, Clock::time_point end, const Attemp
     throw std::runtime_error(std::strerror(error));
 }
 
-Descriptor listenOn(Address& address, unsigned unixMode) {
-    return address.isUnix() ? listenOnPath(address.path, unixMode) : listenOnPort(address);
+Listener::Listener(const Address& address, unsigned unixMode)
+    : address_(address),
+      descriptor_(address.isUnix() ? listenOnPath(address.path, unixMode)
+                                   : listenOnPort(address_)) {
 }
 
-void removeSocketFile(const Address& address) {
-    if (!address.isUnix()) {
+Listener::~Listener() {
+    descriptor_ = Descriptor();
+    if (!address_.isUnix()) {
         return;
     }
-    const DirectoryLock lock(address.path);
-    if (isAbandoned(address.path)) {  // and not the file of the next server
-        unlink(address.path.c_str());
+    try {
+        const DirectoryLock lock(address_.path);
+        if (isAbandoned(address_.path)) {  // and not the file of the next server
+            unlink(address_.path.c_str());
+        }
+    } catch (const std::exception&) {
+        // For want of memory or descriptors. The next server replaces the file.
     }
 }
 

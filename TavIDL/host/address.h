@@ -60,12 +60,23 @@ using Attempt = std::function<void(int)>;
 // std::runtime_error with the reason of the last failure, and what `attempt` throws.
 Descriptor connectTo(const Address& address, Clock::time_point end, const Attempt& attempt);
 
-// A listening socket, in non-blocking mode. Sets the port that the system chose. Throws
-// std::system_error.
-Descriptor listenOn(Address& address, unsigned unixMode);
+// A listening socket, in non-blocking mode, and the file of a unix socket.
+class Listener {
+public:
+    // Throws std::system_error.
+    Listener(const Address& address, unsigned unixMode);
+    ~Listener();
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
 
-// Removes the file of a unix socket that nobody listens on any more.
-void removeSocketFile(const Address& address);
+    int get() const { return descriptor_.get(); }
+    // With the port that the system chose.
+    const Address& address() const { return address_; }
+
+private:
+    Address address_;
+    Descriptor descriptor_;
+};
 
 }  // namespace TavIDL::host
 

@@ -1,8 +1,12 @@
 #include "channel.h"
 
 #include <TavIDL/thrift.h>
+
+// Not hidden, as in channel.h.
+#pragma GCC visibility push(default)
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/protocol/TCompactProtocol.h>
+#pragma GCC visibility pop
 
 #include <stdexcept>
 #include <utility>
@@ -12,7 +16,6 @@ namespace TavIDL::host {
 using apache::thrift::protocol::TBinaryProtocolT;
 using apache::thrift::protocol::TCompactProtocolT;
 using apache::thrift::transport::TBufferBase;
-using apache::thrift::transport::TBufferedTransport;
 using apache::thrift::transport::TFramedTransport;
 using apache::thrift::transport::TTransportException;
 

@@ -2,7 +2,12 @@
 #define TAVIDL_HOST_CHANNEL_H
 
 #include <TavIDL/host/Settings.h>
+
+// libTavIDL recognises the protocols over these transports by the addresses of their type
+// information, which the two libraries have to share: so it must not be hidden.
+#pragma GCC visibility push(default)
 #include <thrift/transport/TBufferTransports.h>
+#pragma GCC visibility pop
 
 #include <memory>
 

@@ -26,7 +26,14 @@ std::string inMs(milliseconds time) {
 Channel::Channel(std::shared_ptr<Socket> connected, const Settings& settings)
     : socket(std::move(connected)),
       buffer(std::make_shared<Buffer>(socket, settings)),
-      protocol(protocolOver(framesOver(buffer, settings), settings)) {
+      transport(framesOver(buffer, settings)),
+      protocol(protocolOver(transport, settings)) {
+}
+
+bool Channel::hasInput() const {
+    uint32_t restOfFrame = 0;
+    transport->borrow(nullptr, &restOfFrame);
+    return restOfFrame > 0 || buffer->hasInput();
 }
 
 Pool::Pool(const std::string& address, const Settings& settings, bool oneWay)
@@ -59,36 +66,37 @@ void Pool::cancel() {
 }
 
 Call::Call(Pool& pool, const char* operation, milliseconds timeout)
-    : pool_(pool), operation_(operation), timeout_(timeout), end_(Clock::now() + timeout) {
-    {
-        const std::lock_guard<std::mutex> lock(pool_.mutex_);
-        place_ = pool_.calls_.insert(pool_.calls_.end(), this);
-    }
+    : pool_(pool), operation_(operation), timeout_(timeout), begin_(Clock::now()) {
+    std::unique_lock<std::mutex> lock(pool_.mutex_);
+    place_ = pool_.calls_.insert(pool_.calls_.end(), this);
     try {
-        waitForTurn();
+        waitForTurn(lock);
         if (!takeIdle()) {
+            lock.unlock();
             connect();
         }
         Socket& socket = *channel().socket;
-        publish(socket.descriptor());
         socket.forgetSent();
-        socket.readLimit().until(end_);
-        socket.writeLimit().until(end_);
+        socket.readLimit().until(begin_ + timeout_);
+        socket.writeLimit().until(begin_ + timeout_);
     } catch (...) {
+        if (!lock.owns_lock()) {
+            lock.lock();
+        }
         leave();
         throw;
     }
 }
 
 Call::~Call() {
+    const std::lock_guard<std::mutex> lock(pool_.mutex_);
     leave();
 }
 
-void Call::waitForTurn() {
-    std::unique_lock<std::mutex> lock(pool_.mutex_);
-    const bool free = pool_.changed_.wait_until(
-        lock, end_, [this] { return cancelled_ || pool_.connected_ < pool_.most_; });
-    if (!free) {
+void Call::waitForTurn(std::unique_lock<std::mutex>& lock) {
+    const auto free = [this] { return pool_.connected_ < pool_.most_; };
+    pool_.changed_.wait_until(lock, begin_ + timeout_, [&] { return cancelled_ || free(); });
+    if (cancelled_ || !free()) {
         throw failure(CallFailed::NoAnswerInTime,
                       "all connections were in use for " + inMs(timeout_));
     }
@@ -97,41 +105,32 @@ void Call::waitForTurn() {
 }
 
 bool Call::takeIdle() {
-    for (;;) {
-        {
-            const std::lock_guard<std::mutex> lock(pool_.mutex_);
-            channel_.clear();
-            if (pool_.idle_.empty()) {
-                return false;
-            }
-            channel_.splice(channel_.end(), pool_.idle_, std::prev(pool_.idle_.end()));
-        }
-        if (end_ - timeout_ - channel().lastUse < kTrusted || !channel().socket->isStale()) {
+    while (!pool_.idle_.empty()) {
+        channel_.splice(channel_.end(), pool_.idle_, std::prev(pool_.idle_.end()));
+        Socket& socket = *channel().socket;
+        if (begin_ - channel().lastUse < kTrusted || !socket.isStale()) {
+            descriptor_ = socket.descriptor();
             return true;
         }
+        channel_.clear();
     }
+    return false;
 }
 
 void Call::connect() {
     const Address& address = pool_.address_;
     const Settings& settings = pool_.settings_;
-    const auto end = std::min(end_, Clock::now() + settings.connectTimeout);
+    const auto end = std::min(begin_ + timeout_, Clock::now() + settings.connectTimeout);
     try {
         auto socket = std::make_shared<Socket>(
             connectTo(address, end, [this](int descriptor) { publish(descriptor); }));
+        channel_.emplace_back(socket, settings);
+        publish(socket->descriptor());
         if (pool_.tls_) {
-            publish(socket->descriptor());
             socket->readLimit().until(end);
             socket->writeLimit().until(end);
-            try {
-                socket->startTls(*pool_.tls_, address.host);
-                publish(-1);
-            } catch (...) {
-                publish(-1);
-                throw;
-            }
+            socket->startTls(*pool_.tls_, address.host);
         }
-        channel_.emplace_back(std::move(socket), settings);
     } catch (const CallFailed&) {
         throw;
     } catch (const std::bad_alloc&) {
@@ -152,16 +151,15 @@ void Call::publish(int descriptor) {
 }
 
 void Call::leave() noexcept {
-    const std::lock_guard<std::mutex> lock(pool_.mutex_);
     pool_.calls_.erase(place_);
     if (connected_) {
         --pool_.connected_;
     }
-    if (keep_ && !cancelled_) {
-        channel().lastUse = Clock::now();
+    if (keep_ && !cancelled_ && !channel().hasInput()) {
+        channel().lastUse = begin_;
         pool_.idle_.splice(pool_.idle_.end(), channel_);
     }
-    pool_.changed_.notify_all();
+    pool_.changed_.notify_one();  // who waits for a connection, or the pool's destructor
 }
 
 CallFailed Call::failure(CallFailed::Reason reason, const std::string& detail) {

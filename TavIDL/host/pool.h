@@ -20,8 +20,12 @@ namespace TavIDL::host {
 struct Channel {
     Channel(std::shared_ptr<Socket> connected, const Settings& settings);
 
+    // Whether there is input that nobody has read. It would be taken for the next reply.
+    bool hasInput() const;
+
     std::shared_ptr<Socket> socket;
     std::shared_ptr<Buffer> buffer;
+    std::shared_ptr<apache::thrift::transport::TBufferBase> transport;  // what `protocol` is over
     ProtocolPointer protocol;
     Clock::time_point lastUse;
 };
@@ -79,23 +83,23 @@ public:
 private:
     friend class Pool;
 
-    void waitForTurn();
-    bool takeIdle();
     void connect();
     void publish(int descriptor);
-    void leave() noexcept;
     CallFailed failure(CallFailed::Reason reason, const std::string& detail);
 
     Pool& pool_;
     const char* const operation_;
     const milliseconds timeout_;
-    const Clock::time_point end_;
+    const Clock::time_point begin_;
     bool keep_ = false;
 
     std::atomic<bool> cancelled_{false};
     std::list<Channel> channel_;  // one, once there is a connection
 
     // By the pool's mutex:
+    void waitForTurn(std::unique_lock<std::mutex>& lock);
+    bool takeIdle();
+    void leave() noexcept;
     std::list<Call*>::iterator place_;
     bool connected_ = false;  // counted in the pool
     int descriptor_ = -1;     // what cancel() shuts down

@@ -44,7 +44,8 @@ Socket::Socket(Descriptor descriptor) : descriptor_(std::move(descriptor)) {
 }
 
 void Socket::startTls(const TlsContext& context, const std::string& host) {
-    tls_.reset(new TlsSession(context, *this, host));
+    TlsSession::Bytes& bytes = *this;
+    tls_ = std::make_unique<TlsSession>(context, bytes, host);
     tls_->shakeHands();
     sent_ = false;
 }
@@ -151,11 +152,6 @@ void Socket::closeGently() {
     } catch (const TTransportException&) {
         // Gone already.
     }
-}
-
-bool Socket::peek() {
-    uint8_t next = 0;
-    return ::recv(descriptor_.get(), &next, 1, MSG_PEEK) > 0;
 }
 
 void Socket::close() {

@@ -69,7 +69,6 @@ public:
     void closeGently();
 
     bool isOpen() const override { return !closed_; }
-    bool peek() override;
     void close() override;
     void closeOutput() override;
     std::string peer() const override { return peerOf(descriptor_.get()); }

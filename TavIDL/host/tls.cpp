@@ -28,6 +28,7 @@ std::unique_ptr<const TlsContext> tlsFor(const Settings& settings, const Address
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
 
 namespace TavIDL::host {
 
@@ -45,6 +46,9 @@ ssl_st* ready(const std::shared_ptr<ssl_st>& session) {
 std::string reason() {
     const unsigned long error = ERR_get_error();
     ERR_clear_error();
+    if (ERR_GET_LIB(error) == ERR_LIB_SYS) {
+        return std::strerror(ERR_GET_REASON(error));  // OpenSSL 3 has no text for these
+    }
     const char* text = ERR_reason_error_string(error);
     return text != nullptr ? text : "unknown reason";
 }

@@ -1,7 +1,6 @@
-// How these processes connect and serve: what examples/safe_thrift.h says in C++.
+// How these processes connect and serve: what TavIDL::Host does for programs in C++.
 //
-// Thrift's defaults trust every peer. What is set here, and why, is what to take along into
-// a program of one's own.
+// Thrift's defaults trust every peer. Copy this file into your own program.
 "use strict";
 
 const thrift = require("thrift");

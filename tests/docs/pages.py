@@ -32,7 +32,6 @@ SOURCE = Path(__file__).resolve().parents[2]
 
 # The blocks that nobody pastes, by their page and first line, and why. All others are run.
 NOT_RUN = {
-    ("README.md", "script/demo"): "a stage of .ci/run, as script/test is",
     ("CONTRIBUTING.md", "script/test dev"): "runs all tests, this one among them",
     ("CONTRIBUTING.md", "apt-get install -y gcovr"): "the same, and installs a package",
     ("CONTRIBUTING.md", "cmake --build --preset release --target pages"):
@@ -87,7 +86,7 @@ def complaints(page, text, run):
     for command in re.findall(r"`((?:script|\.ci)/[\w/-]+)[ `]", text):
         if not os.access(SOURCE / command, os.X_OK):
             yield f"there is no {command}"
-    for link in re.findall(r"\]\(([^)#:]+)\)", text):
+    for link in re.findall(r"\]\(([^)#:]+)[#)]", BLOCK.sub("", text)):
         if not (SOURCE / page).parent.joinpath(link).exists():
             yield f"a link to {link}, which is not there"
 

@@ -1,20 +1,361 @@
 #include <TavIDL/host/Remote.h>
 #include <TavIDL/host/Server.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <thrift/protocol/TJSONProtocol.h>
 
-#include "Emp.h"
+#include <stdexcept>
+
+#include "Calls.h"
+
+using apache::thrift::TApplicationException;
+using apache::thrift::transport::TTransportException;
+using calls::CallFailed;
+using calls::failureOf;
+using calls::Messages;
+using calls::Running;
+using testing::EndsWith;
+using testing::HasSubstr;
 
 namespace {
 
-TEST(RemoteTest, ConnectsAgainAfterTheServerHasRestarted) {
-    auto server = std::make_unique<TavIDL::Server>("127.0.0.1:0", std::make_shared<Emp>());
-    const std::string address = server->address();
-    TavIDL::RemoteEmp emp(address);
-    EXPECT_EQ(execute(emp, "read"), "read done");
-    server.reset();
-    EXPECT_THROW(execute(emp, "read"), TavIDL::CallFailed);
-    server = std::make_unique<TavIDL::Server>(address, std::make_shared<Emp>());
-    EXPECT_EQ(execute(emp, "read"), "read done");
+class RemoteTest : public calls::EachWay {
+protected:
+    peers::Listener listener_{where()};
+    TavIDL::RemoteEmp emp_{listener_.address(), settings()};
+    const Messages messages_{settings()};
+    const std::string request_ = messages_.request("read");
+    const std::string reply_ = messages_.reply("21.5");
+};
+
+ON_EACH_WAY(RemoteTest);
+
+TEST_P(RemoteTest, SendsTheRequestAndReturnsTheResult) {
+    Running call([&] { return execute(emp_, "read"); });
+    peers::Peer peer = listener_.accept();
+    EXPECT_EQ(peer.receive(request_.size()), request_);
+    peer.send(reply_);
+    EXPECT_EQ(call.result(), "21.5");
+    EXPECT_EQ(peer.waiting(), 0U);
+}
+
+TEST_P(RemoteTest, CallsAgainOverTheSameConnection) {
+    Running first([&] { return execute(emp_, "read"); });
+    peers::Peer peer = listener_.accept();
+    peer.receive(request_.size());
+    peer.send(reply_);
+    first.result();
+    Running second([&] { return execute(emp_, "read"); });
+    EXPECT_EQ(peer.receive(request_.size()), request_);
+    peer.send(reply_);
+    EXPECT_EQ(second.result(), "21.5");
+    EXPECT_FALSE(listener_.hasVisitor());
+}
+
+TEST_P(RemoteTest, PutsAReplyTogetherThatComesByteByByte) {
+    Running call([&] { return execute(emp_, "read"); });
+    peers::Peer peer = listener_.accept();
+    peer.receive(request_.size());
+    peer.drip(reply_);
+    EXPECT_EQ(call.result(), "21.5");
+}
+
+TEST_P(RemoteTest, PutsALongReplyTogether) {
+    const std::string text(500'000, 't');
+    Running call([&] { return execute(emp_, "read"); });
+    peers::Peer peer = listener_.accept();
+    peer.receive(request_.size());
+    peer.send(messages_.reply(text));
+    EXPECT_EQ(call.result(), text);
+}
+
+// The peer has part of the request, or all of it, and closes.
+TEST_P(RemoteTest, FailsOnceIfThePeerClosesAfterAnyByteOfTheRequest) {
+    for (std::size_t count = 0; count <= request_.size(); ++count) {
+        Running call([&] { return execute(emp_, "read"); });
+        peers::Peer peer = listener_.accept();
+        peer.receive(count);
+        peer.close();
+        const CallFailed failure = call.failure();
+        EXPECT_EQ(failure.reason(), CallFailed::ConnectionClosed) << count;
+        EXPECT_TRUE(count == 0 || failure.sent()) << count;
+        EXPECT_FALSE(listener_.hasVisitor()) << "sent twice after " << count;
+    }
+}
+
+TEST_P(RemoteTest, FailsOnceIfThePeerClosesAfterAnyByteOfTheReply) {
+    for (std::size_t count = 0; count < reply_.size(); ++count) {
+        Running call([&] { return execute(emp_, "read"); });
+        peers::Peer peer = listener_.accept();
+        peer.receive(request_.size());
+        peer.send(reply_.substr(0, count));
+        peer.close();
+        const CallFailed failure = call.failure();
+        EXPECT_EQ(failure.reason(), CallFailed::ConnectionClosed) << count;
+        EXPECT_TRUE(failure.sent()) << count;
+        EXPECT_FALSE(listener_.hasVisitor()) << "sent twice after " << count;
+    }
+}
+
+TEST_P(RemoteTest, FailsOnceIfThePeerResetsAfterAnyByteOfTheRequest) {
+    for (std::size_t count = 1; count <= request_.size(); ++count) {
+        Running call([&] { return execute(emp_, "read"); });
+        peers::Peer peer = listener_.accept();
+        peer.receive(count);
+        peer.reset();
+        EXPECT_EQ(call.failure().reason(), CallFailed::ConnectionClosed) << count;
+        EXPECT_FALSE(listener_.hasVisitor()) << "sent twice after " << count;
+    }
+}
+
+TEST_P(RemoteTest, FailsOnceIfThePeerResetsAfterAnyByteOfTheReply) {
+    for (std::size_t count = 0; count < reply_.size(); ++count) {
+        Running call([&] { return execute(emp_, "read"); });
+        peers::Peer peer = listener_.accept();
+        peer.receive(request_.size());
+        peer.send(reply_.substr(0, count));
+        peer.reset();
+        EXPECT_EQ(call.failure().reason(), CallFailed::ConnectionClosed) << count;
+        EXPECT_FALSE(listener_.hasVisitor()) << "sent twice after " << count;
+    }
+}
+
+// The peer reads slower than the request is written, and then does not want the rest.
+TEST_P(RemoteTest, FailsWithoutASignalIfThePeerClosesWhileALongRequestIsSent) {
+    const std::string text(64 << 20, 't');
+    Running call([&] { return execute(emp_, "read", text); });
+    peers::Peer peer = listener_.accept();
+    peer.receive(1000);
+    call.waitUntilAsleep();
+    peer.close();
+    const CallFailed failure = call.failure();
+    EXPECT_EQ(failure.reason(), CallFailed::ConnectionClosed);
+    EXPECT_TRUE(failure.sent());
+}
+
+TEST_P(RemoteTest, ConnectsAgainAfterAFailure) {
+    Running failing([&] { return execute(emp_, "read"); });
+    listener_.accept().close();
+    failing.failure();
+    Running call([&] { return execute(emp_, "read"); });
+    peers::Peer peer = listener_.accept();
+    peer.receive(request_.size());
+    peer.send(reply_);
+    EXPECT_EQ(call.result(), "21.5");
+}
+
+TEST_P(RemoteTest, KeepsTheConnectionWhenThePeerRefusesACall) {
+    const std::string refusal = messages_.reply(
+        request_, std::make_shared<Emp>([](const std::string&, const std::string&) -> std::string {
+            throw std::runtime_error("too hot");
+        }));
+    Running refused([&] { return execute(emp_, "read"); });
+    peers::Peer peer = listener_.accept();
+    peer.receive(request_.size());
+    peer.send(refusal);
+    try {
+        refused.result();
+        FAIL() << "not refused";
+    } catch (const TApplicationException& reason) {
+        EXPECT_STREQ(reason.what(), "too hot");
+    }
+    Running call([&] { return execute(emp_, "read"); });
+    peer.receive(request_.size());
+    peer.send(reply_);
+    EXPECT_EQ(call.result(), "21.5");
+    EXPECT_FALSE(listener_.hasVisitor());
+}
+
+// What was not asked for would else be taken for the reply to the next call.
+TEST_P(RemoteTest, DoesNotTakeASecondReplyForThatOfTheNextCall) {
+    Running first([&] { return execute(emp_, "read"); });
+    peers::Peer talkative = listener_.accept();
+    talkative.receive(request_.size());
+    talkative.send(reply_ + messages_.reply("wrong"));
+    EXPECT_EQ(first.result(), "21.5");
+    Running second([&] { return execute(emp_, "read"); });
+    peers::Peer peer = listener_.accept();
+    peer.receive(request_.size());
+    peer.send(reply_);
+    EXPECT_EQ(second.result(), "21.5");
+}
+
+TEST_P(RemoteTest, SaysIfWhatCameIsNotAReply) {
+    Running call([&] { return execute(emp_, "read"); });
+    peers::Peer peer = listener_.accept();
+    peer.receive(request_.size());
+    peer.send("HTTP/1.1 400 Bad Request\r\n\r\n");
+    const CallFailed failure = call.failure();
+    EXPECT_EQ(failure.reason(), CallFailed::NotOurProtocol);
+    EXPECT_TRUE(failure.sent());
+}
+
+TEST_P(RemoteTest, RefusesAReplyThatIsLongerThanMaxMessageSize) {
+    TavIDL::Settings settings = this->settings();
+    settings.maxMessageSize = 1000;
+    TavIDL::RemoteEmp emp(listener_.address(), settings);
+    Running call([&] { return execute(emp, "read"); });
+    peers::Peer peer = listener_.accept();
+    peer.receive(request_.size());
+    peer.send(messages_.reply(std::string(2000, 't')));
+    EXPECT_EQ(call.failure().reason(), CallFailed::NotOurProtocol);
+}
+
+TEST_P(RemoteTest, SaysThatNobodyListens) {
+    const std::string address = listener_.address();
+    listener_.close();
+    const CallFailed failure = failureOf([&] { execute(emp_, "read"); });
+    EXPECT_EQ(failure.reason(), CallFailed::CannotConnect);
+    EXPECT_FALSE(failure.sent());
+    EXPECT_THAT(failure.what(), EndsWith(*GetParam().address != '\0'
+                                             ? "cannot connect: Connection refused"
+                                             : "cannot connect: No such file or directory"));
+}
+
+// The limit of a message would else end a connection after so many bytes in all.
+TEST_P(RemoteTest, PassesMoreOverAConnectionThanAMessageMayHave) {
+    TavIDL::Settings settings = this->settings();
+    settings.maxMessageSize = 1000;
+    listener_.close();
+    const TavIDL::Server server(listener_.address(), std::make_shared<Emp>(), settings);
+    TavIDL::RemoteEmp emp(server.address(), settings);
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(execute(emp, std::string(100, 'c')), std::string(100, 'c') + " done");
+    }
+}
+
+TEST_P(RemoteTest, PassesAllOperationsOfAnEmp) {
+    listener_.close();
+    const TavIDL::Server server(listener_.address(), std::make_shared<Emp>(), settings());
+    ParamList list;
+    list.param10 = "last";
+    std::string result;
+    EXPECT_TRUE(emp_.Open(7, "thermometer", "1.0", "secret"));
+    EXPECT_EQ(emp_.Close(7), 8);
+    emp_.ExecuteWithParamList(result, 7, "scan", list);
+    EXPECT_EQ(result, "scan last");
+}
+
+TEST(RemoteFailureTest, NamesOperationAddressAndReason) {
+    const peers::Listener listener;
+    TavIDL::Settings settings;
+    settings.callTimeout = std::chrono::milliseconds(20);
+    TavIDL::RemoteEmp emp(listener.address(), settings);
+    ParamList list;
+    std::string result;
+    const std::string reason = " at " + listener.address() + ": no answer in time: 20 ms";
+    EXPECT_EQ(failureOf([&] { emp.Open(7, "", "", ""); }).what(), "TavEmp.Open" + reason);
+    EXPECT_EQ(failureOf([&] { emp.Close(7); }).what(), "TavEmp.Close" + reason);
+    EXPECT_EQ(failureOf([&] { execute(emp, ""); }).what(), "TavEmp.Execute" + reason);
+    EXPECT_EQ(failureOf([&] { emp.ExecuteWithParamList(result, 7, "", list); }).what(),
+              "TavEmp.ExecuteWithParamList" + reason);
+    TavIDL::RemoteBroker broker(listener.address(), settings);
+    ConnectionInfo info;
+    EXPECT_EQ(failureOf([&] { broker.OpenEmp(info, "", "", ""); }).what(),
+              "TavBroker.OpenEmp" + reason);
+    EXPECT_EQ(failureOf([&] { broker.Execute(result, 7, "", "", "", "", ""); }).what(),
+              "TavBroker.Execute" + reason);
+    EXPECT_EQ(failureOf([&] { broker.CloseEmp(info); }).what(), "TavBroker.CloseEmp" + reason);
+}
+
+TEST(RemoteFailureTest, HasTheNearestTypeOfLibthrift) {
+    const auto typeOf = [](CallFailed::Reason reason) {
+        return CallFailed(reason, true, "operation", "address", "").getType();
+    };
+    EXPECT_EQ(typeOf(CallFailed::CannotConnect), TTransportException::NOT_OPEN);
+    EXPECT_EQ(typeOf(CallFailed::NoAnswerInTime), TTransportException::TIMED_OUT);
+    EXPECT_EQ(typeOf(CallFailed::ConnectionClosed), TTransportException::NOT_OPEN);
+    EXPECT_EQ(typeOf(CallFailed::NotOurProtocol), TTransportException::CORRUPTED_DATA);
+    EXPECT_EQ(typeOf(CallFailed::Cancelled), TTransportException::INTERRUPTED);
+}
+
+TEST(RemoteFailureTest, SaysWhyInPlainWords) {
+    const auto textOf = [](CallFailed::Reason reason) {
+        return std::string(CallFailed(reason, true, "Open", "unix:emp", "detail").what());
+    };
+    EXPECT_EQ(textOf(CallFailed::CannotConnect), "Open at unix:emp: cannot connect: detail");
+    EXPECT_EQ(textOf(CallFailed::NoAnswerInTime), "Open at unix:emp: no answer in time: detail");
+    EXPECT_EQ(textOf(CallFailed::ConnectionClosed),
+              "Open at unix:emp: the connection was closed: detail");
+    EXPECT_EQ(textOf(CallFailed::NotOurProtocol),
+              "Open at unix:emp: what came is not an answer: detail");
+    EXPECT_EQ(textOf(CallFailed::Cancelled), "Open at unix:emp: cancelled: detail");
+}
+
+TEST(RemoteFailureTest, KeepsTheKindOfARefusal) {
+    class Refusing : public Emp {
+        int32_t Close(int32_t) override { return 0; }
+    };
+    peers::Listener listener;
+    TavIDL::RemoteEmp emp(listener.address());
+    const Messages messages{TavIDL::Settings()};
+    Running call([&] { return execute(emp, "read"); });
+    peers::Peer peer = listener.accept();
+    peer.receive(messages.request("read").size());
+    // A reply to another operation, as a server sends that mixes them up.
+    const std::string close = messages.request([](TavEmpClient& client) { client.send_Close(7); });
+    peer.send(messages.reply(close, std::make_shared<Refusing>()));
+    try {
+        call.result();
+        FAIL() << "accepted";
+    } catch (const TApplicationException& refusal) {
+        EXPECT_EQ(refusal.getType(), TApplicationException::WRONG_METHOD_NAME);
+    }
+}
+
+TEST(ProtocolOfTheUserTest, IsUsedByBothSides) {
+    TavIDL::Settings settings;
+    settings.makeProtocol = [](std::shared_ptr<apache::thrift::transport::TTransport> transport) {
+        return std::make_shared<apache::thrift::protocol::TJSONProtocol>(std::move(transport));
+    };
+    peers::Listener listener;
+    TavIDL::RemoteEmp emp(listener.address(), settings);
+    Running call([&] { return execute(emp, "read"); });
+    peers::Peer peer = listener.accept();
+    const std::string request = R"([1,"Execute",1,0,{"1":{"i32":7},"2":{"str":"read"},)"
+                                R"("3":{"str":""},"4":{"str":""},"5":{"str":""},"6":{"str":""}}])";
+    EXPECT_EQ(peer.receive(request.size()), request);
+    peer.send(R"([1,"Execute",2,0,{"0":{"str":"21.5"}}])");
+    EXPECT_EQ(call.result(), "21.5");
+}
+
+TEST(ProtocolOfTheUserTest, ThatCannotBeMadeFailsTheCall) {
+    TavIDL::Settings settings;
+    settings.makeProtocol =
+        [](std::shared_ptr<apache::thrift::transport::TTransport>) -> TavIDL::ProtocolPointer {
+        throw std::runtime_error("not today");
+    };
+    const peers::Listener listener;
+    TavIDL::RemoteEmp emp(listener.address(), settings);
+    const CallFailed failure = failureOf([&] { execute(emp, "read"); });
+    EXPECT_THAT(failure.what(), EndsWith(": cannot connect: not today"));
+    EXPECT_FALSE(failure.sent());
+}
+
+TEST(RemoteBrokerTest, PassesAllOperations) {
+    class Broker : public TavBrokerIf {
+        void OpenEmp(ConnectionInfo& result, const std::string& name, const std::string& version,
+                     const std::string& credential) override {
+            result.empID = name + version + credential;
+        }
+        void Execute(std::string& result, int32_t fromPort, const std::string& cmd,
+                     const std::string& param1, const std::string& param2,
+                     const std::string& param3, const std::string& param4) override {
+            result = std::to_string(fromPort) + cmd + param1 + param2 + param3 + param4;
+        }
+        bool CloseEmp(const ConnectionInfo& info) override { return info.empID == "emp-7"; }
+    };
+    const TavIDL::Server server(":0", std::make_shared<Broker>());
+    TavIDL::RemoteBroker broker(server.address());
+    ConnectionInfo info;
+    std::string result;
+    broker.OpenEmp(info, "a", "b", "c");
+    broker.Execute(result, 7, "1", "2", "3", "4", "5");
+    EXPECT_EQ(info.empID, "abc");
+    EXPECT_EQ(result, "712345");
+    EXPECT_FALSE(broker.CloseEmp(info));
+    info.empID = "emp-7";
+    EXPECT_TRUE(broker.CloseEmp(info));
 }
 
 }  // namespace

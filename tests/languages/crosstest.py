@@ -99,6 +99,16 @@ EXPECTED_OF_ODD = {
     "Reply: notutf8": "2",
 }
 
+# And what libTavIDLHost makes of a server's replies to batches of calls. (It has no JSON.)
+BATCH_PROTOCOLS = ["binary", "compact"]
+EXPECTED_OF_BATCHES = {
+    "Batch of 1000 calls": "in order",
+    "Batch of three operations": "true, 7|echo|a|||, -7",
+    "Batch with a call that is refused": "7|echo|before|||, refused, 7|echo|after|||",
+    "Batch of 50 long results": "5000000 bytes",
+    "Batch whose first call is answered last": "in order",
+}
+
 # Where a language's generated code goes its own way, as a server and as a client.
 FAILURES = [
     "OpenEmp fails",
@@ -162,6 +172,12 @@ OWN_AS_SERVER = {
         "Bytes that are no UTF-8 sent": "6",
     },
 }
+OWN_WITH_BATCHES = {
+    "javascript": {
+        "Batch with a call that is refused": "7|echo|before|||, 7|echo|after|||, refused",
+        "Batch whose first call is answered last": "not in order",
+    },
+}
 OWN_AS_CLIENT = {
     "cpp": {
         "Reply: othertype": "no answer",
@@ -201,7 +217,7 @@ OWN_OVER = [
     ),
 ]
 
-# The cases that a client has not, and why.
+# The cases that a client cannot run, and why.
 ENCODES_TEXTS = "the library takes a `str` and encodes it"
 LEFT_OUT = {
     "python": {
@@ -215,6 +231,10 @@ LEFT_OUT = {
 }
 
 
+def calls_in_batches(language, role, protocol):
+    return (role == "server" or language == "library") and protocol in BATCH_PROTOCOLS
+
+
 def expected(language, role, protocol, transport):
     """What the peer of `language` in `role` must come to with libTavIDL at the other end."""
     cases = dict(EXPECTED)
@@ -222,6 +242,8 @@ def expected(language, role, protocol, transport):
         cases.update(EXPECTED_OF_ODD)
     own = OWN_AS_SERVER if role == "server" else OWN_AS_CLIENT
     cases.update(own.get(language, {}))
+    if calls_in_batches(language, role, protocol):
+        cases.update({**EXPECTED_OF_BATCHES, **OWN_WITH_BATCHES.get(language, {})})
     for whose, which, wires, outcomes in OWN_OVER:
         if (whose, which) == (language, role) and f"{protocol} {transport}" in wires:
             cases.update(outcomes)
@@ -258,7 +280,7 @@ def outcomes_in(lines):
     return dict(line.split(" = ", 1) for line in lines)
 
 
-def converse(build, server, client, protocol, transport):
+def converse(build, server, client, protocol, transport, batches):
     """The outcome of every case, or the reason why one side cannot speak so."""
     wire = [protocol, transport]
     env = environment(build)
@@ -278,14 +300,20 @@ def converse(build, server, client, protocol, transport):
                 return {"unsupported": " ".join(ports[1:])}
             if server != "library":
                 ports = ports[:3]  # a generated peer in C++ has a fourth, too
-            calling = subprocess.run(
-                command(build, client) + ["call", *wire, *ports],
-                capture_output=True,
-                env=env,
-                text=True,
-                encoding="utf-8",
-                timeout=TIMEOUT,
-            )
+            clients = [[*command(build, client), "call", *wire, *ports]]
+            if batches:
+                clients.append([str(build / "languages_batch"), *wire, *ports[:2]])
+            called = [
+                subprocess.run(
+                    each,
+                    capture_output=True,
+                    env=env,
+                    text=True,
+                    encoding="utf-8",
+                    timeout=TIMEOUT,
+                )
+                for each in clients
+            ]
             _, told = serving.communicate(timeout=TIMEOUT)
         except subprocess.TimeoutExpired as hung:
             # What it had told by then says where it hangs.
@@ -293,11 +321,11 @@ def converse(build, server, client, protocol, transport):
             return {"outcomes": {**outcomes_in(lines), "hangs for": f"{TIMEOUT} seconds"}}
         finally:
             serving.kill()
-    if calling.stdout.startswith("unsupported: "):
-        return {"unsupported": calling.stdout.removeprefix("unsupported: ").strip()}
-    outcomes = outcomes_in(calling.stdout.splitlines())
+    if called[0].stdout.startswith("unsupported: "):
+        return {"unsupported": called[0].stdout.removeprefix("unsupported: ").strip()}
+    outcomes = outcomes_in(line for each in called for line in each.stdout.splitlines())
     for process, status, words in [
-        ("client", calling.returncode, calling.stderr),
+        *(("client", each.returncode, each.stderr) for each in called),
         ("server", serving.returncode, told),
     ]:
         if status != 0:
@@ -314,7 +342,8 @@ def run(build, language):
 
     def fill(cell):
         sides = ("library", language) if cell["role"] == "client" else (language, "library")
-        cell.update(converse(build, *sides, cell["protocol"], cell["transport"]))
+        batches = calls_in_batches(language, cell["role"], cell["protocol"])
+        cell.update(converse(build, *sides, cell["protocol"], cell["transport"], batches))
 
     with concurrent.futures.ThreadPoolExecutor(2 * os.cpu_count()) as executor:
         list(executor.map(fill, cells))
@@ -373,7 +402,7 @@ def table_of_cells(cells):
                     reasons.append(cell["unsupported"])
                 row.append(f"no [{reasons.index(cell['unsupported']) + 1}]")
                 continue
-            usual = {**EXPECTED, **EXPECTED_OF_ODD}
+            usual = {**EXPECTED, **EXPECTED_OF_ODD, **EXPECTED_OF_BATCHES}
             differ = sum(usual[case] != outcome for case, outcome in cell["outcomes"].items())
             row.append(f"{len(cell['outcomes'])}" + (f", {differ} its own way" if differ else ""))
         rows.append(row)
@@ -384,7 +413,7 @@ def table_of_cells(cells):
         for language, cases in LEFT_OUT.items()
         for case, reason in cases.items()
     )
-    return "\n\n".join([table(header, rows), *notes, "Cases that a peer has not:", missing])
+    return "\n\n".join([table(header, rows), *notes, "Cases that a peer cannot run:", missing])
 
 
 def table_of_own_ways(cells, role, cases):
@@ -397,12 +426,11 @@ def table_of_own_ways(cells, role, cases):
                 continue
             over = {}
             for cell in cells[language, role]:
-                if "outcomes" in cell:
-                    outcome = cell["outcomes"].get(case)
-                    over.setdefault(outcome, []).append(cell["protocol"])
+                if case in cell.get("outcomes", {}):
+                    over.setdefault(cell["outcomes"][case], []).append(cell["protocol"])
             if list(over) == [usual]:
                 row.append("the same")
-            elif list(over) == [None]:
+            elif not over:
                 row.append("not tried")
             elif len(over) == 1:
                 row.append(code(next(iter(over))))
@@ -421,7 +449,7 @@ def page(build, path, check=None):
     cells = results(build)
     tables = {
         "cells": table_of_cells(cells),
-        "servers": table_of_own_ways(cells, "server", EXPECTED),
+        "servers": table_of_own_ways(cells, "server", {**EXPECTED, **EXPECTED_OF_BATCHES}),
         "clients": table_of_own_ways(cells, "client", {**EXPECTED, **EXPECTED_OF_ODD}),
     }
     return pages.replace(path, tables, check_only=check is not None)

@@ -113,7 +113,7 @@ class Examples:
     def test_the_program_in_cpp_finds_all_as_expected_at_this_emp(self):
         with tempfile.TemporaryDirectory() as name:
             directory = Path(name)
-            for program in ["broker", "program", "callback"]:
+            for program in ["broker", "program"]:
                 shutil.copy(EXAMPLES / program, directory)
             # The broker starts what stands beside it under this name.
             wrapper = directory / "emp"

@@ -22,12 +22,12 @@ expect() {
 }
 
 files_below() {
-    (cd "$1" && find . -type f -o -type l) | sort
+    (cd "$1" && find . -type f -o -type l) | LC_ALL=C sort
 }
 
-# Whether a program was linked to the shared library.
+# Whether a program was linked to a shared library of this project.
 shared_by() {
-    if readelf --dynamic "$1" | grep -q 'NEEDED.*libTavIDL\.so'; then echo shared; else echo static; fi
+    if readelf --dynamic "$1" | grep -qE 'NEEDED.*libTavIDL(Host)?\.so'; then echo shared; else echo static; fi
 }
 
 # Builds and installs the library alone, then moves what was installed.
@@ -52,10 +52,14 @@ component() {
     files_below "$prefix"
 }
 
-runtime_component() {
+runtime_components() {
     expect "$(component Runtime)" <<'END'
 ./lib/libTavIDL.so.1
 ./lib/libTavIDL.so.1.0.0
+END
+    expect "$(component HostRuntime)" <<'END'
+./lib/libTavIDLHost.so.1
+./lib/libTavIDLHost.so.1.0.0
 END
 }
 
@@ -66,16 +70,20 @@ development_component() {
 ./lib/cmake/TavIDL/FindThrift.cmake
 ./lib/cmake/TavIDL/TavIDLConfig.cmake
 ./lib/cmake/TavIDL/TavIDLConfigVersion.cmake
+./lib/cmake/TavIDL/TavIDLHostTargets-release.cmake
+./lib/cmake/TavIDL/TavIDLHostTargets.cmake
 ./lib/cmake/TavIDL/TavIDLTargets-release.cmake
 ./lib/cmake/TavIDL/TavIDLTargets.cmake
 ./lib/libTavIDL.so
+./lib/libTavIDLHost.so
 ./lib/pkgconfig/TavIDL.pc
+./lib/pkgconfig/TavIDLHost.pc
 ./share/TavIDL/TAV_IDL.thrift
 END
-    # All headers but the internal ones.
+    # All headers but the internal ones, whose names begin with a small letter in Host.
     expect "$(grep '\.h$' <<<"$files")" < <(
         cd "$SOURCE" && find TavIDL -name '*.h' ! -name codec.h ! -name envelope.h \
-            -printf './include/%p\n' | sort
+            ! -path 'TavIDL/host/[a-z]*' -printf './include/%p\n' | LC_ALL=C sort
     )
 }
 
@@ -93,6 +101,33 @@ find_package() {
     build_project find_package "$build" -DCMAKE_PREFIX_PATH="$WORK/$1/moved"
     expect "$("$build/program")" <<<"camera 1.0"
     expect "$(shared_by "$build/program")" <<<"$1"
+}
+
+find_package_host() {
+    local build=$WORK/find_package_host-$1
+    build_project find_package_host "$build" -DCMAKE_PREFIX_PATH="$WORK/$1/moved"
+    expect "$("$build/host_program")" <<<"camera 1.0"
+    expect "$(shared_by "$build/host_program")" <<<"$1"
+    [[ $1 == static ]] || return 0
+    # What a static one was built with must be found: said where Host is wanted, ignored elsewhere.
+    refuse_host "$WORK/static/moved" "the component Host of TavIDL needs OpenSSL" \
+        -DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON
+    build_project find_package "$build-alone" -DCMAKE_PREFIX_PATH="$WORK/static/moved" \
+        -DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON -DCMAKE_DISABLE_FIND_PACKAGE_Threads=ON
+}
+
+# Asks for the component Host of what is installed in $1, with CMake's arguments after $2, the
+# words in which it must be refused.
+refuse_host() {
+    local said prefix=$1 words=$2 build=$WORK/refuse_host
+    shift 2
+    rm -rf "$build"
+    if said=$(cmake -S "$here/find_package_host" -B "$build" -DCMAKE_PREFIX_PATH="$prefix" "$@" 2>&1); then
+        fail "the component Host is found: $said"
+    fi
+    grep -qF "$words" <<<"$(tr -s ' \n' ' ' <<<"$said")" || fail "it is refused, but not for that: $said"
+    # A program that can do without it is not refused.
+    cmake -S "$here/find_package_host" -B "$build" -DCMAKE_PREFIX_PATH="$prefix" -DOPTIONAL=ON "$@"
 }
 
 pkg_config() {
@@ -117,6 +152,37 @@ uninstall() {
     expect "$(files_below "$prefix")" <<<""
 }
 
+# As programs are compiled: what one module throws another one catches, whatever is hidden.
+pkg_config_host() {
+    local lib=$WORK/$1/moved/lib program=$WORK/pkg_config_host-$1 flags
+    export PKG_CONFIG_PATH=$lib/pkgconfig
+    for flags in -O0 -O2 "-O0 -fvisibility=hidden" "-O2 -fvisibility=hidden"; do
+        # shellcheck disable=SC2046,SC2086  # words, as in anyone's makefile
+        $CXX -std=c++11 $flags $warnings "$here/host_program.cpp" -o "$program" \
+            $(pkg-config --cflags --libs TavIDLHost)
+        expect "$(LD_LIBRARY_PATH=$lib "$program")" <<<"camera 1.0"
+    done
+    expect "$(shared_by "$program")" <<<"$1"
+}
+
+# OpenSSL is not there: what uses Host is built all the same, and TLS is refused when it is asked
+# for.
+host_without_tls() {
+    local place=$WORK/host_without_tls said
+    said=$(cmake -S "$SOURCE" -B "$place/build" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_INSTALL_LIBDIR=lib \
+        -DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON -DBUILD_SHARED_LIBS=OFF)
+    grep -q 'Host is built without TLS: OpenSSL .* is missing' <<<"$said" || fail "it does not say so: $said"
+    cmake --build "$place/build"
+    cmake --install "$place/build" --prefix "$place/prefix"
+    build_project find_package_host "$place/program" -DCMAKE_PREFIX_PATH="$place/prefix" \
+        -DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON
+    expect "$("$place/program/host_program")" <<<"camera 1.0"
+    expect "$("$place/program/without_tls")" <<'END'
+client: this libTavIDLHost was built without TLS, for want of OpenSSL
+server: this libTavIDLHost was built without TLS, for want of OpenSSL
+END
+}
+
 # The same again, from and in other places.
 reproducible() {
     local place=$WORK/another/place
@@ -130,6 +196,8 @@ reproducible() {
     done
     cmp "$WORK/shared/build/TavIDL/libTavIDL.so" "$place/shared/TavIDL/libTavIDL.so"
     cmp "$WORK/static/build/TavIDL/libTavIDL.a" "$place/static/TavIDL/libTavIDL.a"
+    cmp "$WORK/shared/build/TavIDL/host/libTavIDLHost.so" "$place/shared/TavIDL/host/libTavIDLHost.so"
+    cmp "$WORK/static/build/TavIDL/host/libTavIDLHost.a" "$place/static/TavIDL/host/libTavIDLHost.a"
 }
 
 # A libthrift that is not the one the library was built with.
@@ -198,6 +266,9 @@ find_package_older() {
     PKG_CONFIG_PATH=$place/thrift/lib/pkgconfig \
         build_project older_libthrift "$place/find_package" -DCMAKE_PREFIX_PATH="$place/prefix"
     expect "$(LD_LIBRARY_PATH=$place/thrift/lib "$place/find_package/program")" <<<"0 users"
+    export PKG_CONFIG_PATH=$place/thrift/lib/pkgconfig
+    refuse_host "$place/prefix" \
+        "this TavIDL was built without its component Host: it needs libthrift 0.13 or later"
 }
 
 pkg_config_older() {
@@ -293,7 +364,7 @@ set_target_properties(thrift::thrift PROPERTIES
 END
     printf 'set(PACKAGE_VERSION %s)\n' "$version" >"$place/thrift/ThriftConfigVersion.cmake"
     cmake -S "$SOURCE" -B "$place/library" -DCMAKE_BUILD_TYPE=Debug \
-        -DCMAKE_INSTALL_LIBDIR=lib -DThrift_DIR="$place/thrift"
+        -DCMAKE_INSTALL_LIBDIR=lib -DThrift_DIR="$place/thrift" -DTAVIDL_BUILD_HOST=OFF
     cmake --build "$place/library"
     cmake --install "$place/library" --prefix "$place/prefix"
     grep -qx "Requires: thrift = $version" "$place/prefix/lib/pkgconfig/TavIDL.pc" ||
@@ -382,6 +453,9 @@ add_subdirectory() {
     build_project add_subdirectory "$build" -DTAVIDL_SOURCE_DIR="$SOURCE"
     expect "$("$build/program")" <<<"camera 1.0"
     expect "$(shared_by "$build/program")" <<<"static"
+    [[ ! -f $build/TavIDL/TavIDL/host/libTavIDLHost.a ]] || fail "Host is built, which nothing uses"
+    cmake --build "$build" --target host_program
+    expect "$("$build/host_program")" <<<"camera 1.0"
     cmake --install "$build" --prefix "$build/installed"
     expect "$(files_below "$build/installed")" <<<"./bin/program"
 }
@@ -393,6 +467,7 @@ fetch_content() {
     expect "$(shared_by "$build/program")" <<<"shared"
     cmake --install "$build" --prefix "$build/installed"
     expect "$(LD_LIBRARY_PATH=$build/installed/lib "$build/installed/bin/program")" <<<"camera 1.0"
+    [[ -f $build/installed/lib/libTavIDLHost.so ]] || fail "Host is not installed"
 }
 
 "$@"

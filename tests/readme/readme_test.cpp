@@ -1,39 +1,50 @@
 // The programs of the front page, run against each other.
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
 
 #include "processes.h"
 
 namespace {
 
-bool listens(int port) {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const bool connected = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-    close(fd);
-    return connected;
+constexpr int kWaitMs = 20000;
+
+std::string endingOf(ChildProcess& process) {
+    siginfo_t info;
+    waitid(P_PID, static_cast<id_t>(process.pid()), &info, WEXITED | WNOWAIT);
+    return process.ending().value_or("still running");
 }
 
-TEST(ReadmeTest, TheClientOpensAndClosesAnEmpAndIsRefusedAnother) {
+TEST(ReadmeTest, TheClientCallsTheServerWhichEndsOnASignal) {
+    ChildProcess greeter({GREETER});
+    ChildProcess client({CLIENT, greeter.readLine(kWaitMs)});
+
+    EXPECT_EQ(client.readLine(kWaitMs), "Hello, world");
+    EXPECT_EQ(endingOf(client), "exit status 0");
+    kill(greeter.pid(), SIGTERM);
+    EXPECT_EQ(endingOf(greeter), "exit status 0");
+}
+
+TEST(ReadmeTest, TheClientFailsWithStatusOneWhenNobodyServes) {
     const ReservedPort port;
-    ChildProcess server({SERVER, std::to_string(port.number())});
-    while (!listens(port.number()) && !server.ending()) {
-    }
+    ChildProcess client({CLIENT, ":" + std::to_string(port.number())});
+    EXPECT_EQ(endingOf(client), "exit status 1");
+}
 
-    ChildProcess client({CLIENT, std::to_string(port.number())});
+TEST(ReadmeTest, TheProgramGetsTheEventsOfTheEmpThatTheBrokerOpensForIt) {
+    setenv("TAV_CREDENTIAL", "swordfish", 1);
+    ChildProcess broker({BROKER});
+    ChildProcess program({PROGRAM, ":" + broker.readLine(kWaitMs)});
 
-    EXPECT_EQ(client.readLine(20000), "emp-1 serves on port 4001");
-    EXPECT_EQ(client.readLine(20000), "closed: 1");
-    EXPECT_EQ(client.readLine(20000), "there is no EMP 'barometer'");
-    kill(server.pid(), SIGKILL);  // It knows no end of its own.
+    EXPECT_EQ(program.readLine(kWaitMs), "kitchen 21.5");
+    EXPECT_EQ(program.readLine(kWaitMs), "kitchen 21.7");
+    EXPECT_EQ(program.readLine(kWaitMs), "kitchen 21.6");
+    EXPECT_EQ(endingOf(program), "exit status 0");
+    kill(broker.pid(), SIGTERM);
+    EXPECT_EQ(endingOf(broker), "exit status 0");
 }
 
 }  // namespace

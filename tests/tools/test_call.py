@@ -1,6 +1,7 @@
 import json
 import os
 import ssl
+import stat
 import subprocess
 
 from support import *
@@ -91,6 +92,11 @@ class CallTest(ToolTest):
         server = start(self, "serve", "emp", "--listen", "unix:" + path, "--reply", "Close=3")
         self.assertEqual("tavctl: serving TavEmp on unix:" + path, server.line("stderr"))
         self.assertEqual((0, "3\n", ""), tavctl("call", "unix:" + path, "TavEmp.Close"))
+        self.assertEqual(0o600, stat.S_IMODE(os.stat(path).st_mode))
+
+    def testAPortAloneIsOnThisMachine(self):
+        port = self.emp().split(":")[1]
+        self.assertEqual((0, "-7\n", ""), tavctl("call", ":" + port, "TavEmp.Close", "clientID=7"))
 
     def testJsonPrintsOneObject(self):
         status, out, err = tavctl("call", self.emp(), "TavEmp.Close", "clientID=7", "--json")
@@ -166,9 +172,9 @@ class StatusTest(ToolTest):
             ([], "no verb"),
             (["call"], "ADDRESS SERVICE.OPERATION"),
             (["nonsense"], "nonsense"),
-            (["call", "nowhere", "TavEmp.Close"], "'nowhere' is no address"),
-            (["call", "a:0", "TavEmp.Close"], "'a:0' is no address"),
-            (["call", "a:65536", "TavEmp.Close"], "'a:65536' is no address"),
+            (["call", "nowhere", "TavEmp.Close"], "'nowhere' is not a valid address"),
+            (["call", "a:0", "TavEmp.Close"], "'a:0' is not a valid address"),
+            (["call", "a:65536", "TavEmp.Close"], "'a:65536' is not a valid address"),
             (["call", "unix:" + 200 * "x", "TavEmp.Close"], "1 to 107 bytes"),
             (["call", "a:1", "TavEmp.Shut"], "there are TavBroker.OpenEmp, "),
             (["call", "a:1", "TavEmp.Close", "clientId=1"], "it has clientID"),
@@ -177,9 +183,9 @@ class StatusTest(ToolTest):
             (["call", "a:1", "TavEmp.Close", "x"], "write key=value"),
             (["call", "a:1", "TavEmp.Close", "--expect-true"], "returns no bool"),
             (["call", "a:1", "TavEmp.Close", "--protocol", "xml"], "xml"),
-            (["call", "::1:9090", "TavEmp.Close"], "'::1:9090' is no address"),
-            (["call", "[::1:9090", "TavEmp.Close"], "'[::1:9090' is no address"),
-            (["call", "http://a:80", "TavEmp.Close"], "'http://a:80' is no address"),
+            (["call", "::1:9090", "TavEmp.Close"], "'::1:9090' is not a valid address"),
+            (["call", "[::1:9090", "TavEmp.Close"], "'[::1:9090' is not a valid address"),
+            (["call", "http://a:80", "TavEmp.Close"], "'http://a:80' is not a valid address"),
             (["call", "a:1", "TavEmp.Close", "--timeout", "0"], "'0' is no number of seconds"),
             (["call", "a:1", "TavEmp.Close", "--timeout", "nan"], "'nan' is no number of seconds"),
             (["call", "a:1", "TavEmp.Close", "clientID=1", "clientID=2"], "'clientID' twice"),
@@ -217,7 +223,7 @@ class StatusTest(ToolTest):
     def testNoConnectionIsThree(self):
         with socket.create_server(("127.0.0.1", 0)) as closed:
             address = "127.0.0.1:%d" % closed.getsockname()[1]
-        self.assertEndsWith(3, "cannot connect to " + address,
+        self.assertEndsWith(3, "TavEmp.Close at %s: cannot connect: " % address,
                             tavctl("call", address, "TavEmp.Close"))
 
     def testNoConnectionInTimeIsThree(self):
@@ -229,7 +235,7 @@ class StatusTest(ToolTest):
                 self.addCleanup(waiting.close)
                 waiting.setblocking(False)
                 waiting.connect_ex(full.getsockname())
-            self.assertEndsWith(3, "cannot connect to " + address,
+            self.assertEndsWith(3, "TavEmp.Close at %s: cannot connect: " % address,
                                 tavctl("call", address, "TavEmp.Close", "--connect-timeout", "0.2"))
 
     def testASignalEndsAHangingCall(self):
@@ -250,7 +256,7 @@ class StatusTest(ToolTest):
         never = threading.Event()
         self.addCleanup(never.set)
         peer = Peer(self, lambda connection: never.wait(PATIENCE))
-        self.assertEndsWith(4, "no reply in time; try a longer --timeout",
+        self.assertEndsWith(4, "no answer in time: 200 ms; try a longer --timeout",
                             self.close(peer, "--timeout", "0.2"))
 
     def testAReplyThatDripsIsFour(self):
@@ -263,7 +269,7 @@ class StatusTest(ToolTest):
             while not never.wait(0.05):
                 connection.sendall(b"x")
 
-        self.assertEndsWith(4, "no reply in time", self.close(Peer(self, drip), "--timeout", "0.4"))
+        self.assertEndsWith(4, "no answer in time", self.close(Peer(self, drip), "--timeout", "0.4"))
 
     def testAnApplicationExceptionIsFive(self):
         class Refusing(Emp):
@@ -319,7 +325,7 @@ class StatusTest(ToolTest):
     def testErrorsAreObjectsWithJson(self):
         _, _, err = tavctl("call", "nowhere", "TavEmp.Close", "--json")
         self.assertEqual({"status": 2}, {"status": json.loads(err)["status"]})
-        self.assertIn("'nowhere' is no address", json.loads(err)["error"])
+        self.assertIn("'nowhere' is not a valid address", json.loads(err)["error"])
 
 
 class OutputTest(ToolTest):
@@ -407,14 +413,14 @@ class TlsTest(ToolTest):
         for option in ("--ca", "--cert", "--key"):
             files = {"--ca": self.file("right.crt"), option: "/nonexistent"}
             with self.subTest(option):
-                self.assertEndsWith(2, "cannot read '/nonexistent'; ",
+                self.assertEndsWith(2, "cannot use '/nonexistent': No such file or directory",
                                     tavctl("probe", "127.0.0.1:1", "--tls",
                                            *[word for pair in files.items() for word in pair]))
 
     def testProbeTellsThatAPeerSpeaksTls(self):
         ended = tavctl("probe", self.server(), "--timeout", "1")
         # Some releases of OpenSSL hang up on what is no TLS, some wait for more of it.
-        status = 4 if "no reply in time" in ended[2] else 6
+        status = 4 if "no answer in time" in ended[2] else 6
         self.assertEndsWith(status, "it seems to speak TLS, try --tls", ended)
 
     def testProbeTellsThatAPeerMayWantACertificate(self):
@@ -455,8 +461,9 @@ class TlsTest(ToolTest):
                       [spy.line() for _ in range(4)])
 
     def testFilesThatAreNoCertificatesAreBadUsage(self):
-        self.assertEndsWith(2, "--ca", tavctl("call", self.server(), "TavEmp.Close", "--tls",
-                                              "--ca", self.file("right.key")))
+        file = self.file("right.key")
+        self.assertEndsWith(2, "TLS: cannot use '%s': " % file,
+                            tavctl("call", self.server(), "TavEmp.Close", "--tls", "--ca", file))
 
 
 if __name__ == "__main__":

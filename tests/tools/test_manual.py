@@ -99,7 +99,7 @@ class DescribeTest(ToolTest):
 class InstalledTest(ToolTest):
     def testTheProgramItsManualAndCompletionsAreInstalledAndRunElsewhere(self):
         prefix = self.directory()
-        for component in ("Runtime", "Tools"):
+        for component in ("Runtime", "HostRuntime", "Tools"):
             output_of("cmake", "--install", os.environ["BUILD"], "--prefix", prefix,
                       "--component", component)
         moved = os.path.join(self.directory(), "moved")

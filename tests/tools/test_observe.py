@@ -203,7 +203,8 @@ class SpyTest(ToolTest):
         with socket.create_connection((host, int(port))) as connection:
             connection.settimeout(PATIENCE)
             self.assertEqual(b"", connection.recv(1))
-        self.assertIn("connection 1: cannot connect to " + address, spy.line("stderr"))
+        self.assertRegex(spy.line("stderr"), "connection 1: .* at %s: cannot connect: Connection "
+                                             "refused; check that it runs" % address)
 
     def testASignalEndsIdleConnections(self):
         peer = generated_peer(self, TavEmp.Processor(Emp()))
@@ -222,6 +223,22 @@ class SpyTest(ToolTest):
         host, port = spy.address().split(":")
         with socket.create_connection((host, int(port))) as connection:
             fill(connection, 100 * b"?")
+            spy.signal(signal.SIGTERM)
+            self.assertEqual(0, spy.wait()[0])
+
+    def testASignalEndsAConnectionWhoseClientDoesNotRead(self):
+        full = threading.Event()
+
+        def talk(connection):
+            fill(connection, 100 * b"?")
+            full.set()
+            select.select([connection], [], [])
+
+        peer = Peer(self, talk)
+        spy = start(self, "spy", "127.0.0.1:0", peer.address, stdout=subprocess.DEVNULL)
+        host, port = spy.address().split(":")
+        with socket.create_connection((host, int(port))):
+            self.assertTrue(full.wait(PATIENCE))
             spy.signal(signal.SIGTERM)
             self.assertEqual(0, spy.wait()[0])
 

@@ -146,7 +146,7 @@ class OpenTest(ToolTest):
 
     def testItEndsAsSoonAsAllEventsAreShown(self):
         def endsWithinItsPatience():
-            broker = Broker(0, free_port())
+            broker = Broker(free_port(), free_port())
             address = generated_peer(self, TavBroker.Processor(broker)).address
             process = start(self, "open", address, "camera", "1.0", TAV_CREDENTIAL="sesame")
             process.line("stderr")
@@ -171,14 +171,14 @@ class OpenTest(ToolTest):
                 return True
 
         address = generated_peer(
-            self, TavBroker.Processor(Reporting(0, free_port()))).address
+            self, TavBroker.Processor(Reporting(free_port(), free_port()))).address
         process = start(self, "open", address, "camera", "1.0", TAV_CREDENTIAL="sesame")
         process.line("stderr")
         process.signal(signal.SIGTERM)
         self.assertEqual(50, process.wait()[1].count("event "))
 
     def testPortsThatAreNoneAreTheBrokersFault(self):
-        for empPort, callbackPort, error in [(0, 0, "gives empServicePort as 0, which is no port"),
+        for empPort, callbackPort, error in [(0, 0, "gives empServicePort as 0, which is not a port"),
                                              (70000, 0, "gives empServicePort as 70000"),
                                              (1, -5, "gives callbackServicePort as -5")]:
             with self.subTest(error):
@@ -186,11 +186,11 @@ class OpenTest(ToolTest):
                 address = generated_peer(self, TavBroker.Processor(broker)).address
                 status, _, err = self.open(address, "camera", "1.0", "--run", "Close")
                 self.assertEqual(6, status)
-                self.assertIn("the broker at %s %s" % (address, error), err)
+                self.assertIn("the broker " + error, err)
                 self.assertEqual(["the-emp"], broker.closed)
 
     def testTheEmpIsClosedWhenTheOutputFindsNoRoom(self):
-        broker = Broker(0)
+        broker = Broker(free_port())
         address = generated_peer(self, TavBroker.Processor(broker)).address
         with open("/dev/full", "w") as full:
             process = start(self, "open", address, "camera", "1.0", "--quiet", stdout=full,
@@ -202,7 +202,7 @@ class OpenTest(ToolTest):
 
     def testTheEmpIsClosedWhenNobodyReadsTheOutput(self):
         reader, writer = os.pipe()
-        broker = Broker(0, free_port())
+        broker = Broker(free_port(), free_port())
         address = generated_peer(self, TavBroker.Processor(broker)).address
         process = start(self, "open", address, "camera", "1.0", stdout=writer,
                         TAV_CREDENTIAL="sesame")
@@ -216,7 +216,7 @@ class OpenTest(ToolTest):
         self.assertEqual(["the-emp"], broker.closed)
 
     def testAWaitingOneEndsWellOnASignal(self):
-        broker = Broker(0)
+        broker = Broker(free_port())
         address = generated_peer(self, TavBroker.Processor(broker)).address
         process = start(self, "open", address, "camera", "1.0", TAV_CREDENTIAL="sesame")
         process.line("stderr"), process.line("stderr")
@@ -270,6 +270,8 @@ class ListenTest(ToolTest):
             with socket.create_connection((host, int(port))) as connection:
                 connection.sendall(hostile)
                 self.assertEqual(b"", self.all(connection))
+                self.assertIn("tavctl: 127.0.0.1:%d: " % connection.getsockname()[1],
+                              process.line("stderr"))
         good.Callback(1, "still", "here")
         self.assertEqual('event 1  "still"  "here"', process.line())
 

@@ -1,6 +1,8 @@
+#include <TavIDL/host/Remote.h>
+
 #include <algorithm>
 
-#include "failure.h"
+#include "connection.h"
 #include "print.h"
 #include "typed.h"
 #include "verbs.h"
@@ -23,8 +25,8 @@ int makeCall(Options& options) {
     if (words.size() < 2) {
         throw Failure(Exit::Usage, "call takes ADDRESS SERVICE.OPERATION; see tavctl call --help");
     }
-    const Address address = addressFrom(words[0]);
     const Operation& operation = operationNamed(words[1]);
+    const auto peer = remoteOf(operation.service, words[0], clientSettings(options.settings));
     if (options.expectTrue && operation.result.kind != Kind::Bool) {
         throw Failure(Exit::Usage, operation.name + " returns no bool; leave out --expect-true");
     }
@@ -38,11 +40,7 @@ int makeCall(Options& options) {
                       fromInput ? parseJson(readInput(), "standard input") : Json::object());
     addCredential(operation, arguments, options.credential);
 
-    Json result;
-    Connection connection(address, options.settings);
-    connection.exchange(operation.fullName(), [&](TavIDL::ProtocolPointer protocol) {
-        result = call(operation, protocol, arguments);
-    });
+    const Json result = call(operation, *peer, arguments);
     if (output.json) {
         printJson({{"operation", operation.fullName()}, {"result", result}});
     } else if (operation.result.kind != Kind::Nothing) {

@@ -1,11 +1,10 @@
 #ifndef TAVCTL_EVENTS_H
 #define TAVCTL_EVENTS_H
 
-#include <memory>
+#include "values.h"
 
-#include "connection.h"
-
-// A callback service that prints each event: for people a line, with --json an object.
-std::unique_ptr<Server> serveEvents(const Address& address, const Settings& settings);
+// Prints an event, which has the fields of TavEmpEvent.Callback: for people a line, with --json an
+// object.
+void showEvent(const Json& event);
 
 #endif

@@ -1,20 +1,19 @@
+#include <TavIDL/host/Server.h>
+
+#include "connection.h"
 #include "events.h"
 #include "print.h"
 #include "stop.h"
 #include "typed.h"
 #include "verbs.h"
 
-std::unique_ptr<Server> serveEvents(const Address& address, const Settings& settings) {
-    const auto show = [](const Operation&, const Json& event) {
-        if (output.json) {
-            printJson({{"event", event}});
-        } else {
-            print(tinted(Tint::Good, "event " + shown(event["eventType"])) + "  " +
-                  shown(event["param1"]) + "  " + shown(event["param2"]) + "\n");
-        }
-        return Json();
-    };
-    return std::make_unique<Server>(address, settings, processorOf("TavEmpEvent", show));
+void showEvent(const Json& event) {
+    if (output.json) {
+        printJson({{"event", event}});
+    } else {
+        print(tinted(Tint::Good, "event " + shown(event["eventType"])) + "  " +
+              shown(event["param1"]) + "  " + shown(event["param2"]) + "\n");
+    }
 }
 
 void addListen(CLI::App& app, Run& run) {
@@ -31,10 +30,15 @@ void addListen(CLI::App& app, Run& run) {
     verb->callback([options, &run] {
         run = [options] {
             stop::watch();
-            const auto server = serveEvents(options->address.get(), options->settings);
-            note("listening on " + server->address().text());
+            const auto show = [](const Operation&, const Json& event) {
+                showEvent(event);
+                return Json();
+            };
+            TavIDL::Server server(options->address.get(), processorOf("TavEmpEvent", show),
+                                  serverSettings(options->settings));
+            note("listening on " + server.address());
             stop::wait();
-            server->stop();
+            server.stop();
             return 0;
         };
     });

@@ -9,6 +9,7 @@
 #include <iostream>
 #include <iterator>
 #include <sstream>
+#include <system_error>
 
 #include "failure.h"
 #include "print.h"
@@ -106,7 +107,8 @@ void addClientOptions(CLI::App* verb, Settings& settings) {
                      "To wait for a connection (5 by default)")
         ->check(seconds)
         ->option_text("SECONDS");
-    verb->add_option("--timeout", settings.timeout, "To wait for each reply (10 by default)")
+    verb->add_option("--timeout", settings.timeout,
+                     "For each call, connecting included (10 by default)")
         ->check(seconds)
         ->option_text("SECONDS");
 }
@@ -121,8 +123,8 @@ void addListenOptions(CLI::App* verb, ListenAddress& address) {
         ->option_text("ADDRESS");
 }
 
-Address ListenAddress::get() const {
-    return text.empty() ? Address{"127.0.0.1", port, ""} : addressFrom(text, true);
+std::string ListenAddress::get() const {
+    return text.empty() ? "127.0.0.1:" + std::to_string(port) : text;
 }
 
 void addCredentialOption(CLI::App* verb, Credential& credential) {
@@ -193,6 +195,12 @@ std::string described(const Json& result) {
 
 namespace {
 
+int report(const Failure& failure) {
+    const int status = static_cast<int>(failure.status);
+    printError(status, failure.line());
+    return status;
+}
+
 int tavctl(int argc, char** argv) {
     // Who stops reading is noticed by the write that fails.
     (void)signal(SIGPIPE, SIG_IGN);
@@ -202,7 +210,6 @@ int tavctl(int argc, char** argv) {
             (void)::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
         }
     }
-    silenceThrift();
 
     CLI::App app("Calls, opens, serves and observes the services of TAV_IDL.", "tavctl");
     app.formatter(std::make_shared<Help>());
@@ -232,8 +239,11 @@ int tavctl(int argc, char** argv) {
         printError(status, failure.what() + std::string("; see tavctl ") +
                                (verbs.empty() ? "" : verbs[0]->get_name() + " ") + "--help");
     } catch (const Failure& failure) {
-        status = static_cast<int>(failure.status);
-        printError(status, failure.line());
+        status = report(failure);
+    } catch (const std::invalid_argument& thrown) {
+        status = report(failureFrom(thrown));
+    } catch (const std::system_error& thrown) {
+        status = report(failureFrom(thrown));
     }
     return status == 0 && output.lost ? static_cast<int>(Exit::Broken) : status;
 }

@@ -1,13 +1,17 @@
-#include <sys/socket.h>
+#include <TavIDL/host/EmpSession.h>
+#include <thrift/transport/TTransportException.h>
 
 #include <mutex>
 
+#include "connection.h"
 #include "events.h"
 #include "failure.h"
 #include "print.h"
 #include "stop.h"
 #include "typed.h"
 #include "verbs.h"
+
+using apache::thrift::transport::TTransportException;
 
 namespace {
 
@@ -51,56 +55,30 @@ std::vector<Step> stepsFrom(const Options& options, const std::string& credentia
     return steps;
 }
 
-// The connection to the EMP, which a signal may end while it waits.
-class EmpConnection {
-public:
-    EmpConnection(const Address& address, const Settings& settings)
-        : connection_(address, settings) {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        current_ = &connection_;
+// After a signal no more calls of the EMP's begin. (Those that have begun are cancelled.)
+void beginNone(std::string&) {
+    if (stop::requested()) {
+        throw TTransportException(TTransportException::INTERRUPTED, "told to end");
     }
-    ~EmpConnection() {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        current_ = nullptr;
-    }
+}
 
-    Connection& get() { return connection_; }
-
-    static void interrupt() {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (current_ != nullptr) {
-            current_->interrupt();
-        }
-    }
-
-private:
-    static std::mutex mutex_;
-    static Connection* current_;
-    Connection connection_;
-};
-std::mutex EmpConnection::mutex_;
-Connection* EmpConnection::current_ = nullptr;
-
-class Session {
+// Shared with the thread that acts on signals, which may outlive all others.
+class Session : public std::enable_shared_from_this<Session> {
 public:
     explicit Session(const Options& options)
         : options_(options),
-          broker_(addressFrom(options.address)),
+          broker_(options.address, clientSettings(options.settings)),
           credential_(options.credential.get()),
           steps_(stepsFrom(options, credential_)) {}
 
     int run() {
-        stop::watch([] {
+        stop::watch([self = shared_from_this()] {
             note("ending, once the EMP is closed; a second signal ends at once");
-            EmpConnection::interrupt();
+            self->interrupt();
         });
-        const Json info = brokerCall(
-            "TavBroker.OpenEmp",
-            {{"name", options_.name}, {"version", options_.version}, {"credential", credential_}});
-        std::unique_ptr<Server> events;
+        open();
         try {
-            events = listen(info);
-            runSteps(info);
+            runSteps();
             if (options_.stay || steps_.empty()) {
                 note("open until a signal comes");
                 stop::wait();
@@ -110,87 +88,83 @@ public:
             // Told, but the EMP is closed first.
             fail(failure);
         }
-        try {
-            brokerCall("TavBroker.CloseEmp", {{"connectionInfo", info}});
-        } catch (const Failure& failure) {
-            fail(
-                Failure(failure.status,
-                        "the EMP " + shown(info["empID"]) + " may still be open: " + failure.what(),
-                        failure.hint));
-        }
-        if (events != nullptr) {
-            // What was sent before the EMP was closed is still shown.
-            events->drain(kDrainMs);
-            events->stop();
-        }
+        close();
         // Told to end before its work was done.
         return stop::requested() && !waited_ ? stop::status() : status_;
     }
 
 private:
-    static constexpr int kDrainMs = 1000;
-
-    // Each call to the broker has a connection of its own: one that was idle meanwhile may have
-    // been closed, and then the EMP could not be.
-    Json brokerCall(const std::string& name, const Json& arguments) {
-        Connection connection(broker_, options_.settings);
-        return make(connection, {operationNamed(name), arguments});
+    void interrupt() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (emp_ != nullptr) {
+            (*emp_)->cancel();
+        }
     }
 
-    Json make(Connection& connection, const Step& step) {
-        Json result;
-        connection.exchange(step.operation.fullName(), [&](TavIDL::ProtocolPointer protocol) {
-            result = call(step.operation, protocol, step.arguments);
-        });
-        if (output.json) {
-            printJson({{"operation", step.operation.fullName()}, {"result", result}});
-        } else {
-            print(tinted(Tint::Good, step.operation.fullName()) +
-                  (result.is_object() ? "\n" : "  ") + described(result));
+    void open() {
+        const bool certified = !options_.settings.tls || !options_.settings.cert.empty();
+        TavIDL::EmpSession::OnEvent onEvent;
+        if (certified) {
+            onEvent = [](int32_t type, const std::string& param1, const std::string& param2) {
+                showEvent({{"eventType", type}, {"param1", param1}, {"param2", param2}});
+            };
         }
-        if (options_.expectTrue && result == false && status_ == 0) {
-            status_ = static_cast<int>(Exit::False);
+        TavIDL::Settings settings = clientSettings(options_.settings, beginNone);
+        settings.onFailure = [](const std::string& failure) {
+            printError(static_cast<int>(Exit::Broken), failure);
+        };
+        std::unique_ptr<TavIDL::EmpSession> emp;
+        const char* const operation = "TavBroker.OpenEmp";
+        try {
+            emp = std::make_unique<TavIDL::EmpSession>(broker_, options_.name, options_.version,
+                                                       credential_, onEvent, settings);
+        } catch (const std::exception& thrown) {
+            throw failureFrom(thrown, operation, broker_);
         }
-        return result;
-    }
-
-    // The EMP and the callback service are where the broker is.
-    Address beside(const Json& info, const char* field) const {
-        const int port = info[field];
-        if (port < 1 || port > 65535) {
-            throw Failure(Exit::Broken,
-                          "the broker at " + broker_.text() + " gives " + field + " as " +
-                              std::to_string(port) + ", which is no port",
-                          "look into the broker");
-        }
-        return {broker_.path.empty() ? broker_.host : "127.0.0.1", port, ""};
-    }
-
-    std::unique_ptr<Server> listen(const Json& info) {
-        if (info["callbackServicePort"] == 0) {
+        show(operation, toJson(emp->info()));
+        if (emp->info().callbackServicePort == 0) {
             note("no events: the broker names no port for them");
-            return nullptr;
-        }
-        if (options_.settings.tls && options_.settings.cert.empty()) {
+        } else if (!certified) {
             note("no events: with --tls these need --cert and --key");
-            return nullptr;
         }
-        return serveEvents(beside(info, "callbackServicePort"), options_.settings);
+        const std::lock_guard<std::mutex> lock(mutex_);
+        emp_ = std::move(emp);
     }
 
-    void runSteps(const Json& info) {
-        if (steps_.empty()) {
-            return;
-        }
-        EmpConnection emp(beside(info, "empServicePort"), options_.settings);
+    void runSteps() {
         for (const Step& step : steps_) {
             if (stop::requested()) {
                 return;
             }
-            make(emp.get(), step);
+            show(step.operation.fullName(), call(step.operation, **emp_, step.arguments));
             if (status_ != 0) {
                 return;  // a false reply where true was expected
             }
+        }
+    }
+
+    void close() {
+        const char* const operation = "TavBroker.CloseEmp";
+        try {
+            show(operation, emp_->close());
+        } catch (const apache::thrift::TException& thrown) {
+            const Failure failure = failureFrom(thrown, operation, broker_);
+            fail(Failure(
+                failure.status,
+                "the EMP " + shown(emp_->info().empID) + " may still be open: " + failure.what(),
+                failure.hint));
+        }
+    }
+
+    void show(const std::string& operation, const Json& result) {
+        if (output.json) {
+            printJson({{"operation", operation}, {"result", result}});
+        } else {
+            print(tinted(Tint::Good, operation) + (result.is_object() ? "\n" : "  ") +
+                  described(result));
+        }
+        if (options_.expectTrue && result == false && status_ == 0) {
+            status_ = static_cast<int>(Exit::False);
         }
     }
 
@@ -204,9 +178,11 @@ private:
     }
 
     const Options& options_;
-    const Address broker_;
+    TavIDL::RemoteBroker broker_;
     const std::string credential_;
     const std::vector<Step> steps_;
+    std::mutex mutex_;  // of emp_, where another thread could change or use it
+    std::unique_ptr<TavIDL::EmpSession> emp_;
     bool waited_ = false;
     int status_ = 0;
 };
@@ -235,5 +211,7 @@ void addOpen(CLI::App& app, Run& run) {
                    "End with status 1 on the first false reply");
     addClientOptions(verb, options->settings);
     addCredentialOption(verb, options->credential);
-    verb->callback([options, &run] { run = [options] { return Session(*options).run(); }; });
+    verb->callback([options, &run] {
+        run = [options] { return std::make_shared<Session>(*options)->run(); };
+    });
 }

@@ -1,11 +1,12 @@
-#include <sys/socket.h>
+#include <TavIDL/host/Connection.h>
+#include <TavIDL/host/Remote.h>
 #include <thrift/TApplicationException.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 
-#include "failure.h"
+#include "connection.h"
 #include "message.h"
 #include "print.h"
 #include "verbs.h"
@@ -18,34 +19,40 @@ namespace {
 constexpr char kNoOperation[] = "tavctl.probe";
 
 // Calls the operation that does not exist. Returns the kind of exception that it is answered by.
-std::string probe(const Address& address, const Settings& settings) {
-    std::string kind;
-    Connection connection(address, settings);
-    connection.exchange(kNoOperation, [&](TavIDL::ProtocolPointer protocol) {
-        protocol->writeMessageBegin(kNoOperation, apache::thrift::protocol::T_CALL, 0);
-        protocol->writeStructBegin("");
-        protocol->writeFieldStop();
-        protocol->writeStructEnd();
-        protocol->writeMessageEnd();
-        protocol->getTransport()->flush();
-
-        std::string name;
-        apache::thrift::protocol::TMessageType type{};
-        int32_t seqid = 0;
-        protocol->readMessageBegin(name, type, seqid);
-        TApplicationException answer;
-        answer.read(protocol.get());
-        protocol->readMessageEnd();
-        if (type != apache::thrift::protocol::T_EXCEPTION) {
-            throw apache::thrift::TException("it answers as if there were this operation");
+std::string probe(const std::string& address, const Settings& settings) {
+    TavIDL::RemoteEmp peer(address, clientSettings(settings, [](std::string& operation) {
+                               operation = kNoOperation;
+                           }));
+    try {
+        peer.Close(0);  // as far as Host knows
+    } catch (const TApplicationException& answer) {
+        if (peerRefused()) {
+            return kindOf(answer.getType());
         }
-        kind = kindOf(answer.getType());
-    });
-    return kind;
+    } catch (const TavIDL::CallFailed& failed) {
+        throw failureFrom(failed, kNoOperation, peer);
+    }
+    throw Failure(Exit::Broken, std::string(kNoOperation) + " at " + address +
+                                    ": it answers as if there were this operation");
+}
+
+// What the peer's answer to these bytes looks like, if it looks like anything known.
+std::string answerTo(const std::string& question, const std::string& address,
+                     const Settings& settings) {
+    try {
+        const auto connection = TavIDL::Connection::open(address, clientSettings(settings));
+        connection->write(reinterpret_cast<const uint8_t*>(question.data()),
+                          static_cast<uint32_t>(question.size()));
+        uint8_t bytes[16];
+        const uint32_t count = connection->read(bytes, sizeof bytes);
+        return guess({reinterpret_cast<const char*>(bytes), count});
+    } catch (const apache::thrift::TException&) {
+        return "";
+    }
 }
 
 // The combination that the peer answers to, as options, or what else it seems to be.
-std::string findOut(const Address& address, Settings settings) {
+std::string findOut(const std::string& address, Settings settings) {
     constexpr double kPatience = 1;  // for each: a peer that misreads waits for more
     settings.timeout = std::min(settings.timeout, kPatience);
     for (const std::string& transport : kTransports) {
@@ -66,23 +73,14 @@ std::string findOut(const Address& address, Settings settings) {
                "--key";
     }
     // It may speak first, as some do, or answer to what others ask.
-    try {
-        if (speaksTls(address, settings)) {
-            return "it seems to speak TLS, try --tls";
-        }
-        const auto socket = connectSocket(address, settings);
-        socket->setRecvTimeout(static_cast<int>(kPatience * 1000));
-        const std::string question = "GET / HTTP/1.0\r\n\r\n";
-        socket->write(reinterpret_cast<const uint8_t*>(question.data()),
-                      static_cast<uint32_t>(question.size()));
-        uint8_t bytes[16];
-        const uint32_t count = socket->read(bytes, sizeof bytes);
-        const std::string known = guess({reinterpret_cast<const char*>(bytes), count});
+    const std::string tlsGreeting = fromHex(
+        "160301002f0100002b0303000000000000000000000000000000000000000000000000000000000000000000"
+        "0004130100ff0100");
+    for (const std::string& question : {tlsGreeting, std::string("GET / HTTP/1.0\r\n\r\n")}) {
+        const std::string known = answerTo(question, address, settings);
         if (!known.empty()) {
-            return "it seems to speak " + known;
+            return "it seems to speak " + known + (known == "TLS" ? ", try --tls" : "");
         }
-    } catch (const std::exception&) {
-        // Nothing more to be learned.
     }
     return "it speaks no protocol that is known here";
 }
@@ -103,7 +101,7 @@ void addProbe(CLI::App& app, Run& run) {
     addClientOptions(verb, options->settings);
     verb->callback([options, &run] {
         run = [options] {
-            const Address address = addressFrom(options->address);
+            const std::string& address = options->address;
             const auto begin = std::chrono::steady_clock::now();
             std::string kind;
             try {
@@ -118,14 +116,14 @@ void addProbe(CLI::App& app, Run& run) {
                 std::chrono::steady_clock::now() - begin;
             const double ms = std::round(took.count() * 10) / 10;
             if (output.json) {
-                printJson({{"address", address.text()},
+                printJson({{"address", address},
                            {"alive", true},
                            {"protocol", options->settings.protocol},
                            {"transport", options->settings.transport},
                            {"answer", kind},
                            {"ms", ms}});
             } else {
-                print(tinted(Tint::Good, "alive") + ": " + address.text() + " speaks " +
+                print(tinted(Tint::Good, "alive") + ": " + address + " speaks " +
                       options->settings.protocol + " over " + options->settings.transport +
                       ", answered " + kind + " in " + Json(ms).dump() + " ms\n");
             }

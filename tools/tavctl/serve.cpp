@@ -1,5 +1,8 @@
+#include <TavIDL/host/Server.h>
+
 #include <map>
 
+#include "connection.h"
 #include "failure.h"
 #include "print.h"
 #include "stop.h"
@@ -56,29 +59,32 @@ int serve(const Options& options) {
     }
 
     stop::watch();
-    Server server(
-        options.address.get(), options.settings,
-        processorOf(service, [&](const Operation& operation, const Json& arguments) -> Json {
-            const Json shownArguments = withoutSecrets(operation, arguments);
-            if (output.json) {
-                printJson({{"operation", operation.fullName()}, {"arguments", shownArguments}});
-            } else {
-                std::string line = tinted(Tint::Value, operation.fullName());
-                for (const auto& argument : shownArguments.items()) {
-                    line += " " + tinted(Tint::Name, argument.key()) + "=" +
-                            (argument.value() == kMasked ? kMasked : shown(argument.value()));
+    TavIDL::Server server(
+        options.address.get(),
+        processorOf(
+            service,
+            [&](const Operation& operation, const Json& arguments) -> Json {
+                const Json shownArguments = withoutSecrets(operation, arguments);
+                if (output.json) {
+                    printJson({{"operation", operation.fullName()}, {"arguments", shownArguments}});
+                } else {
+                    std::string line = tinted(Tint::Value, operation.fullName());
+                    for (const auto& argument : shownArguments.items()) {
+                        line += " " + tinted(Tint::Name, argument.key()) + "=" +
+                                (argument.value() == kMasked ? kMasked : shown(argument.value()));
+                    }
+                    print(line + "\n");
                 }
-                print(line + "\n");
-            }
-            const auto failure = failures.find(&operation);
-            if (failure != failures.end()) {
-                throw std::runtime_error(failure->second);
-            }
-            const auto result = results.find(&operation);
-            return result != results.end() ? result->second
-                                           : complete(operation.result, Json(), operation.name);
-        }));
-    note("serving " + service + " on " + server.address().text());
+                const auto failure = failures.find(&operation);
+                if (failure != failures.end()) {
+                    throw std::runtime_error(failure->second);
+                }
+                const auto result = results.find(&operation);
+                return result != results.end() ? result->second
+                                               : complete(operation.result, Json(), operation.name);
+            }),
+        serverSettings(options.settings));
+    note("serving " + service + " on " + server.address());
     stop::wait();
     server.stop();
     return 0;

@@ -1,4 +1,6 @@
-#include <sys/socket.h>
+#include <TavIDL/host/Remote.h>
+#include <TavIDL/host/Server.h>
+#include <thrift/transport/TVirtualTransport.h>
 
 #include <chrono>
 #include <cmath>
@@ -8,14 +10,13 @@
 #include <thread>
 
 #include "capture.h"
-#include "failure.h"
 #include "message.h"
 #include "print.h"
 #include "stop.h"
 #include "verbs.h"
 
-using apache::thrift::transport::TSocket;
 using apache::thrift::transport::TTransportException;
+using ConnectionPointer = std::shared_ptr<TavIDL::Connection>;
 
 namespace {
 
@@ -31,7 +32,7 @@ struct Options {
 // is held back meanwhile, since who waits for the rest of a message asks for more.
 class Passage : public apache::thrift::transport::TVirtualTransport<Passage> {
 public:
-    Passage(std::shared_ptr<TSocket> from, std::shared_ptr<TSocket> to)
+    Passage(ConnectionPointer from, ConnectionPointer to)
         : from_(std::move(from)), to_(std::move(to)) {}
 
     bool isOpen() const override { return true; }
@@ -44,21 +45,19 @@ public:
             got = from_->read(bytes, count);
         } catch (const TTransportException&) {
             // One of the two is gone: so is the connection.
-            shutDown(*from_, SHUT_RDWR);
-            shutDown(*to_, SHUT_RDWR);
+            from_->close();
+            to_->close();
         }
         waiting_.assign(reinterpret_cast<const char*>(bytes), got);
         if (got == 0) {
-            shutDown(*to_, SHUT_WR);  // nothing more comes this way; answers still may
+            to_->closeOutput();  // nothing more comes this way; answers still may
         }
         return got;
     }
 
 private:
-    static void shutDown(TSocket& socket, int how) { ::shutdown(socket.getSocketFD(), how); }
-
-    std::shared_ptr<TSocket> from_;
-    std::shared_ptr<TSocket> to_;
+    const ConnectionPointer from_;
+    const ConnectionPointer to_;
     std::string waiting_;
 };
 
@@ -68,7 +67,15 @@ std::string hintLine(const std::string& mismatch) {
 
 class Spy {
 public:
-    explicit Spy(const Options& options) : options_(options), target_(addressFrom(options.target)) {
+    explicit Spy(const Options& options)
+        : options_(options), settings_(serverSettings(options.settings)) {
+        // Neither end is hurried.
+        settings_.callTimeout = kNoLimit;
+        settings_.sendTimeout = kNoLimit;
+        settings_.stopTimeout = std::chrono::milliseconds(0);
+        settings_.onFailure = nullptr;  // it says more itself
+        // It checks the address.
+        (void)TavIDL::RemoteEmp(options.target, settings_);
         if (!options.file.empty()) {
             file_.open(options.file, std::ios::binary);
             file_ << captureHead(options.settings).dump() << std::endl;
@@ -81,22 +88,28 @@ public:
     // Whether all was written that was to be.
     bool complete() const { return !incomplete_; }
 
+    const TavIDL::Settings& settings() const { return settings_; }
+
     // Serves one connection.
-    void pass(std::shared_ptr<TSocket> client) {
+    void pass(const ConnectionPointer& client) {
         const int number = ++connections_;
-        std::shared_ptr<TSocket> target;
+        const std::string name = "connection " + std::to_string(number);
+        ConnectionPointer target;
         try {
-            target = connectSocket(target_, options_.settings);
-        } catch (const Failure& failure) {
-            printError(static_cast<int>(failure.status),
-                       "connection " + std::to_string(number) + ": " + failure.line());
+            target = TavIDL::Connection::open(options_.target, settings_);
+        } catch (const TavIDL::CallFailed& failed) {
+            const Failure failure = failureFrom(failed);
+            printError(static_cast<int>(failure.status), name + ": " + failure.line());
             return;
         }
         {
             const std::lock_guard<std::mutex> lock(mutex_);
+            if (interrupted_) {
+                return;
+            }
             targets_[number] = target;
         }
-        note("connection " + std::to_string(number) + " made");
+        note(name + " made");
         std::thread answers([&] { watch(number, "target", target, client); });
         watch(number, "client", client, target);
         answers.join();
@@ -104,20 +117,21 @@ public:
             const std::lock_guard<std::mutex> lock(mutex_);
             targets_.erase(number);
         }
-        note("connection " + std::to_string(number) + " ended");
+        note(name + " ended");
     }
 
-    // Ends all that wait for a target. libthrift's server ends what waits for a client.
+    // Ends all that wait for a target. The server ends what waits for a client.
     void interrupt() {
         const std::lock_guard<std::mutex> lock(mutex_);
+        interrupted_ = true;
         for (const auto& target : targets_) {
-            ::shutdown(target.second->getSocketFD(), SHUT_RDWR);
+            target.second->close();
         }
     }
 
 private:
-    void watch(int connection, const char* from, const std::shared_ptr<TSocket>& source,
-               const std::shared_ptr<TSocket>& sink) {
+    void watch(int connection, const char* from, const ConnectionPointer& source,
+               const ConnectionPointer& sink) {
         MessageReader reader(std::make_shared<Passage>(source, sink), options_.settings);
         bool broken = false;
         Json message;
@@ -167,11 +181,12 @@ private:
     }
 
     const Options& options_;
-    const Address target_;
+    TavIDL::Settings settings_;
     const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
     std::atomic<int> connections_{0};
     std::mutex mutex_;  // of what follows
-    std::map<int, std::shared_ptr<TSocket>> targets_;
+    std::map<int, ConnectionPointer> targets_;
+    bool interrupted_ = false;
     std::ofstream file_;
     bool incomplete_ = false;
 };
@@ -195,10 +210,10 @@ void addSpy(CLI::App& app, Run& run) {
         run = [options] {
             Spy spy(*options);
             stop::watch();
-            Server server(addressFrom(options->listen, true), options->settings,
-                          [&](std::shared_ptr<TSocket> client) { spy.pass(client); });
-            note("spying on " + server.address().text() + ", for " +
-                 addressFrom(options->target).text());
+            TavIDL::Server server(
+                options->listen, [&](const ConnectionPointer& client) { spy.pass(client); },
+                spy.settings());
+            note("spying on " + server.address() + ", for " + options->target);
             stop::wait();
             spy.interrupt();
             server.stop();

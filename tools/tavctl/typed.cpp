@@ -1,12 +1,19 @@
 #include "typed.h"
 
-#include <TavIDL/TavIDL.h>
+#include <TavIDL/host/Remote.h>
 
 #include <map>
 
+#include "connection.h"
+
 namespace {
 
-using Call = Json (*)(const TavIDL::ProtocolPointer&, const Json&);
+using Call = Json (*)(TavIDL::Remote&, const Json&);
+
+template <typename Interface>
+Interface& as(TavIDL::Remote& peer) {
+    return dynamic_cast<Interface&>(peer);
+}
 
 // A field of the arguments, as the client's parameter has it.
 std::string text(const Json& arguments, const char* field) {
@@ -19,52 +26,52 @@ int32_t number(const Json& arguments, const char* field) {
 
 const std::map<std::string, Call> kCalls = {
     {"TavBroker.OpenEmp",
-     [](const TavIDL::ProtocolPointer& protocol, const Json& a) -> Json {
+     [](TavIDL::Remote& peer, const Json& a) -> Json {
          ConnectionInfo info;
-         TavBrokerClient(protocol).OpenEmp(info, text(a, "name"), text(a, "version"),
-                                           text(a, "credential"));
+         as<TavBrokerIf>(peer).OpenEmp(info, text(a, "name"), text(a, "version"),
+                                       text(a, "credential"));
          return toJson(info);
      }},
     {"TavBroker.Execute",
-     [](const TavIDL::ProtocolPointer& protocol, const Json& a) -> Json {
+     [](TavIDL::Remote& peer, const Json& a) -> Json {
          std::string result;
-         TavBrokerClient(protocol).Execute(result, number(a, "fromPort"), text(a, "cmd"),
-                                           text(a, "param1"), text(a, "param2"), text(a, "param3"),
-                                           text(a, "param4"));
+         as<TavBrokerIf>(peer).Execute(result, number(a, "fromPort"), text(a, "cmd"),
+                                       text(a, "param1"), text(a, "param2"), text(a, "param3"),
+                                       text(a, "param4"));
          return result;
      }},
     {"TavBroker.CloseEmp",
-     [](const TavIDL::ProtocolPointer& protocol, const Json& a) -> Json {
-         return TavBrokerClient(protocol).CloseEmp(connectionInfoFrom(a["connectionInfo"]));
+     [](TavIDL::Remote& peer, const Json& a) -> Json {
+         return as<TavBrokerIf>(peer).CloseEmp(connectionInfoFrom(a["connectionInfo"]));
      }},
     {"TavEmp.Open",
-     [](const TavIDL::ProtocolPointer& protocol, const Json& a) -> Json {
-         return TavEmpClient(protocol).Open(number(a, "clientID"), text(a, "name"),
-                                            text(a, "version"), text(a, "credential"));
+     [](TavIDL::Remote& peer, const Json& a) -> Json {
+         return as<TavEmpIf>(peer).Open(number(a, "clientID"), text(a, "name"), text(a, "version"),
+                                        text(a, "credential"));
      }},
     {"TavEmp.Close",
-     [](const TavIDL::ProtocolPointer& protocol, const Json& a) -> Json {
-         return TavEmpClient(protocol).Close(number(a, "clientID"));
+     [](TavIDL::Remote& peer, const Json& a) -> Json {
+         return as<TavEmpIf>(peer).Close(number(a, "clientID"));
      }},
     {"TavEmp.Execute",
-     [](const TavIDL::ProtocolPointer& protocol, const Json& a) -> Json {
+     [](TavIDL::Remote& peer, const Json& a) -> Json {
          std::string result;
-         TavEmpClient(protocol).Execute(result, number(a, "clientID"), text(a, "cmd"),
-                                        text(a, "param1"), text(a, "param2"), text(a, "param3"),
-                                        text(a, "param4"));
+         as<TavEmpIf>(peer).Execute(result, number(a, "clientID"), text(a, "cmd"),
+                                    text(a, "param1"), text(a, "param2"), text(a, "param3"),
+                                    text(a, "param4"));
          return result;
      }},
     {"TavEmp.ExecuteWithParamList",
-     [](const TavIDL::ProtocolPointer& protocol, const Json& a) -> Json {
+     [](TavIDL::Remote& peer, const Json& a) -> Json {
          std::string result;
-         TavEmpClient(protocol).ExecuteWithParamList(result, number(a, "clientID"), text(a, "cmd"),
-                                                     paramListFrom(a["paramList"]));
+         as<TavEmpIf>(peer).ExecuteWithParamList(result, number(a, "clientID"), text(a, "cmd"),
+                                                 paramListFrom(a["paramList"]));
          return result;
      }},
     {"TavEmpEvent.Callback",
-     [](const TavIDL::ProtocolPointer& protocol, const Json& a) -> Json {
-         TavEmpEventClient(protocol).Callback(number(a, "eventType"), text(a, "param1"),
-                                              text(a, "param2"));
+     [](TavIDL::Remote& peer, const Json& a) -> Json {
+         as<TavEmpEventIf>(peer).Callback(number(a, "eventType"), text(a, "param1"),
+                                          text(a, "param2"));
          return nullptr;
      }},
 };
@@ -160,9 +167,23 @@ public:
 
 }  // namespace
 
-Json call(const Operation& operation, const TavIDL::ProtocolPointer& protocol,
-          const Json& arguments) {
-    return kCalls.at(operation.fullName())(protocol, arguments);
+std::unique_ptr<TavIDL::Remote> remoteOf(const std::string& service, const std::string& address,
+                                         const TavIDL::Settings& settings) {
+    if (service == "TavBroker") {
+        return std::make_unique<TavIDL::RemoteBroker>(address, settings);
+    }
+    if (service == "TavEmp") {
+        return std::make_unique<TavIDL::RemoteEmp>(address, settings);
+    }
+    return std::make_unique<TavIDL::RemoteCallback>(address, settings);
+}
+
+Json call(const Operation& operation, TavIDL::Remote& peer, const Json& arguments) {
+    try {
+        return kCalls.at(operation.fullName())(peer, arguments);
+    } catch (const apache::thrift::TException& thrown) {
+        throw failureFrom(thrown, operation.fullName(), peer);
+    }
 }
 
 std::shared_ptr<apache::thrift::TProcessor> processorOf(const std::string& service, Answer answer) {

@@ -1,18 +1,28 @@
 #ifndef TAVCTL_TYPED_H
 #define TAVCTL_TYPED_H
 
-#include <TavIDL/thrift.h>
+#include <TavIDL/host/Settings.h>
+#include <thrift/TProcessor.h>
 
 #include <functional>
 #include <memory>
+#include <string>
 
 #include "values.h"
 
-// Where the table meets the library's clients and interface classes, which name each operation.
+namespace TavIDL {
+class Remote;
+}
 
-// Makes one call. `arguments` has all the fields. What the client throws passes.
-Json call(const Operation& operation, const TavIDL::ProtocolPointer& protocol,
-          const Json& arguments);
+// Where the table meets the library's interface classes, which name each operation.
+
+// A peer that serves `service`. Throws what Host does.
+std::unique_ptr<TavIDL::Remote> remoteOf(const std::string& service, const std::string& address,
+                                         const TavIDL::Settings& settings);
+
+// Calls a peer that serves the operation's service. `arguments` has all the fields. Throws a
+// Failure.
+Json call(const Operation& operation, TavIDL::Remote& peer, const Json& arguments);
 
 // Answers a call: gets the operation and its arguments, returns its result or throws what the
 // caller is to get. Must bear concurrent calls.

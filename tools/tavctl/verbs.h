@@ -37,7 +37,7 @@ struct ListenAddress {
     int port = 0;
     std::string text;
 
-    Address get() const;
+    std::string get() const;
 };
 void addListenOptions(CLI::App* verb, ListenAddress& address);
 

@@ -71,6 +71,7 @@ const broker = {
   },
 };
 
+let afterNext = () => {};
 const emp = {
   Open(clientID, name, version, credential) {
     if (clientID === -1) {
@@ -90,7 +91,17 @@ const emp = {
     if (cmd === "fail") {
       throw new Error("the EMP cannot: fail");
     }
-    return [clientID, cmd, param1, param2, param3, param4].join("|");
+    const result = [clientID, cmd, param1, param2, param3, param4].join("|");
+    if (cmd === "later") {
+      // Only this language has handlers that answer after they have returned: here, after the
+      // next call has been answered.
+      return new Promise((resolve) => {
+        afterNext = () => resolve(result);
+      });
+    }
+    setImmediate(afterNext);
+    afterNext = () => {};
+    return result;
   },
   ExecuteWithParamList(clientID, cmd, list) {
     if (cmd === "fail") {

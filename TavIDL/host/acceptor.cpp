@@ -1,0 +1,228 @@
+#include "acceptor.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "channel.h"
+#include "serve.h"
+#include "signals.h"
+
+namespace TavIDL::host {
+
+using apache::thrift::TProcessor;
+using apache::thrift::transport::TTransportException;
+
+Acceptor::Acceptor(const std::string& address, Settings settings,
+                   std::shared_ptr<TProcessor> processor, Serve raw)
+    : settings_(std::move(settings)),
+      processor_(std::move(processor)),
+      raw_(std::move(raw)),
+      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    check(settings_);
+    if (!processor_ && !raw_) {
+        throw std::invalid_argument("a server needs a handler, and this is a null pointer");
+    }
+    if (wake_.get() < 0) {
+        throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
+    const Address wanted = addressFrom(address, Role::server);
+    tls_ = tlsFor(settings_, wanted, Role::server);
+    listener_.emplace(wanted, settings_.unixMode);
+    addressText_ = listener_->address().text();
+    thread_.emplace(settings_.stackSize, [this] { acceptUntilStopped(); });
+}
+
+Acceptor::~Acceptor() {
+    stop(false);
+}
+
+void Acceptor::stop(bool finishFirst) {
+    const std::lock_guard<std::mutex> once(stopping_);
+    if (!thread_) {
+        return;
+    }
+    state_ = finishFirst ? State::finishing : State::stopping;
+    wake(wake_.get());
+    thread_.reset();
+    listener_.reset();
+    for (const Worker& worker : workers_) {
+        worker.socket->endInput();
+    }
+    const auto allEnded = [this] {
+        return std::all_of(workers_.begin(), workers_.end(),
+                           [](const Worker& worker) { return worker.ended.load(); });
+    };
+    std::unique_lock<std::mutex> lock(mutex_);
+    const bool inTime = ended_.wait_for(lock, settings_.stopTimeout, allEnded);
+    lock.unlock();
+    if (!inTime) {
+        state_ = State::stopping;
+        for (const Worker& worker : workers_) {
+            if (!worker.ended) {
+                if (worker.busy) {
+                    report(worker.socket->peer(),
+                           "disconnected: its call takes longer than stopTimeout");
+                }
+                worker.socket->close();
+            }
+        }
+    }
+    workers_.clear();  // waits for their threads
+}
+
+void Acceptor::acceptUntilStopped() {
+    for (;;) {
+        removeEnded();
+        const State state = state_;
+        if (state == State::stopping) {
+            return;
+        }
+        const bool full = workers_.size() >= settings_.maxClients;
+        if (state == State::finishing) {
+            if (full || !acceptOne()) {
+                return;  // nobody waits any more
+            }
+        } else if (full) {
+            reportOnce("as many connections are open as maxClients allows; others wait");
+            waitForWake(-1);
+        } else {
+            pollfd waiting[] = {{wake_.get(), POLLIN, 0}, {listener_->get(), POLLIN, 0}};
+            poll(waiting, 2, -1);
+            rest(wake_.get());
+            if (waiting[1].revents != 0) {
+                acceptOne();
+            }
+        }
+    }
+}
+
+// Returns false if nobody waits, or nobody can be accepted.
+bool Acceptor::acceptOne() {
+    constexpr int kRetryMs = 100;
+    Descriptor accepted(accept4(listener_->get(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (accepted.get() >= 0) {
+        startWorker(std::move(accepted));
+        return true;
+    }
+    const int error = errno;
+    if (error == EINTR || error == ECONNABORTED) {
+        return true;
+    }
+    if (error != EAGAIN) {
+        // No descriptors or no memory: until a connection ends, or someone else frees some.
+        reportOnce("cannot accept connections: " + std::generic_category().message(error));
+        waitForWake(kRetryMs);
+    }
+    return false;
+}
+
+void Acceptor::startWorker(Descriptor descriptor) {
+    sendAtOnce(descriptor);
+    std::list<Worker> started;
+    try {
+        Worker& worker = started.emplace_back(std::move(descriptor));
+        worker.thread.emplace(settings_.stackSize, [this, &worker] { serve(worker); });
+    } catch (const std::exception& failure) {
+        reportOnce(std::string("a connection was closed: ") + failure.what());
+        return;
+    }
+    obstacle_.clear();
+    workers_.splice(workers_.end(), started);
+}
+
+void Acceptor::removeEnded() {
+    workers_.remove_if([](const Worker& worker) { return worker.ended.load(); });
+}
+
+void Acceptor::waitForWake(int timeoutMs) {
+    pollfd waiting = {wake_.get(), POLLIN, 0};
+    poll(&waiting, 1, timeoutMs);
+    rest(wake_.get());
+}
+
+void Acceptor::serve(Worker& worker) noexcept {
+    Socket& socket = *worker.socket;
+    try {
+        serveConnection(worker);
+    } catch (const TTransportException& failure) {
+        const auto type = failure.getType();
+        if (state_ != State::serving) {
+            // A server that stops ends what its clients were about to send.
+        } else if (type == TTransportException::END_OF_FILE) {
+            report(socket.peer(), "closed by the client in the middle of a call");
+        } else if (type == TTransportException::TIMED_OUT) {
+            report(socket.peer(), "closed: sends its request or takes its reply too slowly");
+        } else {
+            report(socket.peer(), std::string("closed: ") + failure.what());
+        }
+    } catch (const std::exception& failure) {
+        report(socket.peer(), std::string("closed: ") + failure.what());
+    } catch (...) {
+        report(socket.peer(), "closed: the handler threw something that is not a std::exception");
+    }
+    socket.closeGently();
+    socket.close();
+    const std::lock_guard<std::mutex> lock(mutex_);
+    worker.ended = true;
+    ended_.notify_all();
+    wake(wake_.get());
+}
+
+void Acceptor::serveConnection(Worker& worker) {
+    const std::shared_ptr<Socket>& socket = worker.socket;
+    if (tls_) {
+        const auto end = Clock::now() + settings_.receiveTimeout;
+        socket->readLimit().until(end);
+        socket->writeLimit().until(end);
+        try {
+            socket->startTls(*tls_, "");
+        } catch (const TTransportException& failure) {
+            switch (failure.getType()) {
+                case TTransportException::END_OF_FILE:
+                    throw TTransportException("the client ended the TLS handshake");
+                case TTransportException::TIMED_OUT:
+                    throw TTransportException("no TLS handshake in time");
+                default:
+                    throw;
+            }
+        }
+    }
+    if (processor_) {
+        serveCalls(
+            socket, *processor_, settings_, [this] { return state_ == State::stopping; },
+            worker.busy);
+    } else {
+        socket->limitEach(settings_.idleTimeout, settings_.sendTimeout);
+        worker.busy = true;
+        raw_(socket);
+    }
+}
+
+void Acceptor::report(const std::string& who, const std::string& what) noexcept {
+    try {
+        if (settings_.onFailure) {
+            settings_.onFailure(who + ": " + what);
+        }
+    } catch (...) {  // NOLINT(bugprone-empty-catch): as Settings::onFailure says
+    }
+}
+
+void Acceptor::reportOnce(const std::string& obstacle) noexcept {
+    if (obstacle_ != obstacle) {
+        report(addressText_, obstacle);
+        try {
+            obstacle_ = obstacle;
+        } catch (const std::bad_alloc&) {
+            // It may be reported once more.
+        }
+    }
+}
+
+}  // namespace TavIDL::host

@@ -1,0 +1,26 @@
+#ifndef TAVIDL_HOST_SERVE_H
+#define TAVIDL_HOST_SERVE_H
+
+#include <TavIDL/host/Settings.h>
+#include <thrift/TProcessor.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+
+#include "socket.h"
+
+// What a server does with a connection, in the thread that the connection has.
+
+namespace TavIDL::host {
+
+// Lets `processor` answer calls until the client closes the connection, or until `stopped` says so
+// between two calls. Tells in `busy` whether there is a call. Throws what process() throws, and if
+// the client is idle for too long.
+void serveCalls(const std::shared_ptr<Socket>& socket, apache::thrift::TProcessor& processor,
+                const Settings& settings, const std::function<bool()>& stopped,
+                std::atomic<bool>& busy);
+
+}  // namespace TavIDL::host
+
+#endif

@@ -1,0 +1,144 @@
+#include <TavIDL/host/Connection.h>
+#include <TavIDL/host/Remote.h>
+#include <TavIDL/host/Server.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Calls.h"
+#include "Substitutes.h"
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+// What a client says about an address; empty if it accepts it.
+std::string complaintAbout(const std::string& address) {
+    try {
+        const TavIDL::RemoteEmp emp(address);
+    } catch (const std::invalid_argument& complaint) {
+        return complaint.what();
+    }
+    return "";
+}
+
+std::string unixPathOf(std::size_t bytes) {
+    return "unix:/" + std::string(bytes - 1, 'p');
+}
+
+class ValidAddressTest : public testing::TestWithParam<const char*> {};
+
+TEST_P(ValidAddressTest, IsAcceptedAndKeptAsItWasWritten) {
+    const TavIDL::RemoteEmp emp(GetParam());
+    EXPECT_EQ(emp.address(), GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(, ValidAddressTest,
+                         testing::Values("127.0.0.1:1", "localhost:65535", "emp.example:4711",
+                                         "[::1]:4711", "[fe80::1%lo]:4711", ":4711", "unix:socket",
+                                         "unix:/run/emp", "unix:with:colon", "unix:with space"));
+
+class InvalidAddressTest : public testing::TestWithParam<const char*> {};
+
+TEST_P(InvalidAddressTest, IsRefusedWithAMessageThatSaysWhatIsValid) {
+    EXPECT_EQ(complaintAbout(GetParam()),
+              "'" + std::string(GetParam()) +
+                  "' is not a valid address; write HOST:PORT, [IPV6]:PORT, :PORT (this machine) or "
+                  "unix:PATH, with a port from 1 to 65535");
+}
+
+INSTANTIATE_TEST_SUITE_P(, InvalidAddressTest,
+                         testing::Values("", ":", "4711", "localhost", "localhost:", "localhost:0",
+                                         ":0", "localhost:65536", "localhost:99999999999999999999",
+                                         "localhost:-1", "localhost:+1", "localhost: 1",
+                                         "localhost:1 ", "localhost:1x", "localhost:0x10",
+                                         "localhost:http", "::1:4711", "::1", "[::1]",
+                                         "[::1]:", "[::1]4711", "[::1:4711", "::1]:4711", "[]:4711",
+                                         "[[::1]]:4711", "[localhost]:4711", "[127.0.0.1]:4711",
+                                         "http://localhost:4711", "tcp://localhost:4711",
+                                         "localhost:4711/", "unix", "UNIX:/run/emp"));
+
+TEST(AddressTest, ThatContainsAZeroByteIsRefused) {
+    EXPECT_NE(complaintAbout(std::string("local\0host:1", 12)), "");
+    EXPECT_NE(complaintAbout(std::string("unix:/run\0/emp", 14)), "");
+}
+
+TEST(AddressTest, OfAUnixSocketHasAPathOfAtMost107Bytes) {
+    EXPECT_EQ(complaintAbout(unixPathOf(107)), "");
+    EXPECT_EQ(complaintAbout(unixPathOf(108)),
+              "'" + unixPathOf(108) + "' is not a valid address: a path has 1 to 107 bytes");
+    EXPECT_EQ(complaintAbout("unix:"), "'unix:' is not a valid address: a path has 1 to 107 bytes");
+}
+
+TEST(AddressTest, OfAServerMayHavePort0) {
+    const TavIDL::Server server(":0", std::make_shared<Emp>());
+    EXPECT_THAT(server.address(), StartsWith("127.0.0.1:"));
+    EXPECT_NE(server.address(), "127.0.0.1:0");
+}
+
+TEST(AddressTest, WithoutAHostMeansTheLoopback) {
+    const peers::Listener listener;
+    const std::string port = listener.address().substr(listener.address().find(':'));
+    EXPECT_NO_THROW(TavIDL::Connection::open(port));
+    EXPECT_TRUE(listener.hasVisitor());
+}
+
+TEST(AddressTest, IsLookedUpOnlyByCalls) {
+    TavIDL::RemoteEmp emp("no-such-host.invalid:1");
+    const calls::CallFailed failure = calls::failureOf([&] { execute(emp, "read"); });
+    EXPECT_EQ(failure.reason(), calls::CallFailed::CannotConnect);
+    EXPECT_THAT(failure.what(),
+                StartsWith("TavEmp.Execute at no-such-host.invalid:1: cannot connect: "
+                           "cannot find the host 'no-such-host.invalid': "));
+}
+
+// The first one refuses.
+TEST(AddressTest, OfANameIsTriedUntilOneAnswers) {
+    const TavIDL::Server server("127.0.0.1:0", std::make_shared<Emp>());
+    TavIDL::RemoteEmp emp(substitutes::kBothLoopbacks +
+                          server.address().substr(server.address().find(':')));
+    EXPECT_EQ(execute(emp, "read"), "read done");
+}
+
+struct InvalidSetting {
+    const char* name;
+    void (*spoil)(TavIDL::Settings&);
+};
+
+class InvalidSettingTest : public testing::TestWithParam<InvalidSetting> {};
+
+TEST_P(InvalidSettingTest, IsRefusedByName) {
+    TavIDL::Settings settings;
+    GetParam().spoil(settings);
+    try {
+        const TavIDL::RemoteEmp emp("localhost:1", settings);
+        FAIL() << "accepted";
+    } catch (const std::invalid_argument& complaint) {
+        EXPECT_THAT(complaint.what(),
+                    StartsWith(std::string("Settings::") + GetParam().name + " "));
+    }
+}
+
+using TavIDL::Settings;
+INSTANTIATE_TEST_SUITE_P(
+    , InvalidSettingTest,
+    testing::Values(
+        InvalidSetting{"bufferSize", [](Settings& s) { s.bufferSize = 0; }},
+        InvalidSetting{"bufferSize", [](Settings& s) { s.bufferSize = 0xffffffff; }},
+        InvalidSetting{"maxMessageSize", [](Settings& s) { s.maxMessageSize = 0; }},
+        InvalidSetting{"maxMessageSize", [](Settings& s) { s.maxMessageSize = 0xffffffff; }},
+        InvalidSetting{"batchWindow", [](Settings& s) { s.batchWindow = 0; }},
+        InvalidSetting{"maxConnections", [](Settings& s) { s.maxConnections = 0; }},
+        InvalidSetting{"maxClients", [](Settings& s) { s.maxClients = 0; }},
+        InvalidSetting{"unixMode", [](Settings& s) { s.unixMode = 01000; }},
+        InvalidSetting{"callTimeout",
+                       [](Settings& s) { s.callTimeout = std::chrono::milliseconds(0); }},
+        InvalidSetting{"callTimeout",
+                       [](Settings& s) { s.callTimeout = std::chrono::milliseconds::max(); }},
+        InvalidSetting{"connectTimeout",
+                       [](Settings& s) { s.connectTimeout = std::chrono::milliseconds(-1); }}),
+    [](const testing::TestParamInfo<InvalidSetting>& test) {
+        return test.param.name + std::to_string(test.index);
+    });
+
+}  // namespace
