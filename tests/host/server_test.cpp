@@ -439,17 +439,19 @@ TEST(ServerTest, AcceptsAgainWhenThereAreDescriptorsAgain) {
     // Room for the client's descriptor, and none for the server's.
     descriptors.set(static_cast<rlim_t>(next) + 1);
     Caller later(server.address());
-    EXPECT_THAT(reports.waitFor(1),
-                ElementsAre(AllOf(StartsWith(server.address()), EndsWith("Too many open files"))));
+    reports.waitFor(1);
     client.send(requestFor("three"));  // those that are connected notice nothing
-    EXPECT_EQ(client.result(), "three done");
+    const std::string result = client.result();
+    const bool heard = later.hearsWithin(250);  // meanwhile it tries again and again
 
-    EXPECT_FALSE(later.hearsWithin(250));  // it tries again and again
-
+    // Without descriptors the sanitizers cannot look at what is compared.
     descriptors.lift();
+    EXPECT_EQ(result, "three done");
+    EXPECT_FALSE(heard);
     later.send(requestFor("four"));
     EXPECT_EQ(later.result(), "four done");
-    EXPECT_EQ(reports.all().size(), 1U);
+    EXPECT_THAT(reports.all(),
+                ElementsAre(AllOf(StartsWith(server.address()), EndsWith("Too many open files"))));
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(EMULATED)
@@ -468,7 +470,8 @@ TEST(ServerTest, GoesOnWhenAThreadCannotBeStarted) {
     sizes >> pages;
     memory.set(pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + (128 << 20));
     Caller(server.address()).waitForEnd();
-    EXPECT_THAT(reports.all(), ElementsAre(HasSubstr("a connection was closed: cannot start a thread: ")));
+    EXPECT_THAT(reports.all(),
+                ElementsAre(HasSubstr("a connection was closed: cannot start a thread: ")));
     client.send(requestFor("two"));
     EXPECT_EQ(client.result(), "two done");
 
