@@ -23,14 +23,23 @@ public:
         try {
             onEvent_(eventType, param1, param2);
         } catch (const std::exception& failure) {
-            // Whoever sent the event is not told.
-            if (onFailure_) {
-                onFailure_("event " + std::to_string(eventType) + ": " + failure.what());
-            }
+            report(eventType, failure.what());
+        } catch (...) {
+            report(eventType, "the function threw something that is not a std::exception");
         }
     }
 
 private:
+    // The sender does not learn of it, and its next events still come.
+    void report(int32_t eventType, const char* failure) {
+        try {
+            if (onFailure_) {
+                onFailure_("event " + std::to_string(eventType) + ": " + failure);
+            }
+        } catch (...) {  // NOLINT(bugprone-empty-catch): as Settings::onFailure says
+        }
+    }
+
     const EmpSession::OnEvent onEvent_;
     const std::function<void(const std::string&)> onFailure_;
     std::mutex mutex_;
@@ -53,20 +62,18 @@ namespace host {
 
 class Session {
 public:
-    Session(RemoteBroker& broker, const Address& brokerAddress, const std::string& name,
-            const std::string& version, const std::string& credential, EmpSession::OnEvent onEvent,
-            Settings settings)
+    Session(RemoteBroker& broker, Pool& pool, const std::string& name, const std::string& version,
+            const std::string& credential, EmpSession::OnEvent onEvent, Settings settings)
         : broker_(broker), settings_(std::move(settings)) {
         broker.OpenEmp(info_, name, version, credential);
         try {
             if (onEvent && info_.callbackServicePort != 0) {
                 events_ = std::make_unique<Server>(
-                    addressOf(localHostFor(brokerAddress), info_.callbackServicePort,
-                              "callbackServicePort"),
+                    addressOf(pool.localHost(), info_.callbackServicePort, "callbackServicePort"),
                     std::make_shared<Events>(std::move(onEvent), settings_), settings_);
             }
             emp_ = std::make_unique<RemoteEmp>(
-                addressOf(brokerAddress.isUnix() ? "127.0.0.1" : brokerAddress.host,
+                addressOf(pool.address().isUnix() ? "127.0.0.1" : pool.address().host,
                           info_.empServicePort, "empServicePort"),
                 settings_);
         } catch (...) {
@@ -139,8 +146,8 @@ EmpSession::EmpSession(RemoteBroker& broker, const std::string& name, const std:
 
 EmpSession::EmpSession(RemoteBroker& broker, const std::string& name, const std::string& version,
                        const std::string& credential, OnEvent onEvent, const Settings& settings)
-    : session_(new host::Session(broker, host::addressFrom(broker.address(), host::Role::client),
-                                 name, version, credential, std::move(onEvent), settings)) {
+    : session_(new host::Session(broker, *broker.pool_, name, version, credential,
+                                 std::move(onEvent), settings)) {
 }
 
 EmpSession::~EmpSession() = default;

@@ -90,6 +90,7 @@ protected:
 
 private:
     friend class Batch;
+    friend class EmpSession;
 };
 
 /// A broker somewhere else, as if it were here.

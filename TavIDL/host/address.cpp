@@ -284,20 +284,13 @@ std::string peerOf(int descriptor) {
     return bracketed(host) + ":" + port;
 }
 
-std::string localHostFor(const Address& address) {
-    if (address.isUnix()) {
-        return "127.0.0.1";
-    }
-    const AddressList found = lookUp(address, 0);
-    // Connecting a datagram socket sends nothing; it only chooses the way.
-    const Descriptor probe(socket(found->ai_family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+std::string localHostOf(int descriptor) {
     sockaddr_storage local = {};
     socklen_t size = sizeof local;
-    if (connect(probe.get(), found->ai_addr, found->ai_addrlen) != 0 ||
-        getsockname(probe.get(), generic(local), &size) != 0) {
-        failed("there is no way to " + address.text());
+    if (getsockname(descriptor, generic(local), &size) != 0) {
+        failed("getsockname");
     }
-    return numericHost(local, size, nullptr);
+    return local.ss_family == AF_UNIX ? "127.0.0.1" : numericHost(local, size, nullptr);
 }
 
 Descriptor::~Descriptor() {

@@ -49,8 +49,8 @@ void sendAtOnce(const Descriptor& socket);
 // Of the peer of a connected socket.
 std::string peerOf(int descriptor);
 
-// The address of this machine from which it reaches `address`.
-std::string localHostFor(const Address& address);
+// The address of this machine that a connected socket has. A unix socket's is the loopback.
+std::string localHostOf(int descriptor);
 
 // Is given each socket before it connects, and nothing, -1, before it is closed or returned: so
 // that another thread can end the attempt by a shutdown. Throws to end it, too.

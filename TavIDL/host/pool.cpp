@@ -54,6 +54,11 @@ Pool::~Pool() {
     }
 }
 
+std::string Pool::localHost() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return localHost_;
+}
+
 void Pool::cancel() {
     const std::lock_guard<std::mutex> lock(mutex_);
     for (Call* const call : calls_) {
@@ -146,6 +151,9 @@ void Call::connect() {
             socket->writeLimit().until(end);
             socket->startTls(*pool_.tls_, address.host);
         }
+        std::string localHost = localHostOf(socket->descriptor());
+        const std::lock_guard<std::mutex> lock(pool_.mutex_);
+        pool_.localHost_ = std::move(localHost);
     } catch (const CallFailed&) {
         throw;
     } catch (const std::bad_alloc&) {

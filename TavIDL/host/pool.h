@@ -44,6 +44,9 @@ public:
     const Address& address() const { return address_; }
     const Settings& settings() const { return settings_; }
 
+    // The address of this machine from which it reaches the other one. There must have been a call.
+    std::string localHost();
+
     void cancel();
 
 private:
@@ -61,6 +64,7 @@ private:
     std::list<Call*> waiting_;   // those of them that wait for a connection, in this order
     std::size_t connected_ = 0;  // the number of the others
     std::list<Channel> idle_;    // the one that was used last comes last
+    std::string localHost_;      // of the last connection that was made
 };
 
 // A call, or a batch of them, from its wait for a connection to its end.

@@ -94,13 +94,12 @@ private:
 // The bytes of messages, from libthrift's own transports and protocols.
 class Messages {
 public:
-    using Send = std::function<void(TavEmpClient&)>;
-
     explicit Messages(Settings settings) : settings_(std::move(settings)) {}
 
-    std::string request(const Send& send) const {
+    template <typename Client, typename Send>
+    std::string messageOf(Send send) const {
         const auto memory = std::make_shared<apache::thrift::transport::TMemoryBuffer>();
-        TavEmpClient client(over(memory));
+        Client client(over(memory));
         send(client);
         return memory->getBufferAsString();
     }
@@ -116,7 +115,7 @@ public:
 
     // Of execute(emp, cmd, param1).
     std::string request(const std::string& cmd, const std::string& param1 = "") const {
-        return request(
+        return messageOf<TavEmpClient>(
             [&](TavEmpClient& client) { client.send_Execute(7, cmd, param1, "", "", ""); });
     }
     // Its result.

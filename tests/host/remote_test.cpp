@@ -293,7 +293,8 @@ TEST(RemoteFailureTest, KeepsTheKindOfARefusal) {
     peers::Peer peer = listener.accept();
     peer.receive(messages.request("read").size());
     // A reply to another operation, as a server sends that mixes them up.
-    const std::string close = messages.request([](TavEmpClient& client) { client.send_Close(7); });
+    const std::string close =
+        messages.messageOf<TavEmpClient>([](TavEmpClient& client) { client.send_Close(7); });
     peer.send(messages.reply(close, std::make_shared<Refusing>()));
     try {
         call.result();
@@ -329,6 +330,25 @@ TEST(ProtocolOfTheUserTest, ThatCannotBeMadeFailsTheCall) {
     TavIDL::RemoteEmp emp(listener.address(), settings);
     const CallFailed failure = failureOf([&] { execute(emp, "read"); });
     EXPECT_THAT(failure.what(), EndsWith(": cannot connect: not today"));
+    EXPECT_FALSE(failure.sent());
+}
+
+TEST(RemoteTlsTest, HasNotSentACallIfItCouldNotShakeHands) {
+    TavIDL::Settings settings;
+    settings.tls.enabled = true;
+    peers::Listener listener;
+    std::unique_ptr<TavIDL::RemoteEmp> emp;
+    try {
+        emp = std::make_unique<TavIDL::RemoteEmp>(listener.address(), settings);
+    } catch (const std::invalid_argument&) {
+        GTEST_SKIP() << "built without TLS";
+    }
+    Running call([&] { return execute(*emp, "read"); });
+    peers::Peer peer = listener.accept();
+    peer.receive(1);
+    peer.close();
+    const CallFailed failure = call.failure();
+    EXPECT_EQ(failure.reason(), CallFailed::CannotConnect);
     EXPECT_FALSE(failure.sent());
 }
 

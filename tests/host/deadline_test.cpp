@@ -1,0 +1,184 @@
+#include <TavIDL/host/Batch.h>
+#include <TavIDL/host/Connection.h>
+#include <TavIDL/host/Remote.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "Calls.h"
+
+using calls::CallFailed;
+using calls::failureOf;
+using calls::Messages;
+using calls::Running;
+using std::chrono::milliseconds;
+using testing::EndsWith;
+
+// No peer here ever finishes: a call ends by its deadline alone, on a machine of any speed.
+namespace {
+
+class DeadlineTest : public calls::EachWay {
+protected:
+    static TavIDL::Settings impatient(TavIDL::Settings settings) {
+        settings.callTimeout = milliseconds(50);
+        settings.maxMessageSize = 100 << 20;
+        return settings;
+    }
+
+    peers::Listener listener_{where()};
+    TavIDL::RemoteEmp emp_{listener_.address(), impatient(settings())};
+    const Messages messages_{settings()};
+    const std::string request_ = messages_.request("read");
+};
+
+ON_EACH_WAY(DeadlineTest);
+
+TEST_P(DeadlineTest, EndsACallThatNobodyAccepts) {
+    const CallFailed failure = failureOf([&] { execute(emp_, "read"); });
+    EXPECT_EQ(failure.reason(), CallFailed::NoAnswerInTime);
+    EXPECT_TRUE(failure.sent());
+    EXPECT_THAT(failure.what(), EndsWith(": no answer in time: 50 ms"));
+}
+
+TEST_P(DeadlineTest, EndsACallWhoseReplyStopsInTheMiddle) {
+    Running call([&] { return execute(emp_, "read"); });
+    peers::Peer peer = listener_.accept();
+    peer.receive(request_.size());
+    const std::string reply = messages_.reply("21.5");
+    peer.send(reply.substr(0, reply.size() / 2));
+    EXPECT_EQ(call.failure().reason(), CallFailed::NoAnswerInTime);
+}
+
+// Each byte comes in time.
+TEST_P(DeadlineTest, EndsACallWhoseReplyNeverStopsToDrip) {
+    Running call([&] { return execute(emp_, "read"); });
+    peers::Peer peer = listener_.accept();
+    peer.receive(request_.size());
+    const std::string reply = messages_.reply(std::string(64 << 20, 't'));
+    for (std::size_t sent = 0; sent < reply.size() && peer.send(reply.substr(sent, 1));) {
+        ++sent;
+    }
+    EXPECT_EQ(call.failure().reason(), CallFailed::NoAnswerInTime);
+}
+
+TEST_P(DeadlineTest, EndsACallWhoseRequestIsNotRead) {
+    const std::string text(64 << 20, 't');
+    const CallFailed failure = failureOf([&] { execute(emp_, "read", text); });
+    EXPECT_EQ(failure.reason(), CallFailed::NoAnswerInTime);
+}
+
+// Some of it is always taken in time. (The peer would answer if it came to the end.)
+TEST_P(DeadlineTest, EndsACallWhoseRequestIsTakenInSmallPieces) {
+    const std::string text(16 << 20, 't');
+    Running call([&] { return execute(emp_, "read", text); });
+    peers::Peer peer = listener_.accept();
+    std::size_t taken = 0;
+    while (!call.hasEnded() && taken < text.size()) {
+        taken += peer.receive(16).size();
+    }
+    EXPECT_LT(taken, text.size());
+    EXPECT_EQ(call.failure().reason(), CallFailed::NoAnswerInTime);
+}
+
+TEST_P(DeadlineTest, OfABatchIsForAllItsCalls) {
+    TavIDL::EmpBatch batch(emp_);
+    std::future<std::string> first = batch.Execute(7, "read", "", "", "", "");
+    std::future<std::string> second = batch.Execute(7, "read", "", "", "", "");
+    Running run([&] {
+        batch.run();
+        return "";
+    });
+    peers::Peer peer = listener_.accept();
+    peer.receive(2 * request_.size());
+    peer.send(messages_.reply("21.5"));
+    EXPECT_EQ(run.failure().reason(), CallFailed::NoAnswerInTime);
+    EXPECT_EQ(first.get(), "21.5");
+    EXPECT_EQ(failureOf([&] { second.get(); }).reason(), CallFailed::NoAnswerInTime);
+}
+
+TEST_P(DeadlineTest, OfABatchCanBeItsOwn) {
+    TavIDL::RemoteEmp patient(listener_.address(), settings());
+    TavIDL::EmpBatch batch(patient);
+    std::future<std::string> call = batch.Execute(7, "read", "", "", "", "");
+    EXPECT_EQ(failureOf([&] { batch.run(milliseconds(20)); }).reason(), CallFailed::NoAnswerInTime);
+    EXPECT_THAT(failureOf([&] { call.get(); }).what(), EndsWith(": no answer in time: 20 ms"));
+}
+
+TEST_P(DeadlineTest, OfABatchMayHavePassedBeforeItRuns) {
+    TavIDL::EmpBatch batch(emp_);
+    std::future<std::string> call = batch.Execute(7, "read", "", "", "", "");
+    EXPECT_FALSE(failureOf([&] { batch.run(milliseconds::min()); }).sent());
+    EXPECT_FALSE(failureOf([&] { call.get(); }).sent());
+}
+
+TEST_P(DeadlineTest, OfABatchMayBeAsFarAwayAsPossible) {
+    TavIDL::EmpBatch batch(emp_);
+    std::future<std::string> result = batch.Execute(7, "read", "", "", "", "");
+    Running run([&] {
+        batch.run(milliseconds::max());
+        return "";
+    });
+    peers::Peer peer = listener_.accept();
+    peer.receive(request_.size());
+    peer.send(messages_.reply("21.5"));
+    run.result();
+    EXPECT_EQ(result.get(), "21.5");
+}
+
+TEST_P(DeadlineTest, EndsTheWaitForAConnection) {
+    TavIDL::Settings settings = this->settings();
+    settings.maxConnections = 1;
+    TavIDL::RemoteEmp emp(listener_.address(), settings);
+    Running first([&] { return execute(emp, "read"); });
+    peers::Peer peer = listener_.accept();
+    peer.receive(request_.size());
+
+    TavIDL::EmpBatch second(emp);
+    std::future<std::string> waiting = second.Execute(7, "read", "", "", "", "");
+    const CallFailed failure = failureOf([&] { second.run(milliseconds(20)); });
+    EXPECT_EQ(failure.reason(), CallFailed::NoAnswerInTime);
+    EXPECT_FALSE(failure.sent());
+    EXPECT_THAT(failure.what(), EndsWith(": all connections were in use for 20 ms"));
+
+    peer.send(messages_.reply("21.5"));
+    EXPECT_EQ(first.result(), "21.5");
+}
+
+TEST_P(DeadlineTest, OfConnectingEndsACallToAServerThatIsFull) {
+    const std::string address = listener_.address();
+    listener_.close();
+    const peers::Listener full(address, 0);
+    TavIDL::Settings settings = this->settings();
+    settings.connectTimeout = milliseconds(50);
+    std::vector<std::shared_ptr<TavIDL::Connection>> others;
+    try {
+        for (;;) {
+            others.push_back(TavIDL::Connection::open(address, settings));
+        }
+    } catch (const CallFailed&) {
+        // Now nobody gets in any more.
+    }
+    TavIDL::RemoteEmp emp(address, settings);
+    const CallFailed failure = failureOf([&] { execute(emp, "read"); });
+    EXPECT_EQ(failure.reason(), CallFailed::CannotConnect);
+    EXPECT_FALSE(failure.sent());
+    EXPECT_THAT(failure.what(), EndsWith(": cannot connect: Connection timed out"));
+}
+
+TEST_P(DeadlineTest, OfABareConnectionIsForEachRead) {
+    TavIDL::Settings settings = this->settings();
+    settings.callTimeout = milliseconds(20);
+    const auto connection = TavIDL::Connection::open(listener_.address(), settings);
+    uint8_t byte = 0;
+    try {
+        connection->read(&byte, 1);
+        FAIL() << "read something";
+    } catch (const apache::thrift::transport::TTransportException& failure) {
+        EXPECT_EQ(failure.getType(), apache::thrift::transport::TTransportException::TIMED_OUT);
+    }
+    listener_.accept().send("x");
+    EXPECT_EQ(connection->read(&byte, 1), 1U);
+}
+
+}  // namespace
