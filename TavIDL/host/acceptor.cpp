@@ -222,7 +222,7 @@ void Acceptor::serveConnection(Worker& worker) {
     if (processor_) {
         serveCalls(
             socket, *processor_, settings_, [this] { return state_ == State::stopping; },
-            worker.busy);
+            worker.calls);
     } else {
         socket->limitEach(settings_.idleTimeout, settings_.sendTimeout);
         ++worker.calls;
