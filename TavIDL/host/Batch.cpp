@@ -199,6 +199,11 @@ void Batch::run(std::chrono::milliseconds timeout) {
     }
 }
 
+BrokerBatch::BrokerBatch(RemoteBroker& broker) : Batch(broker) {
+}
+
+BrokerBatch::~BrokerBatch() = default;
+
 std::future<ConnectionInfo> BrokerBatch::OpenEmp(const std::string& name,
                                                  const std::string& version,
                                                  const std::string& credential) {
@@ -231,6 +236,11 @@ std::future<bool> BrokerBatch::CloseEmp(const ConnectionInfo& connectionInfo) {
         [&](TavBrokerClient& client) { client.send_CloseEmp(connectionInfo); },
         [](TavBrokerClient& client) { return client.recv_CloseEmp(); });
 }
+
+EmpBatch::EmpBatch(RemoteEmp& emp) : Batch(emp) {
+}
+
+EmpBatch::~EmpBatch() = default;
 
 std::future<bool> EmpBatch::Open(int32_t clientID, const std::string& name,
                                  const std::string& version, const std::string& credential) {
@@ -268,6 +278,11 @@ std::future<std::string> EmpBatch::ExecuteWithParamList(int32_t clientID, const 
             return result;
         });
 }
+
+CallbackBatch::CallbackBatch(RemoteCallback& callback) : Batch(callback) {
+}
+
+CallbackBatch::~CallbackBatch() = default;
 
 void CallbackBatch::Callback(int32_t eventType, const std::string& param1,
                              const std::string& param2) {

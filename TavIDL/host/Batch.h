@@ -63,7 +63,8 @@ protected:
 /// Calls of a broker. The batch must not outlive `broker`.
 class TAVIDL_EXPORT BrokerBatch : public Batch {
 public:
-    explicit BrokerBatch(RemoteBroker& broker) : Batch(broker) {}
+    explicit BrokerBatch(RemoteBroker& broker);
+    ~BrokerBatch() override;
 
     std::future<ConnectionInfo> OpenEmp(const std::string& name, const std::string& version,
                                         const std::string& credential);
@@ -76,7 +77,8 @@ public:
 /// Calls of an EMP. The batch must not outlive `emp`.
 class TAVIDL_EXPORT EmpBatch : public Batch {
 public:
-    explicit EmpBatch(RemoteEmp& emp) : Batch(emp) {}
+    explicit EmpBatch(RemoteEmp& emp);
+    ~EmpBatch() override;
 
     std::future<bool> Open(int32_t clientID, const std::string& name, const std::string& version,
                            const std::string& credential);
@@ -91,7 +93,8 @@ public:
 /// Events, written at once. The batch must not outlive `callback`.
 class TAVIDL_EXPORT CallbackBatch : public Batch {
 public:
-    explicit CallbackBatch(RemoteCallback& callback) : Batch(callback) {}
+    explicit CallbackBatch(RemoteCallback& callback);
+    ~CallbackBatch() override;
 
     void Callback(int32_t eventType, const std::string& param1, const std::string& param2);
 };

@@ -4,6 +4,8 @@
 
 namespace TavIDL {
 
+using apache::thrift::TApplicationException;
+
 namespace {
 
 std::string describe(CallFailed::Reason reason) {
@@ -28,8 +30,12 @@ void makeCall(host::Pool& pool, const char* operation, Work work) {
     try {
         Client client(call.channel().protocol);
         work(client);
-    } catch (const apache::thrift::TApplicationException&) {
-        call.keep();
+    } catch (const TApplicationException& refusal) {
+        // A reply to something else would be followed by more of that kind.
+        if (refusal.getType() != TApplicationException::WRONG_METHOD_NAME &&
+            refusal.getType() != TApplicationException::INVALID_MESSAGE_TYPE) {
+            call.keep();
+        }
         throw;
     } catch (...) {
         call.fail();

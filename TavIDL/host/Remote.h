@@ -56,7 +56,9 @@ private:
 /// within its time-out.
 ///
 /// Calls throw
-/// - TApplicationException: what the peer answered. The connection stays open.
+/// - TApplicationException: what the peer answered; or one of kind INVALID_MESSAGE_TYPE,
+///   WRONG_METHOD_NAME or MISSING_RESULT if that is not an answer to the call, as TavIDL.h says.
+///   The connection stays open, except after the first two of these kinds.
 /// - CallFailed: all other failures of the connection, which is then closed. The next call
 ///   connects again.
 ///

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "channel.h"
 #include "serve.h"
@@ -52,21 +53,17 @@ void Acceptor::stop(bool finishFirst) {
     wake(wake_.get());
     thread_.reset();
     listener_.reset();
+    if (finishFirst) {
+        waitUntilQuiet();
+    }
     for (const Worker& worker : workers_) {
         worker.socket->endInput();
     }
-    const auto allEnded = [this] {
-        return std::all_of(workers_.begin(), workers_.end(),
-                           [](const Worker& worker) { return worker.ended.load(); });
-    };
-    std::unique_lock<std::mutex> lock(mutex_);
-    const bool inTime = ended_.wait_for(lock, settings_.stopTimeout, allEnded);
-    lock.unlock();
-    if (!inTime) {
+    if (!waitForEnds(settings_.stopTimeout)) {
         state_ = State::stopping;
         for (const Worker& worker : workers_) {
             if (!worker.ended) {
-                if (worker.busy) {
+                if (isBusy(worker.calls)) {
                     report(worker.socket->peer(),
                            "disconnected: its call takes longer than stopTimeout");
                 }
@@ -75,6 +72,34 @@ void Acceptor::stop(bool finishFirst) {
         }
     }
     workers_.clear();  // waits for their threads
+}
+
+// Returns when the clients have closed their connections or send nothing more. What they have sent
+// may still be on its way through the system's buffers: it comes a piece at a time.
+void Acceptor::waitUntilQuiet() {
+    constexpr milliseconds kQuiet(50);
+    const auto end = Clock::now() + settings_.stopTimeout;
+    std::vector<unsigned> before;
+    for (bool quiet = false; !quiet && Clock::now() < end;) {
+        std::vector<unsigned> calls;
+        for (const Worker& worker : workers_) {
+            calls.push_back(worker.calls);
+        }
+        quiet = calls == before && std::none_of(calls.begin(), calls.end(), isBusy);
+        before = std::move(calls);
+        if (!quiet && waitForEnds(kQuiet)) {
+            return;
+        }
+    }
+}
+
+// Returns whether all connections have ended.
+bool Acceptor::waitForEnds(milliseconds time) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return ended_.wait_for(lock, time, [this] {
+        return std::all_of(workers_.begin(), workers_.end(),
+                           [](const Worker& worker) { return worker.ended.load(); });
+    });
 }
 
 void Acceptor::acceptUntilStopped() {
@@ -197,10 +222,10 @@ void Acceptor::serveConnection(Worker& worker) {
     if (processor_) {
         serveCalls(
             socket, *processor_, settings_, [this] { return state_ == State::stopping; },
-            worker.busy);
+            worker.calls);
     } else {
         socket->limitEach(settings_.idleTimeout, settings_.sendTimeout);
-        worker.busy = true;
+        ++worker.calls;
         raw_(socket);
     }
 }

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 
+#include "serve.h"
 #include "socket.h"
 #include "thread.h"
 
@@ -42,7 +43,7 @@ private:
             : socket(std::make_shared<Socket>(std::move(descriptor))) {}
 
         const std::shared_ptr<Socket> socket;
-        std::atomic<bool> busy{false};  // with a call
+        CallCount calls;
         std::atomic<bool> ended{false};
         std::optional<Thread> thread;  // last: it uses the others
     };
@@ -58,6 +59,9 @@ private:
     // In the threads of connections:
     void serve(Worker& worker) noexcept;
     void serveConnection(Worker& worker);
+
+    void waitUntilQuiet();
+    bool waitForEnds(milliseconds time);
 
     void report(const std::string& who, const std::string& what) noexcept;
     // Reports what keeps the server from accepting, but not again and again.

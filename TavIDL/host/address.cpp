@@ -153,7 +153,13 @@ public:
                               ? "."
                               : path.substr(0, path.rfind('/') + 1).c_str(),
                           O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-        flock(directory_.get(), LOCK_EX);  // if it cannot be opened, bind() says why
+        // If it cannot be opened, bind() says why. Whoever keeps it locked must not keep a server
+        // from starting.
+        for (int tries = 100;
+             tries > 0 && flock(directory_.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+             --tries) {
+            std::this_thread::sleep_for(milliseconds(10));
+        }
     }
 
 private:

@@ -133,8 +133,7 @@ void processObserved(TProcessor& processor, const std::shared_ptr<ObservedProtoc
 }  // namespace
 
 void serveCalls(const std::shared_ptr<Socket>& socket, TProcessor& processor,
-                const Settings& settings, const std::function<bool()>& stopped,
-                std::atomic<bool>& busy) {
+                const Settings& settings, const std::function<bool()>& stopped, CallCount& calls) {
     const auto buffer = std::make_shared<ServerBuffer>(socket, settings);
     const auto transport = framesOver(buffer, settings);
     const auto protocol = protocolOver(transport, settings);
@@ -144,18 +143,15 @@ void serveCalls(const std::shared_ptr<Socket>& socket, TProcessor& processor,
         observed = std::make_shared<ObservedProtocol>(protocol);
         peer = socket->peer();
     }
-    const auto another = [&] {
-        busy = false;
-        busy = !stopped() && transport->peek() && !stopped();
-        return busy.load();
-    };
     try {
-        while (another()) {
+        while (!stopped() && transport->peek() && !stopped()) {
+            ++calls;
             if (observed) {
                 processObserved(processor, observed, settings, peer);
             } else {
                 processor.process(protocol, protocol, nullptr);
             }
+            ++calls;
         }
     } catch (...) {
         buffer->send();  // the replies to the calls before

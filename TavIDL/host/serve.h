@@ -14,12 +14,18 @@
 
 namespace TavIDL::host {
 
+// What another thread can see of a connection's calls: it increases when one begins, and when it
+// ends.
+using CallCount = std::atomic<unsigned>;
+inline bool isBusy(unsigned calls) {
+    return calls % 2 != 0;
+}
+
 // Lets `processor` answer calls until the client closes the connection, or until `stopped` says so
-// between two calls. Tells in `busy` whether there is a call. Throws what process() throws, and if
+// between two calls. Counts them in `calls`. Throws what process() throws, and if
 // the client is idle for too long.
 void serveCalls(const std::shared_ptr<Socket>& socket, apache::thrift::TProcessor& processor,
-                const Settings& settings, const std::function<bool()>& stopped,
-                std::atomic<bool>& busy);
+                const Settings& settings, const std::function<bool()>& stopped, CallCount& calls);
 
 }  // namespace TavIDL::host
 

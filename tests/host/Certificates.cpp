@@ -85,7 +85,7 @@ TlsCaller::TlsCaller(const std::string& address)
 std::string TlsCaller::output() {
     std::string bytes(BIO_ctrl_pending(SSL_get_wbio(session_.get())), '\0');
     if (!bytes.empty()) {
-        BIO_read(SSL_get_wbio(session_.get()), &bytes[0], static_cast<int>(bytes.size()));
+        BIO_read(SSL_get_wbio(session_.get()), bytes.data(), static_cast<int>(bytes.size()));
     }
     return bytes;
 }

@@ -32,10 +32,13 @@ using TavIDL::ServedCall;
 using TavIDL::Server;
 using TavIDL::Settings;
 using testing::AllOf;
+using testing::Each;
 using testing::ElementsAre;
 using testing::EndsWith;
+using testing::Ge;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Lt;
 using testing::StartsWith;
 
 const std::shared_ptr<TavEmpIf> kEmp = std::make_shared<Emp>();
@@ -194,15 +197,17 @@ TEST(UnixSocketTest, LeavesTheFileOfAServerAloneWhoseQueueIsFull) {
 
 TEST(UnixSocketTest, OneOfSeveralServersThatStartAtOnceGetsIt) {
     constexpr std::size_t kServers = 8;
-    for (int round = 0; round < 20; ++round) {
+    for (int round = 0; round < 100; ++round) {
         const Directory directory;
         abandon(directory.file("socket"));
+        Gate start;
         std::array<std::unique_ptr<Server>, kServers> servers;
         std::array<std::thread, kServers> threads;
         for (std::size_t i = 0; i < kServers; ++i) {
             auto number = std::make_shared<Emp>(
                 [i](const std::string&, const std::string&) { return std::to_string(i); });
-            threads[i] = std::thread([&directory, &server = servers[i], number] {
+            threads[i] = std::thread([&directory, &start, &server = servers[i], number] {
+                start.wait();
                 try {
                     server = std::make_unique<Server>(directory.socket(), number);
                 } catch (const std::system_error&) {
@@ -210,6 +215,7 @@ TEST(UnixSocketTest, OneOfSeveralServersThatStartAtOnceGetsIt) {
                 }
             });
         }
+        start.open();
         for (std::thread& thread : threads) {
             thread.join();
         }
@@ -333,15 +339,16 @@ TEST(ServerTest, ServesEachProtocolFramedOrNot) {
 
 // --- Threads and descriptors
 
+std::size_t stackSize() {
+    pthread_attr_t attributes;
+    pthread_getattr_np(pthread_self(), &attributes);
+    std::size_t size = 0;
+    pthread_attr_getstacksize(&attributes, &size);
+    pthread_attr_destroy(&attributes);
+    return size;
+}
+
 TEST(ServerTest, GivesItsThreadsTheStackOfTheSettings) {
-    const auto stackSize = [] {
-        pthread_attr_t attributes;
-        pthread_getattr_np(pthread_self(), &attributes);
-        std::size_t size = 0;
-        pthread_attr_getstacksize(&attributes, &size);
-        pthread_attr_destroy(&attributes);
-        return size;
-    };
     Reports<std::size_t> sizes;
     Settings settings;
     settings.maxClients = 1;
@@ -355,20 +362,19 @@ TEST(ServerTest, GivesItsThreadsTheStackOfTheSettings) {
                         settings);
     RemoteEmp emp(server.address());
     execute(emp, "read");
-    EXPECT_THAT(sizes.waitFor(2), ElementsAre(768 * 1024, 768 * 1024));
+    // The thread sanitizer adds some.
+    EXPECT_THAT(sizes.waitFor(2), Each(AllOf(Ge(768U * 1024), Lt(1024U * 1024))));
 }
 
-TEST(ServerTest, GivesItsThreadsWhatTheyNeedAtLeast) {
+TEST(ServerTest, GivesItsThreadsTheLeastThatTheSystemAllowsIfTheSettingsSayLess) {
+    Reports<std::size_t> sizes;
     Settings settings;
     settings.stackSize = 1;
     const Server server(
-        "127.0.0.1:0",
-        [](const std::shared_ptr<TavIDL::Connection>& connection) {
-            connection->write(reinterpret_cast<const uint8_t*>("here"), 4);
-        },
+        "127.0.0.1:0", [&](const std::shared_ptr<TavIDL::Connection>&) { sizes.add(stackSize()); },
         settings);
-    Caller client(server.address());
-    EXPECT_EQ(client.receive(4), "here");
+    const Caller client(server.address());
+    EXPECT_LT(sizes.waitFor(1)[0], 512U * 1024);
 }
 
 TEST(ServerTest, ClosesItsDescriptorsInProcessesThatItsHandlersStart) {
@@ -433,15 +439,19 @@ TEST(ServerTest, AcceptsAgainWhenThereAreDescriptorsAgain) {
     // Room for the client's descriptor, and none for the server's.
     descriptors.set(static_cast<rlim_t>(next) + 1);
     Caller later(server.address());
-    EXPECT_THAT(reports.waitFor(1),
-                ElementsAre(AllOf(StartsWith(server.address()), EndsWith("Too many open files"))));
+    reports.waitFor(1);
     client.send(requestFor("three"));  // those that are connected notice nothing
-    EXPECT_EQ(client.result(), "three done");
+    const std::string result = client.result();
+    const bool heard = later.hearsWithin(250);  // meanwhile it tries again and again
 
+    // Without descriptors the sanitizers cannot look at what is compared.
     descriptors.lift();
+    EXPECT_EQ(result, "three done");
+    EXPECT_FALSE(heard);
     later.send(requestFor("four"));
     EXPECT_EQ(later.result(), "four done");
-    EXPECT_EQ(reports.all().size(), 1U);  // however often it has tried
+    EXPECT_THAT(reports.all(),
+                ElementsAre(AllOf(StartsWith(server.address()), EndsWith("Too many open files"))));
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(EMULATED)
@@ -672,7 +682,7 @@ TEST_F(Observed, GetsOperationPeerAndOutcome) {
     getsockname(client.descriptor(), reinterpret_cast<sockaddr*>(&own), &size);
     const std::string peer = "127.0.0.1:" + std::to_string(ntohs(own.sin_port));
 
-    client.send(requestFor("read") + requestFor("runtime_error") + requestFor("int"));
+    client.send(requestFor("runtime_error") + requestFor("read") + requestFor("int"));
     client.waitForEnd();
     const auto seen = calls.all();
     ASSERT_EQ(seen.size(), 3U);
@@ -680,8 +690,8 @@ TEST_F(Observed, GetsOperationPeerAndOutcome) {
         EXPECT_EQ(call.operation, "Execute");
         EXPECT_EQ(call.peer, peer);
     }
-    EXPECT_EQ(seen[0].outcome, ServedCall::Done);
-    EXPECT_EQ(seen[1].outcome, ServedCall::Refused);
+    EXPECT_EQ(seen[0].outcome, ServedCall::Refused);
+    EXPECT_EQ(seen[1].outcome, ServedCall::Done);
     EXPECT_EQ(seen[2].outcome, ServedCall::Failed);
 }
 

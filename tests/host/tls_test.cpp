@@ -274,21 +274,23 @@ TEST_F(TlsTest, AClientMayCloseOrResetAfterTheHandshake) {
 }
 
 TEST_F(TlsTest, AClientThatClosesIsNotReported) {
-    auto server = serve();
+    const auto server = serve();
+    const std::size_t threads = countThreads();
     expectService(*server);
-    server->finish();
+    waitUntil([&] { return countThreads() <= threads; });  // its connection has ended
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 
 TEST_F(TlsTest, ErrorsThatAHandlerLeavesInOpensslAreNotTheConnections) {
-    auto server = serve();
+    const auto server = serve();
+    const std::size_t threads = countThreads();
     {
         RemoteEmp remote(server->address(), forClient);
         EXPECT_EQ(execute(remote, "leave an error"), "leave an error done");
         EXPECT_EQ(execute(remote, "read"), "read done");
         EXPECT_EQ(execute(remote, "leave an error"), "leave an error done");
     }
-    server->finish();
+    waitUntil([&] { return countThreads() <= threads; });  // its connection has ended
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 

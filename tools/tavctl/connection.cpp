@@ -7,6 +7,7 @@
 #include <thrift/protocol/TJSONProtocol.h>
 #include <thrift/protocol/TProtocolDecorator.h>
 
+#include <iterator>
 #include <system_error>
 #include <utility>
 
