@@ -83,7 +83,7 @@ void Acceptor::waitUntilQuiet() {
     for (bool quiet = false; !quiet && Clock::now() < end;) {
         std::vector<unsigned> calls;
         for (const Worker& worker : workers_) {
-            calls.push_back(worker.calls);
+            calls.push_back(worker.ended ? 0 : worker.calls.load());
         }
         quiet = calls == before && std::none_of(calls.begin(), calls.end(), isBusy);
         before = std::move(calls);

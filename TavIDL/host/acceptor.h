@@ -43,7 +43,7 @@ private:
             : socket(std::make_shared<Socket>(std::move(descriptor))) {}
 
         const std::shared_ptr<Socket> socket;
-        CallCount calls;
+        CallCount calls{0};
         std::atomic<bool> ended{false};
         std::optional<Thread> thread;  // last: it uses the others
     };
