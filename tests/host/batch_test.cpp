@@ -273,6 +273,35 @@ TEST_P(BatchPeerTest, WaitsForRepliesBeforeItSendsMoreThanItsWindow) {
     EXPECT_EQ(results.back().get(), "21.5");
 }
 
+// One system call for each would be expensive, and too many short pieces fill a unix socket.
+TEST_P(BatchPeerTest, SendsMoreOnlyWhenHalfOfItsWindowIsFree) {
+    TavIDL::Settings settings = this->settings();
+    settings.batchWindow = static_cast<uint32_t>(4 * request_.size());
+    TavIDL::RemoteEmp emp(listener_.address(), settings);
+    TavIDL::EmpBatch batch(emp);
+    std::vector<std::future<std::string>> results;
+    for (int i = 0; i < 6; ++i) {
+        results.push_back(batch.Execute(7, "read", "", "", "", ""));
+    }
+    Running run([&] {
+        batch.run();
+        return "";
+    });
+    peers::Peer peer = listener_.accept();
+    peer.receive(4 * request_.size());
+    peer.send(messages_.reply("21.5"));
+    results[0].wait();
+    run.waitUntilAsleep();
+    EXPECT_EQ(peer.waiting(), 0U);
+    peer.send(messages_.reply("21.5"));
+    EXPECT_EQ(peer.receive(2 * request_.size()), request_ + request_);
+    for (int i = 0; i < 4; ++i) {
+        peer.send(messages_.reply("21.5"));
+    }
+    run.result();
+    EXPECT_EQ(results.back().get(), "21.5");
+}
+
 TEST_P(BatchPeerTest, DoesNotConnectIfItIsEmpty) {
     batch_.run();
     EXPECT_FALSE(listener_.hasVisitor());

@@ -184,13 +184,16 @@ TEST_P(PoolTest, GivesAConnectionToTheCallThatHasWaitedLongest) {
     peer.receive(request_.size());
     Running patient([&] { return execute(emp, "patient"); });
     patient.waitUntilAsleep();
+    Running second([&] { return execute(emp, "second"); });
+    second.waitUntilAsleep();
     peer.send(messages_.reply("21.5"));
-    const std::string next = messages_.request("patient");
-    EXPECT_EQ(peer.receive(next.size()), next);
-    peer.send(messages_.reply("21.5"));
-    peer.receive(messages_.request("greedy").size());
-    peer.send(messages_.reply("21.5"));
+    for (const char* const cmd : {"patient", "second", "greedy"}) {
+        const std::string next = messages_.request(cmd);
+        EXPECT_EQ(peer.receive(next.size()), next);
+        peer.send(messages_.reply("21.5"));
+    }
     EXPECT_EQ(patient.result(), "21.5");
+    EXPECT_EQ(second.result(), "21.5");
     EXPECT_EQ(greedy.result(), "21.5");
 }
 

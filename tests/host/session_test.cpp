@@ -205,6 +205,21 @@ TEST_F(SessionTest, DeliversEventsThatTheEmpSendsWhileItIsClosed) {
     EXPECT_THAT(events(), ElementsAre("event 3 closed"));
 }
 
+TEST_F(SessionTest, DeliversLongEventsThatTheEmpSendsWhileItIsClosed) {
+    const std::string text(1'000'000, 't');
+    std::size_t got = 0;
+    handler_->onClose = [&] {
+        TavIDL::RemoteCallback callback(callbackAddress());
+        for (int i = 0; i < 5; ++i) {
+            callback.Callback(3, text, "");
+        }
+    };
+    const auto session =
+        open([&](int32_t, const std::string& param1, const std::string&) { got += param1.size(); });
+    session->close();
+    EXPECT_EQ(got, 5'000'000U);
+}
+
 TEST_F(SessionTest, CallsTheFunctionForOneEventAtATime) {
     std::atomic<int> running{0};
     std::atomic<int> most{0};
