@@ -400,6 +400,8 @@ missing() {
     fi
     expect "$(sed -n 's/^ *\(program\|library\|header\|CMake package\) [^ ]*: //p' <<<"$said")" <<'END'
 thrift-compiler
+libthrift-dev
+libevent-dev
 libbenchmark-dev
 valgrind
 libssl-dev
@@ -407,9 +409,8 @@ libcli11-dev
 nlohmann-json3-dev
 libgtest-dev
 libgmock-dev
-libthrift-dev
-libevent-dev
 pkg-config
+strace
 openssl
 mandoc
 zsh
