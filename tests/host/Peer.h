@@ -266,7 +266,9 @@ inline long thisThread() {
 inline void waitUntilAsleep(long thread) {
     const std::string status = "/proc/self/task/" + std::to_string(thread) + "/status";
     std::string before;
-    for (int same = 0; same < 20;) {
+    // Or sleeps again and again, as one that waits for room in a unix socket's queue.
+    int naps = 0;
+    for (int same = 0; same < 20 && naps < 20;) {
         std::ifstream file(status);
         std::string line;
         std::string state;
@@ -282,6 +284,7 @@ inline void waitUntilAsleep(long thread) {
                        state.find("(sleeping)") != std::string::npos && switches == before
                    ? same + 1
                    : 0;
+        naps += switches != before ? 1 : 0;
         before = switches;
         ::sched_yield();
     }

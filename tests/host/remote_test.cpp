@@ -244,18 +244,22 @@ TEST(RemoteFailureTest, NamesOperationAddressAndReason) {
     ParamList list;
     std::string result;
     const std::string reason = " at " + listener.address() + ": no answer in time: 20 ms";
-    EXPECT_EQ(failureOf([&] { emp.Open(7, "", "", ""); }).what(), "TavEmp.Open" + reason);
-    EXPECT_EQ(failureOf([&] { emp.Close(7); }).what(), "TavEmp.Close" + reason);
-    EXPECT_EQ(failureOf([&] { execute(emp, ""); }).what(), "TavEmp.Execute" + reason);
-    EXPECT_EQ(failureOf([&] { emp.ExecuteWithParamList(result, 7, "", list); }).what(),
-              "TavEmp.ExecuteWithParamList" + reason);
+    EXPECT_THAT(failureOf([&] { emp.Open(7, "", "", ""); }).what(),
+                testing::StartsWith("TavEmp.Open" + reason));
+    EXPECT_THAT(failureOf([&] { emp.Close(7); }).what(),
+                testing::StartsWith("TavEmp.Close" + reason));
+    EXPECT_THAT(failureOf([&] { execute(emp, ""); }).what(),
+                testing::StartsWith("TavEmp.Execute" + reason));
+    EXPECT_THAT(failureOf([&] { emp.ExecuteWithParamList(result, 7, "", list); }).what(),
+                testing::StartsWith("TavEmp.ExecuteWithParamList" + reason));
     TavIDL::RemoteBroker broker(listener.address(), settings);
     ConnectionInfo info;
-    EXPECT_EQ(failureOf([&] { broker.OpenEmp(info, "", "", ""); }).what(),
-              "TavBroker.OpenEmp" + reason);
-    EXPECT_EQ(failureOf([&] { broker.Execute(result, 7, "", "", "", "", ""); }).what(),
-              "TavBroker.Execute" + reason);
-    EXPECT_EQ(failureOf([&] { broker.CloseEmp(info); }).what(), "TavBroker.CloseEmp" + reason);
+    EXPECT_THAT(failureOf([&] { broker.OpenEmp(info, "", "", ""); }).what(),
+                testing::StartsWith("TavBroker.OpenEmp" + reason));
+    EXPECT_THAT(failureOf([&] { broker.Execute(result, 7, "", "", "", "", ""); }).what(),
+                testing::StartsWith("TavBroker.Execute" + reason));
+    EXPECT_THAT(failureOf([&] { broker.CloseEmp(info); }).what(),
+                testing::StartsWith("TavBroker.CloseEmp" + reason));
 }
 
 TEST(RemoteFailureTest, HasTheNearestTypeOfLibthrift) {
