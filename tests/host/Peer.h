@@ -245,7 +245,7 @@ public:
     Directory() {
         const char* const base = std::getenv("TMPDIR");
         path_ = std::string(base != nullptr ? base : "/tmp") + "/host-" + std::string(6, 'X');
-        if (::mkdtemp(&path_[0]) == nullptr) {
+        if (::mkdtemp(path_.data()) == nullptr) {
             failed("mkdtemp");
         }
     }

@@ -7,7 +7,6 @@
 #include "Calls.h"
 #include "Substitutes.h"
 
-using testing::HasSubstr;
 using testing::StartsWith;
 
 namespace {

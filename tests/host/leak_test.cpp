@@ -38,7 +38,7 @@ struct Usage {
 // TAVIDL_TEST_CALLS=1000000 for a long run.
 int numberOfCalls() {
     const char* const wanted = std::getenv("TAVIDL_TEST_CALLS");
-    return wanted != nullptr ? std::atoi(wanted) : 20000;
+    return wanted != nullptr ? static_cast<int>(std::strtol(wanted, nullptr, 10)) : 20000;
 }
 
 class LeakTest : public calls::EachWay {

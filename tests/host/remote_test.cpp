@@ -15,7 +15,6 @@ using calls::failureOf;
 using calls::Messages;
 using calls::Running;
 using testing::EndsWith;
-using testing::HasSubstr;
 
 namespace {
 

@@ -25,7 +25,6 @@ namespace {
 using std::chrono::milliseconds;
 using TavIDL::Server;
 using TavIDL::Settings;
-using testing::AnyOf;
 using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;

@@ -353,7 +353,7 @@ TEST(ServerTest, GivesItsThreadsTheStackOfTheSettings) {
     Reports<std::size_t> sizes;
     Settings settings;
     settings.maxClients = 1;
-    settings.stackSize = 768 * 1024;
+    settings.stackSize = std::size_t{768} * 1024;
     settings.onFailure = [&](const std::string&) { sizes.add(stackSize()); };  // accepting
     const Server server("127.0.0.1:0",
                         std::make_shared<Emp>([&](const std::string&, const std::string&) {
@@ -653,8 +653,7 @@ protected:
         Settings settings = patient(reports);
         settings.onCall = [this](const ServedCall& call) { calls.add(call); };
         observed = std::make_unique<Server>(
-            "127.0.0.1:0",
-            std::make_shared<Emp>([this](const std::string& cmd, const std::string&) {
+            "127.0.0.1:0", std::make_shared<Emp>([](const std::string& cmd, const std::string&) {
                 if (cmd == "int") {
                     throw 42;
                 }

@@ -17,9 +17,7 @@
 #include "Substitutes.h"
 
 using calls::CallFailed;
-using calls::failureOf;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 

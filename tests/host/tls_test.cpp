@@ -23,8 +23,6 @@ using TavIDL::CallFailed;
 using TavIDL::RemoteEmp;
 using TavIDL::Server;
 using TavIDL::Settings;
-using testing::AnyOf;
-using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
