@@ -97,6 +97,35 @@ def setting(build, load, tools):
     ])
 
 
+def setups_section(build):
+    """What the set-ups of a connection cost, as a part of the page."""
+    print("-- Timing set-ups", flush=True)
+    setup_times, setup_spread = times(build, "setup", 25, 0.03, "bench_setups")
+    stop_times, _ = times(build, "stop", 3, 0.1, "bench_setups")
+    setups = {(name, way): time / 1000
+              for (kind, name, way, _), time in setup_times.items() if kind == "cpu_time"}
+    return f"""## Set-ups of a connection
+
+The same call over one connection, by what connects and serves. Time-outs are set everywhere but on
+the bare sockets. Microseconds of processor time, as above, and the share of bare sockets in them
+(higher is better). Medians of 25 times, whose typical spread was {setup_spread["cpu_time"]:.1%}.
+
+{table(["Set-up", *(f"{way}{what}" for way in WAYS for what in ("", ": bare / this"))],
+       [["bare sockets", *(x for way in WAYS for x in (f"{setups['bare', way]:.1f}", ""))],
+        *([description, *(x for way in WAYS for x in (
+            f"{setups[name, way]:.1f}", share(setups["bare", way] / setups[name, way])))]
+          for name, description in SETUPS.items()),
+        [f"Host, batches of {BATCH}, per call", *(x for way in WAYS for x in (
+            f"{setups['host_batch', way] / BATCH:.1f}",
+            share(setups["bare", way] * BATCH / setups["host_batch", way])))]])}
+A call in a batch costs {" and ".join(
+    f"{setups['host', way] * BATCH / setups['host_batch', way]:.1f} times less ({way})"
+    for way in WAYS)} than a call alone. `Server::stop()` with 50 connections, on one of which a call
+runs that takes 300 ms, takes {" and ".join(
+    f"{stop_times['real_time', 'host', way, 1] / 1e6:.0f} ms ({way})" for way in WAYS)}.
+"""
+
+
 def main():
     if len(sys.argv) != 3:
         sys.exit("usage: results.py BUILD LOAD")
@@ -117,12 +146,6 @@ def main():
     length_times, _ = times(build, "length", 9, 0.02)
     print("-- Timing round trips", flush=True)
     trip_times, trip_spread = times(build, "loopback", 25, 0.03)
-
-    print("-- Timing set-ups", flush=True)
-    setup_times, setup_spread = times(build, "setup", 25, 0.03, "bench_setups")
-    stop_times, _ = times(build, "stop", 3, 0.1, "bench_setups")
-    setups = {(name, way): time / 1000
-              for (kind, name, way, _), time in setup_times.items() if kind == "cpu_time"}
 
     nanoseconds = {tuple(cell): time for (kind, *cell, _), time in call_times.items()
                    if kind == "cpu_time"}
@@ -197,26 +220,7 @@ was {trip_spread["cpu_time"]:.1%} and {trip_spread["real_time"]:.1%}.
         for time, what in (("cpu_time", "processor"), ("real_time", "passed"))])}
 ![Round trips a second against the number of connections](connections.svg)
 
-## Set-ups of a connection
-
-The same call over one connection, by what connects and serves. Time-outs are set everywhere but on
-the bare sockets. Microseconds of processor time, as above, and the share of bare sockets in them
-(higher is better). Medians of 25 times, whose typical spread was {setup_spread["cpu_time"]:.1%}.
-
-{table(["Set-up", *(f"{way}{what}" for way in WAYS for what in ("", ": bare / this"))],
-       [["bare sockets", *(x for way in WAYS for x in (f"{setups['bare', way]:.1f}", ""))],
-        *([description, *(x for way in WAYS for x in (
-            f"{setups[name, way]:.1f}", share(setups["bare", way] / setups[name, way])))]
-          for name, description in SETUPS.items()),
-        [f"Host, batches of {BATCH}, per call", *(x for way in WAYS for x in (
-            f"{setups['host_batch', way] / BATCH:.1f}",
-            share(setups["bare", way] * BATCH / setups["host_batch", way])))]])}
-A call in a batch costs {" and ".join(
-    f"{setups['host', way] * BATCH / setups['host_batch', way]:.1f} times less ({way})"
-    for way in WAYS)} than a call alone. `Server::stop()` with 50 connections, on one of which a call
-runs that takes 300 ms, takes {" and ".join(
-    f"{stop_times['real_time', 'host', way, 1] / 1e6:.0f} ms ({way})" for way in WAYS)}.
-"""
+{setups_section(build)}"""
     print("\n" + text)
     with open(RESULTS, "w", encoding="utf-8") as file:
         file.write(text)
