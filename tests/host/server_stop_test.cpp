@@ -341,14 +341,6 @@ protected:
         sigaction(number, nullptr, &now);
         return now.sa_handler == handler;
     }
-
-    static std::set<int> threads() {
-        std::set<int> all;
-        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
-            all.insert(std::stoi(entry.path().filename().string()));
-        }
-        return all;
-    }
 };
 
 std::string signalName(const testing::TestParamInfo<std::tuple<int, While, bool>>& parameter) {
