@@ -253,8 +253,15 @@ END
         -o "$lib/libthrift-0.5.0.so" -Wl,-soname,libthrift-0.5.0.so
     ln -s libthrift-0.5.0.so "$lib/libthrift.so"
 
-    PKG_CONFIG_PATH=$lib/pkgconfig cmake -S "$SOURCE" -B "$place/build" \
-        -DCMAKE_BUILD_TYPE=Debug -DCMAKE_INSTALL_LIBDIR=lib
+    export PKG_CONFIG_PATH=$lib/pkgconfig
+    local said
+    if said=$(cmake -S "$SOURCE" -B "$place/refused" -DTAVIDL_BUILD_EXAMPLES=ON 2>&1); then
+        fail "the examples are built, though Host is not: $said"
+    fi
+    grep -qF "TAVIDL_BUILD_EXAMPLES needs Host, which is not built: it needs libthrift 0.13 or later" \
+        <<<"$(tr -s ' \n' ' ' <<<"$said")" || fail "they are refused, but not for that: $said"
+
+    cmake -S "$SOURCE" -B "$place/build" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_INSTALL_LIBDIR=lib
     cmake --build "$place/build"
     cmake --install "$place/build" --prefix "$place/prefix"
     readelf --dynamic "$place/prefix/lib/libTavIDL.so" | grep -q 'NEEDED.*libthrift-0\.5\.0\.so' ||
@@ -407,6 +414,7 @@ valgrind
 libssl-dev
 libcli11-dev
 nlohmann-json3-dev
+libpcap-dev
 libgtest-dev
 libgmock-dev
 pkg-config
