@@ -281,7 +281,7 @@ TEST(RemoteFailureTest, SaysWhyInPlainWords) {
     EXPECT_EQ(textOf(CallFailed::ConnectionClosed),
               "Open at unix:emp: the connection was closed: detail");
     EXPECT_EQ(textOf(CallFailed::NotOurProtocol),
-              "Open at unix:emp: what came is not an answer: detail");
+              "Open at unix:emp: the peer sent something that is not a reply: detail");
     EXPECT_EQ(textOf(CallFailed::Cancelled), "Open at unix:emp: cancelled: detail");
 }
 

@@ -509,7 +509,7 @@ TEST(ServerTest, LetsFurtherConnectionsWaitAndServesThemLater) {
     third.send(requestFor("third"));
     EXPECT_THAT(reports.waitFor(1),
                 ElementsAre(server.address() +
-                            ": as many connections are open as maxClients allows; others wait"));
+                            ": maxClients connections are open; further ones wait"));
     for (Caller* client : {&first, &second}) {  // still served, and nobody else is
         client->send(requestFor("again"));
         EXPECT_EQ(client->result(), "again done");

@@ -178,8 +178,8 @@ host_without_tls() {
         -DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON
     expect "$("$place/program/host_program")" <<<"camera 1.0"
     expect "$("$place/program/without_tls")" <<'END'
-client: this libTavIDLHost was built without TLS, for want of OpenSSL
-server: this libTavIDLHost was built without TLS, for want of OpenSSL
+client: this libTavIDLHost was built without TLS, because OpenSSL was missing
+server: this libTavIDLHost was built without TLS, because OpenSSL was missing
 END
 }
 
