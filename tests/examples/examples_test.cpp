@@ -173,7 +173,7 @@ struct ExamplesTest : testing::Test {
     bool adopts_;
 };
 
-TEST_F(ExamplesTest, TheProgramFindsAllAsExpectedAndLeavesNoProcess) {
+TEST_F(ExamplesTest, TheProgramRunsAsExpectedAndLeavesNoProcess) {
     Broker broker;
     {
         ChildProcess program({example("program"), std::to_string(broker.port())});
@@ -183,7 +183,7 @@ TEST_F(ExamplesTest, TheProgramFindsAllAsExpectedAndLeavesNoProcess) {
     EXPECT_EQ(childrenOf(getpid()), std::set<pid_t>{broker.process().pid()});
 }
 
-TEST_F(ExamplesTest, TheProgramFailsWhenTheBrokerRefusesItsCredential) {
+TEST_F(ExamplesTest, TheProgramFailsWhenTheBrokerRejectsItsCredential) {
     Broker broker;
     setenv("TAV_CREDENTIAL", "guessed", 1);
     ChildProcess program({example("program"), std::to_string(broker.port())});
@@ -196,7 +196,7 @@ TEST_F(ExamplesTest, TheProgramFailsWhenThereIsNoBroker) {
     EXPECT_EQ(endingOf(program), "exit status 1");
 }
 
-TEST_F(ExamplesTest, ProcessesEndWithStatusOneOnArgumentsThatTheyCannotUse) {
+TEST_F(ExamplesTest, ProcessesEndWithStatusOneOnInvalidArguments) {
     for (const auto& command :
          std::vector<std::vector<std::string>>{{example("program")},
                                                {example("program"), "port"},
@@ -213,24 +213,24 @@ TEST_F(ExamplesTest, ProcessesEndWithStatusOneOnArgumentsThatTheyCannotUse) {
     EXPECT_EQ(endingOf(broker), "exit status 1");
 }
 
-TEST_F(ExamplesTest, TheBrokerRefusesAWrongCredentialWithAClearText) {
+TEST_F(ExamplesTest, TheBrokerRejectsAWrongCredentialWithAClearMessage) {
     Broker broker;
     EXPECT_EQ(refusalOf([&] { broker.open("thermometer", "1.0", "guessed"); }),
               "wrong credential for 'thermometer'");
 }
 
-TEST_F(ExamplesTest, TheBrokerRefusesAnUnknownNameWithAClearText) {
+TEST_F(ExamplesTest, TheBrokerRejectsAnUnknownNameWithAClearMessage) {
     Broker broker;
     EXPECT_EQ(refusalOf([&] { broker.open("barometer"); }), "there is no EMP 'barometer'");
 }
 
-TEST_F(ExamplesTest, TheBrokerRefusesAnUnknownVersionWithAClearText) {
+TEST_F(ExamplesTest, TheBrokerRejectsAnUnknownVersionWithAClearMessage) {
     Broker broker;
     EXPECT_EQ(refusalOf([&] { broker.open("thermometer", "9.9"); }),
               "'thermometer' has version 1.0, not '9.9'");
 }
 
-TEST_F(ExamplesTest, TheBrokerOpensNoMoreThanSixteenEmpsAtOnce) {
+TEST_F(ExamplesTest, TheBrokerOpensAtMostSixteenEmpsAtATime) {
     Broker broker;
     std::vector<ConnectionInfo> open;
     open.reserve(16);
@@ -253,7 +253,7 @@ TEST_F(ExamplesTest, NoProcessIsLeftOnceAnEmpIsClosed) {
     EXPECT_FALSE(broker.close(info));
 }
 
-TEST_F(ExamplesTest, NoProcessIsLeftWhenTheBrokerIsToldToEnd) {
+TEST_F(ExamplesTest, NoProcessIsLeftWhenTheBrokerIsTerminated) {
     Broker broker;
     broker.open();
     broker.open();
@@ -264,7 +264,7 @@ TEST_F(ExamplesTest, NoProcessIsLeftWhenTheBrokerIsToldToEnd) {
     EXPECT_EQ(childrenOf(getpid()), std::set<pid_t>());
 }
 
-TEST_F(ExamplesTest, AnEmpEndsOnItsOwnWhenTheBrokerIsKilled) {
+TEST_F(ExamplesTest, AnEmpEndsWhenTheBrokerIsKilled) {
     Broker broker;
     broker.open();
     const pid_t emp = *childrenOf(broker.process().pid()).begin();
@@ -313,7 +313,7 @@ TEST_F(ExamplesTest, AnEmpSharesNoConnectionWithItsBroker) {
     EXPECT_EQ(common, std::set<std::string>());
 }
 
-TEST_F(ExamplesTest, ANonStandardExceptionCostsOneConnectionAndNoOther) {
+TEST_F(ExamplesTest, ANonStandardExceptionEndsOnlyItsConnection) {
     Broker broker;
     const ConnectionInfo info = broker.open();
     Emp other(info.empServicePort);
@@ -328,7 +328,7 @@ TEST_F(ExamplesTest, ANonStandardExceptionCostsOneConnectionAndNoOther) {
     EXPECT_TRUE(broker.close(info));
 }
 
-TEST_F(ExamplesTest, ACommandIsAnsweredThoughNobodyTakesItsEvents) {
+TEST_F(ExamplesTest, ACommandIsAnsweredEvenIfNobodyReceivesItsEvents) {
     Broker broker;
     Emp emp(broker.open().empServicePort);
     EXPECT_TRUE(emp.open());
@@ -351,7 +351,7 @@ TEST_F(ExamplesTest, AConnectionLastsForMoreThanAHundredMebibytes) {
     }
 }
 
-TEST_F(ExamplesTest, AStringBeyondTheLimitCostsTheConnectionAndNoMore) {
+TEST_F(ExamplesTest, AStringBeyondTheLimitEndsOnlyItsConnection) {
     Broker broker;
     Emp emp(broker.open().empServicePort);
     EXPECT_TRUE(emp.open());
@@ -359,7 +359,7 @@ TEST_F(ExamplesTest, AStringBeyondTheLimitCostsTheConnectionAndNoMore) {
     EXPECT_EQ(emp.execute("read"), "21.5 C");
 }
 
-TEST_F(ExamplesTest, TheSystemGivesAReservedPortToNobodyElse) {
+TEST_F(ExamplesTest, TheSystemGivesAReservedPortToNoOtherProcess) {
     std::deque<ReservedPort> kept(50);
     std::set<int> numbers;
     for (const ReservedPort& port : kept) {
@@ -371,7 +371,7 @@ TEST_F(ExamplesTest, TheSystemGivesAReservedPortToNobodyElse) {
     }
 }
 
-TEST_F(ExamplesTest, AReservedPortIsRefusedUntilItsServerListensAndEachTimeItDoes) {
+TEST_F(ExamplesTest, AReservedPortRefusesConnectionsUntilItsServerListens) {
     const ReservedPort port;
     EXPECT_THROW(TavIDL::RemoteCallback(addressOf(port.number())).Callback(1, "", ""), CallFailed);
     for (int i = 0; i < 2; ++i) {

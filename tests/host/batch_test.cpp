@@ -62,7 +62,7 @@ TEST_P(BatchTest, ReturnsTheResultsInOrder) {
     }
 }
 
-TEST_P(BatchTest, MayHaveCallsOfAllOperations) {
+TEST_P(BatchTest, SupportsAllOperations) {
     const auto server = serve(nullptr);
     TavIDL::RemoteEmp emp(server->address(), settings());
     TavIDL::EmpBatch batch(emp);
@@ -79,7 +79,7 @@ TEST_P(BatchTest, MayHaveCallsOfAllOperations) {
     EXPECT_EQ(close.get(), 8);
 }
 
-TEST_P(BatchTest, IsNotAffectedByCallsThatAreRefused) {
+TEST_P(BatchTest, IsNotAffectedByCallsThatFail) {
     const auto server = serve([](const std::string& cmd, const std::string&) {
         if (cmd == "refuse") {
             throw std::runtime_error("too hot");
@@ -125,7 +125,7 @@ TEST_P(BatchTest, SharesTheConnectionWithSingleCalls) {
 }
 
 // Requests and replies that no buffer has room for: neither side may wait for the other to read.
-TEST_P(BatchTest, PassesTheLongestStringsBothWays) {
+TEST_P(BatchTest, SendsAndReceivesTheLongestStrings) {
     TavIDL::Settings settings = this->settings();
     const std::string text(settings.maxMessageSize - 200, 't');
     const auto server = serve([](const std::string&, const std::string& param) { return param; });
@@ -141,7 +141,7 @@ TEST_P(BatchTest, PassesTheLongestStringsBothWays) {
     }
 }
 
-TEST_P(BatchTest, OfShortRequestsTakesRepliesThatFillEveryBuffer) {
+TEST_P(BatchTest, OfShortRequestsReceivesRepliesThatFillEveryBuffer) {
     const std::string text(1'000'000, 't');
     const auto server = serve([&](const std::string&, const std::string&) { return text; });
     TavIDL::RemoteEmp emp(server->address(), settings());
@@ -157,7 +157,7 @@ TEST_P(BatchTest, OfShortRequestsTakesRepliesThatFillEveryBuffer) {
 }
 
 // The system's buffers have room for fewer bytes if these were sent in many pieces.
-TEST_P(BatchTest, OfTheShortestRequestsTakesALongReplyInTheirMiddle) {
+TEST_P(BatchTest, OfTheShortestRequestsReceivesALongReplyInTheMiddle) {
     TavIDL::Settings settings = this->settings();
     settings.deferReplies = false;
     settings.callTimeout = std::chrono::minutes(1);
@@ -307,7 +307,7 @@ TEST_P(BatchPeerTest, DoesNotConnectIfItIsEmpty) {
     EXPECT_FALSE(listener_.hasVisitor());
 }
 
-TEST_P(BatchPeerTest, ThatIsNotRunBreaksThePromisesOfItsCalls) {
+TEST_P(BatchPeerTest, BreaksThePromisesOfItsCallsIfItIsNotRun) {
     std::future<std::string> result;
     {
         TavIDL::EmpBatch batch(emp_);
@@ -317,7 +317,7 @@ TEST_P(BatchPeerTest, ThatIsNotRunBreaksThePromisesOfItsCalls) {
     EXPECT_FALSE(listener_.hasVisitor());
 }
 
-TEST_P(BatchPeerTest, RunsEvenIfNobodyWantsAResult) {
+TEST_P(BatchPeerTest, RunsEvenIfNoFutureIsKept) {
     addRead();
     Running run = runBatch();
     peers::Peer peer = listener_.accept();
@@ -354,7 +354,7 @@ TEST(BatchProtocolTest, LosesOnlyTheCallThatCannotBeEncoded) {
     EXPECT_EQ(second.get(), "second done");
 }
 
-TEST(BrokerBatchTest, MayHaveCallsOfAllOperations) {
+TEST(BrokerBatchTest, SupportsAllOperations) {
     class Broker : public TavBrokerIf {
         void OpenEmp(ConnectionInfo& result, const std::string& name, const std::string& version,
                      const std::string& credential) override {

@@ -58,7 +58,7 @@ protected:
 
 ON_EACH_WAY(DeadlineTest);
 
-TEST_P(DeadlineTest, EndsACallThatNobodyAccepts) {
+TEST_P(DeadlineTest, EndsACallThatIsNotAccepted) {
     withEnoughTime([this](milliseconds deadline) {
         TavIDL::RemoteEmp emp(listener_.address(), impatient(settings(), deadline));
         const CallFailed failure = failureOf([&] { execute(emp, "read"); });
@@ -78,7 +78,7 @@ TEST_P(DeadlineTest, EndsACallWhoseReplyStopsInTheMiddle) {
 }
 
 // Each byte comes in time.
-TEST_P(DeadlineTest, EndsACallWhoseReplyNeverStopsToDrip) {
+TEST_P(DeadlineTest, EndsACallWhoseReplyArrivesByteByByteWithoutEnd) {
     Running call([&] { return execute(emp_, "read"); });
     peers::Peer peer = listener_.accept();
     peer.receive(request_.size());
@@ -96,7 +96,7 @@ TEST_P(DeadlineTest, EndsACallWhoseRequestIsNotRead) {
 }
 
 // Some of it is always taken in time. (The peer would answer if it came to the end.)
-TEST_P(DeadlineTest, EndsACallWhoseRequestIsTakenInSmallPieces) {
+TEST_P(DeadlineTest, EndsACallWhoseRequestIsReadInSmallPieces) {
     const std::string text(16 << 20, 't');
     Running call([&] { return execute(emp_, "read", text); });
     peers::Peer peer = listener_.accept();
@@ -108,7 +108,7 @@ TEST_P(DeadlineTest, EndsACallWhoseRequestIsTakenInSmallPieces) {
     EXPECT_EQ(call.failure().reason(), CallFailed::NoAnswerInTime);
 }
 
-TEST_P(DeadlineTest, OfABatchIsForAllItsCalls) {
+TEST_P(DeadlineTest, OfABatchAppliesToAllItsCalls) {
     withEnoughTime([this](milliseconds deadline) {
         TavIDL::RemoteEmp emp(listener_.address(), impatient(settings(), deadline));
         TavIDL::EmpBatch batch(emp);
@@ -127,7 +127,7 @@ TEST_P(DeadlineTest, OfABatchIsForAllItsCalls) {
     });
 }
 
-TEST_P(DeadlineTest, OfABatchCanBeItsOwn) {
+TEST_P(DeadlineTest, OfABatchCanBeSet) {
     withEnoughTime([this](milliseconds deadline) {
         TavIDL::RemoteEmp patient(listener_.address(), settings());
         TavIDL::EmpBatch batch(patient);
@@ -139,14 +139,14 @@ TEST_P(DeadlineTest, OfABatchCanBeItsOwn) {
     });
 }
 
-TEST_P(DeadlineTest, OfABatchMayHavePassedBeforeItRuns) {
+TEST_P(DeadlineTest, OfABatchCanExpireBeforeItRuns) {
     TavIDL::EmpBatch batch(emp_);
     std::future<std::string> call = batch.Execute(7, "read", "", "", "", "");
     EXPECT_FALSE(failureOf([&] { batch.run(milliseconds::min()); }).sent());
     EXPECT_FALSE(failureOf([&] { call.get(); }).sent());
 }
 
-TEST_P(DeadlineTest, OfABatchMayBeAsFarAwayAsPossible) {
+TEST_P(DeadlineTest, OfABatchCanBeTheMaximum) {
     TavIDL::EmpBatch batch(emp_);
     std::future<std::string> result = batch.Execute(7, "read", "", "", "", "");
     Running run([&] {
@@ -200,7 +200,7 @@ TEST_P(DeadlineTest, OfConnectingEndsACallToAServerThatIsFull) {
     EXPECT_THAT(failure.what(), EndsWith(": cannot connect: Connection timed out"));
 }
 
-TEST_P(DeadlineTest, OfABareConnectionIsForEachRead) {
+TEST_P(DeadlineTest, OfAPlainConnectionAppliesToEachRead) {
     TavIDL::Settings settings = this->settings();
     settings.callTimeout = milliseconds(20);
     const auto connection = TavIDL::Connection::open(listener_.address(), settings);

@@ -64,7 +64,7 @@ protected:
 
 ON_EACH_WAY(PoolTest);
 
-TEST_P(PoolTest, TakesTheConnectionThatWasUsedLast) {
+TEST_P(PoolTest, UsesTheMostRecentlyUsedConnection) {
     std::vector<peers::Peer> idle = makeIdle(3);
     Running call([&] { return execute(emp_, "read"); });
     answer(idle.back());
@@ -109,7 +109,7 @@ TEST_P(PoolTest, KeepsConnectionsThatWereIdleForMoreThanASecond) {
     EXPECT_FALSE(listener_->hasVisitor());
 }
 
-TEST_P(PoolTest, DropsAnIdleConnectionOnWhichThePeerHasWritten) {
+TEST_P(PoolTest, ClosesAnIdleConnectionOnWhichThePeerHasWritten) {
     std::vector<peers::Peer> idle = makeIdle(1);
     idle.back().send(messages_.reply("wrong"));
     substitutes::passTime(std::chrono::milliseconds(1001));
@@ -129,7 +129,7 @@ TEST_P(PoolTest, LosesACallThatIsRunningDuringARestart) {
     answerOnNewConnection();
 }
 
-TEST_P(PoolTest, TakesACallThatWaitsForAConnectionToTheNewServer) {
+TEST_P(PoolTest, SendsACallThatWaitsForAConnectionToTheNewServer) {
     TavIDL::Settings settings = this->settings();
     settings.maxConnections = 1;
     TavIDL::RemoteEmp emp(listener_->address(), settings);
@@ -220,7 +220,7 @@ TEST_P(PoolTest, Serves64Threads) {
 }
 
 // The listener's queue is full, and then it is gone.
-TEST(ConnectingPoolTest, ReportsThatItCouldNotSendIfTheServerGoesWhileItConnects) {
+TEST(ConnectingPoolTest, ReportsThatItCouldNotSendIfTheServerEndsWhileItConnects) {
     const peers::Directory directory;
     auto listener = std::make_unique<peers::Listener>(directory.socket(), 0);
     TavIDL::RemoteEmp others(listener->address());

@@ -51,7 +51,7 @@ TEST_P(RemoteTest, CallsAgainOverTheSameConnection) {
     EXPECT_FALSE(listener_.hasVisitor());
 }
 
-TEST_P(RemoteTest, PutsAReplyTogetherThatComesByteByByte) {
+TEST_P(RemoteTest, ReceivesAReplyByteByByte) {
     Running call([&] { return execute(emp_, "read"); });
     peers::Peer peer = listener_.accept();
     peer.receive(request_.size());
@@ -59,7 +59,7 @@ TEST_P(RemoteTest, PutsAReplyTogetherThatComesByteByByte) {
     EXPECT_EQ(call.result(), "21.5");
 }
 
-TEST_P(RemoteTest, PutsALongReplyTogether) {
+TEST_P(RemoteTest, ReceivesALongReply) {
     const std::string text(500'000, 't');
     Running call([&] { return execute(emp_, "read"); });
     peers::Peer peer = listener_.accept();
@@ -143,7 +143,7 @@ TEST_P(RemoteTest, ConnectsAgainAfterAFailure) {
     EXPECT_EQ(call.result(), "21.5");
 }
 
-TEST_P(RemoteTest, KeepsTheConnectionWhenThePeerRefusesACall) {
+TEST_P(RemoteTest, KeepsTheConnectionWhenACallFailsOnThePeer) {
     const std::string refusal = messages_.reply(
         request_, std::make_shared<Emp>([](const std::string&, const std::string&) -> std::string {
             throw std::runtime_error("too hot");
@@ -166,7 +166,7 @@ TEST_P(RemoteTest, KeepsTheConnectionWhenThePeerRefusesACall) {
 }
 
 // What was not asked for would else be taken for the reply to the next call.
-TEST_P(RemoteTest, DoesNotTakeASecondReplyForThatOfTheNextCall) {
+TEST_P(RemoteTest, DoesNotUseASecondReplyForTheNextCall) {
     Running first([&] { return execute(emp_, "read"); });
     peers::Peer talkative = listener_.accept();
     talkative.receive(request_.size());
@@ -179,7 +179,7 @@ TEST_P(RemoteTest, DoesNotTakeASecondReplyForThatOfTheNextCall) {
     EXPECT_EQ(second.result(), "21.5");
 }
 
-TEST_P(RemoteTest, SaysIfWhatCameIsNotAReply) {
+TEST_P(RemoteTest, SaysIfTheAnswerIsNotAReply) {
     Running call([&] { return execute(emp_, "read"); });
     peers::Peer peer = listener_.accept();
     peer.receive(request_.size());
@@ -189,7 +189,7 @@ TEST_P(RemoteTest, SaysIfWhatCameIsNotAReply) {
     EXPECT_TRUE(failure.sent());
 }
 
-TEST_P(RemoteTest, RefusesAReplyThatIsLongerThanMaxMessageSize) {
+TEST_P(RemoteTest, RejectsAReplyThatIsLongerThanMaxMessageSize) {
     TavIDL::Settings settings = this->settings();
     settings.maxMessageSize = 1000;
     TavIDL::RemoteEmp emp(listener_.address(), settings);
@@ -200,7 +200,7 @@ TEST_P(RemoteTest, RefusesAReplyThatIsLongerThanMaxMessageSize) {
     EXPECT_EQ(call.failure().reason(), CallFailed::NotOurProtocol);
 }
 
-TEST_P(RemoteTest, SaysThatNobodyListens) {
+TEST_P(RemoteTest, SaysThatThereIsNoServer) {
     const std::string address = listener_.address();
     listener_.close();
     const CallFailed failure = failureOf([&] { execute(emp_, "read"); });
@@ -212,7 +212,7 @@ TEST_P(RemoteTest, SaysThatNobodyListens) {
 }
 
 // The limit of a message would else end a connection after so many bytes in all.
-TEST_P(RemoteTest, PassesMoreOverAConnectionThanAMessageMayHave) {
+TEST_P(RemoteTest, SendsMoreOverAConnectionThanAMessageMayHave) {
     TavIDL::Settings settings = this->settings();
     settings.maxMessageSize = 1000;
     listener_.close();
@@ -223,7 +223,7 @@ TEST_P(RemoteTest, PassesMoreOverAConnectionThanAMessageMayHave) {
     }
 }
 
-TEST_P(RemoteTest, PassesAllOperationsOfAnEmp) {
+TEST_P(RemoteTest, CallsAllOperationsOfAnEmp) {
     listener_.close();
     const TavIDL::Server server(listener_.address(), std::make_shared<Emp>(), settings());
     ParamList list;
@@ -261,7 +261,7 @@ TEST(RemoteFailureTest, NamesOperationAddressAndReason) {
                 testing::StartsWith("TavBroker.CloseEmp" + reason));
 }
 
-TEST(RemoteFailureTest, HasTheNearestTypeOfLibthrift) {
+TEST(RemoteFailureTest, HasTheClosestTypeOfLibthrift) {
     const auto typeOf = [](CallFailed::Reason reason) {
         return CallFailed(reason, true, "operation", "address", "").getType();
     };
@@ -272,7 +272,7 @@ TEST(RemoteFailureTest, HasTheNearestTypeOfLibthrift) {
     EXPECT_EQ(typeOf(CallFailed::Cancelled), TTransportException::INTERRUPTED);
 }
 
-TEST(RemoteFailureTest, SaysWhyInPlainWords) {
+TEST(RemoteFailureTest, SaysWhy) {
     const auto textOf = [](CallFailed::Reason reason) {
         return std::string(CallFailed(reason, true, "Open", "unix:emp", "detail").what());
     };
@@ -285,7 +285,7 @@ TEST(RemoteFailureTest, SaysWhyInPlainWords) {
     EXPECT_EQ(textOf(CallFailed::Cancelled), "Open at unix:emp: cancelled: detail");
 }
 
-TEST(RemoteFailureTest, KeepsTheKindOfARefusal) {
+TEST(RemoteFailureTest, KeepsTheKindOfAPeersException) {
     class Refusing : public Emp {
         int32_t Close(int32_t) override { return 0; }
     };
@@ -323,7 +323,7 @@ TEST(ProtocolOfTheUserTest, IsUsedByBothSides) {
     EXPECT_EQ(call.result(), "21.5");
 }
 
-TEST(ProtocolOfTheUserTest, ThatCannotBeMadeFailsTheCall) {
+TEST(ProtocolOfTheUserTest, FailsTheCallIfItCannotBeCreated) {
     TavIDL::Settings settings;
     settings.makeProtocol =
         [](std::shared_ptr<apache::thrift::transport::TTransport>) -> TavIDL::ProtocolPointer {
@@ -336,7 +336,7 @@ TEST(ProtocolOfTheUserTest, ThatCannotBeMadeFailsTheCall) {
     EXPECT_FALSE(failure.sent());
 }
 
-TEST(RemoteTlsTest, HasNotSentACallIfItCouldNotShakeHands) {
+TEST(RemoteTlsTest, HasNotSentACallIfTheHandshakeFails) {
     TavIDL::Settings settings;
     settings.tls.enabled = true;
     peers::Listener listener;
@@ -355,7 +355,7 @@ TEST(RemoteTlsTest, HasNotSentACallIfItCouldNotShakeHands) {
     EXPECT_FALSE(failure.sent());
 }
 
-TEST(RemoteBrokerTest, PassesAllOperations) {
+TEST(RemoteBrokerTest, CallsAllOperations) {
     class Broker : public TavBrokerIf {
         void OpenEmp(ConnectionInfo& result, const std::string& name, const std::string& version,
                      const std::string& credential) override {

@@ -83,7 +83,7 @@ INSTANTIATE_TEST_SUITE_P(As, Encoded,
 
 // --- The length of messages
 
-TEST_P(Encoded, AMessageHasTheLengthOfTheSettingsAtMost) {
+TEST_P(Encoded, AMessageHasAtMostTheLengthInTheSettings) {
     for (const std::size_t length :
          {100U, 100000U}) {  // one that fits the buffer, one that doesn't
         const std::string request = requestFor("read", std::string(length, 'x'), settings);
@@ -120,7 +120,7 @@ TEST_P(Encoded, TheSumOfManyStringsIsLimited) {
     EXPECT_EQ(reports.waitFor(1).size(), 1U);
 }
 
-TEST_P(Encoded, AMessageIsRefusedAsSoonAsItIsTooLong) {
+TEST_P(Encoded, AMessageIsRejectedAsSoonAsItIsTooLong) {
     settings.maxMessageSize = 100000;
     const Server server("127.0.0.1:0", emp, settings);
     ParamList list;
@@ -159,19 +159,19 @@ protected:
     Reports<std::string> reports;
 };
 
-TEST_F(Malicious, AStringThatClaimsToBeHugeIsRefusedAtOnce) {
+TEST_F(Malicious, AStringThatClaimsToBeHugeIsRejectedImmediately) {
     expectRefusal(std::string("\x0b\0\x63\x7f\xff\xff\xff", 7));
 }
 
-TEST_F(Malicious, AStringOfNegativeLengthIsRefusedAtOnce) {
+TEST_F(Malicious, AStringOfNegativeLengthIsRejectedImmediately) {
     expectRefusal(std::string("\x0b\0\x63\xff\xff\xff\xff", 7));
 }
 
-TEST_F(Malicious, AListOfCountlessEmptyElementsIsRefusedAtOnce) {
+TEST_F(Malicious, AListOfCountlessEmptyElementsIsRejectedImmediately) {
     expectRefusal(std::string("\x0f\0\x63\0\x05\xf5\xe1\0", 8));
 }
 
-TEST_F(Malicious, RecordsInRecordsDoNotExhaustTheStack) {
+TEST_F(Malicious, NestedRecordsDoNotExhaustTheStack) {
     std::string nested;
     for (int i = 0; i < 300000; ++i) {
         nested += std::string("\x0c\0\x63", 3);
@@ -179,7 +179,7 @@ TEST_F(Malicious, RecordsInRecordsDoNotExhaustTheStack) {
     expectRefusal(nested);
 }
 
-TEST_F(Malicious, AFrameThatClaimsToBeHugeIsRefusedAtOnce) {
+TEST_F(Malicious, AFrameThatClaimsToBeHugeIsRejectedImmediately) {
     Settings settings = patient(reports);
     settings.framed = true;
     const Server server("127.0.0.1:0", std::make_shared<Emp>(), settings);
@@ -191,7 +191,7 @@ TEST_F(Malicious, AFrameThatClaimsToBeHugeIsRefusedAtOnce) {
     EXPECT_EQ(reports.waitFor(2).size(), 2U);
 }
 
-TEST_F(Malicious, AnHttpRequestIsRefusedAtOnce) {
+TEST_F(Malicious, AnHttpRequestIsRejectedImmediately) {
     const Server server("127.0.0.1:0", std::make_shared<Emp>(), patient(reports));
     Caller client(server.address());
     client.send("GET / HTTP/1.1\r\n");
@@ -268,7 +268,7 @@ protected:
     std::unique_ptr<Server> server;
 };
 
-TEST_F(TimeLimits, AConnectionMayBeIdleForSoLong) {
+TEST_F(TimeLimits, AConnectionMayBeIdleForItsTimeout) {
     serve(&Settings::idleTimeout);
     Caller never(server->address());
     EXPECT_EQ(never.receive(1), "");
@@ -280,15 +280,16 @@ TEST_F(TimeLimits, AConnectionMayBeIdleForSoLong) {
     EXPECT_THAT(reports.waitFor(2), Each(HasSubstr("the client was idle for too long")));
 }
 
-TEST_F(TimeLimits, ARequestMayTakeSoLong) {
+TEST_F(TimeLimits, ARequestMayTakeItsTimeout) {
     serve(&Settings::receiveTimeout);
     Caller client(server->address());
     client.send(requestFor("read").substr(0, 20));
     EXPECT_EQ(client.receive(1), "");
-    EXPECT_THAT(reports.all(), ElementsAre(HasSubstr("sends a request or reads a reply too slowly")));
+    EXPECT_THAT(reports.all(),
+                ElementsAre(HasSubstr("sends a request or reads a reply too slowly")));
 }
 
-TEST_F(TimeLimits, ARequestThatDripsTakesTheSameTimeAsAWhole) {
+TEST_F(TimeLimits, ARequestThatArrivesByteByByteHasTheSameTimeout) {
     serve(&Settings::receiveTimeout);
     Caller client(server->address());
     const std::string request = requestFor("read", std::string(500, 'x'));
@@ -315,7 +316,8 @@ TEST_F(TimeLimits, AClientThatDoesNotReadIsDisconnected) {
     serve(&Settings::sendTimeout);
     Caller client(server->address());
     client.send(requestFor("much"));
-    EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("sends a request or reads a reply too slowly")));
+    EXPECT_THAT(reports.waitFor(1),
+                ElementsAre(HasSubstr("sends a request or reads a reply too slowly")));
 }
 
 TEST_F(TimeLimits, AClientThatReadsTooSlowlyIsDisconnected) {
@@ -354,7 +356,7 @@ TEST_F(TimeLimits, AHandlerMayTakeLonger) {
 
 // --- Broken clients
 
-TEST_P(Encoded, ARequestMayComeByteByByte) {
+TEST_P(Encoded, ARequestMayArriveByteByByte) {
     const Directory directory;
     const Server server(directory.socket(), emp, settings);
     Caller client(server.address());
@@ -452,11 +454,11 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Replies, Deferring, testing::Bool(), framing);
 
-TEST_P(Deferring, AReplyWaitsForTheNextOneIfItsRequestIsHere) {
+TEST_P(Deferring, AReplyWaitsForTheNextOneIfItsRequestHasArrived) {
     EXPECT_FALSE(firstLeaves());
 }
 
-TEST_P(Deferring, ASettingTurnsThatOff) {
+TEST_P(Deferring, ASettingDisablesThat) {
     settings.deferReplies = false;
     EXPECT_TRUE(firstLeaves());
 }

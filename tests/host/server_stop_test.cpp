@@ -125,7 +125,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Over, Stopping, testing::Values(Over::tcp, Over::unixSocket, Over::tls),
                          overName);
 
-TEST_P(Stopping, EndsIdleConnectionsAtOnceAndAnswersTheRunningCall) {
+TEST_P(Stopping, EndsIdleConnectionsImmediatelyAndAnswersTheRunningCall) {
     const std::size_t threads = countThreads();
     const std::size_t descriptors = countDescriptors();
     serve();
@@ -189,7 +189,7 @@ TEST_P(Stopping, NeedsNoTimeForIdleConnections) {
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 
-TEST_P(Stopping, EndsWhatWaitsForAConnection) {
+TEST_P(Stopping, RefusesFurtherConnections) {
     const std::size_t threads = countThreads();
     serve();
     server->stop();
@@ -208,7 +208,7 @@ TEST_P(Stopping, EndsAConnectionInTheMiddleOfARequest) {
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 
-TEST_P(Stopping, LetsAReplyLeaveThatIsBeingWritten) {
+TEST_P(Stopping, CompletesAReplyThatIsBeingWritten) {
     serve();
     const auto client = connect();
     send(client, requestFor("much"));
@@ -238,7 +238,7 @@ TEST_P(Stopping, DisconnectsAClientThatDoesNotReadItsReply) {
     EXPECT_THAT(reports.all(), ElementsAre(HasSubstr("longer than stopTimeout")));
 }
 
-TEST_P(Stopping, AnswersTheRunningCallOfABatchAndNoOther) {
+TEST_P(Stopping, AnswersOnlyTheRunningCallOfABatch) {
     serve();
     const auto client = connect();
     send(client, requestFor("one") + requestFor("wait") + requestFor("three"));
@@ -254,7 +254,7 @@ TEST_P(Stopping, AnswersTheRunningCallOfABatchAndNoOther) {
     EXPECT_THAT(emp->handled.all(), ElementsAre("one", "wait"));
 }
 
-TEST_P(Stopping, MayBeAskedForByManyThreadsAndAgain) {
+TEST_P(Stopping, IsPossibleFromManyThreadsAndRepeatedly) {
     serve();
     const auto client = connect();
     send(client, requestFor("read"));
@@ -271,7 +271,7 @@ TEST_P(Stopping, MayBeAskedForByManyThreadsAndAgain) {
     receive(client, 1000);
 }
 
-TEST_P(Stopping, IsWhatTheDestructorDoes) {
+TEST_P(Stopping, IsDoneByTheDestructor) {
     serve();
     const auto client = connect();
     send(client, requestFor("read"));
@@ -281,7 +281,7 @@ TEST_P(Stopping, IsWhatTheDestructorDoes) {
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 
-TEST_P(Stopping, EndsBareConnections) {
+TEST_P(Stopping, EndsPlainConnections) {
     Gate reads;
     server.emplace(
         address,
@@ -360,7 +360,7 @@ INSTANTIATE_TEST_SUITE_P(Of, Signals,
 void ownHandler(int) {
 }
 
-TEST_P(Signals, StopTheServerAndThenDoWhatTheyDidBefore) {
+TEST_P(Signals, StopTheServerAndThenHaveTheirPreviousEffect) {
     const auto [number, place, toThread] = GetParam();
     signal(SIGINT, ownHandler);
     signal(SIGTERM, SIG_IGN);

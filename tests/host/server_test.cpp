@@ -64,7 +64,7 @@ TEST(ServerTest, SaysWhichPortTheSystemChose) {
     EXPECT_NE(server.address(), "127.0.0.1:0");
 }
 
-TEST(ServerTest, CanBeReachedAtItsAddressWhenItListensOnAllOfThem) {
+TEST(ServerTest, CanBeReachedAtItsAddressWhenItListensOnAllAddresses) {
     const Server server("0.0.0.0:0", kEmp);
     RemoteEmp emp(server.address());
     EXPECT_EQ(execute(emp, "read"), "read done");
@@ -85,7 +85,7 @@ TEST(ServerTest, ServesByNameAndOverIpv6) {
     }
 }
 
-TEST(ServerTest, RefusesAPortInUse) {
+TEST(ServerTest, RejectsAPortInUse) {
     const Server first("127.0.0.1:0", kEmp);
     try {
         const Server second(first.address(), kEmp);
@@ -109,7 +109,7 @@ TEST(ServerTest, CanUseThePortOfAServerThatClosedItsConnections) {
     EXPECT_EQ(second.address(), address);
 }
 
-TEST(ServerTest, RefusesWhatItCannotServe) {
+TEST(ServerTest, RejectsANullHandlerAndInvalidAddresses) {
     EXPECT_THROW(Server(":0", std::shared_ptr<TavEmpIf>()), std::invalid_argument);
     EXPECT_THROW(Server(":0", std::shared_ptr<TavBrokerIf>()), std::invalid_argument);
     EXPECT_THROW(Server(":0", std::shared_ptr<TavEmpEventIf>()), std::invalid_argument);
@@ -120,7 +120,7 @@ TEST(ServerTest, RefusesWhatItCannotServe) {
     EXPECT_THROW(Server("nonsense", kEmp), std::invalid_argument);
 }
 
-TEST(ServerTest, RefusesSettingsThatItCannotUse) {
+TEST(ServerTest, RejectsInvalidSettings) {
     Settings settings;
     settings.maxClients = 0;
     EXPECT_THROW(Server(":0", kEmp, settings), std::invalid_argument);
@@ -132,7 +132,7 @@ TEST(ServerTest, RefusesSettingsThatItCannotUse) {
 
 // --- Unix sockets
 
-TEST(UnixSocketTest, IsForTheSameUserAloneUnlessTheSettingsSayOtherwise) {
+TEST(UnixSocketTest, IsOnlyForTheSameUserByDefault) {
     const Directory directory;
     struct stat file = {};
     const Server server(directory.socket("own"), kEmp);
@@ -144,7 +144,7 @@ TEST(UnixSocketTest, IsForTheSameUserAloneUnlessTheSettingsSayOtherwise) {
     EXPECT_EQ(file.st_mode & 07777, 0666U);
 }
 
-TEST(UnixSocketTest, HasItsPermissionsWhateverTheUmask) {
+TEST(UnixSocketTest, HasItsPermissionsWithAnyUmask) {
     const Directory directory;
     const mode_t before = umask(0777);
     const Server server(directory.socket(), kEmp, unixMode(0660));
@@ -165,7 +165,7 @@ void abandon(const std::string& path) {
     close(abandoned);
 }
 
-TEST(UnixSocketTest, ReplacesTheFileOfAServerThatIsGone) {
+TEST(UnixSocketTest, ReplacesTheFileOfAServerThatHasEnded) {
     const Directory directory;
     abandon(directory.file("socket"));
     const Server server(directory.socket(), kEmp);
@@ -173,7 +173,7 @@ TEST(UnixSocketTest, ReplacesTheFileOfAServerThatIsGone) {
     EXPECT_EQ(execute(emp, "read"), "read done");
 }
 
-TEST(UnixSocketTest, LeavesTheFileOfALiveServerAlone) {
+TEST(UnixSocketTest, KeepsTheFileOfARunningServer) {
     const Directory directory;
     const Server first(directory.socket(), kEmp);
     EXPECT_THROW(Server(directory.socket(), kEmp), std::system_error);
@@ -181,7 +181,7 @@ TEST(UnixSocketTest, LeavesTheFileOfALiveServerAlone) {
     EXPECT_EQ(execute(emp, "read"), "read done");
 }
 
-TEST(UnixSocketTest, LeavesTheFileOfAServerAloneWhoseQueueIsFull) {
+TEST(UnixSocketTest, KeepsTheFileOfAServerWhoseQueueIsFull) {
     const Directory directory;
     const int busy = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un name = {};
@@ -196,7 +196,7 @@ TEST(UnixSocketTest, LeavesTheFileOfAServerAloneWhoseQueueIsFull) {
     close(busy);
 }
 
-TEST(UnixSocketTest, OneOfSeveralServersThatStartAtOnceGetsIt) {
+TEST(UnixSocketTest, OneOfSeveralServersThatStartTogetherGetsIt) {
     constexpr std::size_t kServers = 8;
     for (int round = 0; round < 100; ++round) {
         const Directory directory;
@@ -273,7 +273,7 @@ TEST(UnixSocketTest, CanBeInTheCurrentDirectory) {
     std::filesystem::current_path(before);
 }
 
-TEST(UnixSocketTest, RefusesAPathThatIsTooLong) {
+TEST(UnixSocketTest, RejectsAPathThatIsTooLong) {
     const Directory directory;
     const std::string stem = directory.socket("");
     const std::string longest = stem + std::string(5 + 107 - stem.size(), 's');
@@ -310,7 +310,7 @@ TEST(ServerTest, ServesAMultiplexedProcessor) {
     EXPECT_EQ(client.result(), "read done");
 }
 
-TEST(ServerTest, HandsABareConnectionToAFunction) {
+TEST(ServerTest, PassesAPlainConnectionToAFunction) {
     Reports<std::string> peers;
     const Server server("127.0.0.1:0", [&](const std::shared_ptr<TavIDL::Connection>& connection) {
         peers.add(connection->peer());
@@ -367,7 +367,7 @@ TEST(ServerTest, GivesItsThreadsTheStackOfTheSettings) {
     EXPECT_THAT(sizes.waitFor(2), Each(AllOf(Ge(768U * 1024), Lt(1024U * 1024))));
 }
 
-TEST(ServerTest, GivesItsThreadsTheLeastThatTheSystemAllowsIfTheSettingsSayLess) {
+TEST(ServerTest, GivesItsThreadsTheMinimumStackIfTheSettingsSayLess) {
     Reports<std::size_t> sizes;
     Settings settings;
     settings.stackSize = 1;
@@ -423,7 +423,7 @@ private:
     rlimit before_ = {};
 };
 
-TEST(ServerTest, AcceptsAgainWhenThereAreDescriptorsAgain) {
+TEST(ServerTest, AcceptsAgainWhenDescriptorsAreFreed) {
     Reports<std::string> reports;
     const Server server("127.0.0.1:0", kEmp, patient(reports));
     Caller client(server.address());
@@ -456,7 +456,7 @@ TEST(ServerTest, AcceptsAgainWhenThereAreDescriptorsAgain) {
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(EMULATED)
-TEST(ServerTest, GoesOnWhenAThreadCannotBeStarted) {
+TEST(ServerTest, ContinuesWhenAThreadCannotBeStarted) {
     Reports<std::string> reports;
     Settings settings = patient(reports);
     settings.stackSize = 512 << 20;  // reserved, not used
@@ -482,7 +482,7 @@ TEST(ServerTest, GoesOnWhenAThreadCannotBeStarted) {
 }
 #endif
 
-TEST(ServerTest, LeavesNothingBehindIfItsFirstThreadCannotBeStarted) {
+TEST(ServerTest, LeaksNothingIfItsFirstThreadCannotBeStarted) {
     const Directory directory;
     Settings settings;
     settings.stackSize = std::numeric_limits<std::size_t>::max() / 16 * 15;
@@ -507,9 +507,9 @@ TEST(ServerTest, LetsFurtherConnectionsWaitAndServesThemLater) {
     }
     Caller third(server.address());
     third.send(requestFor("third"));
-    EXPECT_THAT(reports.waitFor(1),
-                ElementsAre(server.address() +
-                            ": maxClients connections are open; further ones wait"));
+    EXPECT_THAT(
+        reports.waitFor(1),
+        ElementsAre(server.address() + ": maxClients connections are open; further ones wait"));
     for (Caller* client : {&first, &second}) {  // still served, and nobody else is
         client->send(requestFor("again"));
         EXPECT_EQ(client->result(), "again done");
@@ -520,7 +520,7 @@ TEST(ServerTest, LetsFurtherConnectionsWaitAndServesThemLater) {
     EXPECT_EQ(third.result(), "third done");
 }
 
-TEST(ServerTest, ForgetsConnectionsThatHaveEnded) {
+TEST(ServerTest, ReleasesConnectionsThatHaveEnded) {
     Reports<std::string> reports;
     const Server server("127.0.0.1:0", kEmp, patient(reports));
     {
@@ -577,7 +577,7 @@ TEST_F(Failing, AnswersWithWhatAHandlerThrows) {
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 
-TEST_F(Failing, ClosesTheConnectionAfterAnythingElseThatAHandlerThrows) {
+TEST_F(Failing, ClosesTheConnectionAfterANonStandardException) {
     Caller client(server.address());
     client.send(requestFor("int"));
     EXPECT_EQ(client.receive(1), "");
@@ -603,7 +603,7 @@ TEST_F(Failing, SurvivesARawFunctionThatThrows) {
     EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("not a std::exception")));
 }
 
-TEST(ServerTest, IgnoresWhatTheFunctionForFailuresThrows) {
+TEST(ServerTest, IgnoresExceptionsFromOnFailure) {
     Settings settings;
     settings.onFailure = [](const std::string&) { throw 42; };
     const Server server("127.0.0.1:0", kEmp, settings);
@@ -695,7 +695,7 @@ TEST_F(Observed, GetsOperationPeerAndOutcome) {
     EXPECT_EQ(seen[2].outcome, ServedCall::Failed);
 }
 
-TEST_F(Observed, GetsTheNamesOfUnknownOperationsAndHalfARequest) {
+TEST_F(Observed, GetsTheNamesOfUnknownOperationsAndPartialRequests) {
     Caller client(observed->address());
     std::string unknown = requestFor("read");
     unknown.replace(unknown.find("Execute"), 7, "Destroy");

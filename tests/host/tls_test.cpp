@@ -111,7 +111,7 @@ TEST_F(TlsTest, CarriesLongMessagesFramedOrNot) {
 
 // --- Whom a client trusts
 
-TEST_F(TlsTest, AClientRefusesServersThatItCannotTrust) {
+TEST_F(TlsTest, AClientRejectsUntrustedServers) {
     const Certificate other = makeCertificate(directory, "other", "", nullptr);
     const struct {
         Certificate certificate;
@@ -140,7 +140,7 @@ TEST_F(TlsTest, AClientComparesTheNameInTheAddress) {
     EXPECT_THAT(failureOf(server->address()), HasSubstr("hostname mismatch"));
 }
 
-TEST_F(TlsTest, WithoutTheCheckOfTheHostAnyHostOfTheAuthorityWillDo) {
+TEST_F(TlsTest, WithoutCheckHostAnyHostOfTheAuthorityIsAccepted) {
     forClient.tls.checkHost = false;
     use(makeCertificate(directory, "elsewhere", "DNS:example.org", &authority));
     EXPECT_EQ(failureOf(serve()->address()), "");
@@ -164,7 +164,7 @@ TEST_F(TlsTest, AServerAcceptsClientsWithACertificate) {
     EXPECT_EQ(failureOf(serve()->address()), "");
 }
 
-TEST_F(TlsTest, AServerRefusesClientsThatItCannotTrust) {
+TEST_F(TlsTest, AServerRejectsUntrustedClients) {
     forServer.tls.trusted = authority.file;
     const auto server = serve();
     const Certificate other = makeCertificate(directory, "other", "", nullptr);
@@ -184,7 +184,7 @@ TEST_F(TlsTest, AServerRefusesClientsThatItCannotTrust) {
 
 // --- Settings
 
-TEST_F(TlsTest, NamesTheFileThatCannotBeUsed) {
+TEST_F(TlsTest, NamesTheUnusableFile) {
     const auto failure = [this](const Settings& settings) -> std::string {
         try {
             Server("127.0.0.1:0", emp, settings);
@@ -213,7 +213,7 @@ TEST_F(TlsTest, IsNotForUnixSockets) {
 
 // --- Peers that don't speak TLS
 
-TEST_F(TlsTest, APlainClientIsRefused) {
+TEST_F(TlsTest, AClientWithoutTlsIsRejected) {
     const auto server = serve();
     Caller client(server->address());
     client.send(requestFor("read"));
@@ -222,7 +222,7 @@ TEST_F(TlsTest, APlainClientIsRefused) {
     expectService(*server);
 }
 
-TEST_F(TlsTest, APlainServerIsRefused) {
+TEST_F(TlsTest, AServerWithoutTlsIsRejected) {
     forServer.tls = TavIDL::Tls();
     const auto server = serve();
     EXPECT_NE(failureOf(server->address()), "");
@@ -279,7 +279,7 @@ TEST_F(TlsTest, AClientThatClosesIsNotReported) {
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 
-TEST_F(TlsTest, ErrorsThatAHandlerLeavesInOpensslAreNotTheConnections) {
+TEST_F(TlsTest, ErrorsThatAHandlerLeavesInOpensslDoNotAffectTheConnection) {
     const auto server = serve();
     const std::size_t threads = countThreads();
     {
@@ -294,7 +294,7 @@ TEST_F(TlsTest, ErrorsThatAHandlerLeavesInOpensslAreNotTheConnections) {
 
 // --- Time limits and the end
 
-TEST_F(TlsTest, AHandshakeThatDripsTakesTheTimeOfARequest) {
+TEST_F(TlsTest, AHandshakeThatArrivesByteByByteHasTheTimeoutOfARequest) {
     forServer.receiveTimeout = milliseconds(40);
     const auto server = serve();
     TlsCaller client(server->address());
@@ -307,7 +307,7 @@ TEST_F(TlsTest, AHandshakeThatDripsTakesTheTimeOfARequest) {
     EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("no TLS handshake in time")));
 }
 
-TEST_F(TlsTest, ARecordThatDripsTakesTheTimeOfARequest) {
+TEST_F(TlsTest, ARecordThatArrivesByteByByteHasTheTimeoutOfARequest) {
     forServer.receiveTimeout = milliseconds(2000);  // the handshake has so long, too
     const auto server = serve();
     TlsCaller client(server->address());
@@ -320,7 +320,8 @@ TEST_F(TlsTest, ARecordThatDripsTakesTheTimeOfARequest) {
         client.caller().send(rest.substr(sent++, 1));
     } while (sent < rest.size() && !client.caller().hearsWithin(5));
     EXPECT_LT(sent, rest.size());
-    EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("sends a request or reads a reply too slowly")));
+    EXPECT_THAT(reports.waitFor(1),
+                ElementsAre(HasSubstr("sends a request or reads a reply too slowly")));
 }
 
 TEST_F(TlsTest, AnIdleClientIsDisconnected) {
@@ -338,7 +339,8 @@ TEST_F(TlsTest, AClientThatDoesNotReadIsDisconnected) {
     TlsCaller client(server->address());
     client.shakeHands();
     client.caller().send(client.encrypted(requestFor("much")));
-    EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("sends a request or reads a reply too slowly")));
+    EXPECT_THAT(reports.waitFor(1),
+                ElementsAre(HasSubstr("sends a request or reads a reply too slowly")));
 }
 
 TEST_F(TlsTest, TheEndIsAnnouncedEvenLongAfterTheLastReply) {
@@ -353,7 +355,7 @@ TEST_F(TlsTest, TheEndIsAnnouncedEvenLongAfterTheLastReply) {
     EXPECT_TRUE(client.endIsAnnounced());
 }
 
-TEST_F(TlsTest, ACallHasItsDeadline) {
+TEST_F(TlsTest, ACallHasItsTimeout) {
     const auto server = serve();
     forClient.callTimeout = milliseconds(300);
     RemoteEmp remote(server->address(), forClient);
@@ -366,7 +368,7 @@ TEST_F(TlsTest, ACallHasItsDeadline) {
     leave.open();
 }
 
-TEST_F(TlsTest, AHandshakeHasTheDeadlineForConnecting) {
+TEST_F(TlsTest, AHandshakeHasTheTimeoutForConnecting) {
     Gate never;
     const Server silent("127.0.0.1:0",
                         [&](const std::shared_ptr<TavIDL::Connection>&) { never.wait(); });

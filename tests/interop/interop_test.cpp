@@ -151,7 +151,7 @@ TEST_P(Wire, GeneratedClientsAndLibraryProcessorsExchangeEveryOperation) {
     expectEveryOperationWorks<Generated, Library>();
 }
 
-TEST_P(Wire, LibraryClientsRethrowWhatHandlersOfTheLibraryThrow) {
+TEST_P(Wire, LibraryClientsRethrowWhatLibraryHandlersThrow) {
     expectEveryFailureIsToldAndTheNextCallWorks<Library, Library>();
 }
 
@@ -163,19 +163,19 @@ TEST_P(Wire, GeneratedClientsRethrowWhatHandlersOfTheLibraryThrow) {
     expectEveryFailureIsToldAndTheNextCallWorks<Generated, Library>();
 }
 
-TEST_P(Wire, LibraryProcessorsRefuseUnknownNamesOfLibraryClients) {
+TEST_P(Wire, LibraryProcessorsRejectUnknownNamesFromLibraryClients) {
     expectUnknownNamesAreRefused<Library, Library>();
 }
 
-TEST_P(Wire, GeneratedProcessorsRefuseUnknownNamesOfLibraryClients) {
+TEST_P(Wire, GeneratedProcessorsRejectUnknownNamesFromLibraryClients) {
     expectUnknownNamesAreRefused<Library, Generated>();
 }
 
-TEST_P(Wire, LibraryProcessorsRefuseUnknownNamesOfGeneratedClients) {
+TEST_P(Wire, LibraryProcessorsRejectUnknownNamesFromGeneratedClients) {
     expectUnknownNamesAreRefused<Generated, Library>();
 }
 
-TEST_P(Wire, LibraryProcessorsAnswerAMessageThatIsNoCallAndServeTheNext) {
+TEST_P(Wire, LibraryProcessorsAnswerAMessageThatIsNotACallAndServeTheNext) {
     for (const char* service : {"TavBroker", "TavEmp", "TavEmpEvent"}) {
         for (const TMessageType type : {T_REPLY, T_EXCEPTION}) {
             auto exchange = serve<Library>(service);
@@ -189,7 +189,7 @@ TEST_P(Wire, LibraryProcessorsAnswerAMessageThatIsNoCallAndServeTheNext) {
     }
 }
 
-TEST_P(Wire, GeneratedProcessorsDropAMessageThatIsNoCallWithoutAnAnswer) {
+TEST_P(Wire, GeneratedProcessorsDropAMessageThatIsNotACall) {
     bool served = true;
     const auto processor = makeProcessor<Generated>("TavEmp", journal);
     auto exchange = serve([&](const ProtocolPtr& in, const ProtocolPtr& out) {
@@ -214,7 +214,7 @@ TEST_P(Wire, LibraryProcessorsEchoTheSeqidOfEveryRequestThatTheyAnswer) {
               "Closer type 3 seqid 6, kind 1: Invalid method name: 'Closer'");
 }
 
-TEST_P(Wire, LibraryProcessorsLeaveACallbackUnansweredWhicheverItsType) {
+TEST_P(Wire, LibraryProcessorsDoNotAnswerACallbackOfAnyType) {
     auto exchange = serve<Library>("TavEmpEvent");
 
     send(exchange.clientOut(), "Callback", T_CALL, 1);
@@ -224,7 +224,7 @@ TEST_P(Wire, LibraryProcessorsLeaveACallbackUnansweredWhicheverItsType) {
     EXPECT_EQ(journal.lines(2), (std::vector<std::string>{"Callback 0  ", "Callback 0  "}));
 }
 
-TEST_P(Wire, NeitherClientLooksAtTheSeqidOfAReply) {
+TEST_P(Wire, BothClientsIgnoreTheSeqidOfAReply) {
     const auto processor = makeProcessor<Library>("TavEmp", journal);
     // Numbers requests as it likes, so that the replies carry 99.
     auto exchange = serve([&](const ProtocolPtr& in, const ProtocolPtr& out) {
@@ -247,7 +247,7 @@ struct Reply {
     const char* outcome;
 };
 
-TEST_P(Wire, LibraryClientsRefuseReplies) {
+TEST_P(Wire, LibraryClientsRejectReplies) {
     const Reply replies[] = {
         {"Close", T_REPLY, "kind 5: Close failed: unknown result"},
         {"close", T_REPLY, "kind 3: TApplicationException: Wrong method name"},
@@ -295,7 +295,7 @@ TEST_P(Wire, BothClientsSendTheSameBytesAndBothProcessorsAnswerWithTheSame) {
     EXPECT_EQ(library.reply(), generated.reply());
 }
 
-TEST_P(Wire, ACallbackIsACallFromTheLibraryAndOneWayFromGeneratedClientsAndElseTheSame) {
+TEST_P(Wire, ACallbackDiffersOnlyInItsMessageTypeFromThatOfGeneratedClients) {
     std::string sent;
     // Notes the header, and the record by itself.
     auto exchange = serve([&](const ProtocolPtr& in, const ProtocolPtr&) {

@@ -171,7 +171,7 @@ TEST(InterfaceLayoutTest, NoInterfaceHasABase) {
     EXPECT_TRUE(hasNoBase<TavEmpEventIf>());
 }
 
-TEST(InterfaceLayoutTest, NoInterfaceHoldsData) {
+TEST(InterfaceLayoutTest, NoInterfaceHasData) {
     EXPECT_EQ(sizeof(TavBrokerIf), sizeof(void*));
     EXPECT_EQ(sizeof(TavEmpIf), sizeof(void*));
     EXPECT_EQ(sizeof(TavEmpEventIf), sizeof(void*));
@@ -223,7 +223,7 @@ TEST(ClientLayoutTest, TheEventClientHasADestructorThenItsOperationsInOrder) {
     EXPECT_EQ(slotsOf<TavEmpEventClient>(), 3U);
 }
 
-TEST(ClientLayoutTest, ClientsDeriveVirtuallyFromTheirInterfaceAlone) {
+TEST(ClientLayoutTest, ClientsDeriveVirtuallyFromTheirInterfaceOnly) {
     EXPECT_TRUE((derivesVirtuallyFrom<TavBrokerIf, TavBrokerClient>()));
     EXPECT_TRUE((derivesVirtuallyFrom<TavEmpIf, TavEmpClient>()));
     EXPECT_TRUE((derivesVirtuallyFrom<TavEmpEventIf, TavEmpEventClient>()));
@@ -247,7 +247,7 @@ TEST(ClientLayoutTest, TheHalvesOfACallAreNotVirtual) {
     EXPECT_FALSE(isVirtual(&TavEmpEventClient::send_Callback));
 }
 
-TEST(ClientLayoutTest, ClientsHoldTheirTwoProtocolsAndAPointerToEachInOrder) {
+TEST(ClientLayoutTest, ClientsHaveTheirTwoProtocolsAndAPointerToEachInOrder) {
     expectClientMembers<TavBrokerClient>();
     expectClientMembers<TavEmpClient>();
     expectClientMembers<TavEmpEventClient>();
@@ -259,7 +259,7 @@ TEST(ClientLayoutTest, OnlyDerivedClassesReachTheProtocols) {
     expectClientMembersProtected<TavEmpEventClient>();
 }
 
-TEST(ProcessorLayoutTest, ProcessorsDeriveVirtuallyFromLibthriftsAlone) {
+TEST(ProcessorLayoutTest, ProcessorsDeriveVirtuallyFromLibthriftsOnly) {
     EXPECT_TRUE((derivesVirtuallyFrom<TProcessor, TavBrokerProcessor>()));
     EXPECT_TRUE((derivesVirtuallyFrom<TProcessor, TavEmpProcessor>()));
     EXPECT_TRUE((derivesVirtuallyFrom<TProcessor, TavEmpEventProcessor>()));
@@ -271,7 +271,7 @@ TEST(ProcessorLayoutTest, ProcessorsHaveADestructorThenProcessAndProcessFn) {
     expectProcessorSlots<TavEmpEventProcessor>();
 }
 
-TEST(ProcessorLayoutTest, ProcessorsHoldTheirHandlerThenTheMapOfOperations) {
+TEST(ProcessorLayoutTest, ProcessorsHaveTheirHandlerThenTheMapOfOperations) {
     expectProcessorMembers<TavBrokerProcessor, TavBrokerIf>();
     expectProcessorMembers<TavEmpProcessor, TavEmpIf>();
     expectProcessorMembers<TavEmpEventProcessor, TavEmpEventIf>();

@@ -89,7 +89,7 @@ class ModulesTest : public testing::TestWithParam<std::string> {};
 
 }  // namespace
 
-TEST_P(ModulesTest, ExchangeTheSameBytesWhateverTheirTypeInformation) {
+TEST_P(ModulesTest, ExchangeTheSameBytesWithAnyTypeInformation) {
     for (const Kind& kind : kKinds) {
         for (const int scope : {RTLD_LOCAL, RTLD_GLOBAL}) {
             EXPECT_EQ(

@@ -30,7 +30,7 @@ protected:
     Journal journal;
 };
 
-TEST_P(Served, EveryOperationIsCarriedOut) {
+TEST_P(Served, EveryOperationIsRun) {
     for (const Operation& operation : kOperations) {
         Journal seen;
         const Server server(kind(), encoding(), makeProcessor<Library>(operation.service, seen));
@@ -39,7 +39,7 @@ TEST_P(Served, EveryOperationIsCarriedOut) {
     }
 }
 
-TEST_P(Served, AConnectionGoesOnAfterEachFailureThatIsAnswered) {
+TEST_P(Served, AConnectionContinuesAfterEachFailureThatIsAnswered) {
     for (const char* service : {"TavBroker", "TavEmp", "TavEmpEvent"}) {
         const Server server(kind(), encoding(), makeProcessor<Library>(service, journal));
         const ProtocolPtr connection = server.connect();
@@ -124,7 +124,7 @@ INSTANTIATE_TEST_SUITE_P(All, Served, testing::Combine(kAllKinds, kAllEncodings)
 // What needs servers that serve several connections at once.
 class ServedAtOnce : public Served {};
 
-TEST_P(ServedAtOnce, OneProcessorServesManyConnectionsAndMixesNothingUp) {
+TEST_P(ServedAtOnce, OneProcessorServesManyConnectionsWithoutMixingThemUp) {
     const Server server(kind(), encoding(), makeProcessor<Library>("TavEmp", journal));
     constexpr int kConnections = 8;
     constexpr int kCalls = 50;
