@@ -11,7 +11,7 @@ using testing::StartsWith;
 
 namespace {
 
-// What a client says about an address; empty if it accepts it.
+// A client's error message for an address; empty if the address is valid.
 std::string complaintAbout(const std::string& address) {
     try {
         const TavIDL::RemoteEmp emp(address);
@@ -91,7 +91,7 @@ TEST(AddressTest, IsLookedUpOnlyByCalls) {
                            "cannot find the host 'no-such-host.invalid': "));
 }
 
-// The first one refuses.
+// The first address refuses the connection.
 TEST(AddressTest, OfANameIsTriedUntilOneConnects) {
     const TavIDL::Server server("127.0.0.1:0", std::make_shared<Emp>());
     TavIDL::RemoteEmp emp(substitutes::kBothLoopbacks +

@@ -21,7 +21,7 @@ using calls::Running;
 
 namespace {
 
-// Whether a call was given up without being made.
+// Whether a call was dropped without being made.
 template <typename Result>
 bool isBroken(std::future<Result>& future) {
     try {
@@ -124,7 +124,8 @@ TEST_P(BatchTest, SharesTheConnectionWithSingleCalls) {
     EXPECT_EQ(execute(emp, "after"), "after done");
 }
 
-// Requests and replies that no buffer has room for: neither side may wait for the other to read.
+// Requests and replies that are larger than all buffers: neither side may wait for the other to
+// read.
 TEST_P(BatchTest, SendsAndReceivesTheLongestStrings) {
     TavIDL::Settings settings = this->settings();
     const std::string text(settings.maxMessageSize - 200, 't');
@@ -156,7 +157,7 @@ TEST_P(BatchTest, OfShortRequestsReceivesRepliesThatFillEveryBuffer) {
     }));
 }
 
-// The system's buffers have room for fewer bytes if these were sent in many pieces.
+// The system's buffers hold fewer bytes if these are sent in many pieces.
 TEST_P(BatchTest, OfTheShortestRequestsReceivesALongReplyInTheMiddle) {
     TavIDL::Settings settings = this->settings();
     settings.deferReplies = false;
@@ -183,7 +184,7 @@ TEST_P(BatchTest, OfTheShortestRequestsReceivesALongReplyInTheMiddle) {
     EXPECT_EQ(closed.back().get(), 1);
 }
 
-// With a peer that the test moves.
+// With a peer that the test controls.
 class BatchPeerTest : public calls::EachWay {
 protected:
     std::future<std::string> addRead() { return batch_.Execute(7, "read", "", "", "", ""); }
@@ -273,7 +274,7 @@ TEST_P(BatchPeerTest, WaitsForRepliesBeforeItSendsMoreThanItsWindow) {
     EXPECT_EQ(results.back().get(), "21.5");
 }
 
-// One system call for each would be expensive, and too many short pieces fill a unix socket.
+// One system call per request would be expensive, and too many short pieces fill a unix socket.
 TEST_P(BatchPeerTest, SendsMoreOnlyWhenHalfOfItsWindowIsFree) {
     TavIDL::Settings settings = this->settings();
     settings.batchWindow = static_cast<uint32_t>(4 * request_.size());
@@ -326,7 +327,7 @@ TEST_P(BatchPeerTest, RunsEvenIfNoFutureIsKept) {
     EXPECT_NO_THROW(run.result());
 }
 
-// A user's protocol that refuses to write the command "spoil", in the middle of a message.
+// A user's protocol that fails to write the command "spoil", in the middle of a message.
 TEST(BatchProtocolTest, LosesOnlyTheCallThatCannotBeEncoded) {
     class Picky : public apache::thrift::protocol::TJSONProtocol {
     public:

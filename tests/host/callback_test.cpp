@@ -71,7 +71,7 @@ TEST_P(CallbackTest, DeliversWhatWasSentJustBeforeItIsDestroyed) {
     EXPECT_EQ(listener_.accept().receiveRest(), event(1, "warm"));
 }
 
-// More than a peer that does not read yet has room for: the system delivers it later.
+// More than fits into the buffers while the peer does not read: the system delivers it later.
 TEST_P(CallbackTest, DeliversLongEventsThatWereSentJustBeforeItIsDestroyed) {
     const std::string text(150'000, 't');
     send(1, text);
@@ -79,7 +79,7 @@ TEST_P(CallbackTest, DeliversLongEventsThatWereSentJustBeforeItIsDestroyed) {
     EXPECT_TRUE(listener_.accept().receiveRest() == event(1, text));
 }
 
-// Closing a socket with unread input makes the system discard what it still has to deliver.
+// Closing a socket with unread input makes the system discard undelivered output.
 TEST_P(CallbackTest, DeliversWhatWasSentEvenIfThePeerHasWrittenSomething) {
     const std::string text(150'000, 't');
     send(1, text);

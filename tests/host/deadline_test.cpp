@@ -16,7 +16,7 @@ using std::chrono::milliseconds;
 using testing::EndsWith;
 using testing::HasSubstr;
 
-// No peer here ever finishes: a call ends by its deadline alone, on a machine of any speed.
+// No peer here ever finishes, so only the deadline ends a call, on a machine of any speed.
 namespace {
 
 constexpr milliseconds kShort(50);
@@ -29,8 +29,9 @@ protected:
         return settings;
     }
 
-    // For what has to happen before a deadline ends the rest: tries longer ones until this machine
-    // is fast enough. `attempt` gets the deadline, and returns whether it was long enough.
+    // For tests in which something must happen before the deadline: tries longer deadlines until
+    // this machine is fast enough. `attempt` gets the deadline and returns whether it was long
+    // enough.
     template <typename Attempt>
     static void withEnoughTime(Attempt attempt) {
         for (milliseconds deadline = kShort; !attempt(deadline); deadline *= 2) {
@@ -77,7 +78,7 @@ TEST_P(DeadlineTest, EndsACallWhoseReplyStopsInTheMiddle) {
     EXPECT_EQ(call.failure().reason(), CallFailed::NoAnswerInTime);
 }
 
-// Each byte comes in time.
+// Each byte arrives in time.
 TEST_P(DeadlineTest, EndsACallWhoseReplyArrivesByteByByteWithoutEnd) {
     Running call([&] { return execute(emp_, "read"); });
     peers::Peer peer = listener_.accept();
@@ -95,7 +96,7 @@ TEST_P(DeadlineTest, EndsACallWhoseRequestIsNotRead) {
     EXPECT_EQ(failure.reason(), CallFailed::NoAnswerInTime);
 }
 
-// Some of it is always taken in time. (The peer would answer if it came to the end.)
+// Some bytes are always read in time. (The peer would answer at the end of the request.)
 TEST_P(DeadlineTest, EndsACallWhoseRequestIsReadInSmallPieces) {
     const std::string text(16 << 20, 't');
     Running call([&] { return execute(emp_, "read", text); });
@@ -191,7 +192,7 @@ TEST_P(DeadlineTest, OfConnectingEndsACallToAServerThatIsFull) {
             others.push_back(TavIDL::Connection::open(address, settings));
         }
     } catch (const CallFailed&) {
-        // Now nobody gets in any more.
+        // From now on no connection is accepted.
     }
     TavIDL::RemoteEmp emp(address, settings);
     const CallFailed failure = failureOf([&] { execute(emp, "read"); });

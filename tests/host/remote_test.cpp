@@ -68,7 +68,7 @@ TEST_P(RemoteTest, ReceivesALongReply) {
     EXPECT_EQ(call.result(), text);
 }
 
-// The peer has part of the request, or all of it, and closes.
+// The peer closes after part of the request, or all of it.
 TEST_P(RemoteTest, FailsOnceIfThePeerClosesAfterAnyByteOfTheRequest) {
     for (std::size_t count = 0; count <= request_.size(); ++count) {
         Running call([&] { return execute(emp_, "read"); });
@@ -119,7 +119,7 @@ TEST_P(RemoteTest, FailsOnceIfThePeerResetsAfterAnyByteOfTheReply) {
     }
 }
 
-// The peer reads slower than the request is written, and then does not want the rest.
+// The peer reads more slowly than the request is written, and then closes before the rest.
 TEST_P(RemoteTest, FailsWithoutASignalIfThePeerClosesWhileALongRequestIsSent) {
     const std::string text(64 << 20, 't');
     Running call([&] { return execute(emp_, "read", text); });
@@ -165,7 +165,7 @@ TEST_P(RemoteTest, KeepsTheConnectionWhenACallFailsOnThePeer) {
     EXPECT_FALSE(listener_.hasVisitor());
 }
 
-// What was not asked for would else be taken for the reply to the next call.
+// Otherwise the unexpected bytes would be taken for the reply to the next call.
 TEST_P(RemoteTest, DoesNotUseASecondReplyForTheNextCall) {
     Running first([&] { return execute(emp_, "read"); });
     peers::Peer talkative = listener_.accept();
@@ -211,7 +211,7 @@ TEST_P(RemoteTest, SaysThatThereIsNoServer) {
                                              : "cannot connect: No such file or directory"));
 }
 
-// The limit of a message would else end a connection after so many bytes in all.
+// Otherwise the limit for a message would end a connection after that many bytes in total.
 TEST_P(RemoteTest, SendsMoreOverAConnectionThanAMessageMayHave) {
     TavIDL::Settings settings = this->settings();
     settings.maxMessageSize = 1000;
@@ -295,7 +295,7 @@ TEST(RemoteFailureTest, KeepsTheKindOfAPeersException) {
     Running call([&] { return execute(emp, "read"); });
     peers::Peer peer = listener.accept();
     peer.receive(messages.request("read").size());
-    // A reply to another operation, as a server sends that mixes them up.
+    // A reply to another operation, from a server that mixes up replies.
     const std::string close =
         messages.messageOf<TavEmpClient>([](TavEmpClient& client) { client.send_Close(7); });
     peer.send(messages.reply(close, std::make_shared<Refusing>()));

@@ -84,8 +84,7 @@ INSTANTIATE_TEST_SUITE_P(As, Encoded,
 // --- The length of messages
 
 TEST_P(Encoded, AMessageHasAtMostTheLengthInTheSettings) {
-    for (const std::size_t length :
-         {100U, 100000U}) {  // one that fits the buffer, one that doesn't
+    for (const std::size_t length : {100U, 100000U}) {  // one fits into the buffer, one does not
         const std::string request = requestFor("read", std::string(length, 'x'), settings);
         const auto size = static_cast<uint32_t>(request.size()) - (settings.framed ? 4 : 0);
         settings.maxMessageSize = size;
@@ -144,8 +143,8 @@ TEST_P(Encoded, ManyMessagesOfOneConnectionMayExceedTheLimit) {
 
 class Malicious : public testing::Test {
 protected:
-    // Sends it as the field 99 of a call, and expects that the server gives up the connection
-    // although the message isn't over.
+    // Sends it as field 99 of a call, and expects the server to close the connection before the end
+    // of the message.
     void expectRefusal(const std::string& field) {
         const Server server("127.0.0.1:0", std::make_shared<Emp>(), patient(reports));
         Caller client(server.address());
@@ -198,12 +197,12 @@ TEST_F(Malicious, AnHttpRequestIsRejectedImmediately) {
     EXPECT_EQ(client.receive(1), "");
 }
 
-// --- What goes over one connection
+// --- Long-lived connections
 
 class LongLived : public testing::TestWithParam<bool> {
 protected:
-    // libthrift ends connections after 100 MiB in total. It counts strings that are in the buffer
-    // as a whole, so this is half as much again.
+    // libthrift ends connections after 100 MiB in total. It counts strings that are completely in
+    // the buffer, so this sends 50 % more.
     static constexpr int kMessages = 5000;
     const std::string text = std::string(30000, 'x');
 
@@ -253,7 +252,7 @@ class TimeLimits : public testing::Test {
 protected:
     static constexpr milliseconds kShort{40};
 
-    // Listens with one of the time-outs short, and the others without an end.
+    // Listens with one short time-out, and the others practically infinite.
     void serve(milliseconds Settings::*shortOne) {
         Settings settings = patient(reports);
         settings.*shortOne = kShort;
@@ -438,7 +437,7 @@ protected:
         Caller client(server.address());
         client.send(requestFor("one", "", settings) + requestFor("two", "", settings));
         entered.wait();
-        // What the server's thread has sent before is here, without any delay.
+        // What the server's thread has sent earlier has already arrived.
         const bool first = client.hearsWithin(0);
         leave.open();
         EXPECT_EQ(client.result(settings), "one done");

@@ -23,8 +23,8 @@
 #include "Emp.h"
 #include "Support.h"
 
-// How servers end: the order of events. Where a test says nothing else, no time-out is short enough
-// to end it in time.
+// How servers stop: the order of events. Unless a test says otherwise, all time-outs are longer
+// than the limit for tests.
 
 namespace {
 
@@ -141,7 +141,7 @@ TEST_P(Stopping, EndsIdleConnectionsImmediatelyAndAnswersTheRunningCall) {
 
     auto stopped = std::async(std::launch::async, [&] { server->stop(); });
     for (const auto& connection : idle) {
-        receive(connection, 1000);  // to the end, while the call still runs
+        receive(connection, 1000);  // reads to the end, while the call still runs
     }
     EXPECT_THROW(connect(), CallFailed);
     EXPECT_EQ(stopped.wait_for(milliseconds(0)), std::future_status::timeout);
@@ -167,7 +167,7 @@ TEST_P(Stopping, DisconnectsACallThatTakesTooLongAndWaitsForItsHandler) {
     std::thread watcher([&] {
         receive(client, 1);  // the connection ends
         left = true;
-        emp->leave.open();  // and the handler only then
+        emp->leave.open();  // only then the handler ends
     });
     server->stop();
     EXPECT_TRUE(left);
@@ -201,7 +201,7 @@ TEST_P(Stopping, EndsAConnectionInTheMiddleOfARequest) {
     serve();
     const auto client = connect();
     send(client, requestFor("one") + requestFor("two").substr(0, 20));
-    receive(client, 1);  // it has got this far
+    receive(client, 1);  // it has reached the handler
     server->stop();
     receive(client, 1000);
     EXPECT_THAT(emp->handled.all(), ElementsAre("one"));
@@ -212,7 +212,7 @@ TEST_P(Stopping, CompletesAReplyThatIsBeingWritten) {
     serve();
     const auto client = connect();
     send(client, requestFor("much"));
-    std::string reply = receive(client, 1);  // the server writes now, and cannot end
+    std::string reply = receive(client, 1);  // the server is writing and cannot finish
     auto stopped = std::async(std::launch::async, [&] { server->stop(); });
     waitUntil([&] {  // it stops
         try {
@@ -299,7 +299,7 @@ TEST_P(Stopping, EndsPlainConnections) {
 
 TEST_P(Stopping, EndsAConnectionThatHasSentNothing) {
     serve();
-    Caller client(server->address());  // over TLS it has not even begun to shake hands
+    Caller client(server->address());  // over TLS it has not begun the handshake
     server->stop();
     EXPECT_EQ(client.receive(1), "");
     EXPECT_THAT(reports.all(), IsEmpty());
@@ -436,7 +436,7 @@ TEST(ServerTest, RunsAgainAfterASignal) {
     }
 }
 
-// In a process of its own.
+// In its own process.
 void sendTwice(int number) {
     const auto emp = std::make_shared<WaitingEmp>();
     Server server("127.0.0.1:0", emp);

@@ -24,7 +24,7 @@
 #include "Emp.h"
 #include "Support.h"
 
-// What stands at Server and at the settings of servers, time limits and stopping apart.
+// What the comments of Server and its settings promise, except for time limits and stopping.
 
 namespace {
 
@@ -104,7 +104,7 @@ TEST(ServerTest, CanUseThePortOfAServerThatClosedItsConnections) {
     Caller client(address);
     client.send(requestFor("read"));
     EXPECT_EQ(client.result(), "read done");
-    first.reset();  // its side of the connection now is in TIME_WAIT, or waits for the client
+    first.reset();  // its side of the connection is now in TIME_WAIT, or waits for the client
     const Server second(address, kEmp);
     EXPECT_EQ(second.address(), address);
 }
@@ -154,7 +154,7 @@ TEST(UnixSocketTest, HasItsPermissionsWithAnyUmask) {
     EXPECT_EQ(file.st_mode & 07777, 0660U);
 }
 
-// Leaves the file of a socket that nobody listens on.
+// Leaves the file of a socket on which no process listens.
 void abandon(const std::string& path) {
     const int abandoned = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un name = {};
@@ -189,7 +189,8 @@ TEST(UnixSocketTest, KeepsTheFileOfAServerWhoseQueueIsFull) {
     directory.file("socket").copy(name.sun_path, sizeof name.sun_path - 1);
     ASSERT_EQ(bind(busy, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
     ASSERT_EQ(listen(busy, 0), 0);
-    const Caller waits(directory.socket());  // the queue has room for one, and is full now
+    const Caller waits(
+        directory.socket());  // the queue has room for one connection and is now full
 
     EXPECT_THROW(Server(directory.socket(), kEmp), std::system_error);
     EXPECT_TRUE(std::filesystem::is_socket(directory.file("socket")));
@@ -212,7 +213,7 @@ TEST(UnixSocketTest, OneOfSeveralServersThatStartTogetherGetsIt) {
                 try {
                     server = std::make_unique<Server>(directory.socket(), number);
                 } catch (const std::system_error&) {
-                    // Another one has it.
+                    // Another server has it.
                 }
             });
         }
@@ -320,7 +321,7 @@ TEST(ServerTest, PassesAPlainConnectionToAFunction) {
     });
     Caller client(server.address());
     client.send("ping");
-    EXPECT_EQ(client.receive(5), "ping");  // and the end, since the function has returned
+    EXPECT_EQ(client.receive(5), "ping");  // and the end, because the function has returned
     EXPECT_THAT(peers.all(), ElementsAre(StartsWith("127.0.0.1:")));
 }
 
@@ -363,7 +364,7 @@ TEST(ServerTest, GivesItsThreadsTheStackOfTheSettings) {
                         settings);
     RemoteEmp emp(server.address());
     execute(emp, "read");
-    // The thread sanitizer adds some.
+    // The thread sanitizer adds to the size.
     EXPECT_THAT(sizes.waitFor(2), Each(AllOf(Ge(768U * 1024), Lt(1024U * 1024))));
 }
 
@@ -375,7 +376,7 @@ TEST(ServerTest, GivesItsThreadsTheMinimumStackIfTheSettingsSayLess) {
         "127.0.0.1:0", [&](const std::shared_ptr<TavIDL::Connection>&) { sizes.add(stackSize()); },
         settings);
     const Caller client(server.address());
-    EXPECT_LT(sizes.waitFor(1)[0], 2048U * 1024);  // the sanitizers need some, too
+    EXPECT_LT(sizes.waitFor(1)[0], 2048U * 1024);  // the sanitizers need stack, too
 }
 
 TEST(ServerTest, ClosesItsDescriptorsInProcessesThatItsHandlersStart) {
@@ -384,7 +385,7 @@ TEST(ServerTest, ClosesItsDescriptorsInProcessesThatItsHandlersStart) {
         const Server server(address, kEmp);
         Caller client(server.address());
         client.send(requestFor("read"));
-        EXPECT_EQ(client.result(), "read done");  // its connection is there, too
+        EXPECT_EQ(client.result(), "read done");  // its connection exists, too
         int inherited = 0;
         for (int descriptor = 3; descriptor < 1024; ++descriptor) {
             const int flags = fcntl(descriptor, F_GETFD);
@@ -433,19 +434,19 @@ TEST(ServerTest, AcceptsAgainWhenDescriptorsAreFreed) {
     Limit descriptors(RLIMIT_NOFILE);
     Caller waits(server.address());
     waits.send(requestFor("two"));
-    // The connection may have been accepted already. The one after it cannot be.
+    // The connection may have been accepted already. The next one cannot be.
     EXPECT_EQ(waits.result(), "two done");
     const int next = dup(0);
     close(next);
-    // Room for the client's descriptor, and none for the server's.
+    // One descriptor for the client, but none for the server.
     descriptors.set(static_cast<rlim_t>(next) + 1);
     Caller later(server.address());
     reports.waitFor(1);
-    client.send(requestFor("three"));  // those that are connected notice nothing
+    client.send(requestFor("three"));  // existing connections are not affected
     const std::string result = client.result();
-    const bool heard = later.hearsWithin(250);  // meanwhile it tries again and again
+    const bool heard = later.hearsWithin(250);  // meanwhile the server keeps retrying
 
-    // Without descriptors the sanitizers cannot look at what is compared.
+    // The sanitizers need descriptors for the comparison.
     descriptors.lift();
     EXPECT_EQ(result, "three done");
     EXPECT_FALSE(heard);
@@ -510,7 +511,7 @@ TEST(ServerTest, LetsFurtherConnectionsWaitAndServesThemLater) {
     EXPECT_THAT(
         reports.waitFor(1),
         ElementsAre(server.address() + ": maxClients connections are open; further ones wait"));
-    for (Caller* client : {&first, &second}) {  // still served, and nobody else is
+    for (Caller* client : {&first, &second}) {  // only these are still served
         client->send(requestFor("again"));
         EXPECT_EQ(client->result(), "again done");
     }
@@ -539,7 +540,7 @@ TEST(ServerTest, ReleasesConnectionsThatHaveEnded) {
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 
-// --- What handlers throw
+// --- Handlers that throw
 
 class Failing : public testing::Test {
 protected:
@@ -645,7 +646,7 @@ TEST(ServerTest, NeverPrints) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
 
-// --- The observer
+// --- Settings::onCall
 
 class Observed : public Failing {
 protected:

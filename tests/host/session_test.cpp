@@ -23,7 +23,7 @@ using testing::StartsWith;
 
 namespace {
 
-// Lines that several threads write.
+// Lines from several threads.
 class Log {
 public:
     void note(const std::string& line) {
@@ -40,7 +40,7 @@ private:
     std::vector<std::string> lines_;
 };
 
-// Names the ports that a test wants, and notes its calls.
+// Returns the ports that a test sets, and logs its calls.
 class Broker : public TavBrokerIf {
 public:
     explicit Broker(Log& log) : log_(log) { info.empID = "emp-7"; }
@@ -72,7 +72,7 @@ int portOf(const std::string& address) {
     return std::stoi(address.substr(address.rfind(':') + 1));
 }
 
-// A port where nobody listens.
+// A port on which no process listens.
 int freePort() {
     return portOf(peers::Listener().address());
 }
@@ -94,7 +94,7 @@ protected:
             log_.note("event " + std::to_string(type) + " " + param1 + param2);
         });
     }
-    // Without the calls of the broker, between which they may come.
+    // Without the calls of the broker, between which events may arrive.
     std::vector<std::string> events() const {
         std::vector<std::string> events;
         for (const std::string& line : log_.lines()) {
@@ -108,7 +108,7 @@ protected:
     std::string callbackAddress() const {
         return ":" + std::to_string(handler_->info.callbackServicePort);
     }
-    // A program that uses a broker elsewhere.
+    // For a program that uses a broker at another address.
     void serveBrokerAt(const std::string& address) {
         brokerServer_ = std::make_unique<TavIDL::Server>(address, handler_);
         broker_ = std::make_unique<TavIDL::RemoteBroker>(brokerServer_->address());
@@ -171,7 +171,7 @@ TEST_F(SessionTest, FindsTheEmpOnTheMachineOfABrokerAtAnIpv6Address) {
     EXPECT_THAT(events(), ElementsAre("event 1 warm"));
 }
 
-// The name's first address is not that of the broker.
+// The host name's first address is not the broker's.
 TEST_F(SessionTest, ListensForEventsOnTheAddressThatReachesTheBroker) {
     TavIDL::RemoteBroker broker(substitutes::kBothLoopbacks + std::string(":") +
                                 std::to_string(portOf(brokerServer_->address())));

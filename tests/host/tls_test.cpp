@@ -38,7 +38,7 @@ protected:
         forClient.onFailure = nullptr;
     }
 
-    // As the server's.
+    // Sets the server's certificate.
     void use(const Certificate& own) {
         forServer.tls.enabled = true;
         forServer.tls.certificate = own.file;
@@ -49,7 +49,7 @@ protected:
         return std::make_unique<Server>(address, emp, forServer);
     }
 
-    // "" if a call succeeds, or why it doesn't.
+    // Makes a call. Returns the reason if it fails, else "".
     std::string failureOf(const std::string& address) {
         RemoteEmp remote(address, forClient);
         try {
@@ -61,7 +61,7 @@ protected:
         }
     }
 
-    // The server lives, and serves those that are welcome.
+    // The server still runs and serves valid clients.
     void expectService(const Server& server) { EXPECT_EQ(failureOf(server.address()), ""); }
 
     const Directory directory;
@@ -109,7 +109,7 @@ TEST_F(TlsTest, CarriesLongMessagesFramedOrNot) {
     }
 }
 
-// --- Whom a client trusts
+// --- Which servers a client trusts
 
 TEST_F(TlsTest, AClientRejectsUntrustedServers) {
     const Certificate other = makeCertificate(directory, "other", "", nullptr);
@@ -129,7 +129,7 @@ TEST_F(TlsTest, AClientRejectsUntrustedServers) {
         const auto server = serve();
         EXPECT_THAT(failureOf(server->address()), HasSubstr(why));
         EXPECT_EQ(reason, CallFailed::CannotConnect);
-        EXPECT_EQ(reports.waitFor(1).size(), 1U);  // the client has said why, and the server knows
+        EXPECT_EQ(reports.waitFor(1).size(), 1U);  // the client has sent the reason to the server
         reports.clear();
     }
 }
@@ -154,7 +154,7 @@ TEST_F(TlsTest, AClientWithoutTrustedFileTrustsTheSystemsAuthorities) {
     EXPECT_NE(failureOf(serve()->address()), "");  // ours is not one of them
 }
 
-// --- Whom a server trusts
+// --- Which clients a server trusts
 
 TEST_F(TlsTest, AServerAcceptsClientsWithACertificate) {
     forServer.tls.trusted = authority.file;
@@ -232,7 +232,7 @@ TEST_F(TlsTest, AServerWithoutTlsIsRejected) {
     expectService(*server);
 }
 
-// --- Clients that go. (By a SIGPIPE the process would end.)
+// --- Clients that disconnect. (A SIGPIPE would end the process.)
 
 TEST_F(TlsTest, AClientMayCloseOrResetDuringTheHandshake) {
     const auto server = serve();
@@ -292,7 +292,7 @@ TEST_F(TlsTest, ErrorsThatAHandlerLeavesInOpensslDoNotAffectTheConnection) {
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 
-// --- Time limits and the end
+// --- Time limits and the end of connections
 
 TEST_F(TlsTest, AHandshakeThatArrivesByteByByteHasTheTimeoutOfARequest) {
     forServer.receiveTimeout = milliseconds(40);
@@ -308,7 +308,7 @@ TEST_F(TlsTest, AHandshakeThatArrivesByteByByteHasTheTimeoutOfARequest) {
 }
 
 TEST_F(TlsTest, ARecordThatArrivesByteByByteHasTheTimeoutOfARequest) {
-    forServer.receiveTimeout = milliseconds(2000);  // the handshake has so long, too
+    forServer.receiveTimeout = milliseconds(2000);  // also applies to the handshake
     const auto server = serve();
     TlsCaller client(server->address());
     client.shakeHands();
