@@ -233,7 +233,7 @@ TEST_F(TavBrokerClientTest, CallsThroughTheInterfaceReachTheClient) {
 TEST_F(TavBrokerClientTest, AResultMayHoldWhatWasReadBeforeTheFailure) {
     ConnectionInfo result;
     input->playMessage({"OpenEmp", 2, 0, {{0, Struct{{1, 4711}, {2, 4712}}}}});
-    log.failAt(7);  // the end of the first of the nested fields
+    log.failAt(7);  // the end of the first nested field
     EXPECT_EQ(failureOf([&] { client.recv_OpenEmp(result); }), "TProtocolException 'call 7 fails'");
     EXPECT_EQ(result.callbackServicePort, 4711);
     EXPECT_EQ(flagsOf(result), "100");

@@ -11,7 +11,7 @@ namespace {
 
 class TavBrokerProcessorTest : public testing::Test {
 protected:
-    // One message, as a server of libthrift has it processed.
+    // Processes one message, like libthrift's servers.
     bool process(const Message& message) {
         input->playMessage(message);
         apache::thrift::TProcessor& base = processor;

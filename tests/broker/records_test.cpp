@@ -471,7 +471,7 @@ readFieldBegin 2 8, readI32 4712)");
 
 TEST(TavBrokerRecordsTest, FailingAtAnyCallKeepsTheFlagsOfTheFieldsReadSoFar) {
     const Struct body = {{1, 5001}, {2, "zoom"}, {3, "a"}, {4, "b"}, {5, "c"}, {6, "d"}};
-    // The begin of the record, then three calls a field: begin, value, end.
+    // The begin of the record, then three calls per field: begin, value, end.
     const std::vector<std::string> flags = {
         "000000", "000000", "000000", "100000", "100000", "100000", "110000",
         "110000", "110000", "111000", "111000", "111000", "111100", "111100",

@@ -9,7 +9,7 @@ namespace {
 
 class TavEmpEventProcessorTest : public testing::Test {
 protected:
-    // One message, as a server of libthrift has it processed.
+    // Processes one message, like libthrift's servers.
     bool process(const Message& message) {
         input->playMessage(message);
         apache::thrift::TProcessor& base = processor;

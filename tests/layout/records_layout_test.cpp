@@ -10,14 +10,14 @@
 namespace {
 
 // The pointer to the table of virtual functions comes first, then the fields, and
-// nothing behind them.
+// nothing after them.
 template <typename... Fields, typename Record>
 bool holds(Fields Record::*... fields) {
     std::size_t end = sizeof(void*);
     return inARow<Fields...>(end, fields...) && aligned(end, alignof(Record)) == sizeof(Record);
 }
 
-// As above, with the group of flags behind the fields.
+// As above, with the group of flags after the fields.
 template <typename... Fields, typename Record>
 bool holdsBeforeFlags(Fields Record::*... fields) {
     std::size_t end = sizeof(void*);

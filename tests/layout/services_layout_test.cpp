@@ -19,7 +19,7 @@ using apache::thrift::transport::TMemoryBuffer;
 
 namespace {
 
-// A program's own client and processor: what they inherit can be used by them.
+// A program's own client and processor can use the members that they inherit.
 template <typename Client>
 struct OwnClient : Client {
     using Client::Client;
@@ -93,7 +93,7 @@ void expectProcessorMembers() {
     EXPECT_EQ(placeIn(&processor, processor.operationMap_), 3 * word);
 }
 
-// Whether anyone may use the members.
+// Whether the members are public.
 constexpr auto takeInput = [](auto& client) -> decltype(client.iprot_, void()) {};
 constexpr auto takeOutput = [](auto& client) -> decltype(client.oprot_, void()) {};
 constexpr auto takeInputOwner = [](auto& client) -> decltype(client.piprot_, void()) {};
@@ -121,7 +121,7 @@ void expectProcessorMembersProtected() {
     EXPECT_FALSE((std::is_invocable<decltype(takeMap), Processor&>::value));
 }
 
-// A server of libthrift hands the processor a message through its base class.
+// libthrift's servers call the processor through its base class.
 template <typename Processor>
 void expectProcessReachesProcessFn() {
     OwnProcessor<Processor> processor(nullptr);

@@ -25,8 +25,8 @@ TYPED_TEST(LibthriftsProtocolTest, WritesAMessageWithVirtualCallsOnlyAtItsBeginn
     EXPECT_LE(calls::virtualCallsOfAMessage<TypeParam>(), 2);
 }
 
-// Shows that virtual calls are counted: the record's begin and end, begin, value and end of three
-// fields, and the stop.
+// Shows that virtual calls are counted: the record's begin and end; begin, value and end of three
+// fields; and the stop.
 TEST(DerivedProtocolTest, WritesARecordOnlyByVirtualCalls) {
     EXPECT_EQ(calls::virtualCallsOfARecord<calls::Adding>(), 2 + 3 * 3 + 1);
 }

@@ -1,4 +1,4 @@
-// That the library takes the form that the stand-in headers declare.
+// The library uses the form that the stand-in headers declare.
 
 #include <TavIDL/TavIDL.h>
 #include <gtest/gtest.h>

@@ -5,7 +5,7 @@
 using namespace recording;
 using apache::thrift::protocol::TProtocol;
 
-// What the clients, and the processors, have in common as classes.
+// What the clients have in common as classes, and the processors.
 namespace {
 
 template <typename Client>
@@ -125,7 +125,7 @@ TYPED_TEST(ProcessorClassTest, ItKeepsAHandlerThatOthersRelease) {
 }
 
 TYPED_TEST(ProcessorClassTest, ProcessReturnsWhatProcessFnReturns) {
-    // A program may look into a call before it is carried out, or turn it away.
+    // A program may inspect a call before it is run, or reject it.
     struct Gate : TypeParam::ProcessorClass {
         using TypeParam::ProcessorClass::ProcessorClass;
         bool process_fn(TProtocol* input, TProtocol* output, std::string& name,

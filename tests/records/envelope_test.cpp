@@ -17,7 +17,7 @@ using apache::thrift::TProcessor;
 using apache::thrift::protocol::TProtocolException;
 using apache::thrift::transport::TTransportException;
 
-// What holds for every operation of every service.
+// Tests for every operation of every service.
 namespace {
 
 using Protocol = TavIDL::shared_ptr<RecordingProtocol>;
@@ -184,7 +184,7 @@ Message requestOf(const Operation& operation, int32_t seqid = 99) {
     return {operation.name, 1, seqid, operation.arguments};
 }
 
-// The failure reply, as it stands in the log.
+// The failure reply, as in the log.
 std::string exceptionReply(const std::string& name, const std::string& seqid,
                            const std::string& text, const std::string& kind) {
     return "\nout.writeMessageBegin '" + name + "' 3 " + seqid +
@@ -203,7 +203,7 @@ out.writeEnd)";
 
 class CallTest : public testing::TestWithParam<Operation> {
 protected:
-    // What came of a reply: the failure and the calls.
+    // The outcome of a reply: the failure and the calls.
     std::string receive(const Message& reply) {
         input->playMessage(reply);
         return failureOf([&] { GetParam().receive(input); });
@@ -223,7 +223,7 @@ protected:
         return recording::process(*GetParam().processor(log, &work), input, output);
     }
 
-    // What is written, the calls before it left out.
+    // The calls of writing, without those before.
     std::string written() const {
         const std::size_t begin = log.text().find("\nout.");
         return begin == std::string::npos ? "" : log.text().substr(begin);
