@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Measures all there is to measure, prints it and writes it to bench/results.md.
+"""Measures everything, prints it and writes it to bench/results.md.
 
     results.py BUILD    the directory of a Release build with -DTAVIDL_BUILD_BENCH=ON
 
@@ -81,7 +81,7 @@ def share(value):
 
 
 def setting(build, load, tools):
-    """Where and when it was measured, and by which other tools: rows of name and version."""
+    """Where and when it was measured, and with which tools: rows of name and version."""
     with open("/proc/cpuinfo", encoding="utf-8") as file:
         processor = re.search(r"^model name\s*: (.*)$", file.read(), re.M)
     with open(os.path.join(build, "CMakeCache.txt"), encoding="utf-8") as file:
@@ -98,7 +98,7 @@ def setting(build, load, tools):
 
 
 def setups_section(build):
-    """What the set-ups of a connection cost, as a part of the page."""
+    """The part of the page about the cost of each set-up of a connection."""
     print("-- Timing set-ups", flush=True)
     setup_times, setup_spread = times(build, "setup", 25, 0.03, "bench_setups")
     stop_times, _ = times(build, "stop", 3, 0.1, "bench_setups")

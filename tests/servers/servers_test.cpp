@@ -51,14 +51,14 @@ TEST_P(Served, AConnectionContinuesAfterEachFailureThatIsAnswered) {
             EXPECT_EQ(callOver(connection, service, operation.name, "fail"), operation.failure);
             EXPECT_EQ(callOver(connection, service, operation.name), operation.result);
 
-            // The name is not known.
+            // The name is unknown.
             const bool isEmp = service == std::string("TavEmp");
             const std::string stranger = isEmp ? "CloseEmp" : "Close";
             EXPECT_EQ(callOver(connection, isEmp ? "TavBroker" : "TavEmp", stranger),
                       "kind 1: Invalid method name: '" + stranger + "'");
             EXPECT_EQ(callOver(connection, service, operation.name), operation.result);
 
-            // The message is no call. It is answered as a failure of Close.
+            // The message is not a call. It is answered as a failure of Close.
             connection->writeMessageBegin("Close", T_REPLY, 5);
             TavEmp_Close_result().write(connection.get());
             connection->writeMessageEnd();
@@ -79,7 +79,7 @@ TEST_P(Served, EventsArriveInTheOrderInWhichTheyWereSent) {
     TavEmpEventClient client(server.connect());
     std::vector<std::string> sent;
     for (int i = 0; i < 100; ++i) {
-        // Every third one is refused, of which the sender sees nothing.
+        // Every third one fails, which the sender does not notice.
         client.Callback(i, i % 3 == 0 ? "fail" : "started", "now");
         sent.push_back("Callback " + std::to_string(i) + (i % 3 == 0 ? " fail" : " started") +
                        " now");
@@ -121,7 +121,7 @@ std::string nameOfServed(const testing::TestParamInfo<std::tuple<Kind, const cha
 
 INSTANTIATE_TEST_SUITE_P(All, Served, testing::Combine(kAllKinds, kAllEncodings), nameOfServed);
 
-// What needs servers that serve several connections at once.
+// Tests of servers that serve several connections at the same time.
 class ServedAtOnce : public Served {};
 
 TEST_P(ServedAtOnce, OneProcessorServesManyConnectionsWithoutMixingThemUp) {
@@ -159,8 +159,8 @@ INSTANTIATE_TEST_SUITE_P(All, ServedAtOnce,
                                           kAllEncodings),
                          nameOfServed);
 
-// libthrift counts what comes in over a connection and stops at 100 MiB, unless the
-// end of each message sets the count back. 1 MiB a call, both ways.
+// libthrift counts the bytes received over a connection and stops at 100 MiB, unless the
+// end of each message resets the count. 1 MiB per call in each direction.
 class ServedLong : public Served {};
 
 TEST_P(ServedLong, AConnectionCarriesMoreThanTheLimitOfASingleMessage) {
@@ -174,7 +174,7 @@ TEST_P(ServedLong, AConnectionCarriesMoreThanTheLimitOfASingleMessage) {
     }
 }
 
-// One server of each transport.
+// One server for each transport.
 INSTANTIATE_TEST_SUITE_P(All, ServedLong,
                          testing::Combine(testing::Values(Kind::Simple, Kind::Nonblocking),
                                           testing::Values("binary")),
