@@ -150,7 +150,7 @@ def main():
     nanoseconds = {tuple(cell): time for (kind, *cell, _), time in call_times.items()
                    if kind == "cpu_time"}
 
-    def beside_generated(figures, call):
+    def relative_to_generated(figures, call):
         return Comparison(call[1], "generated", call[1]).shares(figures)[call]
 
     def trip_share(time, framing, connections, one="ours", other="generated"):
@@ -197,17 +197,17 @@ Medians of 15 times, whose typical spread was {call_spread["cpu_time"]:.1%}.
         *(f"alloc. {name}" for name in CONTESTANTS), *(f"ns {name}" for name in CONTESTANTS),
         "ours / gen."],
        [[call[0], call[1], call[2], *(instructions[name, *call] for name in CONTESTANTS),
-         f"{beside_generated(instructions, call):.3f}", *(allocations[name, *call] for name in CONTESTANTS),
+         f"{relative_to_generated(instructions, call):.3f}", *(allocations[name, *call] for name in CONTESTANTS),
          *(round(nanoseconds[name, *call]) for name in CONTESTANTS),
-         share(beside_generated(nanoseconds, call))] for call in calls])}
+         share(relative_to_generated(nanoseconds, call))] for call in calls])}
 ![Time of a call against the length of its strings](lengths.svg)
 
 ## Round trips over loopback
 
-Microseconds a round trip, all connections together, client and server on one processor:
+Microseconds per round trip, all connections together, client and server on one processor:
 `{PLOTTED[0]}` with strings of 8 bytes over the {PLOTTED[1]} protocol. Bare sockets pass the same
-bytes. The processor's time is the client's, the server's and the kernel's for both; it bears other
-work on the machine, which the time that passes does not. Medians of 25 times, whose typical spread
+bytes. The processor time is that of the client, the server and the kernel. Other work on the machine
+hardly affects it, but does affect the elapsed time. Medians of 25 times, whose typical spread
 was {trip_spread["cpu_time"]:.1%} and {trip_spread["real_time"]:.1%}.
 
 {table(["Transport", "Connections", "Time", "bare sockets", *CONTESTANTS, "ours / generated",

@@ -55,7 +55,7 @@ cost() {
         END {
             for (name in count) {
                 if (name ~ /^(brk|mmap|mmap2|munmap|mprotect|madvise|futex)$/) continue
-                # A time-out is set anew when the machine was so slow that it no longer fits.
+                # A time-out is set again if the machine was so slow that it no longer fits.
                 if (name == "setsockopt" && count[name] < counted / 2) continue
                 print name, count[name]
             }

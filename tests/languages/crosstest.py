@@ -314,7 +314,7 @@ def converse(build, server, client, protocol, transport, batches):
                 )
                 for each in clients
             ]
-            _, told = serving.communicate(timeout=TIMEOUT)
+            _, printed = serving.communicate(timeout=TIMEOUT)
         except subprocess.TimeoutExpired as hung:
             # Its output so far shows where it hangs.
             lines = (hung.output or b"").decode(errors="replace").splitlines()
@@ -326,7 +326,7 @@ def converse(build, server, client, protocol, transport, batches):
     outcomes = outcomes_in(line for each in called for line in each.stdout.splitlines())
     for process, status, words in [
         *(("client", each.returncode, each.stderr) for each in called),
-        ("server", serving.returncode, told),
+        ("server", serving.returncode, printed),
     ]:
         if status != 0:
             outcomes[f"exit status of the {process}"] = f"{status}\n{words}"

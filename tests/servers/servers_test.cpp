@@ -65,7 +65,7 @@ TEST_P(Served, AConnectionContinuesAfterEachFailureThatIsAnswered) {
             connection->getTransport()->flush();
             try {
                 TavEmpClient(connection).recv_Close();
-                ADD_FAILURE() << "no failure was told";
+                ADD_FAILURE() << "no failure was reported";
             } catch (const TApplicationException& failure) {
                 EXPECT_EQ(failure.getType(), TApplicationException::INVALID_MESSAGE_TYPE);
             }

@@ -84,7 +84,7 @@ public:
         events_.push_back(event);
     }
 
-    std::string told() const {
+    std::string reported() const {
         const std::lock_guard<std::mutex> lock(mutex_);
         return joined(events_);
     }
@@ -119,7 +119,7 @@ public:
                                         "the broker cannot: failwell");
         }
         if (cmd == "events") {
-            result = events_.told();
+            result = events_.reported();
         } else if (cmd == "length") {
             result = std::to_string(param1.size());
         } else if (cmd == "long") {
