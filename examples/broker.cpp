@@ -60,7 +60,7 @@ public:
         // Locked until the EMP is ready, so that its end cannot be missed: see removeEnded.
         const std::lock_guard<std::mutex> lock(mutex_);
         if (emps_.size() == kMostEmps) {
-            throw std::runtime_error("as many EMPs are open as there may be");
+            throw std::runtime_error("too many EMPs are open");
         }
         const std::string empID = "emp-" + std::to_string(++lastID_);
         auto emp = std::make_unique<Emp>();

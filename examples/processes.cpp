@@ -56,7 +56,7 @@ ReservedPort::ReservedPort()
         bind(socket_, any, size) < 0 || getsockname(socket_, any, &size) < 0) {
         const int error = errno;
         close(socket_);
-        throw std::system_error(error, std::generic_category(), "no port to be had");
+        throw std::system_error(error, std::generic_category(), "no free port");
     }
     number_ = ntohs(address.sin_port);
 }

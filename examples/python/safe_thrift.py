@@ -38,7 +38,7 @@ class SafeClient:
     """A client of a service on this machine, over its own connection.
 
     Belongs to one thread. After any failure but a TApplicationException the connection may
-    stand in the middle of a message: close it, and make another client.
+    be in the middle of a message: close it, and create another client.
     """
 
     def __init__(self, client_class, port):

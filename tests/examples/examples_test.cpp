@@ -237,7 +237,7 @@ TEST_F(ExamplesTest, TheBrokerOpensAtMostSixteenEmpsAtATime) {
     for (int i = 0; i < 16; ++i) {
         open.push_back(broker.open());
     }
-    EXPECT_EQ(refusalOf([&] { broker.open(); }), "as many EMPs are open as there may be");
+    EXPECT_EQ(refusalOf([&] { broker.open(); }), "too many EMPs are open");
     EXPECT_TRUE(broker.close(open.front()));
     EXPECT_EQ(broker.open().empID, "emp-17");
 }

@@ -5,7 +5,7 @@
 #   files.sh package LIST SYMBOLS     so are those in Debian's symbols file
 #   files.sh needs LIBRARY [OTHER...] the libraries that it needs: OTHER as well as libthrift's
 #   files.sh load_time FUNCTION OBJECT...
-#                                     what runs when it is loaded; FUNCTION is one of its own
+#                                     the code that runs at load time; FUNCTION is in the objects
 set -euo pipefail
 export LC_ALL=C
 
