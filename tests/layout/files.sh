@@ -54,12 +54,12 @@ load_time() {
             found+=("$(basename "$object")")
         fi
     done
-    # Objects for link-time optimisation alone would have nothing to look at.
+    # Objects for link-time optimization alone would have nothing to look at.
     if ! nm --demangle --defined-only "$@" | grep "T $function(" >/dev/null; then
         echo "-- these hold no code: $*" >&2
         exit 1
     fi
-    # An optimising compiler finds that there is nothing to construct.
+    # An optimizing compiler finds that there is nothing to construct.
     if ((${#found[@]})) && [[ ${found[*]} != TAV_IDLConstants.cpp.o ]]; then
         echo "-- these have something to run at load time: ${found[*]}" >&2
         exit 1
