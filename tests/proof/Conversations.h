@@ -160,33 +160,28 @@ public:
         }
     }
 
-    // Not for Callback, which has no reply.
-    Values receive(Call call) {
-        Values result;
-        typename Family::ConnectionInfo info;
+    // Not for Callback, which has no reply. If it throws, `result` holds what the client has left
+    // in a result that is passed by reference.
+    void receive(Call call, Values& result) {
         switch (call) {
             case Call::openEmp:
-                broker_.recv_OpenEmp(info);
-                return valuesOf(info);
+                return receiveInfo(result);
             case Call::brokerExecute:
-                broker_.recv_Execute(result.texts[0]);
-                break;
+                return broker_.recv_Execute(result.texts[0]);
             case Call::closeEmp:
                 result.flag = broker_.recv_CloseEmp();
-                break;
+                return;
             case Call::open:
                 result.flag = emp_.recv_Open();
-                break;
+                return;
             case Call::close:
                 result.number = emp_.recv_Close();
-                break;
+                return;
             case Call::empExecute:
-                emp_.recv_Execute(result.texts[0]);
-                break;
+                return emp_.recv_Execute(result.texts[0]);
             default:
-                emp_.recv_ExecuteWithParamList(result.texts[0]);
+                return emp_.recv_ExecuteWithParamList(result.texts[0]);
         }
-        return result;
     }
 
 private:
@@ -199,6 +194,17 @@ private:
             *param = with.texts.at(next++);
         }
         return list;
+    }
+
+    void receiveInfo(Values& result) {
+        typename Family::ConnectionInfo info;
+        try {
+            broker_.recv_OpenEmp(info);
+        } catch (...) {
+            result = valuesOf(info);
+            throw;
+        }
+        result = valuesOf(info);
     }
 
     typename Family::BrokerClient broker_;

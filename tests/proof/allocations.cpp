@@ -84,7 +84,7 @@ public:
             } else if (conversation_.path == Path::send) {
                 caller_.send(conversation_.operation->call, values_);
             } else {
-                result_ = caller_.receive(conversation_.operation->call);
+                caller_.receive(conversation_.operation->call, result_);
             }
         });
     }
@@ -105,7 +105,7 @@ public:
         const Call call = conversation_.operation->call;
         input_->put(replyTo(*conversation_.operation, encoding_));
         Values result;
-        return outcomeOf([&] { result = caller_.receive(call); }).empty() && !(result == Values());
+        return outcomeOf([&] { caller_.receive(call, result); }).empty() && !(result == Values());
     }
 
     // Whether the same processor serves a request, on the same connection or on a new one.

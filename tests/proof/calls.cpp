@@ -214,7 +214,7 @@ private:
             } else if (conversation_.path == Path::send) {
                 caller_.send(call, someValues());
             } else {
-                caller_.receive(call);
+                caller_.receive(call, result_);
             }
         });
     }
@@ -228,6 +228,7 @@ private:
     std::shared_ptr<Handler<Library>> handler_;
     std::shared_ptr<TProcessor> processor_;
     Caller<Library> caller_;
+    Values result_;
 };
 
 std::string logOf(const Conversation& conversation) {
@@ -392,7 +393,8 @@ Attempt attempt(const Conversation& conversation, const Encoding& encoding,
         } else if (conversation.path == Path::send) {
             Caller<Library>(input, output).send(operation.call, someValues());
         } else {
-            Caller<Library>(input, output).receive(operation.call);
+            Values result;
+            Caller<Library>(input, output).receive(operation.call, result);
         }
     });
     return {outcome, transport->calls(), transport->written()};

@@ -99,7 +99,8 @@ public:
         Outcome outcome;
         note(outcome, [&] {
             try {
-                caller.receive(operation_.call);
+                Values result;
+                caller.receive(operation_.call, result);
             } catch (const TApplicationException&) {
                 outcome.threw = true;  // is documented of clients
             }
