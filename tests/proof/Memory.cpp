@@ -5,14 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 
-// The C library's own, under the names that it has for those who replace the public ones.
-extern "C" {
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_realloc(void* block, std::size_t size);
-void __libc_free(void* block);
-}
-
 namespace {
 
 std::size_t blockCount = 0;
@@ -22,6 +14,20 @@ std::size_t allocations = 0;
 std::size_t failingNumber = 0;
 bool failingOn = false;
 bool counting = false;
+
+}  // namespace
+
+#ifndef PROOF_WITHOUT_MALLOC
+
+// The C library's own, under the names that it has for those who replace the public ones.
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* block, std::size_t size);
+void __libc_free(void* block);
+}
+
+namespace {
 
 bool mustFail() {
     allocations += counting ? 1 : 0;
@@ -76,6 +82,8 @@ void free(void* block) {
 }
 
 }  // extern "C"
+
+#endif
 
 namespace proof::memory {
 

@@ -5,7 +5,8 @@
 
 // A program that links this has a malloc of its own, which all of its libraries use: operator new
 // and libthrift's own calls alike. It counts, and fails when it is asked to. For programs with one
-// thread. Not for the sanitizers, which have their own.
+// thread. With the sanitizers, which have a malloc too, PROOF_WITHOUT_MALLOC leaves this one out,
+// and all figures are 0.
 namespace proof::memory {
 
 enum class Failing { once, fromThereOn };
