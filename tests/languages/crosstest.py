@@ -3,11 +3,11 @@
 
     crosstest.py run BUILD LANGUAGE         runs all cells of a language
     crosstest.py page BUILD PAGE            puts the results of all into the page
-    crosstest.py page BUILD PAGE --check    or tells whether they stand there
+    crosstest.py page BUILD PAGE --check    or checks that they are there
 
 BUILD is the directory in which the peers were built. A cell is one language, one
 direction, one protocol and one transport: two processes, and the outcome of every
-case. It must be what is written down here, case by case.
+case, which must be the expected outcome in this file.
 """
 
 import concurrent.futures
