@@ -1,12 +1,12 @@
 /**
- * The remote-call interface of the framework: a broker opens EMPs (modules known
- * by name, version and credential), programs use them, EMPs report events.
+ * A broker opens EMPs (modules with a name, a version and a credential) for
+ * programs, the programs call them, and EMPs send events back.
  */
 
-// Apart from the global classes of libTavIDL, so that both fit into one program.
+// libTavIDL's classes have no namespace. With this one, a program can contain both.
 namespace cpp TAV_IDL
 
-/** Where an opened EMP and its caller's callback service listen. */
+/** The ports on which an open EMP and its program's callback service listen. */
 struct ConnectionInfo {
     1: i32 callbackServicePort,
     2: i32 empServicePort,
@@ -46,6 +46,6 @@ service TavEmp {
 
 /** Served by each callback service. */
 service TavEmpEvent {
-    /** Nothing comes back. libTavIDL sends it as T_CALL: tell by the name not to answer. */
+    /** Has no reply. libTavIDL sends it as T_CALL: a server must know by its name not to answer. */
     oneway void Callback(1: i32 eventType, 2: string param1, 3: string param2)
 }
