@@ -431,6 +431,7 @@ graphviz
 git
 ninja-build
 clang-format
+systemd
 END
 }
 
