@@ -3,7 +3,7 @@
 
     peers.py BUILD LOAD    the directory of a Release build with -DTAVIDL_BUILD_PEERS=ON
 
-Writes the row of the multiples of our processor time into README.md, too.
+Writes the front page's row of costs, too.
 """
 
 import contextlib
@@ -19,7 +19,7 @@ import tempfile
 import time
 from typing import NamedTuple
 
-from measure import PEERS, SUMMARIES, replace_summary, run, stripped_sizes
+from measure import PEERS, PEERS_SUMMARY, run, stripped_sizes, write_cost
 from results import setting, table
 
 CLIENTS = FEW, MANY = 1, 8
@@ -192,7 +192,7 @@ def main():
 
     others = [program for program in LIBRARIES if program != "ours"]
     summary = table(
-        [SUMMARIES[PEERS], *(LIBRARIES[program].name for program in others)],
+        [PEERS_SUMMARY, *(LIBRARIES[program].name for program in others)],
         [["takes this many times as much processor time",
           *(multiple(program, next(iter(LIBRARIES[program].addresses)), 1)
             for program in others)]])
@@ -252,7 +252,7 @@ order, whose typical spread was {spread:.1%}.
     print("\n" + text)
     with open(PEERS, "w", encoding="utf-8") as file:
         file.write(text)
-    replace_summary(PEERS, summary)
+    write_cost()
 
 
 if __name__ == "__main__":

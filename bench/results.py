@@ -3,7 +3,7 @@
 
     results.py BUILD    the directory of a Release build with -DTAVIDL_BUILD_BENCH=ON
 
-Writes bench/lengths.svg and bench/connections.svg too, and the summary into README.md.
+Writes bench/lengths.svg and bench/connections.svg too, and the front page's row of costs.
 """
 
 import datetime
@@ -13,8 +13,8 @@ import re
 import statistics
 import sys
 
-from measure import (COMPARISONS, OBJECTS, PROTOCOLS, RESULTS, SUMMARIES, Comparison, arm_text,
-                     counts, mean, replace_summary, run, stripped_sizes)
+from measure import (COMPARISONS, OBJECTS, PROTOCOLS, RESULTS, ROUND_TRIP, Comparison, arm_text,
+                     counts, mean, run, stripped_sizes, write_cost)
 
 CONTESTANTS = tuple(OBJECTS)
 DESCRIPTIONS = {"generated": "generated code", "templates": "generated templates"}
@@ -157,17 +157,17 @@ def main():
         return (trip_times[time, one, framing, connections]
                 / trip_times[time, other, framing, connections])
 
-    summary = table([SUMMARIES[RESULTS], "relative to (lower is better)", "Instructions", "Time"], [
+    summary = table(["A call over", "relative to (lower is better)", "Instructions", "Time"], [
         [PROTOCOLS[comparison.encoding],
          DESCRIPTIONS[comparison.other] + ("" if comparison.over == comparison.encoding
                                            else f" over {PROTOCOLS[comparison.over]}"),
          share(mean(comparison.shares(instructions).values())),
          share(mean(comparison.shares(nanoseconds).values()))] for comparison in COMPARISONS
     ]) + "\n" + table(["Relative to generated code (lower is better)", ""], [
-        *([f"Processor time of a round trip over loopback, {connections}",
-           share(mean([trip_share("cpu_time", framing, number)
-                       for framing in ("buffered", "framed")]))]
-          for number, connections in ((1, "1 connection"), (8, "8 connections"))),
+        *([what, share(mean([trip_share("cpu_time", framing, number)
+                             for framing in ("buffered", "framed")]))]
+          for number, what in ((1, ROUND_TRIP),
+                               (8, "Processor time of a round trip over loopback, 8 connections"))),
         ["Allocations of a call beyond those of generated code, at most",
          max(allocations["ours", *call] - allocations["generated", *call] for call in calls)],
         ["Text of the shared object", share(sizes["ours"][0] / sizes["generated"][0])],
@@ -224,7 +224,7 @@ was {trip_spread["cpu_time"]:.1%} and {trip_spread["real_time"]:.1%}.
     print("\n" + text)
     with open(RESULTS, "w", encoding="utf-8") as file:
         file.write(text)
-    replace_summary(RESULTS, summary)
+    write_cost()
 
     lengths = sorted({int(cell[4]) for cell in length_times})
     plot("lengths", f"set title '{PLOTTED[0]}, {PLOTTED[1]}: client, processor, client'\n"

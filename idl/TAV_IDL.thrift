@@ -6,7 +6,7 @@
 // Separate from libTavIDL's global classes, so that a program can use both.
 namespace cpp TAV_IDL
 
-/** Where an opened EMP and its caller's callback service listen. */
+/** The ports on which an open EMP and its program's callback service listen. */
 struct ConnectionInfo {
     1: i32 callbackServicePort,
     2: i32 empServicePort,

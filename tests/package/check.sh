@@ -116,6 +116,14 @@ find_package_host() {
         -DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON -DCMAKE_DISABLE_FIND_PACKAGE_Threads=ON
 }
 
+# The examples by themselves, as the documentation has them.
+examples() {
+    export CMAKE_PREFIX_PATH=$WORK/shared/moved LD_LIBRARY_PATH=$WORK/shared/moved/lib
+    rm -rf "$WORK/examples" "$WORK/examples-build"
+    cp -r "$SOURCE/examples" "$WORK/examples"
+    AUTOPKGTEST_TMP=$WORK "$SOURCE/debian/tests/examples" "$WORK/examples"
+}
+
 # Requests the component Host of the installation in $1, with CMake's arguments after $2. It must be
 # rejected with the message $2.
 refuse_host() {
@@ -428,6 +436,7 @@ graphviz
 git
 ninja-build
 clang-format
+systemd
 END
 }
 
