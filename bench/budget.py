@@ -17,7 +17,7 @@ ROOM = 0.993  # a figure below this share of its budget leaves room to lower it
 
 
 def figures(build):
-    """By the name of the budget: the figure, and the call that it was measured in."""
+    """By the budget's name: the figure, and the call in which it was measured."""
     instructions, allocations = counts(build)
     calls = [cell[1:] for cell in allocations if cell[0] == "ours"]
     found = {}
@@ -82,7 +82,7 @@ def main():
                  " writes all three")
     if over:
         sys.exit("bench: over budget:" + "\n  ".join(["", *over]) +
-                 f"\nMake it cheaper again, or raise the budget in {BUDGETS} and say there why.")
+                 f"\nMake it cheaper again, or raise the budget in {BUDGETS} and explain why.")
 
 
 if __name__ == "__main__":

@@ -1,4 +1,4 @@
-"""What the programs here share: the exact figures, what is compared, and where it is shown."""
+"""Shared by the programs here: the exact figures, what is compared, and where it is shown."""
 
 import glob
 import math
@@ -77,8 +77,8 @@ def counts(build):
     """Two tables by (contestant, operation, encoding, length): instructions, allocations."""
     instructions, allocations = {}, {}
     with tempfile.TemporaryDirectory() as directory:
-        # All names bound at start, and the plainest copying functions of the C library:
-        # which ones it takes otherwise depends on the processor.
+        # All symbols bound at start, and the simplest copying functions of the C library:
+        # otherwise its choice depends on the processor.
         environment = dict(os.environ, LD_BIND_NOW="1",
                            GLIBC_TUNABLES="glibc.cpu.hwcaps=-AVX2_Usable,-AVX2,-AVX512F,-ERMS")
         lines = run("valgrind", "--quiet", "--tool=callgrind",
@@ -118,7 +118,7 @@ def arm_text(library):
 
 
 def mean(ratios):
-    """The geometric mean: twice as dear here and half as dear there is as dear."""
+    """The geometric mean: twice and half the cost average to the same cost."""
     return math.exp(sum(map(math.log, ratios)) / len(ratios))
 
 

@@ -1,9 +1,9 @@
 /**
- * A broker opens EMPs (modules with a name, a version and a credential) for
- * programs, the programs call them, and EMPs send events back.
+ * The RPC interface of the framework: a broker opens EMPs (modules identified by
+ * name, version and credential), programs call them, EMPs report events.
  */
 
-// libTavIDL's classes have no namespace. With this one, a program can contain both.
+// Separate from libTavIDL's global classes, so that a program can use both.
 namespace cpp TAV_IDL
 
 /** The ports on which an open EMP and its program's callback service listen. */
@@ -46,6 +46,6 @@ service TavEmp {
 
 /** Served by each callback service. */
 service TavEmpEvent {
-    /** Has no reply. libTavIDL sends it as T_CALL: a server must know by its name not to answer. */
+    /** Has no reply. libTavIDL sends it as T_CALL: recognize it by its name, and do not answer. */
     oneway void Callback(1: i32 eventType, 2: string param1, 3: string param2)
 }
