@@ -24,6 +24,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -111,7 +112,7 @@ struct TellPort : server::TServerEventHandler {
 };
 
 std::shared_ptr<transport::TSSLSocketFactory> tlsOf(const Certificate& certificate) {
-    const auto factory = std::make_shared<transport::TSSLSocketFactory>();
+    auto factory = std::make_shared<transport::TSSLSocketFactory>();
     factory->loadCertificate(certificate.file.c_str());
     factory->loadPrivateKey(certificate.keyFile.c_str());
     factory->authenticate(false);
@@ -211,7 +212,11 @@ public:
                 _exit(1);
             }
             close(ends[0]);
-            serve(kind, with, ends[1]);
+            try {
+                serve(kind, with, ends[1]);
+            } catch (...) {
+                std::abort();  // as a program ends that does not catch it
+            }
             _exit(0);
         }
         close(ends[1]);
@@ -236,11 +241,11 @@ public:
     int port() const { return port_; }
 
     // Waits until the handler of "when told" runs; lets it go on.
-    void awaitHandler() {
+    void awaitHandler() const {
         char byte = 0;
         check(read(child_, &byte, 1));
     }
-    void tellHandler() { check(write(child_, "", 1)); }
+    void tellHandler() const { check(write(child_, "", 1)); }
 
     // How many there are; one once it has ended.
     std::ptrdiff_t threads() const {
@@ -419,6 +424,14 @@ struct Row {
     std::function<std::string(Kind)> cell;
 };
 
+std::string outcomeOf(const Row& row, Kind kind) {
+    try {
+        return row.cell(kind);
+    } catch (const std::exception& failure) {
+        return std::string("failed: ") + failure.what();
+    }
+}
+
 // The cells wait for their servers' time-outs, so they do it together, each in a process.
 std::string lineOf(const Row& row) {
     std::vector<int> results;
@@ -428,7 +441,7 @@ std::string lineOf(const Row& row) {
             throw std::system_error(errno, std::generic_category(), "pipe");
         }
         if (fork() == 0) {
-            const std::string cell = row.cell(kind);
+            const std::string cell = outcomeOf(row, kind);
             _exit(write(ends[1], cell.data(), cell.size()) < 0 ? 1 : 0);
         }
         close(ends[1]);
@@ -449,7 +462,7 @@ std::string lineOf(const Row& row) {
 
 }  // namespace
 
-int main() {
+int main() try {
     // In front of a frame where the server expects frames, these four bytes are the
     // length of the frame; else they are that of the operation's name.
     const std::string huge("\x7f\xff\xff\xff", 4);
@@ -508,4 +521,7 @@ int main() {
     for (const Row& row : rows) {
         std::cout << lineOf(row) << std::endl;
     }
+} catch (const std::exception& failure) {
+    std::cerr << failure.what() << '\n';
+    return 1;
 }
