@@ -78,7 +78,8 @@ def measure(row, build, size):
             print(last, end="", flush=True)
     counts = re.fullmatch(r"proof: (\d+) runs, (\d+) failures\n", last)
     good = program.returncode == 0 and counts is not None
-    found = "nothing" if good else f"{counts[2]} failures" if counts else "ended before its end"
+    found = ("nothing" if good else f"{counts[2]} failures" if counts
+             else f"it ended with status {program.returncode}")
     full = size if row.release else "all"
     return (row.name, full, f"{int(counts[1]):,}" if counts else "?",
             f"{seconds() - before:,.0f} s", found, datetime.date.today().isoformat(), at), good
