@@ -119,7 +119,8 @@ class Finder:
                 self.add(condition.start.offset, condition.end.offset, value)
         if kind == CursorKind.RETURN_STMT and self.text[start:end] != "return":
             self.returned(cursor)
-        if kind == CursorKind.CALL_EXPR and not cursor.spelling.startswith("operator"):
+        # std::tie is for comparing and swapping, for which the order does not matter.
+        if kind == CursorKind.CALL_EXPR and not re.match("operator|tie$", cursor.spelling):
             self.swap_arguments(cursor)
         if kind == CursorKind.DECL_REF_EXPR and cursor.referenced is not None \
                 and cursor.referenced.kind == CursorKind.ENUM_CONSTANT_DECL:
