@@ -119,8 +119,9 @@ class Finder:
                 self.add(condition.start.offset, condition.end.offset, value)
         if kind == CursorKind.RETURN_STMT and self.text[start:end] != "return":
             self.returned(cursor)
-        # std::tie is for comparing and swapping, for which the order does not matter.
-        if kind == CursorKind.CALL_EXPR and not re.match("operator|tie$", cursor.spelling):
+        # To compare and to swap, the order does not matter.
+        if kind == CursorKind.CALL_EXPR and not cursor.spelling.startswith("operator") \
+                and not re.match(r"std::(tie|swap)\(", self.text[start:end]):
             self.swap_arguments(cursor)
         if kind == CursorKind.DECL_REF_EXPR and cursor.referenced is not None \
                 and cursor.referenced.kind == CursorKind.ENUM_CONSTANT_DECL:
