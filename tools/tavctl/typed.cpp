@@ -6,6 +6,8 @@
 
 #include "connection.h"
 
+namespace tavctl {
+
 namespace {
 
 using Call = Json (*)(TavIDL::Remote&, const Json&);
@@ -195,3 +197,5 @@ std::shared_ptr<apache::thrift::TProcessor> processorOf(const std::string& servi
     }
     return std::make_shared<TavEmpEventProcessor>(std::make_shared<Event>(std::move(answer)));
 }
+
+}  // namespace tavctl

@@ -14,6 +14,8 @@ namespace TavIDL {
 class Remote;
 }
 
+namespace tavctl {
+
 // Where the table meets the library's interface classes, which name each operation.
 
 // A peer that serves `service`. Throws what Host does.
@@ -30,5 +32,7 @@ using Answer = std::function<Json(const Operation& operation, const Json& argume
 
 // A processor of the service that answers all its operations by `answer`.
 std::shared_ptr<apache::thrift::TProcessor> processorOf(const std::string& service, Answer answer);
+
+}  // namespace tavctl
 
 #endif
