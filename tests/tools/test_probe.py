@@ -24,7 +24,8 @@ class Frugal:
 
     def __init__(self, test, *words):
         def limit():
-            resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
+            if "UNLIMITED" not in os.environ:
+                resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
             resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
         self.words = words
@@ -132,7 +133,7 @@ class HarmlessTest(ToolTest):
 
     def testTextEndsAPeerLikeThese(self):
         """So the tests above can fail. Text must never be sent without being asked for."""
-        for name, text in TEXT.items():
+        for name, text in ({} if "UNLIMITED" in os.environ else TEXT).items():
             with self.subTest(name):
                 peer = Frugal(self, "simple", "binary", "buffered")
                 with peer.connect() as connection:
