@@ -4,14 +4,17 @@
 #include <thrift/TApplicationException.h>
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/protocol/TCompactProtocol.h>
-#include <thrift/protocol/TJSONProtocol.h>
 #include <thrift/protocol/TProtocolDecorator.h>
 
+#include <cstring>
 #include <iterator>
 #include <system_error>
 #include <utility>
 
+#include "json.h"
 #include "print.h"
+
+namespace tavctl {
 
 using apache::thrift::TApplicationException;
 using apache::thrift::protocol::TMessageType;
@@ -20,7 +23,11 @@ using TavIDL::CallFailed;
 
 namespace {
 
-constexpr char kCheckThatItRuns[] = "check that it runs and listens there";
+std::string hintFor(const CallFailed& failed) {
+    return std::strstr(failed.what(), "cannot find the host") != nullptr
+               ? "check the name, or give its IP address"
+               : "check that it runs and listens there";
+}
 
 thread_local bool refused = false;
 
@@ -54,7 +61,7 @@ milliseconds inMs(double seconds) {
     return std::chrono::duration_cast<milliseconds>(std::chrono::duration<double>(seconds));
 }
 
-// To go on within a line: libthrift's own texts are sentences.
+// Without the full stop that libthrift's texts end with, since more follows.
 std::string textOf(const std::exception& thrown) {
     std::string text = thrown.what();
     while (!text.empty() && text.back() == '.') {
@@ -72,7 +79,7 @@ TavIDL::ProtocolPointer protocolOver(const Settings& settings,
             transport, kMessageLimit, kContainerLimit);
     }
     if (settings.protocol == "json") {
-        return std::make_shared<apache::thrift::protocol::TJSONProtocol>(transport);
+        return jsonProtocolOver(std::move(transport));
     }
     // Strict: what does not begin with the protocol's version, an HTTP answer for instance, is
     // refused at once instead of being taken for the length of a name.
@@ -113,7 +120,7 @@ TavIDL::Settings serverSettings(const Settings& settings) {
 
 TavIDL::Settings clientSettings(const Settings& settings, BeforeCall beforeCall) {
     if (settings.tls && settings.ca.empty()) {
-        throw Failure(Exit::Usage, "--tls needs --ca, to know the peer by");
+        throw Failure(Exit::Usage, "--tls needs --ca, to check the peer's certificate");
     }
     TavIDL::Settings host = hostSettings(settings);
     host.makeProtocol = [settings, beforeCall](std::shared_ptr<TTransport> transport) {
@@ -134,8 +141,8 @@ Failure failureFrom(const std::exception& thrown) {
     if (dynamic_cast<const std::system_error*>(&thrown) != nullptr) {
         return {Exit::NoConnection, thrown.what(), "choose another address, or port 0 for any"};
     }
-    if (dynamic_cast<const CallFailed*>(&thrown) != nullptr) {
-        return {Exit::NoConnection, thrown.what(), kCheckThatItRuns};
+    if (const auto* failed = dynamic_cast<const CallFailed*>(&thrown)) {
+        return {Exit::NoConnection, thrown.what(), hintFor(*failed)};
     }
     return {Exit::Broken, thrown.what()};
 }
@@ -148,11 +155,14 @@ Failure failureFrom(const std::exception& thrown, const std::string& operation,
         if (!refused) {
             return {Exit::Broken, where + "what came is not an answer: " + textOf(thrown), probe};
         }
-        return {Exit::Refused,
-                where + "the peer answered " + kindOf(answer->getType()) + ": " + answer->what(),
-                answer->getType() == TApplicationException::UNKNOWN_METHOD
-                    ? "it may serve another service, see tavctl describe"
-                    : "the connection is fine, check what the call asks for"};
+        const std::string kind = kindOf(answer->getType());
+        Failure failure(Exit::Refused, where + "the peer answered " + kind + ": " + answer->what(),
+                        answer->getType() == TApplicationException::UNKNOWN_METHOD
+                            ? "it may serve another service, see tavctl describe"
+                            : "the connection is fine, check what the call asks for");
+        failure.exceptionKind = kind;
+        failure.exceptionText = answer->what();
+        return failure;
     }
     const auto* failed = dynamic_cast<const CallFailed*>(&thrown);
     if (failed == nullptr) {
@@ -166,7 +176,7 @@ Failure failureFrom(const std::exception& thrown, const std::string& operation,
             return {Exit::NoConnection, named,
                     peer.settings().tls.enabled
                         ? "check the certificates, and that it speaks TLS there"
-                        : kCheckThatItRuns};
+                        : hintFor(*failed)};
         case CallFailed::NoAnswerInTime:
             return {Exit::TimedOut, named, "try a longer --timeout, or " + probe};
         default:
@@ -182,3 +192,5 @@ std::string kindOf(int type) {
     return type >= 0 && type < static_cast<int>(std::size(kKinds)) ? kKinds[type]
                                                                    : "kind " + std::to_string(type);
 }
+
+}  // namespace tavctl

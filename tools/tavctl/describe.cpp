@@ -1,8 +1,9 @@
 #include <algorithm>
 
-#include "failure.h"
 #include "print.h"
 #include "verbs.h"
+
+namespace tavctl {
 
 namespace {
 
@@ -27,14 +28,28 @@ std::string fieldLines(const std::vector<Field>& fields) {
     return lines;
 }
 
-// What `wanted` names: an operation, a service, a record, or everything if it is empty.
-int describe(const std::string& wanted) {
+struct Options {
+    std::string wanted;  // an operation, a service, a record, or everything if it is empty
+    bool thrift = false;
+};
+
+int describe(const Options& options) {
+    const std::string& wanted = options.wanted;
+    if (options.thrift) {
+        if (!wanted.empty()) {
+            throw Failure(Exit::Usage,
+                          "--thrift prints the whole definition; omit '" + wanted + "'");
+        }
+        print(kInterfaceDefinition);
+        return 0;
+    }
     Json all = {{"operations", Json::array()}, {"records", Json::array()}};
     std::string lines;
     std::string names;
     for (const Operation& operation : operations()) {
         const std::string name = operation.fullName();
-        if (!wanted.empty() && wanted != operation.service && wanted != name) {
+        if (!wanted.empty() && wanted != operation.service && wanted != name &&
+            wanted != operation.name) {
             continue;
         }
         const bool oneway = operation.result.kind == Kind::Nothing;
@@ -56,41 +71,21 @@ int describe(const std::string& wanted) {
         }
     }
     if (lines.empty()) {
-        (void)operationNamed(wanted);  // tells which there are
+        (void)operationNamed(wanted);  // throws, with a list of all
     }
-    if (output.json) {
-        printJson(all);
-    } else {
-        print(output.quiet ? names : lines);
-    }
+    show(all, output.quiet ? names : lines);
     return 0;
 }
 
 }  // namespace
 
 void addDescribe(CLI::App& app, Run& run) {
-    struct Options {
-        std::string wanted;
-        bool thrift = false;
-    };
-    auto options = std::make_shared<Options>();
-    CLI::App* verb = addVerb(app, "describe", "Show the interface, or a part of it",
-                             "tavctl describe TavBroker.OpenEmp");
-    verb->add_option("wanted", options->wanted, "What to show; all if left out")
-        ->option_text("[SERVICE[.OPERATION] or RECORD]");
+    const auto [verb, options] =
+        addVerb(app, run, describe, "describe", "Show the interface, or a part of it",
+                "tavctl describe TavBroker.OpenEmp");
+    addOption(verb, "wanted", options->wanted, "[SERVICE[.OPERATION] or RECORD]",
+              "What to show; everything if omitted");
     verb->add_flag("--thrift", options->thrift, "Print the interface definition");
-    verb->callback([options, &run] {
-        run = [options] {
-            if (options->thrift) {
-                if (!options->wanted.empty()) {
-                    throw Failure(Exit::Usage,
-                                  "--thrift prints all of the definition; leave out '" +
-                                      options->wanted + "'");
-                }
-                print(kInterfaceDefinition);
-                return 0;
-            }
-            return describe(options->wanted);
-        };
-    });
 }
+
+}  // namespace tavctl

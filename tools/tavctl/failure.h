@@ -5,6 +5,8 @@
 #include <string>
 #include <utility>
 
+namespace tavctl {
+
 // How the program ends. Scripts depend on the numbers.
 enum class Exit {
     Good = 0,
@@ -26,6 +28,12 @@ struct Failure : std::runtime_error {
 
     Exit status;
     std::string hint;
+
+    // What the peer answered, if it answered with an application exception.
+    std::string exceptionKind;
+    std::string exceptionText;
 };
+
+}  // namespace tavctl
 
 #endif

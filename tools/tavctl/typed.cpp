@@ -3,77 +3,64 @@
 #include <TavIDL/host/Remote.h>
 
 #include <map>
+#include <tuple>
 
 #include "connection.h"
 
+namespace tavctl {
+
 namespace {
 
-using Call = Json (*)(TavIDL::Remote&, const Json&);
+using Call = std::function<Json(TavIDL::Remote&, const Json&)>;
 
 template <typename Interface>
 Interface& as(TavIDL::Remote& peer) {
     return dynamic_cast<Interface&>(peer);
 }
 
-// A field of the arguments, as the client's parameter has it.
-std::string text(const Json& arguments, const char* field) {
-    return arguments[field];
+// The fields of the arguments are in the order of the operation's parameters.
+template <typename... Parameters>
+std::tuple<std::decay_t<Parameters>...> parametersFrom(const Json& arguments) {
+    auto next = arguments.begin();
+    return {(next++)->template get<std::decay_t<Parameters>>()...};
 }
 
-int32_t number(const Json& arguments, const char* field) {
-    return arguments[field];
+template <typename Interface, typename Result, typename... Parameters>
+Call call(Result (Interface::*operation)(Parameters...)) {
+    return [operation](TavIDL::Remote& peer, const Json& arguments) -> Json {
+        const auto invoke = [&](const auto&... values) {
+            return (as<Interface>(peer).*operation)(values...);
+        };
+        if constexpr (std::is_void_v<Result>) {
+            std::apply(invoke, parametersFrom<Parameters...>(arguments));
+            return nullptr;
+        } else {
+            return std::apply(invoke, parametersFrom<Parameters...>(arguments));
+        }
+    };
+}
+
+// A text or a record is returned by the first parameter.
+template <typename Interface, typename Result, typename... Parameters>
+Call call(void (Interface::*operation)(Result&, Parameters...)) {
+    return [operation](TavIDL::Remote& peer, const Json& arguments) -> Json {
+        Result result;
+        std::apply(
+            [&](const auto&... values) { (as<Interface>(peer).*operation)(result, values...); },
+            parametersFrom<Parameters...>(arguments));
+        return result;
+    };
 }
 
 const std::map<std::string, Call> kCalls = {
-    {"TavBroker.OpenEmp",
-     [](TavIDL::Remote& peer, const Json& a) -> Json {
-         ConnectionInfo info;
-         as<TavBrokerIf>(peer).OpenEmp(info, text(a, "name"), text(a, "version"),
-                                       text(a, "credential"));
-         return toJson(info);
-     }},
-    {"TavBroker.Execute",
-     [](TavIDL::Remote& peer, const Json& a) -> Json {
-         std::string result;
-         as<TavBrokerIf>(peer).Execute(result, number(a, "fromPort"), text(a, "cmd"),
-                                       text(a, "param1"), text(a, "param2"), text(a, "param3"),
-                                       text(a, "param4"));
-         return result;
-     }},
-    {"TavBroker.CloseEmp",
-     [](TavIDL::Remote& peer, const Json& a) -> Json {
-         return as<TavBrokerIf>(peer).CloseEmp(connectionInfoFrom(a["connectionInfo"]));
-     }},
-    {"TavEmp.Open",
-     [](TavIDL::Remote& peer, const Json& a) -> Json {
-         return as<TavEmpIf>(peer).Open(number(a, "clientID"), text(a, "name"), text(a, "version"),
-                                        text(a, "credential"));
-     }},
-    {"TavEmp.Close",
-     [](TavIDL::Remote& peer, const Json& a) -> Json {
-         return as<TavEmpIf>(peer).Close(number(a, "clientID"));
-     }},
-    {"TavEmp.Execute",
-     [](TavIDL::Remote& peer, const Json& a) -> Json {
-         std::string result;
-         as<TavEmpIf>(peer).Execute(result, number(a, "clientID"), text(a, "cmd"),
-                                    text(a, "param1"), text(a, "param2"), text(a, "param3"),
-                                    text(a, "param4"));
-         return result;
-     }},
-    {"TavEmp.ExecuteWithParamList",
-     [](TavIDL::Remote& peer, const Json& a) -> Json {
-         std::string result;
-         as<TavEmpIf>(peer).ExecuteWithParamList(result, number(a, "clientID"), text(a, "cmd"),
-                                                 paramListFrom(a["paramList"]));
-         return result;
-     }},
-    {"TavEmpEvent.Callback",
-     [](TavIDL::Remote& peer, const Json& a) -> Json {
-         as<TavEmpEventIf>(peer).Callback(number(a, "eventType"), text(a, "param1"),
-                                          text(a, "param2"));
-         return nullptr;
-     }},
+    {"TavBroker.OpenEmp", call(&TavBrokerIf::OpenEmp)},
+    {"TavBroker.Execute", call(&TavBrokerIf::Execute)},
+    {"TavBroker.CloseEmp", call(&TavBrokerIf::CloseEmp)},
+    {"TavEmp.Open", call(&TavEmpIf::Open)},
+    {"TavEmp.Close", call(&TavEmpIf::Close)},
+    {"TavEmp.Execute", call(&TavEmpIf::Execute)},
+    {"TavEmp.ExecuteWithParamList", call(&TavEmpIf::ExecuteWithParamList)},
+    {"TavEmpEvent.Callback", call(&TavEmpEventIf::Callback)},
 };
 
 // What the three handlers share.
@@ -82,45 +69,36 @@ public:
     explicit Handler(Answer answer) : answer_(std::move(answer)) {}
 
 protected:
-    Json answer(const char* operation, const Json& arguments) const {
-        return answer_(operationNamed(operation), arguments);
-    }
-
-    Json answerCommand(const char* operation, const char* caller, int32_t number,
-                       const std::string& cmd, const std::string& param1, const std::string& param2,
-                       const std::string& param3, const std::string& param4) const {
-        return answer(operation, {{caller, number},
-                                  {"cmd", cmd},
-                                  {"param1", param1},
-                                  {"param2", param2},
-                                  {"param3", param3},
-                                  {"param4", param4}});
+    template <typename... Values>
+    Json answer(const char* name, const Values&... values) const {
+        const Operation& operation = operationNamed(name);
+        Json arguments;
+        auto field = operation.arguments.begin();
+        ((arguments[(field++)->name] = values), ...);
+        return answer_(operation, arguments);
     }
 
 private:
-    Answer answer_;
+    const Answer answer_;
 };
+
+using Text = const std::string&;
 
 class Broker : public TavBrokerIf, Handler {
 public:
     using Handler::Handler;
 
-    void OpenEmp(ConnectionInfo& result, const std::string& name, const std::string& version,
-                 const std::string& credential) override {
-        result = connectionInfoFrom(
-            answer("TavBroker.OpenEmp",
-                   {{"name", name}, {"version", version}, {"credential", credential}}));
+    void OpenEmp(ConnectionInfo& result, Text name, Text version, Text credential) override {
+        result = answer("TavBroker.OpenEmp", name, version, credential);
     }
 
-    void Execute(std::string& result, int32_t fromPort, const std::string& cmd,
-                 const std::string& param1, const std::string& param2, const std::string& param3,
-                 const std::string& param4) override {
-        result = answerCommand("TavBroker.Execute", "fromPort", fromPort, cmd, param1, param2,
-                               param3, param4);
+    void Execute(std::string& result, int32_t fromPort, Text cmd, Text param1, Text param2,
+                 Text param3, Text param4) override {
+        result = answer("TavBroker.Execute", fromPort, cmd, param1, param2, param3, param4);
     }
 
     bool CloseEmp(const ConnectionInfo& connectionInfo) override {
-        return answer("TavBroker.CloseEmp", {{"connectionInfo", toJson(connectionInfo)}});
+        return answer("TavBroker.CloseEmp", connectionInfo);
     }
 };
 
@@ -128,29 +106,20 @@ class Emp : public TavEmpIf, Handler {
 public:
     using Handler::Handler;
 
-    bool Open(int32_t clientID, const std::string& name, const std::string& version,
-              const std::string& credential) override {
-        return answer("TavEmp.Open", {{"clientID", clientID},
-                                      {"name", name},
-                                      {"version", version},
-                                      {"credential", credential}});
+    bool Open(int32_t clientID, Text name, Text version, Text credential) override {
+        return answer("TavEmp.Open", clientID, name, version, credential);
     }
 
-    int32_t Close(int32_t clientID) override {
-        return answer("TavEmp.Close", {{"clientID", clientID}});
+    int32_t Close(int32_t clientID) override { return answer("TavEmp.Close", clientID); }
+
+    void Execute(std::string& result, int32_t clientID, Text cmd, Text param1, Text param2,
+                 Text param3, Text param4) override {
+        result = answer("TavEmp.Execute", clientID, cmd, param1, param2, param3, param4);
     }
 
-    void Execute(std::string& result, int32_t clientID, const std::string& cmd,
-                 const std::string& param1, const std::string& param2, const std::string& param3,
-                 const std::string& param4) override {
-        result = answerCommand("TavEmp.Execute", "clientID", clientID, cmd, param1, param2, param3,
-                               param4);
-    }
-
-    void ExecuteWithParamList(std::string& result, int32_t clientID, const std::string& cmd,
+    void ExecuteWithParamList(std::string& result, int32_t clientID, Text cmd,
                               const ParamList& paramList) override {
-        result = answer("TavEmp.ExecuteWithParamList",
-                        {{"clientID", clientID}, {"cmd", cmd}, {"paramList", toJson(paramList)}});
+        result = answer("TavEmp.ExecuteWithParamList", clientID, cmd, paramList);
     }
 };
 
@@ -158,10 +127,8 @@ class Event : public TavEmpEventIf, Handler {
 public:
     using Handler::Handler;
 
-    void Callback(int32_t eventType, const std::string& param1,
-                  const std::string& param2) override {
-        answer("TavEmpEvent.Callback",
-               {{"eventType", eventType}, {"param1", param1}, {"param2", param2}});
+    void Callback(int32_t eventType, Text param1, Text param2) override {
+        answer("TavEmpEvent.Callback", eventType, param1, param2);
     }
 };
 
@@ -195,3 +162,5 @@ std::shared_ptr<apache::thrift::TProcessor> processorOf(const std::string& servi
     }
     return std::make_shared<TavEmpEventProcessor>(std::make_shared<Event>(std::move(answer)));
 }
+
+}  // namespace tavctl

@@ -14,6 +14,8 @@ namespace TavIDL {
 class Remote;
 }
 
+namespace tavctl {
+
 // Where the table meets the library's interface classes, which name each operation.
 
 // A peer that serves `service`. Throws what Host does.
@@ -25,10 +27,12 @@ std::unique_ptr<TavIDL::Remote> remoteOf(const std::string& service, const std::
 Json call(const Operation& operation, TavIDL::Remote& peer, const Json& arguments);
 
 // Answers a call: gets the operation and its arguments, returns its result or throws what the
-// caller is to get. Must bear concurrent calls.
+// caller will get. Must be thread-safe.
 using Answer = std::function<Json(const Operation& operation, const Json& arguments)>;
 
 // A processor of the service that answers all its operations by `answer`.
 std::shared_ptr<apache::thrift::TProcessor> processorOf(const std::string& service, Answer answer);
+
+}  // namespace tavctl
 
 #endif
