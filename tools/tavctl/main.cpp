@@ -201,7 +201,7 @@ int report(const Failure& failure) {
     return status;
 }
 
-int tavctl(int argc, char** argv) {
+int run(int argc, char** argv) {
     // Who stops reading is noticed by the write that fails.
     (void)signal(SIGPIPE, SIG_IGN);
     // No socket is to take the place of a standard stream that is closed. Using it still fails.
@@ -217,8 +217,8 @@ int tavctl(int argc, char** argv) {
     app.require_subcommand(0, 1);
     app.footer("tavctl VERB --help tells about a verb; man tavctl about all.");
     Run run;
-    for (const auto add :
-         {addDescribe, addCall, addOpen, addListen, addProbe, addSpy, addDecode, addServe}) {
+    for (const auto add : {addDescribe, addCall, addOpen, addListen, addProbe, addSpy, addDecode,
+                           addServe, ::tavctl::addBench}) {
         add(app, run);
     }
 
@@ -251,7 +251,7 @@ int tavctl(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) try {
-    return tavctl(argc, argv);
+    return run(argc, argv);
 } catch (const std::exception& failure) {
     std::cerr << "tavctl: this went wrong here: " << failure.what() << '\n';
     return static_cast<int>(Exit::Broken);

@@ -1,79 +1,74 @@
 #include "typed.h"
 
-#include <TavIDL/host/Remote.h>
+#include <TavIDL/host/Batch.h>
 
 #include <map>
+#include <type_traits>
+#include <utility>
 
 #include "connection.h"
 
 namespace {
 
-using Call = Json (*)(TavIDL::Remote&, const Json&);
-
-template <typename Interface>
-Interface& as(TavIDL::Remote& peer) {
-    return dynamic_cast<Interface&>(peer);
-}
+using Add = std::function<Reply(TavIDL::Batch&, const Operation&, const Json&)>;
 
 // A field of the arguments, as the client's parameter has it.
-std::string text(const Json& arguments, const char* field) {
-    return arguments[field];
+template <typename T>
+T valueOf(const Json& value) {
+    if constexpr (std::is_same_v<T, ConnectionInfo>) {
+        return connectionInfoFrom(value);
+    } else if constexpr (std::is_same_v<T, ParamList>) {
+        return paramListFrom(value);
+    } else {
+        return value.get<T>();
+    }
 }
 
-int32_t number(const Json& arguments, const char* field) {
-    return arguments[field];
+Json jsonOf(const ConnectionInfo& result) {
+    return toJson(result);
 }
 
-const std::map<std::string, Call> kCalls = {
-    {"TavBroker.OpenEmp",
-     [](TavIDL::Remote& peer, const Json& a) -> Json {
-         ConnectionInfo info;
-         as<TavBrokerIf>(peer).OpenEmp(info, text(a, "name"), text(a, "version"),
-                                       text(a, "credential"));
-         return toJson(info);
-     }},
-    {"TavBroker.Execute",
-     [](TavIDL::Remote& peer, const Json& a) -> Json {
-         std::string result;
-         as<TavBrokerIf>(peer).Execute(result, number(a, "fromPort"), text(a, "cmd"),
-                                       text(a, "param1"), text(a, "param2"), text(a, "param3"),
-                                       text(a, "param4"));
-         return result;
-     }},
-    {"TavBroker.CloseEmp",
-     [](TavIDL::Remote& peer, const Json& a) -> Json {
-         return as<TavBrokerIf>(peer).CloseEmp(connectionInfoFrom(a["connectionInfo"]));
-     }},
-    {"TavEmp.Open",
-     [](TavIDL::Remote& peer, const Json& a) -> Json {
-         return as<TavEmpIf>(peer).Open(number(a, "clientID"), text(a, "name"), text(a, "version"),
-                                        text(a, "credential"));
-     }},
-    {"TavEmp.Close",
-     [](TavIDL::Remote& peer, const Json& a) -> Json {
-         return as<TavEmpIf>(peer).Close(number(a, "clientID"));
-     }},
-    {"TavEmp.Execute",
-     [](TavIDL::Remote& peer, const Json& a) -> Json {
-         std::string result;
-         as<TavEmpIf>(peer).Execute(result, number(a, "clientID"), text(a, "cmd"),
-                                    text(a, "param1"), text(a, "param2"), text(a, "param3"),
-                                    text(a, "param4"));
-         return result;
-     }},
-    {"TavEmp.ExecuteWithParamList",
-     [](TavIDL::Remote& peer, const Json& a) -> Json {
-         std::string result;
-         as<TavEmpIf>(peer).ExecuteWithParamList(result, number(a, "clientID"), text(a, "cmd"),
-                                                 paramListFrom(a["paramList"]));
-         return result;
-     }},
-    {"TavEmpEvent.Callback",
-     [](TavIDL::Remote& peer, const Json& a) -> Json {
-         as<TavEmpEventIf>(peer).Callback(number(a, "eventType"), text(a, "param1"),
-                                          text(a, "param2"));
-         return nullptr;
-     }},
+template <typename T>
+Json jsonOf(const T& result) {
+    return result;
+}
+
+template <typename T>
+Reply replyOf(std::future<T> result) {
+    return [result = result.share()] { return jsonOf(result.get()); };
+}
+
+// The parameters have the order of the operation's fields.
+template <typename Batch, typename Result, typename... Parameters, std::size_t... Index>
+Add adding(Result (Batch::*method)(Parameters...), std::index_sequence<Index...> /*fields*/) {
+    return [method](TavIDL::Batch& batch, const Operation& operation, const Json& given) -> Reply {
+        const auto add = [&] {
+            return (dynamic_cast<Batch&>(batch).*method)(
+                valueOf<std::decay_t<Parameters>>(given[operation.arguments[Index].name])...);
+        };
+        if constexpr (std::is_void_v<Result>) {
+            add();
+            return [] { return Json(); };  // an event has no reply
+        } else {
+            return replyOf(add());
+        }
+    };
+}
+
+template <typename Batch, typename Result, typename... Parameters>
+Add adding(Result (Batch::*method)(Parameters...)) {
+    return adding(method, std::index_sequence_for<Parameters...>());
+}
+
+const std::map<std::string, Add> kCalls = {
+    {"TavBroker.OpenEmp", adding(&TavIDL::BrokerBatch::OpenEmp)},
+    {"TavBroker.Execute", adding(&TavIDL::BrokerBatch::Execute)},
+    {"TavBroker.CloseEmp", adding(&TavIDL::BrokerBatch::CloseEmp)},
+    {"TavEmp.Open", adding(&TavIDL::EmpBatch::Open)},
+    {"TavEmp.Close", adding(&TavIDL::EmpBatch::Close)},
+    {"TavEmp.Execute", adding(&TavIDL::EmpBatch::Execute)},
+    {"TavEmp.ExecuteWithParamList", adding(&TavIDL::EmpBatch::ExecuteWithParamList)},
+    {"TavEmpEvent.Callback", adding(&TavIDL::CallbackBatch::Callback)},
 };
 
 // What the three handlers share.
@@ -178,9 +173,26 @@ std::unique_ptr<TavIDL::Remote> remoteOf(const std::string& service, const std::
     return std::make_unique<TavIDL::RemoteCallback>(address, settings);
 }
 
+std::unique_ptr<TavIDL::Batch> batchOf(TavIDL::Remote& peer) {
+    if (auto* const broker = dynamic_cast<TavIDL::RemoteBroker*>(&peer)) {
+        return std::make_unique<TavIDL::BrokerBatch>(*broker);
+    }
+    if (auto* const emp = dynamic_cast<TavIDL::RemoteEmp*>(&peer)) {
+        return std::make_unique<TavIDL::EmpBatch>(*emp);
+    }
+    return std::make_unique<TavIDL::CallbackBatch>(dynamic_cast<TavIDL::RemoteCallback&>(peer));
+}
+
+Reply addTo(TavIDL::Batch& batch, const Operation& operation, const Json& arguments) {
+    return kCalls.at(operation.fullName())(batch, operation, arguments);
+}
+
 Json call(const Operation& operation, TavIDL::Remote& peer, const Json& arguments) {
     try {
-        return kCalls.at(operation.fullName())(peer, arguments);
+        const auto batch = batchOf(peer);
+        const Reply reply = addTo(*batch, operation, arguments);
+        batch->run();
+        return reply();
     } catch (const apache::thrift::TException& thrown) {
         throw failureFrom(thrown, operation.fullName(), peer);
     }

@@ -21,6 +21,9 @@ void addProbe(CLI::App& app, Run& run);
 void addSpy(CLI::App& app, Run& run);
 void addDecode(CLI::App& app, Run& run);
 void addServe(CLI::App& app, Run& run);
+namespace tavctl {
+void addBench(CLI::App& app, Run& run);
+}
 
 // --- What verbs share
 
