@@ -97,7 +97,7 @@ void callUntil(Clock::time_point end, const Operation& operation, const Json& ar
 int bench(const Options& options) {
     const Operation& operation = operationNamed(options.words.at(1));
     Json arguments = argumentsFrom(operation, {options.words.begin() + 2, options.words.end()});
-    addCredential(operation, arguments, options.credential);
+    options.credential.addTo(operation, arguments);
     std::vector<std::unique_ptr<TavIDL::Remote>> peers(options.connections);
     for (auto& peer : peers) {
         peer = remoteOf(operation.service, options.words[0], clientSettings(options.settings));
@@ -141,15 +141,10 @@ int bench(const Options& options) {
                          {"p50", number(figures.percentile(0.5))},
                          {"p99", number(figures.percentile(0.99))},
                          {"max", number(figures.max)}};
-    if (output.json) {
-        printJson(result);
-    } else {
-        const auto shownAt = [&](const char* key) { return shown(result[key]); };
-        print(shownAt("calls") + " calls in " + shownAt("seconds") +
-              " s: " + shownAt("callsPerSecond") + " per second\np50 " + shownAt("p50") +
-              " ms, p99 " + shownAt("p99") + " ms, maximum " + shownAt("max") + " ms\n" +
-              shownAt("failures") + " failures\n");
-    }
+    const auto at = [&](const char* key) { return shown(result[key]); };
+    show(result, at("calls") + " calls in " + at("seconds") + " s: " + at("callsPerSecond") +
+                     " per second\np50 " + at("p50") + " ms, p99 " + at("p99") + " ms, maximum " +
+                     at("max") + " ms\n" + at("failures") + " failures\n");
     if (figures.first) {
         throw Failure(
             figures.first->status,
@@ -162,27 +157,22 @@ int bench(const Options& options) {
 }  // namespace
 
 void addBench(CLI::App& app, Run& run) {
-    auto options = std::make_shared<Options>();
-    CLI::App* verb = addVerb(app, "bench", "Make a call again and again and measure it",
-                             "tavctl bench 127.0.0.1:9090 TavBroker.CloseEmp --seconds 2");
-    verb->add_option("words", options->words, "What to call, as for call")
+    const auto [verb, options] =
+        addVerb(app, run, bench, "bench", "Make a call again and again and measure it",
+                "tavctl bench 127.0.0.1:9090 TavBroker.CloseEmp --seconds 2");
+    addOption(verb, "words", options->words, "ADDRESS SERVICE.OPERATION [KEY=VALUE]...",
+              "What to call, as for call")
         ->required()
-        ->expected(2, 1000)
-        ->option_text("ADDRESS SERVICE.OPERATION [KEY=VALUE]...");
-    verb->add_option("--connections", options->connections,
-                     "Connections that call at the same time (1 by default)")
-        ->check(CLI::Range(1, 1000))
-        ->option_text("N");
-    verb->add_option("--batch", options->batch,
-                     "Calls sent together, before their replies are read (1 by default)")
-        ->check(CLI::Range(1, 10000))
-        ->option_text("N");
-    verb->add_option("--seconds", options->seconds, "For how long (10 by default)")
-        ->check(CLI::Range(0.001, 86400.0))
-        ->option_text("S");
+        ->expected(2, 1000);
+    addOption(verb, "--connections", options->connections, "N",
+              "Connections that call at the same time (1 by default)")
+        ->check(CLI::Range(1, 1000));
+    addOption(verb, "--batch", options->batch, "N",
+              "Calls that are sent before their replies are read (1 by default)")
+        ->check(CLI::Range(1, 10000));
+    addSeconds(verb, "--seconds", options->seconds, "For how long (10 by default)");
     addClientOptions(verb, options->settings);
     addCredentialOption(verb, options->credential);
-    verb->callback([options, &run] { run = [options] { return bench(*options); }; });
 }
 
 }  // namespace tavctl

@@ -2,10 +2,11 @@
 
 #include <algorithm>
 
-#include "connection.h"
 #include "print.h"
 #include "typed.h"
 #include "verbs.h"
+
+namespace tavctl {
 
 namespace {
 
@@ -16,8 +17,8 @@ struct Options {
     std::vector<std::string> words;
 };
 
-int makeCall(Options& options) {
-    auto& words = options.words;
+int makeCall(const Options& options) {
+    auto words = options.words;
     // "--json -": the arguments come from standard input. Wherever it stands, "-" is no address.
     const auto dash = std::remove(words.begin(), words.end(), "-");
     const bool fromInput = dash != words.end();
@@ -38,30 +39,26 @@ int makeCall(Options& options) {
     Json arguments =
         argumentsFrom(operation, {words.begin() + 2, words.end()},
                       fromInput ? parseJson(readInput(), "standard input") : Json::object());
-    addCredential(operation, arguments, options.credential);
+    options.credential.addTo(operation, arguments);
 
     const Json result = call(operation, *peer, arguments);
-    if (output.json) {
-        printJson({{"operation", operation.fullName()}, {"result", result}});
-    } else if (operation.result.kind != Kind::Nothing) {
-        print(described(result));
-    }
+    show({{"operation", operation.fullName()}, {"result", result}},
+         operation.result.kind == Kind::Nothing ? "" : described(result));
     return options.expectTrue && result == false ? static_cast<int>(Exit::False) : 0;
 }
 
 }  // namespace
 
 void addCall(CLI::App& app, Run& run) {
-    auto options = std::make_shared<Options>();
-    CLI::App* verb =
-        addVerb(app, "call", "Make one call and print its result",
+    const auto [verb, options] =
+        addVerb(app, run, makeCall, "call", "Make one call and print its result",
                 "tavctl call 127.0.0.1:9090 TavBroker.OpenEmp name=thermometer version=1.0");
-    verb->add_option("words", options->words,
-                     "What to call. Arguments that are left out are sent as 0, false or empty; "
-                     "- reads them, as a JSON object, from standard input")
-        ->option_text("ADDRESS SERVICE.OPERATION [KEY=VALUE]... [-]");
+    addOption(verb, "words", options->words, "ADDRESS SERVICE.OPERATION [KEY=VALUE]... [-]",
+              "What to call. Arguments that are left out are sent as 0, false or empty; - reads "
+              "them, as a JSON object, from standard input");
     addClientOptions(verb, options->settings);
     addCredentialOption(verb, options->credential);
     verb->add_flag("--expect-true", options->expectTrue, "Exit with status 1 on a false reply");
-    verb->callback([options, &run] { run = [options] { return makeCall(*options); }; });
 }
+
+}  // namespace tavctl

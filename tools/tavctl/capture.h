@@ -6,7 +6,7 @@
 #include "connection.h"
 #include "values.h"
 
-// What spy writes and decode reads: lines of JSON. The first tells how to read the others,
+// What spy writes and decode reads: lines of JSON. The first says how to read the others,
 //
 //     {"capture": 1, "protocol": "binary", "transport": "buffered"}
 //
@@ -15,6 +15,8 @@
 //
 //     {"connection": 1, "from": "client", "ms": 12.5, "hex": "80010001..."}
 
+namespace tavctl {
+
 constexpr char kCaptureBegin[] = "{\"capture\":";
 
 Json captureHead(const Settings& settings);
@@ -22,7 +24,9 @@ Json captureHead(const Settings& settings);
 // Takes the settings from the first line. Throws a Failure.
 void readCaptureHead(const std::string& line, Settings& settings);
 
-// The line as it is, with "bytes" for "hex". Throws a Failure.
+// The line as it is, with "bytes" instead of "hex". Throws a Failure.
 Json readCaptureLine(const std::string& text, std::size_t number);
+
+}  // namespace tavctl
 
 #endif

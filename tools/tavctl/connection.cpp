@@ -13,6 +13,8 @@
 
 #include "print.h"
 
+namespace tavctl {
+
 using apache::thrift::TApplicationException;
 using apache::thrift::protocol::TMessageType;
 using std::chrono::milliseconds;
@@ -182,3 +184,5 @@ std::string kindOf(int type) {
     return type >= 0 && type < static_cast<int>(std::size(kKinds)) ? kKinds[type]
                                                                    : "kind " + std::to_string(type);
 }
+
+}  // namespace tavctl

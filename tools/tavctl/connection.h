@@ -12,12 +12,14 @@
 
 #include "failure.h"
 
-// What the options say about connections, as Host takes it; and what Host throws, as this program
-// reports it.
-
 namespace TavIDL {
 class Remote;
 }
+
+namespace tavctl {
+
+// What the options say about connections, as Host takes it; and what Host throws, as this program
+// reports it.
 
 using apache::thrift::transport::TTransport;
 
@@ -73,5 +75,7 @@ Failure failureFrom(const std::exception& thrown, const std::string& operation,
 
 // The name of an application exception's kind.
 std::string kindOf(int type);
+
+}  // namespace tavctl
 
 #endif

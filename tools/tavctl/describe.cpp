@@ -1,8 +1,9 @@
 #include <algorithm>
 
-#include "failure.h"
 #include "print.h"
 #include "verbs.h"
+
+namespace tavctl {
 
 namespace {
 
@@ -27,8 +28,21 @@ std::string fieldLines(const std::vector<Field>& fields) {
     return lines;
 }
 
-// What `wanted` names: an operation, a service, a record, or everything if it is empty.
-int describe(const std::string& wanted) {
+struct Options {
+    std::string wanted;  // an operation, a service, a record, or everything if it is empty
+    bool thrift = false;
+};
+
+int describe(const Options& options) {
+    const std::string& wanted = options.wanted;
+    if (options.thrift) {
+        if (!wanted.empty()) {
+            throw Failure(Exit::Usage,
+                          "--thrift prints all of the definition; leave out '" + wanted + "'");
+        }
+        print(kInterfaceDefinition);
+        return 0;
+    }
     Json all = {{"operations", Json::array()}, {"records", Json::array()}};
     std::string lines;
     std::string names;
@@ -58,39 +72,19 @@ int describe(const std::string& wanted) {
     if (lines.empty()) {
         (void)operationNamed(wanted);  // tells which there are
     }
-    if (output.json) {
-        printJson(all);
-    } else {
-        print(output.quiet ? names : lines);
-    }
+    show(all, output.quiet ? names : lines);
     return 0;
 }
 
 }  // namespace
 
 void addDescribe(CLI::App& app, Run& run) {
-    struct Options {
-        std::string wanted;
-        bool thrift = false;
-    };
-    auto options = std::make_shared<Options>();
-    CLI::App* verb = addVerb(app, "describe", "Show the interface, or a part of it",
-                             "tavctl describe TavBroker.OpenEmp");
-    verb->add_option("wanted", options->wanted, "What to show; all if left out")
-        ->option_text("[SERVICE[.OPERATION] or RECORD]");
+    const auto [verb, options] =
+        addVerb(app, run, describe, "describe", "Show the interface, or a part of it",
+                "tavctl describe TavBroker.OpenEmp");
+    addOption(verb, "wanted", options->wanted, "[SERVICE[.OPERATION] or RECORD]",
+              "What to show; all if left out");
     verb->add_flag("--thrift", options->thrift, "Print the interface definition");
-    verb->callback([options, &run] {
-        run = [options] {
-            if (options->thrift) {
-                if (!options->wanted.empty()) {
-                    throw Failure(Exit::Usage,
-                                  "--thrift prints all of the definition; leave out '" +
-                                      options->wanted + "'");
-                }
-                print(kInterfaceDefinition);
-                return 0;
-            }
-            return describe(options->wanted);
-        };
-    });
 }
+
+}  // namespace tavctl

@@ -3,8 +3,12 @@
 
 #include "values.h"
 
+namespace tavctl {
+
 // Prints an event, which has the fields of TavEmpEvent.Callback: for people a line, with --json an
 // object.
 void showEvent(const Json& event);
+
+}  // namespace tavctl
 
 #endif

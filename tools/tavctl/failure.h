@@ -5,6 +5,8 @@
 #include <string>
 #include <utility>
 
+namespace tavctl {
+
 // How the program ends. Scripts depend on the numbers.
 enum class Exit {
     Good = 0,
@@ -27,5 +29,7 @@ struct Failure : std::runtime_error {
     Exit status;
     std::string hint;
 };
+
+}  // namespace tavctl
 
 #endif

@@ -2,6 +2,8 @@
 
 #include "failure.h"
 
+namespace tavctl {
+
 namespace {
 
 const Type kNothing{Kind::Nothing};
@@ -94,3 +96,5 @@ std::string nameOf(const Type& type) {
     }
     return "nothing";
 }
+
+}  // namespace tavctl

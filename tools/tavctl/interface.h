@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace tavctl {
+
 // The interface as data. What is shown, checked, decoded and served follows from this table;
 // only typed.cpp names operations besides it.
 
@@ -51,5 +53,7 @@ std::string nameOf(const Type& type);
 
 // The interface definition, as its file has it.
 extern const char* const kInterfaceDefinition;
+
+}  // namespace tavctl
 
 #endif

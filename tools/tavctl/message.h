@@ -7,6 +7,10 @@
 #include "connection.h"
 #include "values.h"
 
+namespace tavctl {
+
+class Source;
+
 // Decodes messages from a stream of bytes, by libthrift's own protocols, as far as they go.
 //
 // A message is
@@ -20,13 +24,12 @@
 //
 //      "broken": {"offset": 24, "reason": "..."}
 //
-// where the offset, counted as the message's own is from the begin of the stream, is that of the
-// first byte that is wrong or missing.
+// The offsets count from the start of the stream; that of a break is the first byte that is wrong
+// or missing.
 class MessageReader {
 public:
-    // `source` is read as bytes come; its read() returns 0 at the end.
-    MessageReader(std::shared_ptr<TTransport> source, Settings settings);
-    ~MessageReader();
+    // `stream` is read as bytes come; its read() returns 0 at the end.
+    MessageReader(std::shared_ptr<TTransport> stream, Settings settings);
 
     // Decodes the next message. Returns false at the end of the stream. After a broken message
     // the stream cannot be decoded any further.
@@ -36,25 +39,24 @@ public:
     const std::string& bytes() const;
 
     // "it looks like compact over framed, not binary over buffered" if the last message is broken
-    // and that seems to be why; else empty.
+    // and this seems to be the reason; otherwise empty.
     std::string mismatch() const;
 
     // After a broken message: reads on without decoding. Returns how many bytes, 0 at the end.
     std::size_t skipRest();
 
 private:
-    class Source;
-    class Decoder;
-
-    std::shared_ptr<Source> source_;
+    const std::shared_ptr<Source> source_;
     const Settings settings_;
     bool broken_ = false;
 };
 
-// A message in lines for people, each begun with `indent`.
+// A message in lines for people, each indented by `indent`.
 std::string described(const Json& message, const std::string& indent);
 
-// What the first bytes of a stream look like: "compact over framed" or "TLS", or nothing known.
+// What the first bytes of a stream look like: "compact over framed", "TLS", or "" if unknown.
 std::string guess(const std::string& bytes);
+
+}  // namespace tavctl
 
 #endif

@@ -11,6 +11,8 @@
 #include "typed.h"
 #include "verbs.h"
 
+namespace tavctl {
+
 using apache::thrift::transport::TTransportException;
 
 namespace {
@@ -111,7 +113,7 @@ private:
         }
         TavIDL::Settings settings = clientSettings(options_.settings, beginNone);
         settings.onFailure = [](const std::string& failure) {
-            printError(static_cast<int>(Exit::Broken), failure);
+            printError({Exit::Broken, failure});
         };
         std::unique_ptr<TavIDL::EmpSession> emp;
         const char* const operation = "TavBroker.OpenEmp";
@@ -157,12 +159,9 @@ private:
     }
 
     void show(const std::string& operation, const Json& result) {
-        if (output.json) {
-            printJson({{"operation", operation}, {"result", result}});
-        } else {
-            print(tinted(Tint::Good, operation) + (result.is_object() ? "\n" : "  ") +
-                  described(result));
-        }
+        tavctl::show(
+            {{"operation", operation}, {"result", result}},
+            tinted(Tint::Good, operation) + (result.is_object() ? "\n" : "  ") + described(result));
         if (options_.expectTrue && result == false && status_ == 0) {
             status_ = static_cast<int>(Exit::False);
         }
@@ -170,7 +169,7 @@ private:
 
     void fail(const Failure& failure) {
         if (!stop::requested()) {
-            printError(static_cast<int>(failure.status), failure.line());
+            printError(failure);
         }
         if (status_ == 0) {
             status_ = static_cast<int>(failure.status);
@@ -187,31 +186,28 @@ private:
     int status_ = 0;
 };
 
+int openEmp(const Options& options) {
+    return std::make_shared<Session>(options)->run();
+}
+
 }  // namespace
 
 void addOpen(CLI::App& app, Run& run) {
-    auto options = std::make_shared<Options>();
-    CLI::App* verb = addVerb(
-        app, "open", "Open an EMP at the broker, call it, show its events, close it",
+    const auto [verb, options] = addVerb(
+        app, run, openEmp, "open", "Open an EMP at the broker, call it, show its events, close it",
         "tavctl open 127.0.0.1:9090 thermometer 1.0 --run Open --run Execute cmd=read --run Close");
-    verb->add_option("address", options->address, "Where the broker serves")
-        ->required()
-        ->option_text("ADDRESS");
-    verb->add_option("name", options->name, "Name of the EMP")->required()->option_text("NAME");
-    verb->add_option("version", options->version, "Its version")
-        ->required()
-        ->option_text("VERSION");
-    verb->add_option("--run", options->words,
-                     "Call an operation of the EMP. Name, version and credential are known; what "
-                     "is left out else is sent as 0, false or empty. Without any, the EMP stays "
-                     "open until a signal comes")
-        ->option_text("OPERATION [KEY=VALUE]... ...");
+    addOption(verb, "address", options->address, "ADDRESS", "Where the broker serves")->required();
+    addOption(verb, "name", options->name, "NAME", "Name of the EMP")->required();
+    addOption(verb, "version", options->version, "VERSION", "Its version")->required();
+    addOption(verb, "--run", options->words, "OPERATION [KEY=VALUE]... ...",
+              "Call an operation of the EMP. Name, version and credential are known; what is left "
+              "out else is sent as 0, false or empty. Without any, the EMP stays open until a "
+              "signal comes");
     verb->add_flag("--stay", options->stay, "After the calls, stay open until a signal comes");
     verb->add_flag("--expect-true", options->expectTrue,
                    "End with status 1 on the first false reply");
     addClientOptions(verb, options->settings);
     addCredentialOption(verb, options->credential);
-    verb->callback([options, &run] {
-        run = [options] { return std::make_shared<Session>(*options)->run(); };
-    });
 }
+
+}  // namespace tavctl

@@ -2,13 +2,15 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 
-#include "failure.h"
 #include "stop.h"
+
+namespace tavctl {
 
 Output output;
 
@@ -125,15 +127,31 @@ std::string padded(const std::string& text, std::size_t width) {
     return text.size() < width ? text + std::string(width - text.size(), ' ') : text;
 }
 
+std::string described(const Json& result) {
+    if (!result.is_object()) {
+        return tinted(Tint::Value, shown(result)) + "\n";
+    }
+    std::size_t width = 0;
+    for (const auto& field : result.items()) {
+        width = std::max(width, field.key().size());
+    }
+    std::string lines;
+    for (const auto& field : result.items()) {
+        lines += tinted(Tint::Name, padded(field.key(), width)) + "  " +
+                 tinted(Tint::Value, shown(field.value())) + "\n";
+    }
+    return lines;
+}
+
 void print(const std::string& lines) {
     const int error = writeAll(STDOUT_FILENO, lines);
     if (error == 0 || output.lost.exchange(true)) {
         return;
     }
     if (error != EPIPE) {  // who has stopped reading need not be told
-        printError(static_cast<int>(Exit::Broken),
-                   std::string("cannot write to standard output: ") + std::strerror(error) +
-                       "; write it elsewhere");
+        printError({Exit::Broken,
+                    std::string("cannot write to standard output: ") + std::strerror(error),
+                    "write it elsewhere"});
     }
     // A reason to end, but cleanly.
     stop::request();
@@ -143,15 +161,24 @@ void printJson(const Json& object) {
     print(presentable(object).dump() + "\n");
 }
 
+void show(const Json& object, const std::string& lines) {
+    if (output.json) {
+        printJson(object);
+    } else {
+        print(lines);
+    }
+}
+
 void note(const std::string& text) {
     if (!output.quiet) {
         writeAll(STDERR_FILENO, "tavctl: " + escaped(text) + "\n");
     }
 }
 
-void printError(int status, const std::string& text) {
+int printError(const Failure& failure) {
+    const int status = static_cast<int>(failure.status);
     constexpr std::size_t kLimit = 4000;  // peers may have much to say
-    std::string line = masked(text);
+    std::string line = masked(failure.line());
     if (line.size() > kLimit) {
         line = line.substr(0, kLimit) + "...";
     }
@@ -162,4 +189,7 @@ void printError(int status, const std::string& text) {
         line = (coloured(STDERR_FILENO) ? "\033[31mtavctl:\033[0m " : "tavctl: ") + escaped(line);
     }
     writeAll(STDERR_FILENO, line + "\n");
+    return status;
 }
+
+}  // namespace tavctl

@@ -4,7 +4,10 @@
 #include <atomic>
 #include <string>
 
+#include "failure.h"
 #include "values.h"
+
+namespace tavctl {
 
 // All output. People get lines, aligned and on a terminal coloured; with --json, a program gets
 // one object a line. Results go to standard output; notes and errors to standard error. Texts
@@ -32,15 +35,24 @@ std::string escaped(const std::string& text);
 // `text` padded to `width` columns.
 std::string padded(const std::string& text, std::size_t width);
 
+// An operation's result; in one line unless it is a record.
+std::string described(const Json& result);
+
 // Text that has been made from shown() and tinted(): any number of whole lines.
 void print(const std::string& lines);
 
 // One object. Strings that are no UTF-8 become {"hex": "..."}.
 void printJson(const Json& object);
 
+// The object with --json, the lines otherwise.
+void show(const Json& object, const std::string& lines);
+
 // What may be left out: where it listens, that it waits.
 void note(const std::string& text);
 
-void printError(int status, const std::string& text);
+// Returns the status.
+int printError(const Failure& failure);
+
+}  // namespace tavctl
 
 #endif

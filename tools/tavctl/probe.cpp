@@ -11,6 +11,8 @@
 #include "print.h"
 #include "verbs.h"
 
+namespace tavctl {
+
 using apache::thrift::TApplicationException;
 
 namespace {
@@ -19,7 +21,7 @@ namespace {
 constexpr char kNoOperation[] = "tavctl.probe";
 
 // Calls the operation that does not exist. Returns the kind of exception that it is answered by.
-std::string probe(const std::string& address, const Settings& settings) {
+std::string ask(const std::string& address, const Settings& settings) {
     TavIDL::RemoteEmp peer(address, clientSettings(settings, [](std::string& operation) {
                                operation = kNoOperation;
                            }));
@@ -60,7 +62,7 @@ std::string findOut(const std::string& address, Settings settings) {
             settings.transport = transport;
             settings.protocol = protocol;
             try {
-                probe(address, settings);
+                ask(address, settings);
                 return "it seems to speak " + protocol + " over " + transport +
                        ", try --protocol " + protocol + " --transport " + transport;
             } catch (const Failure&) {
@@ -85,49 +87,44 @@ std::string findOut(const std::string& address, Settings settings) {
     return "it speaks no protocol that is known here";
 }
 
+struct Options {
+    Settings settings;
+    std::string address;
+};
+
+int probe(const Options& options) {
+    const auto& [settings, address] = options;
+    const auto begin = std::chrono::steady_clock::now();
+    std::string kind;
+    try {
+        kind = ask(address, settings);
+    } catch (const Failure& failure) {
+        if (failure.status == Exit::NoConnection || failure.status == Exit::Usage) {
+            throw;
+        }
+        throw Failure(failure.status, failure.what(), findOut(address, settings));
+    }
+    const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
+    const double ms = std::round(took.count() * 10) / 10;
+    show({{"address", address},
+          {"alive", true},
+          {"protocol", settings.protocol},
+          {"transport", settings.transport},
+          {"answer", kind},
+          {"ms", ms}},
+         tinted(Tint::Good, "alive") + ": " + address + " speaks " + settings.protocol + " over " +
+             settings.transport + ", answered " + kind + " in " + Json(ms).dump() + " ms\n");
+    return 0;
+}
+
 }  // namespace
 
 void addProbe(CLI::App& app, Run& run) {
-    struct Options {
-        Settings settings;
-        std::string address;
-    };
-    auto options = std::make_shared<Options>();
-    CLI::App* verb = addVerb(app, "probe", "See whether a service lives, without side effects",
-                             "tavctl probe 127.0.0.1:9090");
-    verb->add_option("address", options->address, "Where it serves")
-        ->required()
-        ->option_text("ADDRESS");
+    const auto [verb, options] =
+        addVerb(app, run, probe, "probe", "See whether a service lives, without side effects",
+                "tavctl probe 127.0.0.1:9090");
+    addOption(verb, "address", options->address, "ADDRESS", "Where it serves")->required();
     addClientOptions(verb, options->settings);
-    verb->callback([options, &run] {
-        run = [options] {
-            const std::string& address = options->address;
-            const auto begin = std::chrono::steady_clock::now();
-            std::string kind;
-            try {
-                kind = probe(address, options->settings);
-            } catch (const Failure& failure) {
-                if (failure.status == Exit::NoConnection || failure.status == Exit::Usage) {
-                    throw;
-                }
-                throw Failure(failure.status, failure.what(), findOut(address, options->settings));
-            }
-            const std::chrono::duration<double, std::milli> took =
-                std::chrono::steady_clock::now() - begin;
-            const double ms = std::round(took.count() * 10) / 10;
-            if (output.json) {
-                printJson({{"address", address},
-                           {"alive", true},
-                           {"protocol", options->settings.protocol},
-                           {"transport", options->settings.transport},
-                           {"answer", kind},
-                           {"ms", ms}});
-            } else {
-                print(tinted(Tint::Good, "alive") + ": " + address + " speaks " +
-                      options->settings.protocol + " over " + options->settings.transport +
-                      ", answered " + kind + " in " + Json(ms).dump() + " ms\n");
-            }
-            return 0;
-        };
-    });
 }
+
+}  // namespace tavctl

@@ -15,6 +15,8 @@
 #include "stop.h"
 #include "verbs.h"
 
+namespace tavctl {
+
 using apache::thrift::transport::TTransportException;
 using ConnectionPointer = std::shared_ptr<TavIDL::Connection>;
 
@@ -99,7 +101,7 @@ public:
             target = TavIDL::Connection::open(options_.target, settings_);
         } catch (const TavIDL::CallFailed& failed) {
             const Failure failure = failureFrom(failed);
-            printError(static_cast<int>(failure.status), name + ": " + failure.line());
+            printError({failure.status, name + ": " + failure.what(), failure.hint});
             return;
         }
         {
@@ -139,12 +141,8 @@ private:
             broken = message.contains("broken");
             Json shownMessage = {{"connection", connection}, {"from", from}};
             shownMessage.update(message);
-            if (output.json) {
-                printJson(shownMessage);
-            } else {
-                print(tinted(Tint::Dim, "[" + std::to_string(connection) + "] " + from) + "\n" +
-                      described(message, "  ") + hintLine(reader.mismatch()));
-            }
+            show(shownMessage, tinted(Tint::Dim, "[" + std::to_string(connection) + "] " + from) +
+                                   "\n" + described(message, "  ") + hintLine(reader.mismatch()));
             write(connection, from, reader.bytes());
         }
         // It is passed on all the same. But it is not kept: it may hold a credential.
@@ -168,8 +166,7 @@ private:
         const std::lock_guard<std::mutex> lock(mutex_);
         if (file_.is_open() && !(file_ << line.dump() << std::endl)) {
             // Who is spied on must not suffer from it.
-            const Failure failure = cannotWrite();
-            printError(static_cast<int>(failure.status), failure.line());
+            printError(cannotWrite());
             incomplete_ = true;
             file_.close();
         }
@@ -191,33 +188,30 @@ private:
     bool incomplete_ = false;
 };
 
+int spy(const Options& options) {
+    Spy spy(options);
+    stop::watch();
+    TavIDL::Server server(
+        options.listen, [&](const ConnectionPointer& client) { spy.pass(client); }, spy.settings());
+    note("spying on " + server.address() + ", for " + options.target);
+    stop::wait();
+    spy.interrupt();
+    server.stop();
+    return spy.complete() ? 0 : static_cast<int>(Exit::Broken);
+}
+
 }  // namespace
 
 void addSpy(CLI::App& app, Run& run) {
-    auto options = std::make_shared<Options>();
-    CLI::App* verb = addVerb(app, "spy", "Stand between two processes and print what they say",
-                             "tavctl spy 127.0.0.1:9091 127.0.0.1:9090 --write capture.json");
-    verb->add_option("listen", options->listen, "Where the client is to connect; port 0 is any")
-        ->required()
-        ->option_text("LISTEN");
-    verb->add_option("target", options->target, "Where the server is")
-        ->required()
-        ->option_text("TARGET");
-    verb->add_option("--write", options->file, "Keep the bytes of all messages, for decode")
-        ->option_text("FILE");
+    const auto [verb, options] =
+        addVerb(app, run, spy, "spy", "Stand between two processes and print what they say",
+                "tavctl spy 127.0.0.1:9091 127.0.0.1:9090 --write capture.json");
+    addOption(verb, "listen", options->listen, "LISTEN",
+              "Where the client is to connect; port 0 is any")
+        ->required();
+    addOption(verb, "target", options->target, "TARGET", "Where the server is")->required();
+    addOption(verb, "--write", options->file, "FILE", "Keep the bytes of all messages, for decode");
     addProtocolOptions(verb, options->settings);
-    verb->callback([options, &run] {
-        run = [options] {
-            Spy spy(*options);
-            stop::watch();
-            TavIDL::Server server(
-                options->listen, [&](const ConnectionPointer& client) { spy.pass(client); },
-                spy.settings());
-            note("spying on " + server.address() + ", for " + options->target);
-            stop::wait();
-            spy.interrupt();
-            server.stop();
-            return spy.complete() ? 0 : static_cast<int>(Exit::Broken);
-        };
-    });
 }
+
+}  // namespace tavctl

@@ -11,6 +11,8 @@
 
 #include "failure.h"
 
+namespace tavctl {
+
 namespace {
 
 std::mutex mutex;
@@ -89,3 +91,5 @@ int status() {
 }
 
 }  // namespace stop
+
+}  // namespace tavctl

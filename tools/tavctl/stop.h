@@ -3,6 +3,8 @@
 
 #include <functional>
 
+namespace tavctl {
+
 // Ends the program when it is told to: by SIGINT, SIGTERM or SIGHUP, or because nobody reads its
 // output any more. The first time cleanly; a second signal at once, whatever hangs.
 namespace stop {
@@ -22,5 +24,7 @@ void wait();
 int status();
 
 }  // namespace stop
+
+}  // namespace tavctl
 
 #endif

@@ -8,6 +8,8 @@
 
 #include "connection.h"
 
+namespace tavctl {
+
 namespace {
 
 using Add = std::function<Reply(TavIDL::Batch&, const Operation&, const Json&)>;
@@ -207,3 +209,5 @@ std::shared_ptr<apache::thrift::TProcessor> processorOf(const std::string& servi
     }
     return std::make_shared<TavEmpEventProcessor>(std::make_shared<Event>(std::move(answer)));
 }
+
+}  // namespace tavctl

@@ -15,6 +15,8 @@ class Batch;
 class Remote;
 }  // namespace TavIDL
 
+namespace tavctl {
+
 // Where the table meets the library's interface classes, which name each operation.
 
 // A peer that serves `service`. Throws what Host does.
@@ -39,5 +41,7 @@ using Answer = std::function<Json(const Operation& operation, const Json& argume
 
 // A processor of the service that answers all its operations by `answer`.
 std::shared_ptr<apache::thrift::TProcessor> processorOf(const std::string& service, Answer answer);
+
+}  // namespace tavctl
 
 #endif

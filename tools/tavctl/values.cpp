@@ -6,6 +6,8 @@
 
 #include "failure.h"
 
+namespace tavctl {
+
 namespace {
 
 constexpr std::string ParamList::*kParams[] = {
@@ -254,3 +256,5 @@ Json withoutSecrets(const Operation& operation, Json arguments) {
     }
     return arguments;
 }
+
+}  // namespace tavctl

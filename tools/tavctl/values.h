@@ -10,6 +10,8 @@
 
 #include "interface.h"
 
+namespace tavctl {
+
 // Keeps the order of the fields. A string in here holds any bytes; those that are no UTF-8 go
 // out, and come in, as {"hex": "..."}.
 using Json = nlohmann::ordered_json;
@@ -44,5 +46,7 @@ std::string fromHex(const std::string& text);
 
 // The arguments with credentials masked.
 Json withoutSecrets(const Operation& operation, Json arguments);
+
+}  // namespace tavctl
 
 #endif

@@ -1,0 +1,273 @@
+#include "decoder.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "interface.h"
+
+namespace tavctl {
+
+using apache::thrift::TException;
+using apache::thrift::transport::TTransportException;
+namespace protocol = apache::thrift::protocol;
+
+namespace {
+
+// No message of these services has more values, but each costs many times the byte that it may
+// have on the wire.
+constexpr int kValueLimit = 100000;
+
+std::string typeName(protocol::TType type) {
+    static const std::pair<protocol::TType, const char*> kNames[] = {
+        {protocol::T_BOOL, "bool"},     {protocol::T_BYTE, "byte"}, {protocol::T_I16, "i16"},
+        {protocol::T_I32, "i32"},       {protocol::T_I64, "i64"},   {protocol::T_DOUBLE, "double"},
+        {protocol::T_STRING, "string"}, {protocol::T_MAP, "map"},   {protocol::T_STRUCT, "struct"},
+        {protocol::T_SET, "set"},       {protocol::T_LIST, "list"}};
+    for (const auto& [known, name] : kNames) {
+        if (type == known) {
+            return name;
+        }
+    }
+    throw TException("there is no type " + std::to_string(static_cast<int>(type)));
+}
+
+std::string messageTypeName(protocol::TMessageType type) {
+    constexpr const char* kNames[] = {"call", "reply", "exception", "oneway"};  // from 1 on
+    return type >= protocol::T_CALL && type <= protocol::T_ONEWAY
+               ? kNames[type - 1]
+               : "type " + std::to_string(static_cast<int>(type));
+}
+
+const Field* fieldOf(const std::vector<Field>& fields, int16_t id) {
+    const auto found = std::find_if(fields.begin(), fields.end(),
+                                    [&](const Field& field) { return field.id == id; });
+    return found == fields.end() ? nullptr : &*found;
+}
+
+// The fields that a message may have. Two services may have an operation of one name: a field
+// whose names differ has both.
+std::vector<Field> fieldsOf(const std::string& name, protocol::TMessageType type) {
+    if (type == protocol::T_EXCEPTION) {
+        return {{1, "message", {Kind::String}}, {2, "type", {Kind::I32}}};
+    }
+    std::vector<Field> fields;
+    for (const Operation& operation : operations()) {
+        if (operation.name != name) {
+            continue;
+        }
+        const std::vector<Field> result = {{0, "success", operation.result}};
+        for (const Field& field : type == protocol::T_REPLY ? result : operation.arguments) {
+            if (auto* known = const_cast<Field*>(fieldOf(fields, field.id)); known == nullptr) {
+                fields.push_back(field);
+            } else if (known->name != field.name) {
+                known->name += "/" + field.name;
+            }
+        }
+    }
+    return fields;
+}
+
+}  // namespace
+
+Decoder::Decoder(std::shared_ptr<Source> source, const Settings& settings)
+    : source_(std::move(source)), settings_(settings), protocol_(protocolOver(settings, source_)) {
+}
+
+void Decoder::decode(Json& message) {
+    if (settings_.framed()) {
+        readFrameLength();
+    }
+    item("the header");
+    std::string name;
+    protocol::TMessageType type{};
+    int32_t seqid = 0;
+    protocol_->readMessageBegin(name, type, seqid);
+    message["operation"] = name;
+    message["type"] = messageTypeName(type);
+    message["seqid"] = seqid;
+    message["fields"] = Json::array();
+    readFields(message["fields"], fieldsOf(name, type), 0);
+    item("the end of the message");
+    protocol_->readMessageEnd();
+    if (source_->framed() && !source_->frameEnded()) {
+        item("the end of the frame");
+        throw TException("the frame is longer than its message");
+    }
+}
+
+Json Decoder::broken(const TException& failure) const {
+    const auto* transport = dynamic_cast<const TTransportException*>(&failure);
+    const std::string within = "in " + item_ + " that begins at byte " + std::to_string(begin_);
+    if (transport != nullptr && transport->getType() == TTransportException::END_OF_FILE) {
+        return {
+            {"offset", source_->offset()},
+            {"reason", (source_->frameEnded() ? "the frame ends " : "the bytes end ") + within}};
+    }
+    // libthrift may quote what it has read.
+    const bool secret = !secrets_.empty() && !secrets_.back().whole;
+    return {{"offset", begin_},
+            {"reason", (secret ? "no credential" : failure.what()) + (" " + within)}};
+}
+
+// A string's bytes are the last ones of its item; in JSON they are between quotes, and what is not
+// a string may have none.
+void Decoder::mask(std::string& bytes) const {
+    for (const Secret& secret : secrets_) {
+        const auto at = [&](uint64_t offset) {
+            return bytes.begin() + static_cast<std::ptrdiff_t>(offset - source_->begin);
+        };
+        auto begin = at(secret.begin);
+        auto end = secret.whole ? at(secret.end) : bytes.end();
+        if (settings_.protocol == "json") {
+            begin = std::find(begin, end, '"');
+            begin += begin == end ? 0 : 1;
+            const auto quote =
+                std::find(std::make_reverse_iterator(end), std::make_reverse_iterator(begin), '"');
+            end = secret.whole && quote.base() != begin ? quote.base() - 1 : end;
+        } else if (secret.whole) {
+            begin = end - static_cast<std::ptrdiff_t>(secret.size);
+        }
+        std::fill(begin, end, '*');
+    }
+}
+
+// Remembers where the item that is read next begins.
+void Decoder::item(std::string what) {
+    item_ = std::move(what);
+    begin_ = source_->offset();
+}
+
+void Decoder::readFrameLength() {
+    item("the length of a frame");
+    uint8_t head[4];
+    source_->readAll(head, sizeof head);
+    uint32_t length = 0;
+    for (const uint8_t byte : head) {
+        length = length << 8 | byte;
+    }
+    if (length > kMessageLimit) {
+        throw TException("a frame of " + std::to_string(length) + " bytes is over the limit");
+    }
+    source_->beginFrame(length);
+}
+
+void Decoder::readFields(Json& fields, const std::vector<Field>& known, int depth) {
+    std::string name;
+    item("a structure");
+    if (depth > kDepthLimit) {
+        throw TException("nested too deeply");
+    }
+    protocol_->readStructBegin(name);
+    for (;;) {
+        protocol::TType type{};
+        int16_t id = 0;
+        item("a field");
+        protocol_->readFieldBegin(name, type, id);
+        if (type == protocol::T_STOP) {
+            break;
+        }
+        const std::string nameOfType = typeName(type);
+        const Field* field = fieldOf(known, id);
+        Json& place = fields.emplace_back(Json{{"id", id}});
+        if (field != nullptr) {
+            place["name"] = field->name;
+        }
+        place["type"] = nameOfType;
+        Json& value = place["value"];
+        if (field != nullptr && field->secret()) {
+            readSecret(value, type, depth);
+        } else {
+            readValue(value, type, field == nullptr ? nullptr : field->type.record, depth);
+        }
+        item("the end of a field");
+        protocol_->readFieldEnd();
+    }
+    item("the end of a structure");
+    protocol_->readStructEnd();
+}
+
+void Decoder::readSecret(Json& value, TType type, int depth) {
+    value = kMasked;
+    secrets_.push_back({source_->offset(), 0, 0, false});
+    Json unseen;
+    readValue(unseen, type, nullptr, depth);
+    Secret& secret = secrets_.back();
+    secret.whole = true;
+    secret.end = source_->offset();
+    secret.size =
+        unseen.is_string() ? unseen.get_ref<std::string&>().size() : secret.end - secret.begin;
+}
+
+void Decoder::readValue(Json& value, TType type, const Record* record, int depth) {
+    if (++values_ > kValueLimit) {
+        throw TException("more values than a message may have");
+    }
+    switch (type) {
+        case protocol::T_BOOL:
+            item("a bool");
+            return readPlain<bool>(value, &TProtocol::readBool);
+        case protocol::T_BYTE:
+            item("a byte");
+            return readPlain<int8_t>(value, &TProtocol::readByte);
+        case protocol::T_I16:
+            item("an i16");
+            return readPlain<int16_t>(value, &TProtocol::readI16);
+        case protocol::T_I32:
+            item("an i32");
+            return readPlain<int32_t>(value, &TProtocol::readI32);
+        case protocol::T_I64:
+            item("an i64");
+            return readPlain<int64_t>(value, &TProtocol::readI64);
+        case protocol::T_DOUBLE:
+            item("a double");
+            return readPlain<double>(value, &TProtocol::readDouble);
+        case protocol::T_STRING:
+            item("a string");
+            return readPlain<std::string>(value, &TProtocol::readString);
+        case protocol::T_STRUCT:
+            value = Json::array();
+            return readFields(value, record == nullptr ? std::vector<Field>() : record->fields,
+                              depth + 1);
+        default:
+            (void)typeName(type);
+            return readContainer(value, type, depth + 1);
+    }
+}
+
+template <typename T>
+void Decoder::readPlain(Json& value, uint32_t (TProtocol::*read)(T&)) {
+    T plain{};
+    (*protocol_.*read)(plain);
+    value = std::move(plain);
+}
+
+// A map's elements are pairs.
+void Decoder::readContainer(Json& value, TType container, int depth) {
+    const bool isMap = container == protocol::T_MAP;
+    const bool isList = container == protocol::T_LIST;
+    item(isMap ? "the head of a map" : "the head of a list or set");
+    value = Json::array();
+    TType keyType{};
+    TType type{};
+    uint32_t size = 0;
+    isMap    ? protocol_->readMapBegin(keyType, type, size)
+    : isList ? protocol_->readListBegin(type, size)
+             : protocol_->readSetBegin(type, size);
+    // Elements need no bytes in some encodings, but memory here.
+    if (size > kContainerLimit || depth > kDepthLimit) {
+        throw TException("a container of " + std::to_string(size) +
+                         " elements is over the limit, or nested too deeply");
+    }
+    for (uint32_t i = 0; i < size; ++i) {
+        Json* element = &value.emplace_back();
+        if (isMap) {
+            *element = {nullptr, nullptr};
+            readValue((*element)[0], keyType, nullptr, depth);
+            element = &(*element)[1];
+        }
+        readValue(*element, type, nullptr, depth);
+    }
+    isMap ? protocol_->readMapEnd() : isList ? protocol_->readListEnd() : protocol_->readSetEnd();
+}
+
+}  // namespace tavctl

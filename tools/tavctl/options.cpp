@@ -1,0 +1,137 @@
+#include "options.h"
+
+#include <fstream>
+#include <iostream>
+
+#include "print.h"
+
+namespace tavctl {
+
+namespace {
+
+// At most `limit` bytes, so that no input fills the memory.
+std::string readAll(std::istream& input, std::size_t limit, const std::string& what) {
+    std::string text(limit + 1, '\0');
+    input.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(input.gcount()));
+    if (text.size() > limit) {
+        throw Failure(Exit::Usage,
+                      what + " is longer than " + std::to_string(limit) + " bytes; give less");
+    }
+    return text;
+}
+
+std::string checkSeconds(const std::string& text) {
+    double value = 0;
+    // A value that is not a number is in no range.
+    return CLI::detail::lexical_cast(text, value) && value >= 0.001 && value <= 86400
+               ? ""
+               : "'" + text + "' is no number of seconds from 0.001 to 86400";
+}
+
+}  // namespace
+
+CLI::App* addVerb(CLI::App& app, const std::string& name, const std::string& description,
+                  const std::string& example) {
+    CLI::App* verb = app.add_subcommand(name, description);
+    verb->add_flag("--json", output.json, "Print one JSON object a line");
+    verb->add_flag("--quiet", output.quiet, "Print results and errors, but no notes");
+    verb->footer("Example:\n  " + example);
+    return verb;
+}
+
+CLI::Option* addSeconds(CLI::App* verb, const std::string& name, double& value,
+                        const std::string& description) {
+    return addOption(verb, name, value, "SECONDS", description)
+        ->check(CLI::Validator(checkSeconds, ""));
+}
+
+void addProtocolOptions(CLI::App* verb, Settings& settings) {
+    addOption(verb, "--protocol", settings.protocol, "NAME",
+              "binary (the default), compact or json")
+        ->check(CLI::IsMember(kProtocols));
+    addOption(verb, "--transport", settings.transport, "NAME", "buffered (the default) or framed")
+        ->check(CLI::IsMember(kTransports));
+}
+
+void addTlsOptions(CLI::App* verb, Settings& settings) {
+    CLI::Option* tls = verb->add_flag("--tls", settings.tls, "Speak TLS");
+    const auto add = [&](const char* name, std::string& file, const char* description) {
+        addOption(verb, name, file, "FILE", description)->needs(tls);
+    };
+    add("--ca", settings.ca, "Certificates that peers are trusted by (PEM)");
+    add("--cert", settings.cert, "The own certificate (PEM)");
+    add("--key", settings.key, "Its private key (PEM)");
+}
+
+void addClientOptions(CLI::App* verb, Settings& settings) {
+    addProtocolOptions(verb, settings);
+    addTlsOptions(verb, settings);
+    addSeconds(verb, "--connect-timeout", settings.connectTimeout,
+               "To wait for a connection (5 by default)");
+    addSeconds(verb, "--timeout", settings.timeout,
+               "For each call, connecting included (10 by default)");
+}
+
+void addListenOptions(CLI::App* verb, ListenAddress& address) {
+    CLI::Option* port =
+        addOption(verb, "--port", address.port, "N", "Port on 127.0.0.1; 0, the default, is any")
+            ->check(CLI::Range(0, 65535));
+    addOption(verb, "--listen", address.text, "ADDRESS", "Where to listen, if not on 127.0.0.1")
+        ->excludes(port);
+}
+
+std::string ListenAddress::get() const {
+    return text.empty() ? "127.0.0.1:" + std::to_string(port) : text;
+}
+
+void addCredentialOption(CLI::App* verb, Credential& credential) {
+    addOption(verb, "--credential-file", credential.file, "FILE",
+              "Holds the credential; - is standard input. Without this it is taken from "
+              "TAV_CREDENTIAL in the environment");
+}
+
+std::string Credential::get() const {
+    constexpr std::size_t kLimit = 1 << 16;
+    std::string text;
+    if (file == "-") {
+        text = readAll(std::cin, kLimit, "the credential");
+    } else if (!file.empty()) {
+        std::ifstream input(file, std::ios::binary);
+        text = readAll(input, kLimit, "the credential");
+        if (!input.is_open() || input.bad()) {
+            throw Failure(Exit::Usage, "cannot read the credential from '" + file +
+                                           "'; check that the file is there and yours to read");
+        }
+    } else if (const char* variable = std::getenv("TAV_CREDENTIAL")) {
+        text = variable;
+    } else {
+        throw Failure(Exit::Usage,
+                      "this needs a credential; set TAV_CREDENTIAL in the environment, or use "
+                      "--credential-file");
+    }
+    if (!file.empty() && !text.empty() && text.back() == '\n') {
+        text.pop_back();
+    }
+    keepSecret(text);
+    return text;
+}
+
+void Credential::addTo(const Operation& operation, Json& arguments) const {
+    for (const Field& field : operation.arguments) {
+        if (!field.secret()) {
+            continue;
+        }
+        if (arguments[field.name] == "") {
+            arguments[field.name] = get();
+        } else {
+            keepSecret(arguments[field.name]);
+        }
+    }
+}
+
+std::string readInput() {
+    return readAll(std::cin, kMessageLimit, "standard input");
+}
+
+}  // namespace tavctl
