@@ -104,31 +104,8 @@ Json Decoder::broken(const TException& failure) const {
             {"reason", (source_->frameEnded() ? "the frame ends " : "the bytes end ") + within}};
     }
     // libthrift may quote what it has read.
-    const bool secret = !secrets_.empty() && !secrets_.back().whole;
     return {{"offset", begin_},
-            {"reason", (secret ? "no credential" : failure.what()) + (" " + within)}};
-}
-
-// A string's bytes are the last ones of its item; in JSON they are between quotes, and what is not
-// a string may have none.
-void Decoder::mask(std::string& bytes) const {
-    for (const Secret& secret : secrets_) {
-        const auto at = [&](uint64_t offset) {
-            return bytes.begin() + static_cast<std::ptrdiff_t>(offset - source_->begin);
-        };
-        auto begin = at(secret.begin);
-        auto end = secret.whole ? at(secret.end) : bytes.end();
-        if (settings_.protocol == "json") {
-            begin = std::find(begin, end, '"');
-            begin += begin == end ? 0 : 1;
-            const auto quote =
-                std::find(std::make_reverse_iterator(end), std::make_reverse_iterator(begin), '"');
-            end = secret.whole && quote.base() != begin ? quote.base() - 1 : end;
-        } else if (secret.whole) {
-            begin = end - static_cast<std::ptrdiff_t>(secret.size);
-        }
-        std::fill(begin, end, '*');
-    }
+            {"reason", (secret_ ? "no credential" : failure.what()) + (" " + within)}};
 }
 
 // Remembers where the item that is read next begins.
@@ -186,16 +163,31 @@ void Decoder::readFields(Json& fields, const std::vector<Field>& known, int dept
     protocol_->readStructEnd();
 }
 
+// Overwrites what it has read of a credential. A string's bytes are the last ones of its item; in
+// JSON they are between quotes, and what is not a string may have none.
 void Decoder::readSecret(Json& value, TType type, int depth) {
     value = kMasked;
-    secrets_.push_back({source_->offset(), 0, 0, false});
+    std::string& bytes = source_->message;
+    auto begin = bytes.size();
     Json unseen;
-    readValue(unseen, type, nullptr, depth);
-    Secret& secret = secrets_.back();
-    secret.whole = true;
-    secret.end = source_->offset();
-    secret.size =
-        unseen.is_string() ? unseen.get_ref<std::string&>().size() : secret.end - secret.begin;
+    secret_ = true;
+    try {
+        readValue(unseen, type, nullptr, depth);
+        secret_ = false;
+    } catch (...) {
+        std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(begin), bytes.end(), '*');
+        throw;
+    }
+    auto end = bytes.size();
+    if (settings_.protocol == "json") {
+        const auto quote = bytes.find('"', begin);
+        begin = quote == std::string::npos ? begin : quote + 1;
+        end = quote == std::string::npos ? end : bytes.rfind('"');
+    } else if (unseen.is_string()) {
+        begin = end - unseen.get_ref<std::string&>().size();
+    }
+    std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(begin),
+              bytes.begin() + static_cast<std::ptrdiff_t>(end), '*');
 }
 
 void Decoder::readValue(Json& value, TType type, const Record* record, int depth) {

@@ -11,7 +11,8 @@
 
 namespace tavctl {
 
-// Decodes one message. What it has read stays when it throws.
+// Decodes one message, and overwrites credentials in the source's copy of its bytes. What it has
+// read stays when it throws.
 class Decoder {
 public:
     Decoder(std::shared_ptr<Source> source, const Settings& settings);
@@ -22,19 +23,9 @@ public:
     // The offset of the first byte that is wrong or missing, and why.
     Json broken(const apache::thrift::TException& failure) const;
 
-    // Overwrites the credentials in the message's bytes.
-    void mask(std::string& bytes) const;
-
 private:
     using TProtocol = apache::thrift::protocol::TProtocol;
     using TType = apache::thrift::protocol::TType;
-
-    struct Secret {
-        uint64_t begin;
-        uint64_t end;
-        std::size_t size;
-        bool whole;
-    };
 
     void item(std::string what);
     void readFrameLength();
@@ -51,7 +42,7 @@ private:
     std::string item_;
     uint64_t begin_ = 0;  // of the item
     int values_ = 0;
-    std::vector<Secret> secrets_;
+    bool secret_ = false;  // is being read
 };
 
 }  // namespace tavctl

@@ -82,19 +82,8 @@ const Operation& operationNamed(const std::string& fullName) {
 }
 
 std::string nameOf(const Type& type) {
-    switch (type.kind) {
-        case Kind::Bool:
-            return "bool";
-        case Kind::I32:
-            return "i32";
-        case Kind::String:
-            return "string";
-        case Kind::Record:
-            return type.record->name;
-        case Kind::Nothing:
-            break;
-    }
-    return "nothing";
+    constexpr const char* kNames[] = {"nothing", "bool", "i32", "string"};
+    return type.kind == Kind::Record ? type.record->name : kNames[static_cast<int>(type.kind)];
 }
 
 }  // namespace tavctl

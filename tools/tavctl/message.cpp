@@ -32,7 +32,6 @@ bool MessageReader::next(Json& message) {
         broken_ = true;
     }
     message["size"] = source_->message.size();
-    decoder.mask(source_->message);
     return true;
 }
 

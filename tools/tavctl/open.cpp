@@ -123,7 +123,7 @@ private:
         } catch (const std::exception& thrown) {
             throw failureFrom(thrown, operation, broker_);
         }
-        show(operation, toJson(emp->info()));
+        show(operation, emp->info());
         if (emp->info().callbackServicePort == 0) {
             note("no events: the broker names no port for them");
         } else if (!certified) {

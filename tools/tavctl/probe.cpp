@@ -1,12 +1,12 @@
 #include <TavIDL/host/Connection.h>
 #include <TavIDL/host/Remote.h>
 #include <thrift/TApplicationException.h>
+#include <thrift/transport/TBufferTransports.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 
-#include "connection.h"
 #include "message.h"
 #include "print.h"
 #include "verbs.h"
@@ -14,13 +14,21 @@
 namespace tavctl {
 
 using apache::thrift::TApplicationException;
+using apache::thrift::transport::TMemoryBuffer;
+using Clock = std::chrono::steady_clock;
 
 namespace {
 
 // No service has it, so calling it changes nothing anywhere.
 constexpr char kNoOperation[] = "tavctl.probe";
 
-// Calls the operation that does not exist. Returns the kind of exception that it is answered by.
+struct Options {
+    Settings settings;
+    std::string address;
+    bool tryText = false;
+};
+
+// Calls the operation that does not exist. Returns the kind of exception that the peer answers.
 std::string ask(const std::string& address, const Settings& settings) {
     TavIDL::RemoteEmp peer(address, clientSettings(settings, [](std::string& operation) {
                                operation = kNoOperation;
@@ -32,17 +40,41 @@ std::string ask(const std::string& address, const Settings& settings) {
             return kindOf(answer.getType());
         }
     } catch (const TavIDL::CallFailed& failed) {
+        if (failed.reason() == TavIDL::CallFailed::NoAnswerInTime) {
+            throw Failure(Exit::TimedOut,
+                          address +
+                              " accepts connections but does not answer: it hangs, or all its "
+                              "threads are busy",
+                          "if it answers others, check --protocol and --transport");
+        }
         throw failureFrom(failed, kNoOperation, peer);
     }
     throw Failure(Exit::Broken, std::string(kNoOperation) + " at " + address +
                                     ": it answers as if there were this operation");
 }
 
+// The bytes of the same call.
+std::string questionIn(const Settings& settings) {
+    const auto bytes = std::make_shared<TMemoryBuffer>();
+    std::shared_ptr<TTransport> wire = bytes;
+    if (settings.framed()) {
+        wire = std::make_shared<apache::thrift::transport::TFramedTransport>(bytes);
+    }
+    const auto protocol = protocolOver(settings, wire);
+    protocol->writeMessageBegin(kNoOperation, apache::thrift::protocol::T_CALL, 0);
+    protocol->writeStructBegin("");
+    protocol->writeFieldStop();
+    protocol->writeStructEnd();
+    protocol->writeMessageEnd();
+    wire->flush();
+    return bytes->getBufferAsString();
+}
+
 // What the peer's answer to these bytes looks like, if it looks like anything known.
-std::string answerTo(const std::string& question, const std::string& address,
-                     const Settings& settings) {
+std::string answerTo(const std::string& question, const Options& options) {
     try {
-        const auto connection = TavIDL::Connection::open(address, clientSettings(settings));
+        const auto connection =
+            TavIDL::Connection::open(options.address, clientSettings(options.settings));
         connection->write(reinterpret_cast<const uint8_t*>(question.data()),
                           static_cast<uint32_t>(question.size()));
         uint8_t bytes[16];
@@ -53,58 +85,73 @@ std::string answerTo(const std::string& question, const std::string& address,
     }
 }
 
-// The combination that the peer answers to, as options, or what else it seems to be.
-std::string findOut(const std::string& address, Settings settings) {
-    constexpr double kPatience = 1;  // for each: a peer that misreads waits for more
-    settings.timeout = std::min(settings.timeout, kPatience);
-    for (const std::string& transport : kTransports) {
-        for (const std::string& protocol : kProtocols) {
-            settings.transport = transport;
+// The questions that are asked after a connection was closed without an answer.
+//
+// Some peers read the first bytes as a length, and make room for so many at once. So a question
+// begins with a byte over 127, which no one takes for a length, or with a frame of a few bytes.
+// Text begins with letters, and those are a length of more than a gigabyte: it is sent only if the
+// user wants that.
+std::vector<std::string> questions(const Options& options) {
+    std::vector<std::string> all = {questionIn(options.settings)};
+    const auto add = [&](const std::string& protocol) {
+        for (const std::string& transport : kTransports) {
+            Settings settings = options.settings;
             settings.protocol = protocol;
-            try {
-                ask(address, settings);
-                return "it seems to speak " + protocol + " over " + transport +
-                       ", try --protocol " + protocol + " --transport " + transport;
-            } catch (const Failure&) {
-                // Not this one.
-            }
+            settings.transport = transport;
+            all.push_back(questionIn(settings));
         }
+    };
+    add("binary");
+    add("compact");
+    if (options.tryText) {
+        add("json");
+        all.emplace_back("GET / HTTP/1.0\r\n\r\n");
     }
-    if (settings.tls) {
-        return "it speaks no protocol that is known here, or wants a certificate, see --cert and "
-               "--key";
-    }
-    // It may speak first, as some do, or answer to what others ask.
-    const std::string tlsGreeting = fromHex(
-        "160301002f0100002b0303000000000000000000000000000000000000000000000000000000000000000000"
-        "0004130100ff0100");
-    for (const std::string& question : {tlsGreeting, std::string("GET / HTTP/1.0\r\n\r\n")}) {
-        const std::string known = answerTo(question, address, settings);
+    return all;
+}
+
+// What the peer speaks, as options, or what else it seems to be.
+std::string findOut(Options options, Clock::time_point end) {
+    constexpr double kPatience = 1;  // for each: a peer that misreads a question waits for more
+    for (const std::string& question : questions(options)) {
+        const std::chrono::duration<double> left = end - Clock::now();
+        options.settings.timeout = std::min(left.count(), kPatience);
+        options.settings.connectTimeout = options.settings.timeout;
+        if (left.count() < 0.001) {
+            break;
+        }
+        const std::string known = answerTo(question, options);
+        const auto over = known.find(" over ");
+        if (over != std::string::npos) {
+            return "it seems to speak " + known + ", try --protocol " + known.substr(0, over) +
+                   " --transport " + known.substr(over + 6);
+        }
         if (!known.empty()) {
             return "it seems to speak " + known + (known == "TLS" ? ", try --tls" : "");
         }
     }
-    return "it speaks no protocol that is known here";
+    return std::string("it speaks no protocol that was tried") +
+           (options.tryText ? "" : "; it may want --protocol json") +
+           (options.settings.tls ? ", or wants a certificate, see --cert and --key" : ", or --tls");
 }
 
-struct Options {
-    Settings settings;
-    std::string address;
-};
-
 int probe(const Options& options) {
-    const auto& [settings, address] = options;
-    const auto begin = std::chrono::steady_clock::now();
+    const auto& [settings, address, tryText] = options;
+    const auto begin = Clock::now();
     std::string kind;
     try {
         kind = ask(address, settings);
     } catch (const Failure& failure) {
-        if (failure.status == Exit::NoConnection || failure.status == Exit::Usage) {
+        // A peer that is silent may only be busy, and read later what it is sent now.
+        if (failure.status != Exit::Broken && !(failure.status == Exit::TimedOut && tryText)) {
             throw;
         }
-        throw Failure(failure.status, failure.what(), findOut(address, settings));
+        const std::chrono::duration<double> limit(settings.timeout);
+        throw Failure(failure.status, failure.what(),
+                      findOut(options, (failure.status == Exit::TimedOut ? Clock::now() : begin) +
+                                           std::chrono::duration_cast<Clock::duration>(limit)));
     }
-    const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
+    const std::chrono::duration<double, std::milli> took = Clock::now() - begin;
     const double ms = std::round(took.count() * 10) / 10;
     show({{"address", address},
           {"alive", true},
@@ -113,7 +160,8 @@ int probe(const Options& options) {
           {"answer", kind},
           {"ms", ms}},
          tinted(Tint::Good, "alive") + ": " + address + " speaks " + settings.protocol + " over " +
-             settings.transport + ", answered " + kind + " in " + Json(ms).dump() + " ms\n");
+             settings.transport + (settings.tls ? " over TLS" : "") + ", answered " + kind +
+             " in " + Json(ms).dump() + " ms\n");
     return 0;
 }
 
@@ -121,9 +169,13 @@ int probe(const Options& options) {
 
 void addProbe(CLI::App& app, Run& run) {
     const auto [verb, options] =
-        addVerb(app, run, probe, "probe", "See whether a service lives, without side effects",
+        addVerb(app, run, probe, "probe", "See whether a service is alive, without side effects",
                 "tavctl probe 127.0.0.1:9090");
     addOption(verb, "address", options->address, "ADDRESS", "Where it serves")->required();
+    verb->add_flag("--try-text", options->tryText,
+                   "If there is no answer, try JSON and HTTP, too. Warning: a peer that expects "
+                   "neither can take their first bytes for a length of more than a gigabyte, and "
+                   "run out of memory");
     addClientOptions(verb, options->settings);
 }
 

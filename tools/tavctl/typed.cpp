@@ -3,8 +3,7 @@
 #include <TavIDL/host/Batch.h>
 
 #include <map>
-#include <type_traits>
-#include <utility>
+#include <tuple>
 
 #include "connection.h"
 
@@ -12,65 +11,41 @@ namespace tavctl {
 
 namespace {
 
-using Add = std::function<Reply(TavIDL::Batch&, const Operation&, const Json&)>;
+using Call = std::function<Reply(TavIDL::Batch&, const Json&)>;
 
-// A field of the arguments, as the client's parameter has it.
-template <typename T>
-T valueOf(const Json& value) {
-    if constexpr (std::is_same_v<T, ConnectionInfo>) {
-        return connectionInfoFrom(value);
-    } else if constexpr (std::is_same_v<T, ParamList>) {
-        return paramListFrom(value);
-    } else {
-        return value.get<T>();
-    }
+// The fields of the arguments are in the order of the operation's parameters.
+template <typename... Parameters>
+std::tuple<std::decay_t<Parameters>...> parametersFrom(const Json& arguments) {
+    auto next = arguments.begin();
+    return {(next++)->template get<std::decay_t<Parameters>>()...};
 }
 
-Json jsonOf(const ConnectionInfo& result) {
-    return toJson(result);
-}
-
-template <typename T>
-Json jsonOf(const T& result) {
-    return result;
-}
-
-template <typename T>
-Reply replyOf(std::future<T> result) {
-    return [result = result.share()] { return jsonOf(result.get()); };
-}
-
-// The parameters have the order of the operation's fields.
-template <typename Batch, typename Result, typename... Parameters, std::size_t... Index>
-Add adding(Result (Batch::*method)(Parameters...), std::index_sequence<Index...> /*fields*/) {
-    return [method](TavIDL::Batch& batch, const Operation& operation, const Json& given) -> Reply {
-        const auto add = [&] {
-            return (dynamic_cast<Batch&>(batch).*method)(
-                valueOf<std::decay_t<Parameters>>(given[operation.arguments[Index].name])...);
+template <typename Batch, typename Result, typename... Parameters>
+Call call(Result (Batch::*operation)(Parameters...)) {
+    return [operation](TavIDL::Batch& batch, const Json& arguments) -> Reply {
+        const auto add = [&](const auto&... values) {
+            return (dynamic_cast<Batch&>(batch).*operation)(values...);
         };
         if constexpr (std::is_void_v<Result>) {
-            add();
-            return [] { return Json(); };  // an event has no reply
+            std::apply(add, parametersFrom<Parameters...>(arguments));
+            return [] { return Json(); };
         } else {
-            return replyOf(add());
+            return [result = std::apply(add, parametersFrom<Parameters...>(arguments)).share()] {
+                return Json(result.get());
+            };
         }
     };
 }
 
-template <typename Batch, typename Result, typename... Parameters>
-Add adding(Result (Batch::*method)(Parameters...)) {
-    return adding(method, std::index_sequence_for<Parameters...>());
-}
-
-const std::map<std::string, Add> kCalls = {
-    {"TavBroker.OpenEmp", adding(&TavIDL::BrokerBatch::OpenEmp)},
-    {"TavBroker.Execute", adding(&TavIDL::BrokerBatch::Execute)},
-    {"TavBroker.CloseEmp", adding(&TavIDL::BrokerBatch::CloseEmp)},
-    {"TavEmp.Open", adding(&TavIDL::EmpBatch::Open)},
-    {"TavEmp.Close", adding(&TavIDL::EmpBatch::Close)},
-    {"TavEmp.Execute", adding(&TavIDL::EmpBatch::Execute)},
-    {"TavEmp.ExecuteWithParamList", adding(&TavIDL::EmpBatch::ExecuteWithParamList)},
-    {"TavEmpEvent.Callback", adding(&TavIDL::CallbackBatch::Callback)},
+const std::map<std::string, Call> kCalls = {
+    {"TavBroker.OpenEmp", call(&TavIDL::BrokerBatch::OpenEmp)},
+    {"TavBroker.Execute", call(&TavIDL::BrokerBatch::Execute)},
+    {"TavBroker.CloseEmp", call(&TavIDL::BrokerBatch::CloseEmp)},
+    {"TavEmp.Open", call(&TavIDL::EmpBatch::Open)},
+    {"TavEmp.Close", call(&TavIDL::EmpBatch::Close)},
+    {"TavEmp.Execute", call(&TavIDL::EmpBatch::Execute)},
+    {"TavEmp.ExecuteWithParamList", call(&TavIDL::EmpBatch::ExecuteWithParamList)},
+    {"TavEmpEvent.Callback", call(&TavIDL::CallbackBatch::Callback)},
 };
 
 // What the three handlers share.
@@ -79,45 +54,36 @@ public:
     explicit Handler(Answer answer) : answer_(std::move(answer)) {}
 
 protected:
-    Json answer(const char* operation, const Json& arguments) const {
-        return answer_(operationNamed(operation), arguments);
-    }
-
-    Json answerCommand(const char* operation, const char* caller, int32_t number,
-                       const std::string& cmd, const std::string& param1, const std::string& param2,
-                       const std::string& param3, const std::string& param4) const {
-        return answer(operation, {{caller, number},
-                                  {"cmd", cmd},
-                                  {"param1", param1},
-                                  {"param2", param2},
-                                  {"param3", param3},
-                                  {"param4", param4}});
+    template <typename... Values>
+    Json answer(const char* name, const Values&... values) const {
+        const Operation& operation = operationNamed(name);
+        Json arguments;
+        auto field = operation.arguments.begin();
+        ((arguments[(field++)->name] = values), ...);
+        return answer_(operation, arguments);
     }
 
 private:
-    Answer answer_;
+    const Answer answer_;
 };
+
+using Text = const std::string&;
 
 class Broker : public TavBrokerIf, Handler {
 public:
     using Handler::Handler;
 
-    void OpenEmp(ConnectionInfo& result, const std::string& name, const std::string& version,
-                 const std::string& credential) override {
-        result = connectionInfoFrom(
-            answer("TavBroker.OpenEmp",
-                   {{"name", name}, {"version", version}, {"credential", credential}}));
+    void OpenEmp(ConnectionInfo& result, Text name, Text version, Text credential) override {
+        result = answer("TavBroker.OpenEmp", name, version, credential);
     }
 
-    void Execute(std::string& result, int32_t fromPort, const std::string& cmd,
-                 const std::string& param1, const std::string& param2, const std::string& param3,
-                 const std::string& param4) override {
-        result = answerCommand("TavBroker.Execute", "fromPort", fromPort, cmd, param1, param2,
-                               param3, param4);
+    void Execute(std::string& result, int32_t fromPort, Text cmd, Text param1, Text param2,
+                 Text param3, Text param4) override {
+        result = answer("TavBroker.Execute", fromPort, cmd, param1, param2, param3, param4);
     }
 
     bool CloseEmp(const ConnectionInfo& connectionInfo) override {
-        return answer("TavBroker.CloseEmp", {{"connectionInfo", toJson(connectionInfo)}});
+        return answer("TavBroker.CloseEmp", connectionInfo);
     }
 };
 
@@ -125,29 +91,20 @@ class Emp : public TavEmpIf, Handler {
 public:
     using Handler::Handler;
 
-    bool Open(int32_t clientID, const std::string& name, const std::string& version,
-              const std::string& credential) override {
-        return answer("TavEmp.Open", {{"clientID", clientID},
-                                      {"name", name},
-                                      {"version", version},
-                                      {"credential", credential}});
+    bool Open(int32_t clientID, Text name, Text version, Text credential) override {
+        return answer("TavEmp.Open", clientID, name, version, credential);
     }
 
-    int32_t Close(int32_t clientID) override {
-        return answer("TavEmp.Close", {{"clientID", clientID}});
+    int32_t Close(int32_t clientID) override { return answer("TavEmp.Close", clientID); }
+
+    void Execute(std::string& result, int32_t clientID, Text cmd, Text param1, Text param2,
+                 Text param3, Text param4) override {
+        result = answer("TavEmp.Execute", clientID, cmd, param1, param2, param3, param4);
     }
 
-    void Execute(std::string& result, int32_t clientID, const std::string& cmd,
-                 const std::string& param1, const std::string& param2, const std::string& param3,
-                 const std::string& param4) override {
-        result = answerCommand("TavEmp.Execute", "clientID", clientID, cmd, param1, param2, param3,
-                               param4);
-    }
-
-    void ExecuteWithParamList(std::string& result, int32_t clientID, const std::string& cmd,
+    void ExecuteWithParamList(std::string& result, int32_t clientID, Text cmd,
                               const ParamList& paramList) override {
-        result = answer("TavEmp.ExecuteWithParamList",
-                        {{"clientID", clientID}, {"cmd", cmd}, {"paramList", toJson(paramList)}});
+        result = answer("TavEmp.ExecuteWithParamList", clientID, cmd, paramList);
     }
 };
 
@@ -155,10 +112,8 @@ class Event : public TavEmpEventIf, Handler {
 public:
     using Handler::Handler;
 
-    void Callback(int32_t eventType, const std::string& param1,
-                  const std::string& param2) override {
-        answer("TavEmpEvent.Callback",
-               {{"eventType", eventType}, {"param1", param1}, {"param2", param2}});
+    void Callback(int32_t eventType, Text param1, Text param2) override {
+        answer("TavEmpEvent.Callback", eventType, param1, param2);
     }
 };
 
@@ -186,7 +141,7 @@ std::unique_ptr<TavIDL::Batch> batchOf(TavIDL::Remote& peer) {
 }
 
 Reply addTo(TavIDL::Batch& batch, const Operation& operation, const Json& arguments) {
-    return kCalls.at(operation.fullName())(batch, operation, arguments);
+    return kCalls.at(operation.fullName())(batch, arguments);
 }
 
 Json call(const Operation& operation, TavIDL::Remote& peer, const Json& arguments) {

@@ -1,19 +1,53 @@
 #include "values.h"
 
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <set>
 
 #include "failure.h"
 
-namespace tavctl {
+namespace nlohmann {
 
 namespace {
 
-constexpr std::string ParamList::*kParams[] = {
-    &ParamList::param1, &ParamList::param2, &ParamList::param3, &ParamList::param4,
-    &ParamList::param5, &ParamList::param6, &ParamList::param7, &ParamList::param8,
-    &ParamList::param9, &ParamList::param10};
+constexpr std::pair<const char*, std::string ParamList::*> kParams[] = {
+    {"param1", &ParamList::param1},  {"param2", &ParamList::param2}, {"param3", &ParamList::param3},
+    {"param4", &ParamList::param4},  {"param5", &ParamList::param5}, {"param6", &ParamList::param6},
+    {"param7", &ParamList::param7},  {"param8", &ParamList::param8}, {"param9", &ParamList::param9},
+    {"param10", &ParamList::param10}};
+
+}  // namespace
+
+void adl_serializer<ConnectionInfo>::to_json(ordered_json& json, const ConnectionInfo& info) {
+    json = {{"callbackServicePort", info.callbackServicePort},
+            {"empServicePort", info.empServicePort},
+            {"empID", info.empID}};
+}
+
+void adl_serializer<ConnectionInfo>::from_json(const ordered_json& json, ConnectionInfo& info) {
+    json.at("callbackServicePort").get_to(info.callbackServicePort);
+    json.at("empServicePort").get_to(info.empServicePort);
+    json.at("empID").get_to(info.empID);
+}
+
+void adl_serializer<ParamList>::to_json(ordered_json& json, const ParamList& list) {
+    for (const auto& [name, param] : kParams) {
+        json[name] = list.*param;
+    }
+}
+
+void adl_serializer<ParamList>::from_json(const ordered_json& json, ParamList& list) {
+    for (const auto& [name, param] : kParams) {
+        json.at(name).get_to(list.*param);
+    }
+}
+
+}  // namespace nlohmann
+
+namespace tavctl {
+
+namespace {
 
 [[noreturn]] void refuse(const std::string& where, const std::string& expected) {
     throw Failure(Exit::Usage, where + " takes " + expected);
@@ -54,77 +88,42 @@ Json completeFields(const std::vector<Field>& fields, const Json& given, const s
     return all;
 }
 
+bool isI32(const Json& value) {
+    const double number = value.is_number_integer() ? value.get<double>() : INFINITY;
+    return number >= INT32_MIN && number <= INT32_MAX;
+}
+
+std::string bytesFrom(const Json& hex, const std::string& where) try {
+    return fromHex(hex);
+} catch (const std::invalid_argument& failure) {
+    refuse(where, std::string("hexadecimal digits, but there is ") + failure.what());
+}
+
 }  // namespace
 
-Json toJson(const ConnectionInfo& info) {
-    return {{"callbackServicePort", info.callbackServicePort},
-            {"empServicePort", info.empServicePort},
-            {"empID", info.empID}};
-}
-
-ConnectionInfo connectionInfoFrom(const Json& value) {
-    ConnectionInfo info;
-    info.callbackServicePort = value["callbackServicePort"];
-    info.empServicePort = value["empServicePort"];
-    info.empID = value["empID"];
-    return info;
-}
-
-ParamList paramListFrom(const Json& value) {
-    ParamList list;
-    int number = 0;
-    for (const auto param : kParams) {
-        list.*param = value["param" + std::to_string(++number)];
-    }
-    return list;
-}
-
-Json toJson(const ParamList& list) {
-    Json value;
-    int number = 0;
-    for (const auto param : kParams) {
-        value["param" + std::to_string(++number)] = list.*param;
-    }
-    return value;
-}
-
 Json complete(const Type& type, const Json& given, const std::string& where) {
+    const bool missing = given.is_null();
     switch (type.kind) {
         case Kind::Bool:
-            if (!given.is_null() && !given.is_boolean()) {
-                refuse(where, "true or false");
+            if (missing || given.is_boolean()) {
+                return missing ? Json(false) : given;
             }
-            return given.is_null() ? Json(false) : given;
+            refuse(where, "true or false");
         case Kind::I32:
-            if (given.is_null()) {
-                return 0;
+            if (missing || isI32(given)) {
+                return missing ? Json(0) : given;
             }
-            if (!given.is_number_integer() ||
-                (given.is_number_unsigned() && given.get<uint64_t>() > INT32_MAX) ||
-                given.get<int64_t>() < INT32_MIN || given.get<int64_t>() > INT32_MAX) {
-                refuse(where, "a whole number from -2147483648 to 2147483647");
-            }
-            return given;
+            refuse(where, "a whole number from -2147483648 to 2147483647");
         case Kind::String:
-            if (given.is_null()) {
-                return "";
+            if (missing || given.is_string()) {
+                return missing ? Json("") : given;
             }
-            if (given.is_object() && given.size() == 1 && given.contains("hex") &&
-                given["hex"].is_string()) {
-                try {
-                    return fromHex(given["hex"]);
-                } catch (const std::invalid_argument& failure) {
-                    refuse(where,
-                           std::string("hexadecimal digits, but there is ") + failure.what());
-                }
+            if (given.is_object() && given.size() == 1 && given.value("hex", Json()).is_string()) {
+                return bytesFrom(given["hex"], where);
             }
-            if (!given.is_string()) {
-                refuse(where, R"(a string, or {"hex": "..."})");
-            }
-            return given;
+            refuse(where, R"(a string, or {"hex": "..."})");
         case Kind::Record:
-            return completeFields(type.record->fields, given.is_null() ? Json::object() : given,
-                                  where);
+            return completeFields(type.record->fields, missing ? Json::object() : given, where);
         case Kind::Nothing:
             break;
     }
@@ -132,25 +131,14 @@ Json complete(const Type& type, const Json& given, const std::string& where) {
 }
 
 Json valueFrom(const Type& type, const std::string& text, const std::string& where) {
-    switch (type.kind) {
-        case Kind::Bool:
-            return complete(
-                type, text == "true" || text == "false" ? Json(text == "true") : Json(0), where);
-        case Kind::I32: {
-            int32_t number = 0;
-            const char* const end = text.data() + text.size();
-            const auto parsed = std::from_chars(text.data(), end, number);
-            return complete(
-                type, parsed.ec == std::errc() && parsed.ptr == end ? Json(number) : Json(text),
-                where);
-        }
-        case Kind::Record:
-            return complete(type, parseJson(text, where), where);
-        case Kind::String:
-        case Kind::Nothing:
-            break;
+    if (type.kind == Kind::String || type.kind == Kind::Nothing) {
+        return text;
     }
-    return text;
+    if (type.kind == Kind::Record) {
+        return complete(type, parseJson(text, where), where);
+    }
+    const Json value = Json::parse(text, nullptr, false);
+    return complete(type, value.is_boolean() || value.is_number() ? value : Json(text), where);
 }
 
 Json argumentsFrom(const Operation& operation, const std::vector<std::string>& words, Json given) {
@@ -164,16 +152,18 @@ Json argumentsFrom(const Operation& operation, const std::vector<std::string>& w
         if (key.size() == word.size()) {
             throw Failure(Exit::Usage, "'" + word + "' is no argument; write key=value");
         }
-        const std::string text = word.substr(key.size() + 1);
-        const std::string first = key.substr(0, key.find('.'));
-        const Field* field = fieldNamed(operation.arguments, first);
-        Json* place = &given[first];
-        if (field != nullptr && field->type.kind == Kind::Record && first.size() < key.size()) {
-            const std::string second = key.substr(first.size() + 1);
-            field = fieldNamed(field->type.record->fields, second);
-            place = &(*place)[second];
-        } else if (first.size() < key.size()) {
-            field = nullptr;
+        // "connectionInfo.empID" names a field of a record.
+        const std::vector<Field>* fields = &operation.arguments;
+        const Field* field = nullptr;
+        Json* place = &given;
+        for (std::size_t begin = 0; fields != nullptr && begin <= key.size();) {
+            const std::string name = key.substr(begin, key.find('.', begin) - begin);
+            field = fieldNamed(*fields, name);
+            place = &(*place)[name];
+            const Record* record = field == nullptr ? nullptr : field->type.record;
+            fields = record == nullptr ? nullptr : &record->fields;
+            begin += name.size() + 1;
+            field = fields == nullptr && begin <= key.size() ? nullptr : field;
         }
         if (field == nullptr) {
             throw Failure(Exit::Usage, where + " has no argument '" + key + "'; it has " +
@@ -187,13 +177,13 @@ Json argumentsFrom(const Operation& operation, const std::vector<std::string>& w
         if (!keys.insert(key).second) {
             throw Failure(Exit::Usage, where + " is given '" + key + "' twice; give it once");
         }
-        *place = valueFrom(field->type, text, key);
+        *place = valueFrom(field->type, word.substr(key.size() + 1), key);
     }
     return completeFields(operation.arguments, given, where);
 }
 
 Json parseJson(const std::string& text, const std::string& where) {
-    // Nesting costs the parser and whoever walks the value: none of the records needs any.
+    // Nesting costs the parser and all that walk the value: none of the records needs any.
     constexpr int kDepth = 8;
     std::vector<std::set<std::string>> keys;  // of each object that is open
     const auto checked = [&](int depth, Json::parse_event_t event, Json& parsed) {
@@ -222,11 +212,9 @@ Json parseJson(const std::string& text, const std::string& where) {
 std::string toHex(const std::string& bytes) {
     constexpr char kDigits[] = "0123456789abcdef";
     std::string text;
-    text.reserve(bytes.size() * 2);
     for (const char c : bytes) {
         const auto byte = static_cast<unsigned char>(c);
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 15];
+        text += {kDigits[byte >> 4], kDigits[byte & 15]};
     }
     return text;
 }
@@ -236,11 +224,9 @@ std::string fromHex(const std::string& text) {
         throw std::invalid_argument("half a byte at the end");
     }
     std::string bytes;
-    bytes.reserve(text.size() / 2);
     for (std::size_t i = 0; i < text.size(); i += 2) {
         unsigned char byte = 0;
-        const auto parsed = std::from_chars(&text[i], &text[i] + 2, byte, 16);
-        if (parsed.ec != std::errc() || parsed.ptr != &text[i] + 2) {
+        if (std::from_chars(&text[i], &text[i] + 2, byte, 16).ptr != &text[i] + 2) {
             throw std::invalid_argument("no hexadecimal digit at " + std::to_string(i));
         }
         bytes += static_cast<char>(byte);

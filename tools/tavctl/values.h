@@ -10,19 +10,26 @@
 
 #include "interface.h"
 
+// The records convert to and from JSON, with all their fields.
+template <>
+struct nlohmann::adl_serializer<ConnectionInfo> {
+    static void to_json(nlohmann::ordered_json& json, const ConnectionInfo& info);
+    static void from_json(const nlohmann::ordered_json& json, ConnectionInfo& info);
+};
+template <>
+struct nlohmann::adl_serializer<ParamList> {
+    static void to_json(nlohmann::ordered_json& json, const ParamList& list);
+    static void from_json(const nlohmann::ordered_json& json, ParamList& list);
+};
+
 namespace tavctl {
 
-// Keeps the order of the fields. A string in here holds any bytes; those that are no UTF-8 go
+// Keeps the order of the fields. A string in here holds any bytes; those that are not UTF-8 go
 // out, and come in, as {"hex": "..."}.
 using Json = nlohmann::ordered_json;
 
 // What stands where a credential would.
 constexpr char kMasked[] = "***";
-
-Json toJson(const ConnectionInfo& info);
-ConnectionInfo connectionInfoFrom(const Json& value);
-ParamList paramListFrom(const Json& value);
-Json toJson(const ParamList& list);
 
 // `given` checked against a type, with what it lacks filled in: 0, false or empty. Throws a
 // Failure that names `where`.
