@@ -56,9 +56,10 @@ def tavctl(*words, stdin=b"", **extra):
 class Process:
     """A process that runs beside the test and is ended with it."""
 
-    def __init__(self, test, command, stdout=subprocess.PIPE, **extra):
+    def __init__(self, test, command, stdout=subprocess.PIPE, preexec_fn=None, **extra):
         self.process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=stdout,
-                                        stderr=subprocess.PIPE, env=environment(**extra))
+                                        stderr=subprocess.PIPE, env=environment(**extra),
+                                        preexec_fn=preexec_fn)
         test.addCleanup(self.end)
         self.late = False
         self.watchdog = threading.Timer(PATIENCE, self.give_up)
@@ -173,6 +174,16 @@ def generated_client(test, client, address, protocol="binary", transport="buffer
     wire.open()
     test.addCleanup(wire.close)
     return client.Client(PROTOCOLS[protocol](wire))
+
+
+def certificate_and_key(test, name="right", alternative="IP:127.0.0.1"):
+    """Makes both. Returns the names of their files."""
+    files = [os.path.join(test.directory(), name + end) for end in (".crt", ".key")]
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
+                    "ec_paramgen_curve:P-256", "-nodes", "-days", "2", "-subj", "/CN=" + name,
+                    "-addext", "subjectAltName=" + alternative, "-keyout", files[1], "-out",
+                    files[0]], check=True, capture_output=True)
+    return files
 
 
 def example_broker(test):

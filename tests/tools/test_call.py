@@ -371,17 +371,14 @@ class OutputTest(ToolTest):
 
 class TlsTest(ToolTest):
     def setUp(self):
-        self.directory_ = self.directory()
+        self.files = {}
         for name, alternative in (("right", "IP:127.0.0.1"), ("wrong", "IP:127.0.0.1"),
                                   ("elsewhere", "DNS:elsewhere")):
-            subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
-                            "ec_paramgen_curve:P-256", "-nodes", "-days", "2", "-subj",
-                            "/CN=" + name, "-addext", "subjectAltName=" + alternative,
-                            "-keyout", self.file(name + ".key"), "-out", self.file(name + ".crt")],
-                           check=True, capture_output=True)
+            self.files[name + ".crt"], self.files[name + ".key"] = certificate_and_key(
+                self, name, alternative)
 
     def file(self, name):
-        return os.path.join(self.directory_, name)
+        return self.files[name]
 
     def server(self, name="right"):
         return start(self, "serve", "emp", "--reply", "Close=3", "--tls", "--cert",

@@ -182,7 +182,7 @@ void Decoder::readSecret(Json& value, TType type, int depth) {
     if (settings_.protocol == "json") {
         const auto quote = bytes.find('"', begin);
         begin = quote == std::string::npos ? begin : quote + 1;
-        end = quote == std::string::npos ? end : bytes.rfind('"');
+        end = quote == std::string::npos ? end : std::max(begin, bytes.rfind('"'));
     } else if (unseen.is_string()) {
         begin = end - unseen.get_ref<std::string&>().size();
     }

@@ -98,7 +98,9 @@ std::vector<std::string> questions(const Options& options) {
             Settings settings = options.settings;
             settings.protocol = protocol;
             settings.transport = transport;
-            all.push_back(questionIn(settings));
+            if (questionIn(settings) != all.front()) {
+                all.push_back(questionIn(settings));
+            }
         }
     };
     add("binary");
@@ -130,9 +132,9 @@ std::string findOut(Options options, Clock::time_point end) {
             return "it seems to speak " + known + (known == "TLS" ? ", try --tls" : "");
         }
     }
-    return std::string("it speaks no protocol that was tried") +
-           (options.tryText ? "" : "; it may want --protocol json") +
-           (options.settings.tls ? ", or wants a certificate, see --cert and --key" : ", or --tls");
+    return std::string("it speaks no protocol that was tried; it may want ") +
+           (options.tryText ? "" : "--try-text or ") +
+           (options.settings.tls ? "a certificate, see --cert and --key" : "--tls");
 }
 
 int probe(const Options& options) {
