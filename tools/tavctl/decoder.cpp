@@ -1,9 +1,12 @@
 #include "decoder.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 #include <utility>
 
 #include "interface.h"
+#include "wirenames.h"
 
 namespace tavctl {
 
@@ -18,12 +21,7 @@ namespace {
 constexpr int kValueLimit = 100000;
 
 std::string typeName(protocol::TType type) {
-    static const std::pair<protocol::TType, const char*> kNames[] = {
-        {protocol::T_BOOL, "bool"},     {protocol::T_BYTE, "byte"}, {protocol::T_I16, "i16"},
-        {protocol::T_I32, "i32"},       {protocol::T_I64, "i64"},   {protocol::T_DOUBLE, "double"},
-        {protocol::T_STRING, "string"}, {protocol::T_MAP, "map"},   {protocol::T_STRUCT, "struct"},
-        {protocol::T_SET, "set"},       {protocol::T_LIST, "list"}};
-    for (const auto& [known, name] : kNames) {
+    for (const auto& [known, name] : kTypeNames) {
         if (type == known) {
             return name;
         }
@@ -32,9 +30,8 @@ std::string typeName(protocol::TType type) {
 }
 
 std::string messageTypeName(protocol::TMessageType type) {
-    constexpr const char* kNames[] = {"call", "reply", "exception", "oneway"};  // from 1 on
     return type >= protocol::T_CALL && type <= protocol::T_ONEWAY
-               ? kNames[type - 1]
+               ? kMessageTypeNames[type - 1]
                : "type " + std::to_string(static_cast<int>(type));
 }
 
@@ -65,6 +62,20 @@ std::vector<Field> fieldsOf(const std::string& name, protocol::TMessageType type
         }
     }
     return fields;
+}
+
+// JSON has only finite numbers.
+Json withoutLoss(double number) {
+    if (std::isfinite(number)) {
+        return number;
+    }
+    uint64_t bits = 0;
+    std::memcpy(&bits, &number, sizeof number);
+    std::string bytes;
+    for (int shift = 56; shift >= 0; shift -= 8) {
+        bytes += static_cast<char>(bits >> shift);
+    }
+    return {{"hex", toHex(bytes)}};
 }
 
 }  // namespace
@@ -151,11 +162,13 @@ void Decoder::readFields(Json& fields, const std::vector<Field>& known, int dept
         }
         place["type"] = nameOfType;
         Json& value = place["value"];
+        Json shape;
         if (field != nullptr && field->secret()) {
             readSecret(value, type, depth);
         } else {
-            readValue(value, type, field == nullptr ? nullptr : field->type.record, depth);
+            readValue(value, shape, type, field == nullptr ? nullptr : field->type.record, depth);
         }
+        place.update(shape.is_null() ? Json::object() : shape);
         item("the end of a field");
         protocol_->readFieldEnd();
     }
@@ -172,7 +185,8 @@ void Decoder::readSecret(Json& value, TType type, int depth) {
     Json unseen;
     secret_ = true;
     try {
-        readValue(unseen, type, nullptr, depth);
+        Json shape;
+        readValue(unseen, shape, type, nullptr, depth);
         secret_ = false;
     } catch (...) {
         std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(begin), bytes.end(), '*');
@@ -190,7 +204,7 @@ void Decoder::readSecret(Json& value, TType type, int depth) {
               bytes.begin() + static_cast<std::ptrdiff_t>(end), '*');
 }
 
-void Decoder::readValue(Json& value, TType type, const Record* record, int depth) {
+void Decoder::readValue(Json& value, Json& shape, TType type, const Record* record, int depth) {
     if (++values_ > kValueLimit) {
         throw TException("more values than a message may have");
     }
@@ -212,7 +226,9 @@ void Decoder::readValue(Json& value, TType type, const Record* record, int depth
             return readPlain<int64_t>(value, &TProtocol::readI64);
         case protocol::T_DOUBLE:
             item("a double");
-            return readPlain<double>(value, &TProtocol::readDouble);
+            readPlain<double>(value, &TProtocol::readDouble);
+            value = withoutLoss(value.get<double>());
+            return;
         case protocol::T_STRING:
             item("a string");
             return readPlain<std::string>(value, &TProtocol::readString);
@@ -222,7 +238,7 @@ void Decoder::readValue(Json& value, TType type, const Record* record, int depth
                               depth + 1);
         default:
             (void)typeName(type);
-            return readContainer(value, type, depth + 1);
+            return readContainer(value, shape, type, depth + 1);
     }
 }
 
@@ -233,8 +249,9 @@ void Decoder::readPlain(Json& value, uint32_t (TProtocol::*read)(T&)) {
     value = std::move(plain);
 }
 
-// A map's elements are pairs.
-void Decoder::readContainer(Json& value, TType container, int depth) {
+// A map's elements are pairs. `shape` gets the types that the elements have, each of them if these
+// are containers too.
+void Decoder::readContainer(Json& value, Json& shape, TType container, int depth) {
     const bool isMap = container == protocol::T_MAP;
     const bool isList = container == protocol::T_LIST;
     item(isMap ? "the head of a map" : "the head of a list or set");
@@ -250,14 +267,24 @@ void Decoder::readContainer(Json& value, TType container, int depth) {
         throw TException("a container of " + std::to_string(size) +
                          " elements is over the limit, or nested too deeply");
     }
+    // An empty one may come without types.
+    const auto nameOf = [&](TType of) {
+        return size == 0 && of == protocol::T_STOP ? Json() : Json(typeName(of));
+    };
+    shape["of"] = isMap ? Json::array({nameOf(keyType), nameOf(type)}) : nameOf(type);
     for (uint32_t i = 0; i < size; ++i) {
         Json* element = &value.emplace_back();
+        Json keyShape;
+        Json elementShape;
         if (isMap) {
             *element = {nullptr, nullptr};
-            readValue((*element)[0], keyType, nullptr, depth);
+            readValue((*element)[0], keyShape, keyType, nullptr, depth);
             element = &(*element)[1];
         }
-        readValue(*element, type, nullptr, depth);
+        readValue(*element, elementShape, type, nullptr, depth);
+        if (keyShape.is_object() || elementShape.is_object()) {
+            shape["each"].push_back(isMap ? Json::array({keyShape, elementShape}) : elementShape);
+        }
     }
     isMap ? protocol_->readMapEnd() : isList ? protocol_->readListEnd() : protocol_->readSetEnd();
 }

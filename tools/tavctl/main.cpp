@@ -63,7 +63,7 @@ int start(int argc, char** argv) {
     app.footer("tavctl VERB --help tells about a verb; man tavctl about all.");
     Run run;
     for (const auto add : {addDescribe, addCall, addOpen, addListen, addProbe, addSpy, addDecode,
-                           addServe, addBench}) {
+                           addServe, addBench, addEncode}) {
         add(app, run);
     }
 

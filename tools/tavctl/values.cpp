@@ -182,12 +182,11 @@ Json argumentsFrom(const Operation& operation, const std::vector<std::string>& w
     return completeFields(operation.arguments, given, where);
 }
 
-Json parseJson(const std::string& text, const std::string& where) {
-    // Nesting costs the parser and all that walk the value: none of the records needs any.
-    constexpr int kDepth = 8;
+// Nesting costs the parser and all that walk the value: none of the records needs any.
+Json parseJson(const std::string& text, const std::string& where, int depthLimit) {
     std::vector<std::set<std::string>> keys;  // of each object that is open
     const auto checked = [&](int depth, Json::parse_event_t event, Json& parsed) {
-        if (depth > kDepth) {
+        if (depth > depthLimit) {
             throw std::length_error("it is nested too deeply");
         }
         if (event == Json::parse_event_t::object_start) {
