@@ -165,10 +165,10 @@ class BrokenTest(ToolTest):
         self.assertNotIn("ses", out + err)
 
     def testACredentialOfAnotherTypeIsNotQuoted(self):
-        for value, expected in [(b'"dbl":"sesame"', (6, "no credential in a double that begins")),
+        for value, expected in [(b'"dbl":"sesame"', (6, "breaks at byte 29: this must be a dbl")),
                                 (b'"i32":"sesame"', (6, "breaks at byte")),
-                                (b'"str":"', (6, "the bytes end in a string")),
-                                (b'"str"', (6, "the bytes end in a string")),
+                                (b'"str":"', (6, "the bytes end in the header")),
+                                (b'"str"', (6, "the bytes end in the header")),
                                 (b'"i32":5', (0, "credential  i32    ***")),
                                 (b'"rec":{"1":{"str":"sesame"}}', (0, "credential  struct ***"))]:
             with self.subTest(value):

@@ -34,15 +34,16 @@ class RandomMessage:
         "i32": lambda chance: chance.choice([-2**31, -1, 2**31 - 1]),
         "i64": lambda chance: chance.choice([-2**63, 1, 2**63 - 1]),
         "double": lambda chance: chance.choice([0.1, -0.0, 1e300, 5e-324, -2.5]),
-        "string": lambda chance: chance.choice(["", "caf\u00e9", "\u20ac\U0001f600", "\"\\\n\0",
-                                                "a" * 200, {"hex": "00ff80"}]),
     }
 
     def __init__(self, seed, protocol):
         self.chance = random.Random(seed)
-        # None that the interface knows, whose names would be added. libthrift's JSON reads no
-        # negative ones.
-        self.ids = [100, 101, 120, 2**15 - 1] + ([-2**15, -1] if protocol != "json" else [])
+        # None that the interface knows, whose names would be added.
+        self.ids = [100, 101, 120, 2**15 - 1]
+        self.texts = ["", "caf\u00e9", "\u20ac\U0001f600", "\"\\\n\1", "a" * 200, {"hex": "ff80"}]
+        if protocol != "json":  # libthrift's reads neither negative ids nor zeros in strings
+            self.ids += [-2**15, -1]
+            self.texts += ["a\0", {"hex": "00ff"}]
         self.message = {
             "operation": self.chance.choice(["Nonsense", "Close", "Callback"]),
             "type": self.chance.choice(["call", "reply", "exception", "oneway"]),
@@ -59,12 +60,14 @@ class RandomMessage:
         return {"id": number, "type": kind, "value": value, **(shape or {})}
 
     def kind(self, depth):
-        return self.chance.choice(list(self.SCALARS) +
+        return self.chance.choice([*self.SCALARS, "string"] +
                                   (["struct", "list", "set", "map"] if depth < 4 else []))
 
     def value(self, kind, depth):
         if kind in self.SCALARS:
             return self.SCALARS[kind](self.chance), None
+        if kind == "string":
+            return self.chance.choice(self.texts), None
         if kind == "struct":
             return self.fields(depth + 1), None
         size = self.chance.choice([1, 2, 20])
@@ -73,7 +76,7 @@ class RandomMessage:
         if kind != "map":
             return list(values), {"of": element, **({"each": list(shapes)} if shapes[0] else {})}
         key = self.chance.choice(["string", "i32"])
-        return ([[self.SCALARS[key](self.chance), value] for value in values],
+        return ([[self.value(key, depth)[0], value] for value in values],
                 {"of": [key, element],
                  **({"each": [[None, shape] for shape in shapes]} if shapes[0] else {})})
 

@@ -4,13 +4,13 @@
 #include <thrift/TApplicationException.h>
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/protocol/TCompactProtocol.h>
-#include <thrift/protocol/TJSONProtocol.h>
 #include <thrift/protocol/TProtocolDecorator.h>
 
 #include <iterator>
 #include <system_error>
 #include <utility>
 
+#include "json.h"
 #include "print.h"
 
 namespace tavctl {
@@ -74,7 +74,7 @@ TavIDL::ProtocolPointer protocolOver(const Settings& settings,
             transport, kMessageLimit, kContainerLimit);
     }
     if (settings.protocol == "json") {
-        return std::make_shared<apache::thrift::protocol::TJSONProtocol>(transport);
+        return jsonProtocolOver(std::move(transport));
     }
     // Strict: what does not begin with the protocol's version, an HTTP answer for instance, is
     // refused at once instead of being taken for the length of a name.

@@ -81,7 +81,10 @@ Json withoutLoss(double number) {
 }  // namespace
 
 Decoder::Decoder(std::shared_ptr<Source> source, const Settings& settings)
-    : source_(std::move(source)), settings_(settings), protocol_(protocolOver(settings, source_)) {
+    : source_(std::move(source)),
+      settings_(settings),
+      protocol_(protocolOver(settings, source_)),
+      json_(std::dynamic_pointer_cast<CheckedJson>(protocol_->getTransport())) {
 }
 
 void Decoder::decode(Json& message) {
@@ -106,7 +109,11 @@ void Decoder::decode(Json& message) {
     }
 }
 
-Json Decoder::broken(const TException& failure) const {
+Json Decoder::broken(const TException& failure) {
+    hide(position(), source_->message.size());
+    if (const auto* json = dynamic_cast<const BrokenJson*>(&failure)) {
+        return {{"offset", begin_ + json->offset}, {"reason", json->what()}};
+    }
     const auto* transport = dynamic_cast<const TTransportException*>(&failure);
     const std::string within = "in " + item_ + " that begins at byte " + std::to_string(begin_);
     if (transport != nullptr && transport->getType() == TTransportException::END_OF_FILE) {
@@ -122,7 +129,18 @@ Json Decoder::broken(const TException& failure) const {
 // Remembers where the item that is read next begins.
 void Decoder::item(std::string what) {
     item_ = std::move(what);
-    begin_ = source_->offset();
+    begin_ = offset();
+}
+
+// How much of the message was read by the protocol.
+std::size_t Decoder::position() const {
+    return source_->message.size() - (json_ == nullptr ? 0 : json_->ahead());
+}
+
+void Decoder::hide(std::size_t begin, std::size_t end) {
+    const auto bytes = source_->message.begin();
+    std::fill(bytes + static_cast<std::ptrdiff_t>(begin), bytes + static_cast<std::ptrdiff_t>(end),
+              '*');
 }
 
 void Decoder::readFrameLength() {
@@ -176,32 +194,31 @@ void Decoder::readFields(Json& fields, const std::vector<Field>& known, int dept
     protocol_->readStructEnd();
 }
 
-// Overwrites what it has read of a credential. A string's bytes are the last ones of its item; in
-// JSON they are between quotes, and what is not a string may have none.
+// Overwrites the credential. A string's bytes are the last ones of its item; in JSON they are
+// between quotes, and what is not a string may have none.
 void Decoder::readSecret(Json& value, TType type, int depth) {
     value = kMasked;
-    std::string& bytes = source_->message;
-    auto begin = bytes.size();
+    auto begin = position();
     Json unseen;
     secret_ = true;
     try {
         Json shape;
         readValue(unseen, shape, type, nullptr, depth);
-        secret_ = false;
     } catch (...) {
-        std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(begin), bytes.end(), '*');
+        hide(begin, source_->message.size());
         throw;
     }
-    auto end = bytes.size();
-    if (settings_.protocol == "json") {
-        const auto quote = bytes.find('"', begin);
-        begin = quote == std::string::npos ? begin : quote + 1;
-        end = quote == std::string::npos ? end : std::max(begin, bytes.rfind('"'));
+    secret_ = false;
+    auto end = position();
+    if (json_ != nullptr) {
+        const std::string text = source_->message.substr(begin, end - begin);
+        const auto quote = text.find('"');
+        end = quote == std::string::npos ? end : begin + text.rfind('"');
+        begin += quote == std::string::npos ? 0 : quote + 1;
     } else if (unseen.is_string()) {
         begin = end - unseen.get_ref<std::string&>().size();
     }
-    std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(begin),
-              bytes.begin() + static_cast<std::ptrdiff_t>(end), '*');
+    hide(begin, end);
 }
 
 void Decoder::readValue(Json& value, Json& shape, TType type, const Record* record, int depth) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "connection.h"
+#include "json.h"
 #include "source.h"
 #include "values.h"
 
@@ -20,13 +21,17 @@ public:
     // Throws what libthrift does.
     void decode(Json& message);
 
-    // The offset of the first byte that is wrong or missing, and why.
-    Json broken(const apache::thrift::TException& failure) const;
+    // The offset of the first byte that is wrong or missing, and why. Overwrites what comes after
+    // it: it may hold a credential.
+    Json broken(const apache::thrift::TException& failure);
 
 private:
     using TProtocol = apache::thrift::protocol::TProtocol;
     using TType = apache::thrift::protocol::TType;
 
+    std::size_t position() const;
+    uint64_t offset() const { return source_->begin + position(); }
+    void hide(std::size_t begin, std::size_t end);
     void item(std::string what);
     void readFrameLength();
     void readFields(Json& fields, const std::vector<Field>& known, int depth);
@@ -39,6 +44,7 @@ private:
     const std::shared_ptr<Source> source_;
     const Settings& settings_;
     const TavIDL::ProtocolPointer protocol_;
+    const std::shared_ptr<CheckedJson> json_;  // null for other protocols
     std::string item_;
     uint64_t begin_ = 0;  // of the item
     int values_ = 0;

@@ -28,8 +28,8 @@ bool MessageReader::next(Json& message) {
     try {
         decoder.decode(message);
     } catch (const apache::thrift::TException& failure) {
+        guess_ = guess(source_->message + std::string(source_->stream.ahead().substr(0, 16)));
         message["broken"] = decoder.broken(failure);
-        broken_ = true;
     }
     message["size"] = source_->message.size();
     return true;
@@ -41,13 +41,11 @@ const std::string& MessageReader::bytes() const {
 
 std::string MessageReader::mismatch() const {
     const std::string expected = settings_.protocol + " over " + settings_.transport;
-    const std::string known =
-        broken_ ? guess(source_->message + std::string(source_->stream.ahead().substr(0, 16))) : "";
-    if (known.empty() || known == expected) {
+    if (guess_.empty() || guess_ == expected) {
         return "";
     }
-    return "it looks like " + known +
-           (known == "TLS" ? ", which only its two ends can read" : ", not " + expected);
+    return "it looks like " + guess_ +
+           (guess_ == "TLS" ? ", which only its two ends can read" : ", not " + expected);
 }
 
 std::size_t MessageReader::skipRest() {

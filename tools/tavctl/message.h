@@ -48,7 +48,7 @@ public:
 private:
     const std::shared_ptr<Source> source_;
     const Settings settings_;
-    bool broken_ = false;
+    std::string guess_;  // at a message that is broken
 };
 
 // A message in lines for people, each indented by `indent`.
