@@ -55,6 +55,7 @@ endif()
 if(TAVIDL_BUILD_TOOLS OR (TAVIDL_BUILD_TESTS AND TAVIDL_TEST_LANGUAGES))
     tavidl_require_package(CLI11 libcli11-dev)
     tavidl_require_package(nlohmann_json nlohmann-json3-dev)
+    tavidl_require_library(TAVIDL_PCAP pcap libpcap-dev)
 endif()
 
 if(TAVIDL_BUILD_TESTS)
