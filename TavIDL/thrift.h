@@ -1,7 +1,7 @@
 #ifndef TAVIDL_THRIFT_H
 #define TAVIDL_THRIFT_H
 
-// codec.cpp recognises protocol types by the addresses of their type information, which the library
+// codec.cpp recognizes protocol types by the addresses of their type information, which the library
 // has to share with the program. The library is compiled with hidden visibility: the protocol types
 // must not be hidden, and so neither their parts, which are declared here.
 #pragma GCC visibility push(default)

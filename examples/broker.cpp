@@ -24,7 +24,7 @@ constexpr std::size_t kMostEmps = 16;
 constexpr int kStartMs = 3000;
 
 // The EMPs that there are: by name, the version and the program.
-const std::map<std::string, std::pair<std::string, std::string>> kCatalogue = {
+const std::map<std::string, std::pair<std::string, std::string>> kCatalog = {
     {"thermometer", {"1.0", "emp"}},
 };
 
@@ -43,8 +43,8 @@ public:
     // What this throws reaches the caller as a TApplicationException with the same text.
     void OpenEmp(ConnectionInfo& result, const std::string& name, const std::string& version,
                  const std::string& credential) override {
-        const auto known = kCatalogue.find(name);
-        if (known == kCatalogue.end()) {
+        const auto known = kCatalog.find(name);
+        if (known == kCatalog.end()) {
             throw std::invalid_argument("there is no EMP '" + name + "'");
         }
         const auto& [offered, program] = known->second;

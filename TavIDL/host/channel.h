@@ -3,7 +3,7 @@
 
 #include <TavIDL/host/Settings.h>
 
-// libTavIDL recognises the protocols over these transports by the addresses of their type
+// libTavIDL recognizes the protocols over these transports by the addresses of their type
 // information, which the two libraries have to share: so it must not be hidden.
 #pragma GCC visibility push(default)
 #include <thrift/transport/TBufferTransports.h>

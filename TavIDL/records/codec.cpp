@@ -116,7 +116,7 @@ using BufferedCompact = OverBuffer<TCompactProtocol>::Type;
 // Calls `carry` with the protocol as one of the four types if that is its exact type: a class
 // derived from one may override what these do. Types are compared by the address of their type
 // information; by name would be slower. A module may have its own (it is compiled with hidden
-// visibility, or linked with -Bsymbolic). Its protocols are not recognised: virtual calls are
+// visibility, or linked with -Bsymbolic). Its protocols are not recognized: virtual calls are
 // slower, but correct. Do not cache addresses from one call to the next: once a module is unloaded,
 // another type may be there.
 template <typename Carry>

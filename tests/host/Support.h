@@ -11,6 +11,7 @@
 #include <functional>
 #include <iterator>
 #include <mutex>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -109,17 +110,22 @@ inline void waitUntil(const std::function<bool()>& condition) {
     }
 }
 
-inline std::size_t countOf(const char* directory) {
-    const auto entries = std::filesystem::directory_iterator(directory);
+inline std::size_t countDescriptors() {
+    const auto entries = std::filesystem::directory_iterator("/proc/self/fd");
     return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
-inline std::size_t countDescriptors() {
-    return countOf("/proc/self/fd");
-}
-inline std::size_t countThreads() {
+// The threads of this process, by their numbers.
+inline std::set<int> threads() {
     // The thread sanitizer starts one of its own with a program's first.
     [[maybe_unused]] static const bool hasStarted = (std::thread([] {}).join(), true);
-    return countOf("/proc/self/task");
+    std::set<int> all;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
+        all.insert(std::stoi(entry.path().filename().string()));
+    }
+    return all;
+}
+inline std::size_t countThreads() {
+    return threads().size();
 }
 
 #endif

@@ -1,3 +1,4 @@
+#include <TavIDL/host/Batch.h>
 #include <TavIDL/host/Connection.h>
 #include <TavIDL/host/Remote.h>
 #include <TavIDL/host/Server.h>
@@ -355,10 +356,12 @@ TEST_F(TlsTest, TheEndIsAnnouncedEvenLongAfterTheLastReply) {
 
 TEST_F(TlsTest, ACallHasItsDeadline) {
     const auto server = serve();
-    forClient.callTimeout = milliseconds(300);
     RemoteEmp remote(server->address(), forClient);
+    EXPECT_EQ(execute(remote, "read"), "read done");  // connecting takes its time
+    TavIDL::EmpBatch batch(remote);
+    const auto answer = batch.Execute(7, "wait", "", "", "", "");
     try {
-        execute(remote, "wait");
+        batch.run(milliseconds(50));
         FAIL() << "an answer";
     } catch (const CallFailed& failure) {
         EXPECT_EQ(failure.reason(), CallFailed::NoAnswerInTime);

@@ -2,6 +2,7 @@
 # Looks into the built library.
 #
 #   files.sh exports LIST LIBRARY     the exported symbols are those of the list
+#   files.sh package LIST SYMBOLS     so are those that Debian's package names
 #   files.sh needs LIBRARY [OTHER...] the libraries that it needs: OTHER as well as libthrift's
 #   files.sh load_time FUNCTION OBJECT...
 #                                     what runs when it is loaded; FUNCTION is one of its own
@@ -12,14 +13,22 @@ export LC_ALL=C
 # host_exports.txt
 list() {
     nm --dynamic --demangle --defined-only --format=posix "$1" |
-        sed -E 's/ [A-Za-z] [0-9a-f]+( [0-9a-f]+)?$//
-            s/std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >/std::string/g
-            s/std::chrono::duration<long( long)?, std::ratio<1ll?, 1000ll?> >/std::chrono::milliseconds/g
-            s/apache::thrift::protocol::TProtocol/TProtocol/g' | sort -u
+        sed -E 's/ [A-Za-z] [0-9a-f]+( [0-9a-f]+)?$//' | shorten
+}
+
+shorten() {
+    sed -E 's/std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >/std::string/g
+        s/std::chrono::duration<long( long)?, std::ratio<1ll?, 1000ll?> >/std::chrono::milliseconds/g
+        s/apache::thrift::protocol::TProtocol/TProtocol/g' | sort -u
 }
 
 exports() {
     diff --unified --label expected --label exported "$1" <(list "$2")
+}
+
+package() {
+    diff --unified --label exported --label packaged "$1" \
+        <(sed -nE 's/^ (\(.*\)")?([^"]*)@Base"? .*/\2/p' "$2" | c++filt | shorten)
 }
 
 needs() {
@@ -45,12 +54,12 @@ load_time() {
             found+=("$(basename "$object")")
         fi
     done
-    # Objects for link-time optimisation alone would have nothing to look at.
+    # Objects for link-time optimization alone would have nothing to look at.
     if ! nm --demangle --defined-only "$@" | grep "T $function(" >/dev/null; then
         echo "-- these hold no code: $*" >&2
         exit 1
     fi
-    # An optimising compiler finds that there is nothing to construct.
+    # An optimizing compiler finds that there is nothing to construct.
     if ((${#found[@]})) && [[ ${found[*]} != TAV_IDLConstants.cpp.o ]]; then
         echo "-- these have something to run at load time: ${found[*]}" >&2
         exit 1

@@ -253,8 +253,15 @@ END
         -o "$lib/libthrift-0.5.0.so" -Wl,-soname,libthrift-0.5.0.so
     ln -s libthrift-0.5.0.so "$lib/libthrift.so"
 
-    PKG_CONFIG_PATH=$lib/pkgconfig cmake -S "$SOURCE" -B "$place/build" \
-        -DCMAKE_BUILD_TYPE=Debug -DCMAKE_INSTALL_LIBDIR=lib
+    export PKG_CONFIG_PATH=$lib/pkgconfig
+    local said
+    if said=$(cmake -S "$SOURCE" -B "$place/refused" -DTAVIDL_BUILD_EXAMPLES=ON 2>&1); then
+        fail "the examples are built, though Host is not: $said"
+    fi
+    grep -qF "TAVIDL_BUILD_EXAMPLES needs Host, which is not built: it needs libthrift 0.13 or later" \
+        <<<"$(tr -s ' \n' ' ' <<<"$said")" || fail "they are refused, but not for that: $said"
+
+    cmake -S "$SOURCE" -B "$place/build" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_INSTALL_LIBDIR=lib
     cmake --build "$place/build"
     cmake --install "$place/build" --prefix "$place/prefix"
     readelf --dynamic "$place/prefix/lib/libTavIDL.so" | grep -q 'NEEDED.*libthrift-0\.5\.0\.so' ||
@@ -407,6 +414,7 @@ valgrind
 libssl-dev
 libcli11-dev
 nlohmann-json3-dev
+libpcap-dev
 libgtest-dev
 libgmock-dev
 pkg-config
@@ -439,6 +447,56 @@ named_elsewhere() {
     while read -r option; do
         grep -q "option($option " CMakeLists.txt || fail "the project has no option $option"
     done < <(grep -rhoP -e '-D\K(BUILD|TAVIDL)_\w+' debian/rules packaging)
+}
+
+# The options and dependencies that the Buildroot recipe sets with these of its choices, one a line.
+buildroot() {
+    local choice choices=()
+    for choice in "$@"; do
+        choices+=("BR2_PACKAGE_LIBTAVIDL_$choice=y")
+    done
+    make --silent --file=- "${choices[@]}" print <<END
+include $SOURCE/packaging/buildroot/libtavidl/libtavidl.mk
+print:
+	@printf '%s\\n' \$(LIBTAVIDL_CONF_OPTS) \$(LIBTAVIDL_DEPENDENCIES)
+END
+}
+
+# Both recipes name what tavctl needs, as CMake says, and the options of each choice work.
+recipes() {
+    local place=$WORK/recipes said debian yocto buildroot
+    declare -A needs=([libcli11-dev]="cli11 cli11" [libpcap-dev]="libpcap libpcap"
+        [libssl-dev]="openssl openssl" [nlohmann-json3-dev]="nlohmann-json json-for-modern-cpp")
+    if said=$(configure_alone recipes/alone -DTAVIDL_BUILD_TOOLS=ON 2>&1); then
+        fail "tavctl needs nothing: $said"
+    fi
+    expect "$(sed -n 's/^ *apt-get install //p' <<<"$said" | tr ' ' '\n' | sort)" \
+        < <(printf '%s\n' "${!needs[@]}" | sort)
+    said=$(sed -n 's/^PACKAGECONFIG\[tavctl\] = .*,\(.*\)"$/ \1 /p' "$SOURCE"/packaging/yocto/*.bb)
+    for debian in "${!needs[@]}"; do
+        read -r yocto buildroot <<<"${needs[$debian]}"
+        grep -qF " $yocto " <<<"$said" || fail "the Yocto recipe builds tavctl without $yocto"
+        buildroot HOST TLS TAVCTL | grep -qx -e "$buildroot" ||
+            fail "the Buildroot recipe builds tavctl without $buildroot"
+        grep -qx " $debian," "$SOURCE/debian/control" || fail "debian/control lacks $debian"
+    done
+
+    configures "$place/library" "" "without TLS: no"
+    configures "$place/host" "TavIDLHost" "without TLS: yes" HOST
+    configures "$place/tls" "TavIDLHost" "without TLS: no" HOST TLS
+    configures "$place/tavctl" "TavIDLHost tavctl" "without TLS: no" HOST TLS TAVCTL
+}
+
+# With the choices after $3 CMake says $3, and in $1 makes the targets $2 beside the library.
+configures() {
+    local build=$1 targets=$2 tls=$3 options said
+    shift 3
+    mapfile -t options < <(buildroot "$@" | grep '^-D')
+    rm -rf "$build"
+    said=$(cmake -S "$SOURCE" -B "$build" "${options[@]}" 2>&1) || fail "$said"
+    expect "$(cmake --build "$build" --target help | grep -owE 'TavIDLHost|tavctl' | sort -u | xargs)" \
+        <<<"$targets"
+    expect "without TLS: $(grep -q 'Host is built without TLS' <<<"$said" && echo yes || echo no)" <<<"$tls"
 }
 
 # What a build asks for, the scripts install.

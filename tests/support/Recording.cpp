@@ -64,6 +64,9 @@ uint32_t Log::call(const std::string& speaker, const std::string& what) {
         }
         throw TProtocolException(TProtocolException::INVALID_DATA, message);
     }
+    if (action_) {
+        action_(calls());
+    }
     return static_cast<uint32_t>(calls());
 }
 

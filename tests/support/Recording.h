@@ -39,6 +39,9 @@ public:
     // a protocol's TProtocolException, with the text "call <n> fails".
     void failAt(std::size_t n) { failing_ = n; }
 
+    // Once a call has been noted, `action` gets its number, and may throw what it likes.
+    void afterEachCall(std::function<void(std::size_t)> action) { action_ = std::move(action); }
+
     std::size_t calls() const { return ends_.size(); }
     // Each line begins with its line's end, as in raw string literals.
     const std::string& text() const { return text_; }
@@ -52,6 +55,7 @@ private:
     std::string last_;     // the last call
     std::vector<std::size_t> ends_;
     std::size_t failing_ = 0;
+    std::function<void(std::size_t)> action_;
     std::string failure_ = "nothing";
 };
 

@@ -56,8 +56,9 @@ def tavctl(*words, stdin=b"", **extra):
 class Process:
     """A process that runs beside the test and is ended with it."""
 
-    def __init__(self, test, command, stdout=subprocess.PIPE, preexec_fn=None, **extra):
-        self.process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=stdout,
+    def __init__(self, test, command, stdout=subprocess.PIPE, stdin=subprocess.PIPE,
+                 preexec_fn=None, **extra):
+        self.process = subprocess.Popen(command, stdin=stdin, stdout=stdout,
                                         stderr=subprocess.PIPE, env=environment(**extra),
                                         preexec_fn=preexec_fn)
         test.addCleanup(self.end)
@@ -100,6 +101,11 @@ class Process:
 
 def start(test, *words, **extra):
     return Process(test, [TAVCTL, *words], **extra)
+
+
+def untimed(line):
+    """A line of output with TIME for each time in it."""
+    return re.sub(r"(?<!\d)(\d{4}-\d\d-\d\dT)?\d\d:\d\d:\d\d\.\d{3}Z?", "TIME", line)
 
 
 class Peer:

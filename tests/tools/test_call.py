@@ -98,6 +98,16 @@ class CallTest(ToolTest):
         port = self.emp().split(":")[1]
         self.assertEqual((0, "-7\n", ""), tavctl("call", ":" + port, "TavEmp.Close", "clientID=7"))
 
+    def testAnOperationThatOneServiceHasNeedsNoService(self):
+        self.assertEqual((0, "-7\n", ""), tavctl("call", self.emp(), "Close", "clientID=7"))
+
+    def testTheAddressMayComeFromTheEnvironment(self):
+        emp = self.emp()
+        self.assertEqual((0, "-7\n", ""),
+                         tavctl("call", "Close", "clientID=7", TAVCTL_ADDRESS=emp))
+        self.assertEqual((0, "-7\n", ""),
+                         tavctl("call", emp, "Close", "clientID=7", TAVCTL_ADDRESS="a:1"))
+
     def testJsonPrintsOneObject(self):
         status, out, err = tavctl("call", self.emp(), "TavEmp.Close", "clientID=7", "--json")
         self.assertEqual((0, ""), (status, err))
@@ -154,7 +164,7 @@ class CredentialTest(ToolTest):
                 self.assertEqual(0, self.call(*words, **options)[0])
 
     def testTheCommandLineIsRefusedAsItsSource(self):
-        self.assertEndsWith(2, "not taken from the command line", self.call("credential=sesame"))
+        self.assertEndsWith(2, "cannot be given on the command line", self.call("credential=sesame"))
 
     def testACallThatNeedsOneSaysSo(self):
         self.assertEndsWith(2, "set TAV_CREDENTIAL", self.call())
@@ -169,8 +179,22 @@ class StatusTest(ToolTest):
 
     def testBadUsageIsTwo(self):
         for words, error in [
-            ([], "no verb"),
-            (["call"], "ADDRESS SERVICE.OPERATION"),
+            ([], "a verb is missing"),
+            (["call"], "call takes ADDRESS OPERATION"),
+            (["call", "a:1"], "call takes ADDRESS OPERATION"),
+            (["call", "a:1", "Execute"],
+             "write TavBroker.Execute or TavEmp.Execute"),
+            (["call", "a:1", "TavEmp.ExecuteWithParamList", "paramList.param11=x"],
+             "paramList has no field 'param11'; it has param1, param2, param3, "),
+            (["call", "a:1", "TavEmp.Close", "clientID.x=1"],
+             "clientID has no field 'x'; it has none"),
+            (["call", "a:1", "TavEmp.Open", "-", "--credential-file", "-"],
+             "standard input holds either the arguments or the credential"),
+            (["serve", "event", "--reply", "Callback=1"], "Callback is one-way and has no reply"),
+            (["serve", "emp", "--reply", "Close"], "--reply takes OPERATION=..., not 'Close'"),
+            (["serve", "emp", "--reply", "Shut=1"], "TavEmp has no operation 'Shut'; there are Open"),
+            (["serve", "emp", "--delay", "Close=x"], "'x' is not a number of seconds"),
+            (["serve", "emp", "--delay", "Close=1", "--delay", "Close=2"], "Close is delayed twice"),
             (["nonsense"], "nonsense"),
             (["call", "nowhere", "TavEmp.Close"], "'nowhere' is not a valid address"),
             (["call", "a:0", "TavEmp.Close"], "'a:0' is not a valid address"),
@@ -181,13 +205,13 @@ class StatusTest(ToolTest):
             (["call", "a:1", "TavEmp.Close", "clientID=x"], "clientID takes a whole number"),
             (["call", "a:1", "TavEmp.Close", "clientID=2147483648"], "whole number"),
             (["call", "a:1", "TavEmp.Close", "x"], "write key=value"),
-            (["call", "a:1", "TavEmp.Close", "--expect-true"], "returns no bool"),
+            (["call", "a:1", "TavEmp.Close", "--expect-true"], "does not return a bool"),
             (["call", "a:1", "TavEmp.Close", "--protocol", "xml"], "xml"),
             (["call", "::1:9090", "TavEmp.Close"], "'::1:9090' is not a valid address"),
             (["call", "[::1:9090", "TavEmp.Close"], "'[::1:9090' is not a valid address"),
             (["call", "http://a:80", "TavEmp.Close"], "'http://a:80' is not a valid address"),
-            (["call", "a:1", "TavEmp.Close", "--timeout", "0"], "'0' is no number of seconds"),
-            (["call", "a:1", "TavEmp.Close", "--timeout", "nan"], "'nan' is no number of seconds"),
+            (["call", "a:1", "TavEmp.Close", "--timeout", "0"], "'0' is not a number of seconds"),
+            (["call", "a:1", "TavEmp.Close", "--timeout", "nan"], "'nan' is not a number of seconds"),
             (["call", "a:1", "TavEmp.Close", "clientID=1", "clientID=2"], "'clientID' twice"),
             (["call", "a:1", "TavEmp.ExecuteWithParamList", 'paramList={"param1":"","param1":""}'],
              "'param1' is in it twice"),
@@ -251,6 +275,29 @@ class StatusTest(ToolTest):
         self.assertTrue(called.wait(PATIENCE))
         process.signal(signal.SIGTERM)
         self.assertEqual(-signal.SIGTERM, process.wait()[0])
+
+    def testAnInterruptEndsACallInTheBackgroundOfAScriptToo(self):
+        """There, shells have their commands ignore it."""
+        for number in (signal.SIGINT, signal.SIGTERM):
+            with self.subTest(number):
+                called, never = threading.Event(), threading.Event()
+                self.addCleanup(never.set)
+
+                def hang(connection):
+                    connection.recv(1)
+                    called.set()
+                    never.wait(PATIENCE)
+
+                process = Process(self, ["sh", "-c", "trap '' INT; exec \"$@\"", "sh", TAVCTL,
+                                         "call", Peer(self, hang).address, "TavEmp.Close",
+                                         "--timeout", "3600"])
+                self.assertTrue(called.wait(PATIENCE))
+                process.signal(number)
+                self.assertEqual(-number, process.wait()[0])
+
+    def testAHostThatIsNotFoundIsThreeAndItsNameToBeChecked(self):
+        self.assertEndsWith(3, "; check the name, or give its IP address\n",
+                            tavctl("call", "host.invalid:1", "TavEmp.Close"))
 
     def testNoReplyInTimeIsFour(self):
         never = threading.Event()
@@ -322,6 +369,16 @@ class StatusTest(ToolTest):
         status, _, err = self.close(saying(self, answer), "--json")
         self.assertEqual(5, status)
         self.assertIn("answered UNKNOWN: \ufffd; ", json.loads(err)["error"])
+
+    def testAnApplicationExceptionIsAnObjectOfItsOwnWithJson(self):
+        class Refusing(Emp):
+            def Close(self, clientID):
+                raise TavEmp.TApplicationException(6, "no such\nclient")
+
+        peer = generated_peer(self, TavEmp.Processor(Refusing()))
+        error = json.loads(self.close(peer, "--json")[2])
+        self.assertEqual((5, {"kind": "INTERNAL_ERROR", "text": "no such\nclient"}),
+                         (error["status"], error["exception"]))
 
     def testErrorsAreObjectsWithJson(self):
         _, _, err = tavctl("call", "nowhere", "TavEmp.Close", "--json")
@@ -445,7 +502,7 @@ class TlsTest(ToolTest):
                          "--key", self.file("right.key"))
         tavctl("call", listener.address(), "TavEmpEvent.Callback", "eventType=3", "--tls",
                "--ca", self.file("right.crt"))
-        self.assertEqual('event 3  ""  ""', listener.line())
+        self.assertEqual('TIME  event 3  ""  ""', untimed(listener.line()))
 
     def testOpenGoesThroughTls(self):
         broker = start(self, "serve", "broker", "--tls", "--cert", self.file("right.crt"),

@@ -26,8 +26,12 @@ class DecodeTest(ToolTest):
         self.assertEqual((0, self.SHOWN % 25, ""), decode(text.encode()))
         self.assertEqual((0, self.SHOWN % 25, ""), decode((text.upper() + "\r\n").encode()))
 
+    def testHalfAByteOfHexIsBadUsage(self):
+        self.assertEndsWith(2, "this is not a hexadecimal byte, at character 3",
+                            decode(b"80 0", "--format", "hex"))
+
     def testBadHexIsBadUsage(self):
-        self.assertEndsWith(2, "no hexadecimal byte at character 3",
+        self.assertEndsWith(2, "this is not a hexadecimal byte, at character 3",
                             decode(b"80 0x", "--format", "hex"))
 
     def testAFileIsDecodedAsStandardInputIs(self):
@@ -94,6 +98,13 @@ class DecodeTest(ToolTest):
              (8, "set", [False])],
             [(f["id"], f["type"], f["value"]) for f in json.loads(out)["fields"]])
 
+    def testTheKindOfAnExceptionIsShownByItsName(self):
+        message = bytes.fromhex("80010003 00000005 436c6f7365 00000000 0b 0001 00000002 6e6f"
+                                "08 0002 00000001 00")
+        self.assertEqual((0, 'Close exception seqid 0, 34 bytes at 0\n'
+                             '  1  message  string "no"\n'
+                             '  2  type     i32    1  UNKNOWN_METHOD\n', ""), decode(message))
+
     def testCredentialsAreMasked(self):
         message = bytes.fromhex("80010001 00000007 4f70656e456d70 00000000 0b 0003 00000006"
                                 "736573616d65 00")
@@ -131,7 +142,7 @@ class BrokenTest(ToolTest):
         wrong = bytearray(self.OPEN)
         wrong[23] = 0x63
         broken = self.broken(bytes(wrong))["broken"]
-        self.assertEqual({"offset": 23, "reason": "there is no type 99 in a field that begins at "
+        self.assertEqual({"offset": 23, "reason": "unknown type 99 in a field that begins at "
                                                   "byte 23"}, broken)
 
     def testAStringOverTheLimitBreaksWhereItBegins(self):
@@ -186,6 +197,55 @@ class BrokenTest(ToolTest):
         self.assertIn("nested too deeply",
                       self.broken(lists, "--protocol", "compact")["broken"]["reason"])
 
+    def testTheDepthThatIsDecodedIs64(self):
+        def nested(levels):
+            return (bytes.fromhex("80010001 00000001 78 00000000") +
+                    levels * bytes.fromhex("0c0001") + (levels + 1) * b"\0")
+
+        for levels, status in [(63, 0), (64, 0), (65, 6)]:
+            with self.subTest(levels):
+                self.assertEqual(status, decode(nested(levels))[0])
+
+    def testTheMessageThatIsDecodedHas16MiB(self):
+        head = bytes.fromhex("80010001 00000001 78 00000000 0b 0001")
+        for size, status in [(-1, 0), (0, 0), (1, 6)]:
+            with self.subTest(size):
+                length = (1 << 24) + size - len(head) - 5
+                message = head + length.to_bytes(4, "big") + length * b"x" + b"\0"
+                self.assertEqual(status, decode(message, "--format", "raw")[0])
+                self.assertEqual(status, decode(frame(message), "--format", "raw", "--transport",
+                                                "framed")[0])
+                filled = b'[1,"%s",1,0,{}]' % (((1 << 24) + size - 13) * b"x")
+                self.assertEqual(status, decode(filled, "--protocol", "json")[0])
+
+    def testTheValuesThatAreDecodedAre100000(self):
+        """Nine lists of 10,000, each a value itself, and a tenth."""
+        head = bytes.fromhex("80010001 00000001 78 00000000")
+
+        def lists(*sizes):
+            return head + b"".join(bytes.fromhex("0f 0001 02") + size.to_bytes(4, "big") +
+                                   size * b"\1" for size in sizes) + b"\0"
+
+        for last, status in [(9989, 0), (9990, 0), (9991, 6)]:
+            with self.subTest(last):
+                self.assertEqual(status, decode(lists(*(9 * [10000]), last))[0])
+
+    def testTheElementsThatAContainerMayHaveAre10000(self):
+        head = bytes.fromhex("80010001 00000001 78 00000000 0f 0001 02")
+        for size, status in [(9999, 0), (10000, 0), (10001, 6)]:
+            with self.subTest(size):
+                self.assertEqual(status, decode(head + size.to_bytes(4, "big") + size * b"\1" +
+                                                b"\0")[0])
+
+    def testTheFirstBreakIsReported(self):
+        capture = b'{"capture":1,"protocol":"binary","transport":"buffered"}\n'
+        for cut in (10, 20):
+            capture += (b'{"connection":1,"from":"client","hex":"%s"}\n' %
+                        CLOSE["binary"][:cut].hex().encode())
+        status, out, err = decode(capture)
+        self.assertEqual((6, 2), (status, out.count("breaks at byte")))
+        self.assertIn("message 1 breaks at byte 10: ", err)
+
     def testAFrameOverTheLimitIsNotWaitedFor(self):
         self.assertEqual({"offset": 0, "reason": "a frame of 16777217 bytes is over the limit in "
                                                  "the length of a frame that begins at byte 0"},
@@ -213,7 +273,7 @@ class BrokenTest(ToolTest):
                            (head + b'{"connection":1,"from":"client","hex":"8"}\n', 2),
                            (head + b"[" * 100000, 2)]:
             with self.subTest(data[:80]):
-                self.assertEndsWith(6, "line %d is none" % line, decode(data))
+                self.assertEndsWith(6, "line %d is not one that tavctl spy writes" % line, decode(data))
         self.assertEndsWith(6, "a line is too long", decode(head + b"[" * 40000000))
 
 

@@ -1,6 +1,7 @@
 """That what is written about tavctl is true: help, manual, completions, definition."""
 
 import os
+import pty
 import shlex
 
 from support import *
@@ -57,6 +58,14 @@ class ManualTest(ToolTest):
                     self.assertEqual((0, ""), (status, err))
 
 
+class HelpTest(ToolTest):
+    def testNoLineButTheExampleIsLongerThan80Characters(self):
+        for words in [[]] + [[verb] for verb in VERBS]:
+            with self.subTest(words):
+                text = tavctl(*words, "--help")[1].split("Example:")[0]
+                self.assertEqual([], [line for line in text.splitlines() if len(line) > 80])
+
+
 class DescribeTest(ToolTest):
     def typeOf(self, description, key="type"):
         return description[key]["class"] if description[key + "Id"] == "struct" \
@@ -90,10 +99,12 @@ class DescribeTest(ToolTest):
         self.assertEqual((0, "TavEmp.Close: i32\n    1  clientID  i32\n", ""),
                          tavctl("describe", "TavEmp.Close"))
         self.assertEqual("TavEmpEvent.Callback\n", tavctl("describe", "TavEmpEvent", "--quiet")[1])
+        self.assertEqual("TavBroker.Execute\nTavEmp.Execute\n",
+                         tavctl("describe", "Execute", "--quiet")[1])
         self.assertIn("    3  empID                string\n",
                       tavctl("describe", "ConnectionInfo")[1])
         self.assertEndsWith(2, "there is no operation 'Nonsense'", tavctl("describe", "Nonsense"))
-        self.assertEndsWith(2, "leave out 'TavEmp'", tavctl("describe", "--thrift", "TavEmp"))
+        self.assertEndsWith(2, "omit 'TavEmp'", tavctl("describe", "--thrift", "TavEmp"))
 
 
 class InstalledTest(ToolTest):
@@ -120,6 +131,22 @@ class CompletionTest(ToolTest):
         (["tavctl", "open", "a:1", "n", "v", "--run", "ExecuteW"], "ExecuteWithParamList"),
         (["tavctl", "probe", "--protocol", "comp"], "compact"),
         (["tavctl", "serve", "br"], "broker"),
+        (["tavctl", "call", "TavEmp.Cl"], "TavEmp.Close"),
+        (["tavctl", "call", "a:1", "TavEmp.Close", "cl"], "clientID="),
+        (["tavctl", "call", "a:1", "OpenEmp", "na"], "name="),
+        (["tavctl", "call", "a:1", "CloseEmp", "connectionInfo.empI"], "connectionInfo.empID="),
+        (["tavctl", "open", "a:1", "n", "v", "--run", "Open", "--run", "Execute", "param4"],
+         "param4="),
+        (["tavctl", "serve", "emp", "--reply", "Cl"], "Close="),
+        (["tavctl", "serve", "broker", "--fail", "Exe"], "Execute="),
+        (["tavctl", "serve", "event", "--delay", "Ca"], "Callback="),
+    ]
+    ALL = [
+        (["tavctl", "open", "a:1", "n", "v", "--run", ""],
+         ["Open", "Close", "Execute", "ExecuteWithParamList"]),
+        (["tavctl", "call", "a:1", "OpenEmp", ""], ["name=", "version="]),
+        (["tavctl", "serve", "emp", "--reply", ""],
+         ["Open=", "Close=", "Execute=", "ExecuteWithParamList="]),
     ]
 
     def complete(self, shell, script, words):
@@ -138,17 +165,60 @@ class CompletionTest(ToolTest):
         for words, expected in self.CASES:
             with self.subTest(words):
                 self.assertEqual([expected], self.complete("bash", script, words))
+        for words, expected in self.ALL:
+            with self.subTest(words):
+                self.assertEqual(expected, self.complete("bash", script, words))
+
+    def testAnInteractiveBashCompletesWhatIsTyped(self):
+        controller, terminal = pty.openpty()
+        self.addCleanup(os.close, controller)
+        path = os.path.dirname(TAVCTL) + ":" + os.environ["PATH"]
+        shell = Process(self, ["bash", "--norc", "--noprofile", "-i"], stdout=terminal,
+                        stdin=terminal, PATH=path, PS1="", HISTFILE="")
+        os.close(terminal)
+
+        def typed(text, end):
+            os.write(controller, text.encode())
+            shown = ""
+            while not shown.endswith(end):
+                shown += os.read(controller, 4096).decode()
+            return shown
+
+        typed(". /usr/share/bash-completion/bash_completion; . %s/tools/tavctl/completion/"
+              "tavctl.bash; bind 'set enable-bracketed-paste off'; echo rea''dy\n" % SOURCE,
+              "ready\r\n")
+        for text, expected in [("tavctl pro\t", "tavctl probe "),
+                               ("tavctl call a:1 TavEmp.Cl\tcl\t7", "tavctl call a:1 TavEmp.Close "
+                                "clientID=7"),
+                               ("tavctl call :1 CloseEmp connectionInfo.empI\tx",
+                                "connectionInfo.empID=x"),
+                               ("tavctl open a:1 n v --run ExecuteW\tcm\t", "cmd="),
+                               ("tavctl serve emp --reply Cl\t3", "--reply Close=3")]:
+            with self.subTest(text):
+                # The shell prints its words back.
+                shown = typed("\x01printf '<%s>' \x05" .replace("\x05", "") + "\x05" + text +
+                              "; echo en''d\n", "end\r\n")
+                self.assertIn("".join("<%s>" % word for word in expected.split()), shown)
 
     def testZshIsOfferedThem(self):
         # Stands in for what zsh gives a completion function.
         script = """
-            compadd() { [[ $1 == -a ]] && print -l -- ${(P)2} || print -l -- $@ }
+            compadd() {
+                local suffix=
+                [[ $1 == -S ]] && { suffix=$2; shift 2 }
+                local -a offered=($@)
+                [[ $1 == -a ]] && offered=(${(P)2})
+                print -l -- ${^offered}$suffix
+            }
             file=$1/_tavctl; shift
             words=("$@") CURRENT=$# PREFIX=$words[-1]
             . $file """
         for words, expected in self.CASES:
             with self.subTest(words):
                 self.assertIn(expected, self.complete("zsh", script, words))
+        for words, expected in self.ALL:
+            with self.subTest(words):
+                self.assertEqual(expected, self.complete("zsh", script, words))
 
 
 if __name__ == "__main__":

@@ -56,8 +56,13 @@ class ProbeTest(ToolTest):
         self.assertEndsWith(6, "it speaks no protocol that was tried", tavctl("probe", peer.address))
 
     def testBadUsageIsToldWithoutAsking(self):
-        self.assertEndsWith(2, "--tls needs --ca, to know the peer by\n",
+        self.assertEndsWith(2, "--tls needs --ca, to check the peer's certificate\n",
                             tavctl("probe", "127.0.0.1:1", "--tls"))
+
+    def testTheAddressMayComeFromTheEnvironment(self):
+        peer = generated_peer(self, TavEmp.Processor(Emp()))
+        self.assertEqual(0, tavctl("probe", TAVCTL_ADDRESS=peer.address)[0])
+        self.assertEndsWith(2, "an ADDRESS is missing", tavctl("probe"))
 
     def testNobodyThereIsNoConnection(self):
         with socket.create_server(("127.0.0.1", 0)) as closed:
@@ -119,9 +124,9 @@ class SpyTest(ToolTest):
         spy = start(self, "spy", "127.0.0.1:0", peer.address)
         generated_client(self, TavEmp, spy.address()).Close(7)
         self.assertEqual(
-            ["[1] client", "  Close call seqid 0, 25 bytes at 0", "    1  clientID  i32    7",
-             "[1] target", "  Close reply seqid 0, 25 bytes at 0", "    0  success  i32    -7"],
-            [spy.line() for _ in range(6)])
+            ["[1] client  TIME", "  Close call seqid 0, 25 bytes at 0", "    1  clientID  i32    7",
+             "[1] target  TIME", "  Close reply seqid 0, 25 bytes at 0", "    0  success  i32    -7"],
+            [untimed(spy.line()) for _ in range(6)])
 
     def testWhateverPassesIsUnchanged(self):
         whole = os.urandom(300000)
@@ -242,6 +247,17 @@ class SpyTest(ToolTest):
             self.assertTrue(full.wait(PATIENCE))
             spy.signal(signal.SIGTERM)
             self.assertEqual(0, spy.wait()[0])
+
+    def testWithJsonEachMessageHasItsTime(self):
+        peer = generated_peer(self, TavEmp.Processor(Emp()))
+        spy = start(self, "spy", "127.0.0.1:0", peer.address, "--json")
+        generated_client(self, TavEmp, spy.address()).Close(7)
+        self.assertEqual("TIME", untimed(json.loads(spy.line())["time"]))
+
+    def testADashIsNotTheNameOfAFile(self):
+        self.assertEndsWith(2, "--write takes the name of a file; --json prints",
+                            tavctl("spy", "127.0.0.1:0", "127.0.0.1:1", "--write", "-"))
+        self.assertFalse(os.path.exists("-"))
 
     def testAFileThatCannotBeWrittenIsToldAtOnce(self):
         self.assertEndsWith(6, "cannot write to '/nonexistent/file'",

@@ -1,5 +1,6 @@
 """The verbs that open an EMP, listen for its events and stand in for peers."""
 
+import datetime
 import os
 import pty
 import time
@@ -124,6 +125,50 @@ class OpenTest(ToolTest):
                 self.assertIn("TavBroker.CloseEmp  true\n", out)
                 self.assertEqual(["the-emp"], broker.closed)
 
+    def testASignalEndsItWhileOpenEmpIsUnansweredAndWarns(self):
+        for number in (signal.SIGINT, signal.SIGTERM):
+            with self.subTest(number):
+                called, never = threading.Event(), threading.Event()
+                self.addCleanup(never.set)
+
+                def hang(connection):
+                    connection.recv(4096)
+                    called.set()
+                    never.wait(PATIENCE)
+
+                process = start(self, "open", Peer(self, hang).address, "camera", "1.0",
+                                "--timeout", "3600", TAV_CREDENTIAL="sesame")
+                self.assertTrue(called.wait(PATIENCE))
+                process.signal(number)
+                status, out, err = process.wait()
+                self.assertEqual((128 + number, ""), (status, out))
+                self.assertIn("; an EMP may be left open", err)
+                self.assertEqual(1, err.count("\n"), err)
+
+    def testAnOpenEmpWithoutAnswerWarnsThatAnEmpMayBeLeftOpen(self):
+        never = threading.Event()
+        self.addCleanup(never.set)
+        silent = Peer(self, lambda connection: never.wait(PATIENCE)).address
+        self.assertEndsWith(4, "; an EMP may be left open",
+                            self.open(silent, "camera", "1.0", "--timeout", "0.1"))
+        closed = "127.0.0.1:%d" % free_port()
+        self.assertNotIn("left open", self.open(closed, "camera", "1.0")[2])
+
+    def testTheOperationsOfAnEmpAreListed(self):
+        self.assertEndsWith(2, "TavEmp has no operation 'Opn'; there are Open, Close, Execute, "
+                            "ExecuteWithParamList\n",
+                            self.open("a:1", "camera", "1.0", "--run", "Opn"))
+
+    def testTheAddressMayComeFromTheEnvironment(self):
+        broker, address = self.broker(None)
+        process = start(self, "open", "camera", "1.0", "--quiet", TAV_CREDENTIAL="sesame",
+                        TAVCTL_ADDRESS=address)
+        self.assertEqual("TavBroker.OpenEmp", process.line())
+        process.signal(signal.SIGTERM)
+        self.assertEqual(0, process.wait()[0])
+        self.assertEndsWith(2, "an ADDRESS is missing; give one, or set TAVCTL_ADDRESS",
+                            self.open("camera", "1.0"))
+
     def testASecondSignalEndsItWhateverHangs(self):
         closing, never = threading.Event(), threading.Event()
         self.addCleanup(never.set)
@@ -209,10 +254,9 @@ class OpenTest(ToolTest):
         os.close(writer)
         self.assertEqual("tavctl: open until a signal comes", process.line("stderr"))
         os.close(reader)
-        events = generated_client(self, TavEmpEvent,
-                                  "127.0.0.1:%d" % broker.info.callbackServicePort)
-        events.Callback(1, "a", "b")
-        self.assertEqual(6, process.wait()[0])
+        status, _, err = process.wait()
+        self.assertEqual((6, "tavctl: ending, once the EMP is closed: nobody reads the output\n"),
+                         (status, err))
         self.assertEqual(["the-emp"], broker.closed)
 
     def testAWaitingOneEndsWellOnASignal(self):
@@ -244,14 +288,54 @@ class ListenTest(ToolTest):
                 process = start(self, "listen", "--protocol", protocol, "--transport", transport)
                 client = generated_client(self, TavEmpEvent, process.address(), protocol, transport)
                 client.Callback(7, "a\n", "Küche")
-                self.assertEqual('event 7  "a\\n"  "Küche"', process.line())
+                self.assertEqual('TIME  event 7  "a\\n"  "Küche"', untimed(process.line()))
                 process.signal(signal.SIGTERM)
                 self.assertEqual((0, "", ""), process.wait())
 
     def testEachEventIsAnObjectWithJson(self):
         process = start(self, "listen", "--json")
         generated_client(self, TavEmpEvent, process.address()).Callback(7, "a", "b")
-        self.assertEqual('{"event":{"eventType":7,"param1":"a","param2":"b"}}', process.line())
+        self.assertEqual('{"event":{"eventType":7,"param1":"a","param2":"b"},"time":"TIME"}',
+                         untimed(process.line()))
+
+    def testTheTimesAreThoseOfTheEvents(self):
+        process = start(self, "listen", "--json")
+        client = generated_client(self, TavEmpEvent, process.address())
+        before = time.time()
+        client.Callback(7, "a", "b")
+        shown = json.loads(process.line())["time"]
+        self.assertRegex(shown, r"\.\d{3}Z$")
+        moment = datetime.datetime.fromisoformat(shown.replace("Z", "+00:00")).timestamp()
+        self.assertTrue(before - 0.001 <= moment <= time.time(), (before, moment))
+
+    def testItEndsAfterSoManyEvents(self):
+        process = start(self, "listen", "--count", "2")
+        client = generated_client(self, TavEmpEvent, process.address())
+        for number in range(3):
+            client.Callback(number, "", "")
+        status, out, err = process.wait()
+        self.assertEqual((0, ""), (status, err))
+        self.assertEqual(['TIME  event 0  ""  ""', 'TIME  event 1  ""  ""'],
+                         untimed(out).splitlines())
+
+    def testItEndsAfterATime(self):
+        self.assertEqual(0, tavctl("listen", "--timeout", "0.05")[0])
+
+    def testFewerEventsThanCountedAreFour(self):
+        status, out, err = tavctl("listen", "--timeout", "0.05", "--count", "3", "--quiet")
+        self.assertEqual((4, "", "tavctl: 0 of 3 events came in time\n"), (status, out, err))
+
+    def testItEndsAtOnceWhenNobodyReadsItsOutput(self):
+        """As "listen | head -1" has it: no other event comes."""
+        for verb in (["listen"], ["serve", "event"]):
+            with self.subTest(verb):
+                reader, writer = os.pipe()
+                process = start(self, *verb, stdout=writer)
+                os.close(writer)
+                generated_client(self, TavEmpEvent, process.address()).Callback(1, "a", "b")
+                self.assertNotEqual(b"", os.read(reader, 1000))
+                os.close(reader)
+                self.assertEqual((6, "", ""), process.wait())
 
     def testAPortThatIsTakenIsToldAtOnce(self):
         taken = socket.create_server(("127.0.0.1", 0))
@@ -273,7 +357,7 @@ class ListenTest(ToolTest):
                 self.assertIn("tavctl: 127.0.0.1:%d: " % connection.getsockname()[1],
                               process.line("stderr"))
         good.Callback(1, "still", "here")
-        self.assertEqual('event 1  "still"  "here"', process.line())
+        self.assertEqual('TIME  event 1  "still"  "here"', untimed(process.line()))
 
     def all(self, connection):
         try:
@@ -282,8 +366,8 @@ class ListenTest(ToolTest):
             return b""
 
     def testATerminalGetsColoursUnlessNoColorIsSet(self):
-        for extra, expected in [({}, b"\x1b[32mevent 1\x1b[0m  \"a\"  \"b\"\r\n"),
-                                ({"NO_COLOR": "1"}, b"event 1  \"a\"  \"b\"\r\n")]:
+        for extra, expected in [({}, b"\x1b[2mTIME\x1b[0m  \x1b[32mevent 1\x1b[0m  \"a\"  \"b\"\r\n"),
+                                ({"NO_COLOR": "1"}, b"TIME  event 1  \"a\"  \"b\"\r\n")]:
             with self.subTest(extra):
                 controller, terminal = pty.openpty()
                 self.addCleanup(os.close, controller)
@@ -293,12 +377,12 @@ class ListenTest(ToolTest):
                 shown = b""
                 while not shown.endswith(b"\n"):
                     shown += os.read(controller, 1024)
-                self.assertEqual(expected, shown)
+                self.assertEqual(expected, untimed(shown.decode()).encode())
 
     def testAnErrorOnATerminalIsColouredUnlessNoColorIsSet(self):
-        for extra, expected in [({}, b"\x1b[31mtavctl:\x1b[0m there is no verb"),
-                                ({"NO_COLOR": "1"}, b"tavctl: there is no verb"),
-                                ({"TERM": "dumb"}, b"tavctl: there is no verb")]:
+        for extra, expected in [({}, b"\x1b[31mtavctl:\x1b[0m a verb is missing"),
+                                ({"NO_COLOR": "1"}, b"tavctl: a verb is missing"),
+                                ({"TERM": "dumb"}, b"tavctl: a verb is missing")]:
             with self.subTest(extra):
                 controller, terminal = pty.openpty()
                 self.addCleanup(os.close, controller)
@@ -312,7 +396,7 @@ class ListenTest(ToolTest):
         address = process.address()
         process.signal(signal.SIGHUP)
         generated_client(self, TavEmpEvent, address).Callback(7, "a", "b")
-        self.assertEqual('event 7  "a"  "b"', process.line())
+        self.assertEqual('TIME  event 7  "a"  "b"', untimed(process.line()))
         process.signal(signal.SIGTERM)
         self.assertEqual(0, process.wait()[0])
 
@@ -325,6 +409,24 @@ class ListenTest(ToolTest):
 
 
 class ServeTest(ToolTest):
+    def testADelayHoldsOneOperationUp(self):
+        emp = start(self, "serve", "emp", "--delay", "Close=3600").address()
+        self.assertEqual(0, tavctl("call", emp, "TavEmp.Open", TAV_CREDENTIAL="x")[0])
+        self.assertEqual(4, tavctl("call", emp, "TavEmp.Close", "--timeout", "0.1")[0])
+        begin = time.monotonic()
+        emp = start(self, "serve", "emp", "--delay", "Close=0.1").address()
+        self.assertEqual(0, tavctl("call", emp, "TavEmp.Close")[0])
+        self.assertLessEqual(0.1, time.monotonic() - begin)
+
+    def testADelayDoesNotHoldUpTheEnd(self):
+        process = start(self, "serve", "emp", "--delay", "Close=3600")
+        host, port = process.address().split(":")
+        with socket.create_connection((host, int(port))) as connection:
+            connection.sendall(CLOSE["binary"])
+            self.assertEqual("TavEmp.Close clientID=7", process.line())
+            process.signal(signal.SIGTERM)
+            self.assertEqual(0, process.wait()[0])
+
     def testNoMoreThan64ConnectionsAreServedAtATime(self):
         host, port = start(self, "serve", "emp").address().split(":")
         connections = []

@@ -170,7 +170,8 @@ void addBench(CLI::App& app, Run& run) {
     addOption(verb, "--batch", options->batch, "N",
               "Calls that are sent before their replies are read (1 by default)")
         ->check(CLI::Range(1, 10000));
-    addSeconds(verb, "--seconds", options->seconds, "For how long (10 by default)");
+    addOption(verb, "--seconds", options->seconds, "SECONDS", "For how long (10 by default)")
+        ->check(seconds());
     addClientOptions(verb, options->settings);
     addCredentialOption(verb, options->credential);
 }

@@ -19,17 +19,21 @@ struct Options {
 
 int makeCall(const Options& options) {
     auto words = options.words;
-    // "--json -": the arguments come from standard input. Wherever it stands, "-" is no address.
+    // "-", in any place, means that the arguments come from standard input.
     const auto dash = std::remove(words.begin(), words.end(), "-");
     const bool fromInput = dash != words.end();
     words.erase(dash, words.end());
-    if (words.size() < 2) {
-        throw Failure(Exit::Usage, "call takes ADDRESS SERVICE.OPERATION; see tavctl call --help");
+    // Operations have no colon, addresses have one.
+    const bool hasAddress = !words.empty() && (words[0].find(':') != std::string::npos ||
+                                               std::getenv("TAVCTL_ADDRESS") == nullptr);
+    if (words.size() < (hasAddress ? 2 : 1)) {
+        throw Failure(Exit::Usage, "call takes ADDRESS OPERATION", "see tavctl call --help");
     }
-    const Operation& operation = operationNamed(words[1]);
-    const auto peer = remoteOf(operation.service, words[0], clientSettings(options.settings));
+    const std::string address = takeAddress(words, hasAddress);
+    const Operation& operation = operationNamed(words[0]);
+    const auto peer = remoteOf(operation.service, address, clientSettings(options.settings));
     if (options.expectTrue && operation.result.kind != Kind::Bool) {
-        throw Failure(Exit::Usage, operation.name + " returns no bool; leave out --expect-true");
+        throw Failure(Exit::Usage, operation.name + " does not return a bool; omit --expect-true");
     }
     if (fromInput && options.credential.file == "-") {
         throw Failure(Exit::Usage,
@@ -37,7 +41,7 @@ int makeCall(const Options& options) {
                       "credential into the arguments");
     }
     Json arguments =
-        argumentsFrom(operation, {words.begin() + 2, words.end()},
+        argumentsFrom(operation, {words.begin() + 1, words.end()},
                       fromInput ? parseJson(readInput(), "standard input") : Json::object());
     options.credential.addTo(operation, arguments);
 
@@ -53,8 +57,10 @@ void addCall(CLI::App& app, Run& run) {
     const auto [verb, options] =
         addVerb(app, run, makeCall, "call", "Make one call and print its result",
                 "tavctl call 127.0.0.1:9090 TavBroker.OpenEmp name=thermometer version=1.0");
-    addOption(verb, "words", options->words, "ADDRESS SERVICE.OPERATION [KEY=VALUE]... [-]",
-              "What to call. Arguments that are left out are sent as 0, false or empty; - reads "
+    addOption(verb, "words", options->words, "[ADDRESS] [SERVICE.]OPERATION [KEY=VALUE]... [-]",
+              "What to call. Without ADDRESS, that in TAVCTL_ADDRESS; without SERVICE, the one "
+              "that has the operation. Arguments that are omitted are sent as 0, false or empty; "
+              "- reads "
               "them, as a JSON object, from standard input");
     addClientOptions(verb, options->settings);
     addCredentialOption(verb, options->credential);

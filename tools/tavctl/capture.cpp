@@ -8,7 +8,7 @@ namespace {
 
 Failure notWrittenBySpy(std::size_t number) {
     return {Exit::Broken, "line " + std::to_string(number) +
-                              " is none that tavctl spy has written; decode it alone, as hex"};
+                              " is not one that tavctl spy writes; decode its hex digits alone"};
 }
 
 }  // namespace

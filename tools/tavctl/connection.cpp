@@ -6,6 +6,7 @@
 #include <thrift/protocol/TCompactProtocol.h>
 #include <thrift/protocol/TProtocolDecorator.h>
 
+#include <cstring>
 #include <iterator>
 #include <system_error>
 #include <utility>
@@ -22,7 +23,11 @@ using TavIDL::CallFailed;
 
 namespace {
 
-constexpr char kCheckThatItRuns[] = "check that it runs and listens there";
+std::string hintFor(const CallFailed& failed) {
+    return std::strstr(failed.what(), "cannot find the host") != nullptr
+               ? "check the name, or give its IP address"
+               : "check that it runs and listens there";
+}
 
 thread_local bool refused = false;
 
@@ -56,7 +61,7 @@ milliseconds inMs(double seconds) {
     return std::chrono::duration_cast<milliseconds>(std::chrono::duration<double>(seconds));
 }
 
-// To go on within a line: libthrift's own texts are sentences.
+// Without the full stop that libthrift's texts end with, since more follows.
 std::string textOf(const std::exception& thrown) {
     std::string text = thrown.what();
     while (!text.empty() && text.back() == '.') {
@@ -115,7 +120,7 @@ TavIDL::Settings serverSettings(const Settings& settings) {
 
 TavIDL::Settings clientSettings(const Settings& settings, BeforeCall beforeCall) {
     if (settings.tls && settings.ca.empty()) {
-        throw Failure(Exit::Usage, "--tls needs --ca, to know the peer by");
+        throw Failure(Exit::Usage, "--tls needs --ca, to check the peer's certificate");
     }
     TavIDL::Settings host = hostSettings(settings);
     host.makeProtocol = [settings, beforeCall](std::shared_ptr<TTransport> transport) {
@@ -136,8 +141,8 @@ Failure failureFrom(const std::exception& thrown) {
     if (dynamic_cast<const std::system_error*>(&thrown) != nullptr) {
         return {Exit::NoConnection, thrown.what(), "choose another address, or port 0 for any"};
     }
-    if (dynamic_cast<const CallFailed*>(&thrown) != nullptr) {
-        return {Exit::NoConnection, thrown.what(), kCheckThatItRuns};
+    if (const auto* failed = dynamic_cast<const CallFailed*>(&thrown)) {
+        return {Exit::NoConnection, thrown.what(), hintFor(*failed)};
     }
     return {Exit::Broken, thrown.what()};
 }
@@ -150,11 +155,14 @@ Failure failureFrom(const std::exception& thrown, const std::string& operation,
         if (!refused) {
             return {Exit::Broken, where + "what came is not an answer: " + textOf(thrown), probe};
         }
-        return {Exit::Refused,
-                where + "the peer answered " + kindOf(answer->getType()) + ": " + answer->what(),
-                answer->getType() == TApplicationException::UNKNOWN_METHOD
-                    ? "it may serve another service, see tavctl describe"
-                    : "the connection is fine, check what the call asks for"};
+        const std::string kind = kindOf(answer->getType());
+        Failure failure(Exit::Refused, where + "the peer answered " + kind + ": " + answer->what(),
+                        answer->getType() == TApplicationException::UNKNOWN_METHOD
+                            ? "it may serve another service, see tavctl describe"
+                            : "the connection is fine, check what the call asks for");
+        failure.exceptionKind = kind;
+        failure.exceptionText = answer->what();
+        return failure;
     }
     const auto* failed = dynamic_cast<const CallFailed*>(&thrown);
     if (failed == nullptr) {
@@ -168,7 +176,7 @@ Failure failureFrom(const std::exception& thrown, const std::string& operation,
             return {Exit::NoConnection, named,
                     peer.settings().tls.enabled
                         ? "check the certificates, and that it speaks TLS there"
-                        : kCheckThatItRuns};
+                        : hintFor(*failed)};
         case CallFailed::NoAnswerInTime:
             return {Exit::TimedOut, named, "try a longer --timeout, or " + probe};
         default:

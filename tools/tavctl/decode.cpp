@@ -47,7 +47,7 @@ public:
 private:
     Failure cannotRead() const {
         return {Exit::Usage, "cannot read " + name_ + ": " + std::strerror(errno),
-                "check that it is a file, there, and yours to read"};
+                "check that the file exists and that you may read it"};
     }
 
     const std::string name_;
@@ -87,10 +87,10 @@ private:
         digits_.clear();
         return static_cast<uint8_t>(byte);
     } catch (const std::invalid_argument&) {
-        throw Failure(
-            Exit::Usage,
-            "there is no hexadecimal byte at character " + std::to_string(place_ - digits_.size()),
-            "use --format raw if these are raw bytes");
+        throw Failure(Exit::Usage,
+                      "this is not a hexadecimal byte, at character " +
+                          std::to_string(place_ - digits_.size()),
+                      "use --format raw if these are raw bytes");
     }
 
     const std::shared_ptr<Lookahead> text_;
@@ -257,7 +257,7 @@ void addDecode(CLI::App& app, Run& run) {
     const auto [verb, options] =
         addVerb(app, run, decode, "decode", "Print the messages in a file or standard input",
                 "tavctl decode capture.json");
-    addOption(verb, "file", options->path, "[FILE]", "What to read; standard input if left out");
+    addOption(verb, "file", options->path, "[FILE]", "What to read; standard input if omitted");
     addOption(verb, "--format", options->format, "NAME",
               "raw, hex, capture as spy writes it, or pcap as tcpdump does; detected if omitted")
         ->check(CLI::IsMember({"auto", "raw", "hex", "capture", "pcap"}));

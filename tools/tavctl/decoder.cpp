@@ -26,7 +26,7 @@ std::string typeName(protocol::TType type) {
             return name;
         }
     }
-    throw TException("there is no type " + std::to_string(static_cast<int>(type)));
+    throw TException("unknown type " + std::to_string(static_cast<int>(type)));
 }
 
 std::string messageTypeName(protocol::TMessageType type) {
@@ -123,7 +123,7 @@ Json Decoder::broken(const TException& failure) {
     }
     // libthrift may quote what it has read.
     return {{"offset", begin_},
-            {"reason", (secret_ ? "no credential" : failure.what()) + (" " + within)}};
+            {"reason", (secret_ ? "not a credential" : failure.what()) + (" " + within)}};
 }
 
 // Remembers where the item that is read next begins.

@@ -38,7 +38,7 @@ int describe(const Options& options) {
     if (options.thrift) {
         if (!wanted.empty()) {
             throw Failure(Exit::Usage,
-                          "--thrift prints all of the definition; leave out '" + wanted + "'");
+                          "--thrift prints the whole definition; omit '" + wanted + "'");
         }
         print(kInterfaceDefinition);
         return 0;
@@ -48,7 +48,8 @@ int describe(const Options& options) {
     std::string names;
     for (const Operation& operation : operations()) {
         const std::string name = operation.fullName();
-        if (!wanted.empty() && wanted != operation.service && wanted != name) {
+        if (!wanted.empty() && wanted != operation.service && wanted != name &&
+            wanted != operation.name) {
             continue;
         }
         const bool oneway = operation.result.kind == Kind::Nothing;
@@ -70,7 +71,7 @@ int describe(const Options& options) {
         }
     }
     if (lines.empty()) {
-        (void)operationNamed(wanted);  // tells which there are
+        (void)operationNamed(wanted);  // throws, with a list of all
     }
     show(all, output.quiet ? names : lines);
     return 0;
@@ -83,7 +84,7 @@ void addDescribe(CLI::App& app, Run& run) {
         addVerb(app, run, describe, "describe", "Show the interface, or a part of it",
                 "tavctl describe TavBroker.OpenEmp");
     addOption(verb, "wanted", options->wanted, "[SERVICE[.OPERATION] or RECORD]",
-              "What to show; all if left out");
+              "What to show; everything if omitted");
     verb->add_flag("--thrift", options->thrift, "Print the interface definition");
 }
 

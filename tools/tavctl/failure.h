@@ -28,6 +28,10 @@ struct Failure : std::runtime_error {
 
     Exit status;
     std::string hint;
+
+    // What the peer answered, if it answered with an application exception.
+    std::string exceptionKind;
+    std::string exceptionText;
 };
 
 }  // namespace tavctl

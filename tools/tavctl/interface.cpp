@@ -22,7 +22,7 @@ std::vector<Record> makeRecords() {
         paramList};
 }
 
-// The arguments of a command, which both services have: only who runs it differs.
+// The arguments of Execute, which two services have. The first one differs.
 std::vector<Field> command(const std::string& caller) {
     return {{1, caller, kI32},      {2, "cmd", kString},    {3, "param1", kString},
             {4, "param2", kString}, {5, "param3", kString}, {6, "param4", kString}};
@@ -70,15 +70,33 @@ const std::vector<Operation>& operations() {
     return all;
 }
 
-const Operation& operationNamed(const std::string& fullName) {
+const Operation& operationNamed(const std::string& name, const std::string& service) {
+    std::vector<const Operation*> found;
     std::string names;
+    std::string fullNames;
     for (const Operation& operation : operations()) {
-        if (operation.fullName() == fullName) {
+        if (!service.empty() && operation.service != service) {
+            continue;
+        }
+        const std::string shown = service.empty() ? operation.fullName() : operation.name;
+        names += (names.empty() ? "" : ", ") + shown;
+        if (name == operation.fullName()) {
             return operation;
         }
-        names += (names.empty() ? "" : ", ") + operation.fullName();
+        if (name == operation.name) {
+            found.push_back(&operation);
+            fullNames += (fullNames.empty() ? "" : " or ") + shown;
+        }
     }
-    throw Failure(Exit::Usage, "there is no operation '" + fullName + "'; there are " + names);
+    if (found.size() == 1) {
+        return *found.front();
+    }
+    if (!found.empty()) {
+        throw Failure(Exit::Usage,
+                      "two services have an operation '" + name + "'; write " + fullNames);
+    }
+    throw Failure(Exit::Usage, (service.empty() ? "there is" : service + " has") +
+                                   (" no operation '" + name + "'; there are " + names));
 }
 
 std::string nameOf(const Type& type) {

@@ -46,8 +46,9 @@ struct Operation {
 const std::vector<Operation>& operations();
 const std::vector<Record>& records();
 
-// Throws a Failure that names the operations there are.
-const Operation& operationNamed(const std::string& fullName);
+// An operation by its name, with the service before it unless only one service has it. Throws a
+// Failure that names the operations there are; only those of `service`, if it is given.
+const Operation& operationNamed(const std::string& name, const std::string& service = "");
 
 std::string nameOf(const Type& type);
 

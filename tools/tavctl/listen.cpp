@@ -1,5 +1,7 @@
 #include <TavIDL/host/Server.h>
 
+#include <atomic>
+
 #include "events.h"
 #include "print.h"
 #include "stop.h"
@@ -13,18 +15,32 @@ namespace {
 struct Options {
     Settings settings;
     ListenAddress address;
+    int count = 0;
+    double timeout = 0;
 };
 
 int listen(const Options& options) {
     stop::watch();
-    const auto answer = [](const Operation&, const Json& event) {
-        showEvent(event);
+    std::atomic<int> count{0};
+    const auto answer = [&](const Operation&, const Json& event) {
+        const int number = ++count;
+        if (options.count == 0 || number <= options.count) {
+            showEvent(event);
+        }
+        if (number == options.count) {
+            stop::request();
+        }
         return Json();
     };
     TavIDL::Server server(options.address.get(), processorOf("TavEmpEvent", answer),
                           serverSettings(options.settings));
     note("listening on " + server.address());
-    stop::wait();
+    if (options.timeout == 0) {
+        stop::wait();
+    } else if (!stop::waitFor(options.timeout) && options.count != 0) {
+        throw Failure(Exit::TimedOut, std::to_string(count) + " of " +
+                                          std::to_string(options.count) + " events came in time");
+    }
     server.stop();
     return 0;
 }
@@ -32,8 +48,10 @@ int listen(const Options& options) {
 }  // namespace
 
 void showEvent(const Json& event) {
-    show({{"event", event}}, tinted(Tint::Good, "event " + shown(event["eventType"])) + "  " +
-                                 shown(event["param1"]) + "  " + shown(event["param2"]) + "\n");
+    show({{"event", event}, {"time", utcTime()}},
+         tinted(Tint::Dim, localTime()) + "  " +
+             tinted(Tint::Good, "event " + shown(event["eventType"])) + "  " +
+             shown(event["param1"]) + "  " + shown(event["param2"]) + "\n");
 }
 
 void addListen(CLI::App& app, Run& run) {
@@ -41,6 +59,11 @@ void addListen(CLI::App& app, Run& run) {
         addVerb(app, run, listen, "listen", "Serve TavEmpEvent and print the events that come",
                 "tavctl listen --port 4711");
     addListenOptions(verb, options->address);
+    addOption(verb, "--count", options->count, "N", "End after so many events")
+        ->check(CLI::Range(1, 1000000000));
+    addOption(verb, "--timeout", options->timeout, "SECONDS",
+              "End after this time; with status 4 if fewer events came than --count says")
+        ->check(seconds());
     addProtocolOptions(verb, options->settings);
     addTlsOptions(verb, options->settings);
 }

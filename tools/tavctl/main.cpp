@@ -32,6 +32,15 @@ public:
                             : Formatter::make_option_name(option, isPositional);
     }
 
+    std::string make_option(const CLI::Option* option, bool isPositional) const override {
+        return inColumns(make_option_name(option, isPositional) + make_option_opts(option),
+                         make_option_desc(option), 28);
+    }
+
+    std::string make_subcommand(const CLI::App* verb) const override {
+        return inColumns(verb->get_name(), verb->get_description(), 12);
+    }
+
     std::string make_option_opts(const CLI::Option* option) const override {
         return option->get_positional() ? "" : Formatter::make_option_opts(option);
     }
@@ -44,11 +53,35 @@ public:
     }
 
     std::string make_footer(const CLI::App* /*app*/) const override { return ""; }
+
+private:
+    // The description begins in that column, and no line has more than 80 characters.
+    static std::string inColumns(const std::string& name, const std::string& description,
+                                 std::size_t column) {
+        constexpr std::size_t kWidth = 80;
+        std::string lines;
+        std::string line = padded("  " + name, column);
+        if (line.size() > column) {
+            lines = line + "\n";
+            line.assign(column, ' ');
+        }
+        std::istringstream words(description);
+        for (std::string word; words >> word;) {
+            if (line.size() + 1 + word.size() > kWidth) {
+                lines += line + "\n";
+                line.assign(column, ' ');
+            }
+            line += " " + word;
+        }
+        return lines + line + "\n";
+    }
 };
 
 int start(int argc, char** argv) {
     // A closed pipe is noticed by the write that fails.
     (void)signal(SIGPIPE, SIG_IGN);
+    // Scripts start commands in the background with SIGINT ignored. Each verb has to end by it.
+    (void)signal(SIGINT, SIG_DFL);
     // No socket must take the place of a standard stream that is closed. Using it still fails.
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (fcntl(stream, F_GETFD) < 0) {
@@ -60,7 +93,7 @@ int start(int argc, char** argv) {
     app.formatter(std::make_shared<Help>());
     app.set_version_flag("--version", "tavctl " TAVCTL_VERSION);
     app.require_subcommand(0, 1);
-    app.footer("tavctl VERB --help tells about a verb; man tavctl about all.");
+    app.footer("tavctl VERB --help explains a verb; man tavctl explains all of them.");
     Run run;
     for (const auto add : {addDescribe, addCall, addOpen, addListen, addProbe, addSpy, addDecode,
                            addServe, addBench, addEncode}) {
@@ -71,7 +104,7 @@ int start(int argc, char** argv) {
     try {
         app.parse(argc, argv);
         if (!run) {
-            throw Failure(Exit::Usage, "there is no verb to say what to do", "see tavctl --help");
+            throw Failure(Exit::Usage, "a verb is missing", "see tavctl --help");
         }
         status = run();
     } catch (const CLI::Success& asked) {
@@ -100,6 +133,6 @@ int start(int argc, char** argv) {
 int main(int argc, char** argv) try {
     return tavctl::start(argc, argv);
 } catch (const std::exception& failure) {
-    std::cerr << "tavctl: this went wrong here: " << failure.what() << '\n';
+    std::cerr << "tavctl: internal error: " << failure.what() << '\n';
     return static_cast<int>(tavctl::Exit::Broken);
 }

@@ -71,7 +71,10 @@ std::string describedFields(const Json& fields, const std::string& indent) {
         if (field["type"] == "struct" && value.is_array()) {
             lines += "\n" + describedFields(value, indent + "   ");
         } else {
-            lines += (value == kMasked ? kMasked : value.is_null() ? "" : shown(value)) + "\n";
+            lines += (value == kMasked  ? kMasked
+                      : value.is_null() ? ""
+                                        : shown(value)) +
+                     tinted(Tint::Dim, field.value("meaning", "")) + "\n";
         }
     }
     return lines;
@@ -93,7 +96,13 @@ std::string described(const Json& message, const std::string& indent) {
         tinted(Tint::Dim, ", " + message["size"].dump() + " bytes at " + message["offset"].dump()) +
         "\n";
     if (message.contains("fields")) {
-        lines += describedFields(message["fields"], indent + "  ");
+        Json fields = message["fields"];
+        for (Json& field : fields) {
+            if (message["type"] == "exception" && field["id"] == 2 && field["value"].is_number()) {
+                field["meaning"] = "  " + kindOf(field["value"]);
+            }
+        }
+        lines += describedFields(fields, indent + "  ");
     }
     if (message.contains("broken")) {
         const Json& broken = message["broken"];

@@ -20,10 +20,8 @@ namespace {
 struct Options {
     Settings settings;
     Credential credential;
-    std::string address;
-    std::string name;
-    std::string version;
-    std::vector<std::string> words;
+    std::vector<std::string> words;  // address, name and version
+    std::vector<std::string> calls;
     bool stay = false;
     bool expectTrue = false;
 };
@@ -34,19 +32,18 @@ struct Step {
 };
 
 // "OPERATION key=value ... OPERATION ...": a word without '=' begins the next call.
-std::vector<Step> stepsFrom(const Options& options, const std::string& credential) {
+std::vector<Step> stepsFrom(const std::vector<std::string>& words, const std::string& emp,
+                            const std::string& version, const std::string& credential) {
     std::vector<Step> steps;
-    const auto& words = options.words;
     for (auto word = words.begin(); word != words.end();) {
-        const std::string name = "TavEmp." + *word;
-        const Operation& operation = operationNamed(name);
+        const Operation& operation = operationNamed(*word, "TavEmp");
         const auto end = std::find_if(word + 1, words.end(), [](const std::string& next) {
             return next.find('=') == std::string::npos;
         });
         Json given = Json::object();
         for (const Field& field : operation.arguments) {
             if (field.name == "name" || field.name == "version") {
-                given[field.name] = field.name == "name" ? options.name : options.version;
+                given[field.name] = field.name == "name" ? emp : version;
             } else if (field.secret()) {
                 given[field.name] = credential;
             }
@@ -57,27 +54,27 @@ std::vector<Step> stepsFrom(const Options& options, const std::string& credentia
     return steps;
 }
 
-// After a signal no more calls of the EMP's begin. (Those that have begun are cancelled.)
-void beginNone(std::string&) {
-    if (stop::requested()) {
-        throw TTransportException(TTransportException::INTERRUPTED, "told to end");
+// After a signal no more calls begin, except that which closes the EMP. (Those that have begun are
+// cancelled.)
+void beginOnlyClosing(std::string& operation) {
+    if (stop::requested() && operation != "CloseEmp") {
+        throw TTransportException(TTransportException::INTERRUPTED, "a signal came");
     }
 }
 
 // Shared with the thread that acts on signals, which may outlive all others.
 class Session : public std::enable_shared_from_this<Session> {
 public:
-    explicit Session(const Options& options)
+    // `words` are the name of the EMP and its version.
+    Session(const Options& options, const std::string& address, std::vector<std::string> words)
         : options_(options),
-          broker_(options.address, clientSettings(options.settings)),
+          broker_(address, clientSettings(options.settings, beginOnlyClosing)),
+          words_(std::move(words)),
           credential_(options.credential.get()),
-          steps_(stepsFrom(options, credential_)) {}
+          steps_(stepsFrom(options.calls, words_[0], words_[1], credential_)) {}
 
     int run() {
-        stop::watch([self = shared_from_this()] {
-            note("ending, once the EMP is closed; a second signal ends at once");
-            self->interrupt();
-        });
+        stop::watch([self = shared_from_this()] { self->interrupt(); });
         open();
         try {
             runSteps();
@@ -87,20 +84,24 @@ public:
                 waited_ = true;
             }
         } catch (const Failure& failure) {
-            // Told, but the EMP is closed first.
+            // Reported now, but the EMP is closed first.
             fail(failure);
         }
         close();
-        // Told to end before its work was done.
+        // A signal came before its work was done.
         return stop::requested() && !waited_ ? stop::status() : status_;
     }
 
 private:
     void interrupt() {
         const std::lock_guard<std::mutex> lock(mutex_);
-        if (emp_ != nullptr) {
-            (*emp_)->cancel();
+        if (emp_ == nullptr) {
+            broker_.cancel();
+            return;
         }
+        note(stop::status() == 0 ? "ending, once the EMP is closed: nobody reads the output"
+                                 : "ending, once the EMP is closed; a second signal ends at once");
+        (*emp_)->cancel();
     }
 
     void open() {
@@ -111,15 +112,17 @@ private:
                 showEvent({{"eventType", type}, {"param1", param1}, {"param2", param2}});
             };
         }
-        TavIDL::Settings settings = clientSettings(options_.settings, beginNone);
+        TavIDL::Settings settings = clientSettings(options_.settings, beginOnlyClosing);
         settings.onFailure = [](const std::string& failure) {
             printError({Exit::Broken, failure});
         };
         std::unique_ptr<TavIDL::EmpSession> emp;
         const char* const operation = "TavBroker.OpenEmp";
         try {
-            emp = std::make_unique<TavIDL::EmpSession>(broker_, options_.name, options_.version,
-                                                       credential_, onEvent, settings);
+            emp = std::make_unique<TavIDL::EmpSession>(broker_, words_[0], words_[1], credential_,
+                                                       onEvent, settings);
+        } catch (const TavIDL::CallFailed& failed) {
+            throw notOpened(failed, failureFrom(failed, operation, broker_));
         } catch (const std::exception& thrown) {
             throw failureFrom(thrown, operation, broker_);
         }
@@ -131,6 +134,16 @@ private:
         }
         const std::lock_guard<std::mutex> lock(mutex_);
         emp_ = std::move(emp);
+    }
+
+    // The broker may have opened the EMP though its answer did not come.
+    static Failure notOpened(const TavIDL::CallFailed& failed, const Failure& failure) {
+        const auto status =
+            stop::status() == 0 ? failure.status : static_cast<Exit>(stop::status());
+        return failed.sent()
+                   ? Failure(status, std::string(failure.what()) + "; an EMP may be left open",
+                             failure.hint)
+                   : Failure(status, failure.what(), failure.hint);
     }
 
     void runSteps() {
@@ -178,6 +191,7 @@ private:
 
     const Options& options_;
     TavIDL::RemoteBroker broker_;
+    const std::vector<std::string> words_;
     const std::string credential_;
     const std::vector<Step> steps_;
     std::mutex mutex_;  // of emp_, where another thread could change or use it
@@ -187,7 +201,12 @@ private:
 };
 
 int openEmp(const Options& options) {
-    return std::make_shared<Session>(options)->run();
+    std::vector<std::string> words = options.words;
+    if (words.size() < 2 || words.size() > 3) {
+        throw Failure(Exit::Usage, "open takes ADDRESS NAME VERSION", "see tavctl open --help");
+    }
+    const std::string address = takeAddress(words, words.size() == 3);
+    return std::make_shared<Session>(options, address, words)->run();
 }
 
 }  // namespace
@@ -196,12 +215,13 @@ void addOpen(CLI::App& app, Run& run) {
     const auto [verb, options] = addVerb(
         app, run, openEmp, "open", "Open an EMP at the broker, call it, show its events, close it",
         "tavctl open 127.0.0.1:9090 thermometer 1.0 --run Open --run Execute cmd=read --run Close");
-    addOption(verb, "address", options->address, "ADDRESS", "Where the broker serves")->required();
-    addOption(verb, "name", options->name, "NAME", "Name of the EMP")->required();
-    addOption(verb, "version", options->version, "VERSION", "Its version")->required();
-    addOption(verb, "--run", options->words, "OPERATION [KEY=VALUE]... ...",
-              "Call an operation of the EMP. Name, version and credential are known; what is left "
-              "out else is sent as 0, false or empty. Without any, the EMP stays open until a "
+    addOption(verb, "words", options->words, "[ADDRESS] NAME VERSION",
+              "Where the broker serves (that in TAVCTL_ADDRESS if omitted), the name of the EMP "
+              "and its version");
+    addOption(verb, "--run", options->calls, "OPERATION [KEY=VALUE]... ...",
+              "Call an operation of the EMP. Name, version and credential are known; other "
+              "arguments that are omitted are sent as 0, false or empty. Without any, the EMP "
+              "stays open until a "
               "signal comes");
     verb->add_flag("--stay", options->stay, "After the calls, stay open until a signal comes");
     verb->add_flag("--expect-true", options->expectTrue,

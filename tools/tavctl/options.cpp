@@ -21,29 +21,26 @@ std::string readAll(std::istream& input, std::size_t limit, const std::string& w
     return text;
 }
 
-std::string checkSeconds(const std::string& text) {
-    double value = 0;
-    // A value that is not a number is in no range.
-    return CLI::detail::lexical_cast(text, value) && value >= 0.001 && value <= 86400
-               ? ""
-               : "'" + text + "' is no number of seconds from 0.001 to 86400";
-}
-
 }  // namespace
 
 CLI::App* addVerb(CLI::App& app, const std::string& name, const std::string& description,
                   const std::string& example) {
     CLI::App* verb = app.add_subcommand(name, description);
-    verb->add_flag("--json", output.json, "Print one JSON object a line");
-    verb->add_flag("--quiet", output.quiet, "Print results and errors, but no notes");
+    verb->add_flag("--json", output.json, "Print one JSON object per line");
+    verb->add_flag("--quiet", output.quiet, "Print only results and errors, not notes");
     verb->footer("Example:\n  " + example);
     return verb;
 }
 
-CLI::Option* addSeconds(CLI::App* verb, const std::string& name, double& value,
-                        const std::string& description) {
-    return addOption(verb, name, value, "SECONDS", description)
-        ->check(CLI::Validator(checkSeconds, ""));
+CLI::Validator seconds() {
+    return {[](const std::string& text) -> std::string {
+                double value = 0;
+                // A value that is not a number is in no range.
+                return CLI::detail::lexical_cast(text, value) && value >= 0.001 && value <= 86400
+                           ? ""
+                           : "'" + text + "' is not a number of seconds from 0.001 to 86400";
+            },
+            ""};
 }
 
 void addProtocolOptions(CLI::App* verb, Settings& settings) {
@@ -55,22 +52,38 @@ void addProtocolOptions(CLI::App* verb, Settings& settings) {
 }
 
 void addTlsOptions(CLI::App* verb, Settings& settings) {
-    CLI::Option* tls = verb->add_flag("--tls", settings.tls, "Speak TLS");
+    CLI::Option* tls = verb->add_flag("--tls", settings.tls, "Use TLS");
     const auto add = [&](const char* name, std::string& file, const char* description) {
         addOption(verb, name, file, "FILE", description)->needs(tls);
     };
-    add("--ca", settings.ca, "Certificates that peers are trusted by (PEM)");
-    add("--cert", settings.cert, "The own certificate (PEM)");
+    add("--ca", settings.ca, "CA certificates to check the peer's with (PEM)");
+    add("--cert", settings.cert, "This side's certificate (PEM)");
     add("--key", settings.key, "Its private key (PEM)");
 }
 
 void addClientOptions(CLI::App* verb, Settings& settings) {
     addProtocolOptions(verb, settings);
     addTlsOptions(verb, settings);
-    addSeconds(verb, "--connect-timeout", settings.connectTimeout,
-               "To wait for a connection (5 by default)");
-    addSeconds(verb, "--timeout", settings.timeout,
-               "For each call, connecting included (10 by default)");
+    addOption(verb, "--connect-timeout", settings.connectTimeout, "SECONDS",
+              "How long to wait for a connection (5 by default)")
+        ->check(seconds());
+    addOption(verb, "--timeout", settings.timeout, "SECONDS",
+              "How long a call may take, connecting included (10 by default)")
+        ->check(seconds());
+}
+
+std::string takeAddress(std::vector<std::string>& words, bool given) {
+    if (given) {
+        const std::string address = words.front();
+        words.erase(words.begin());
+        return address;
+    }
+    const char* address = std::getenv("TAVCTL_ADDRESS");
+    if (address == nullptr) {
+        throw Failure(Exit::Usage, "an ADDRESS is missing",
+                      "give one, or set TAVCTL_ADDRESS in the environment");
+    }
+    return address;
 }
 
 void addListenOptions(CLI::App* verb, ListenAddress& address) {
@@ -87,8 +100,8 @@ std::string ListenAddress::get() const {
 
 void addCredentialOption(CLI::App* verb, Credential& credential) {
     addOption(verb, "--credential-file", credential.file, "FILE",
-              "Holds the credential; - is standard input. Without this it is taken from "
-              "TAV_CREDENTIAL in the environment");
+              "Read the credential from here; - is standard input. Without this option it comes "
+              "from TAV_CREDENTIAL in the environment");
 }
 
 std::string Credential::get() const {
@@ -100,8 +113,9 @@ std::string Credential::get() const {
         std::ifstream input(file, std::ios::binary);
         text = readAll(input, kLimit, "the credential");
         if (!input.is_open() || input.bad()) {
-            throw Failure(Exit::Usage, "cannot read the credential from '" + file +
-                                           "'; check that the file is there and yours to read");
+            throw Failure(Exit::Usage,
+                          "cannot read the credential from '" + file +
+                              "'; check that the file exists and that you may read it");
         }
     } else if (const char* variable = std::getenv("TAV_CREDENTIAL")) {
         text = variable;

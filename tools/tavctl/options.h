@@ -42,13 +42,16 @@ CLI::Option* addOption(CLI::App* verb, const std::string& name, T& value, const 
     return verb->add_option(name, value, description)->option_text(text);
 }
 
-// A number of seconds, checked.
-CLI::Option* addSeconds(CLI::App* verb, const std::string& name, double& value,
-                        const std::string& description);
+// Admits numbers of seconds.
+CLI::Validator seconds();
 
 void addProtocolOptions(CLI::App* verb, Settings& settings);
 void addTlsOptions(CLI::App* verb, Settings& settings);
 void addClientOptions(CLI::App* verb, Settings& settings);
+
+// Takes the address that `words` begin with out of them if `given`. Otherwise returns that in
+// TAVCTL_ADDRESS; throws a Failure if there is none.
+std::string takeAddress(std::vector<std::string>& words, bool given);
 
 // Where a server is to listen.
 struct ListenAddress {

@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <mutex>
 
 #include "stop.h"
@@ -19,7 +21,7 @@ namespace {
 // Never destroyed: a thread that ends last may still print.
 std::string& secret = *new std::string;
 
-bool coloured(int descriptor) {
+bool colored(int descriptor) {
     const char* noColor = std::getenv("NO_COLOR");
     const char* terminal = std::getenv("TERM");
     return isatty(descriptor) != 0 && (noColor == nullptr || *noColor == '\0') &&
@@ -72,7 +74,7 @@ Json presentable(const Json& value) {
     return copy;
 }
 
-// One write for all of it, so that threads do not mix their lines. Returns 0, or what errno told.
+// One write for all of it, so that threads do not mix their lines. Returns 0, or errno.
 int writeAll(int descriptor, const std::string& text) {
     static std::mutex mutex;
     const std::lock_guard<std::mutex> lock(mutex);
@@ -88,6 +90,18 @@ int writeAll(int descriptor, const std::string& text) {
     return 0;
 }
 
+// To the millisecond.
+std::string timeIn(tm* (*zone)(const time_t*, tm*), const char* format, const char* end) {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm parts{};
+    zone(&now.tv_sec, &parts);
+    char text[64];
+    const std::size_t size = strftime(text, sizeof text, format, &parts);
+    snprintf(text + size, sizeof text - size, ".%03ld%s", now.tv_nsec / 1000000, end);
+    return text;
+}
+
 }  // namespace
 
 void keepSecret(const std::string& credential) {
@@ -95,9 +109,9 @@ void keepSecret(const std::string& credential) {
 }
 
 std::string tinted(Tint tint, const std::string& text) {
-    static const bool colours = coloured(STDOUT_FILENO);
+    static const bool colors = colored(STDOUT_FILENO);
     constexpr const char* kCodes[] = {"", "36", "1", "32", "31", "2"};
-    if (!colours || tint == Tint::None) {
+    if (!colors || tint == Tint::None) {
         return text;
     }
     return std::string("\033[") + kCodes[static_cast<int>(tint)] + "m" + text + "\033[0m";
@@ -148,7 +162,7 @@ void print(const std::string& lines) {
     if (error == 0 || output.lost.exchange(true)) {
         return;
     }
-    if (error != EPIPE) {  // who has stopped reading need not be told
+    if (error != EPIPE) {  // nobody reads it: that is not an error
         printError({Exit::Broken,
                     std::string("cannot write to standard output: ") + std::strerror(error),
                     "write it elsewhere"});
@@ -169,6 +183,14 @@ void show(const Json& object, const std::string& lines) {
     }
 }
 
+std::string localTime() {
+    return timeIn(localtime_r, "%T", "");
+}
+
+std::string utcTime() {
+    return timeIn(gmtime_r, "%FT%T", "Z");
+}
+
 void note(const std::string& text) {
     if (!output.quiet) {
         writeAll(STDERR_FILENO, "tavctl: " + escaped(text) + "\n");
@@ -183,10 +205,14 @@ int printError(const Failure& failure) {
         line = line.substr(0, kLimit) + "...";
     }
     if (output.json) {
-        line = Json{{"error", line}, {"status", status}}.dump(-1, ' ', false,
-                                                              Json::error_handler_t::replace);
+        Json error = {{"error", line}, {"status", status}};
+        if (!failure.exceptionKind.empty()) {
+            error["exception"] = {{"kind", failure.exceptionKind},
+                                  {"text", masked(failure.exceptionText).substr(0, kLimit)}};
+        }
+        line = error.dump(-1, ' ', false, Json::error_handler_t::replace);
     } else {
-        line = (coloured(STDERR_FILENO) ? "\033[31mtavctl:\033[0m " : "tavctl: ") + escaped(line);
+        line = (colored(STDERR_FILENO) ? "\033[31mtavctl:\033[0m " : "tavctl: ") + escaped(line);
     }
     writeAll(STDERR_FILENO, line + "\n");
     return status;

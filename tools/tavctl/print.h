@@ -9,9 +9,9 @@
 
 namespace tavctl {
 
-// All output. People get lines, aligned and on a terminal coloured; with --json, a program gets
+// All output. People get lines, aligned and colored on a terminal; with --json, a program gets
 // one object a line. Results go to standard output; notes and errors to standard error. Texts
-// come from peers: none of them moves a cursor or begins a line of its own.
+// come from peers: none of them can move the cursor or begin a new line.
 
 struct Output {
     bool json = false;
@@ -20,7 +20,7 @@ struct Output {
 };
 extern Output output;
 
-// From here on masked wherever it would be shown: peers repeat what they are told.
+// From here on masked wherever it would be shown: peers repeat what they get.
 void keepSecret(const std::string& credential);
 
 enum class Tint { None, Name, Value, Good, Bad, Dim };
@@ -41,13 +41,17 @@ std::string described(const Json& result);
 // Text that has been made from shown() and tinted(): any number of whole lines.
 void print(const std::string& lines);
 
-// One object. Strings that are no UTF-8 become {"hex": "..."}.
+// One object. Strings that are not UTF-8 become {"hex": "..."}.
 void printJson(const Json& object);
 
 // The object with --json, the lines otherwise.
 void show(const Json& object, const std::string& lines);
 
-// What may be left out: where it listens, that it waits.
+// This moment: "12:30:59.250" here, or "2026-01-31T11:30:59.250Z".
+std::string localTime();
+std::string utcTime();
+
+// What --quiet leaves out: where it listens, that it waits.
 void note(const std::string& text);
 
 // Returns the status.

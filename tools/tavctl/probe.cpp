@@ -24,7 +24,7 @@ constexpr char kNoOperation[] = "tavctl.probe";
 
 struct Options {
     Settings settings;
-    std::string address;
+    std::vector<std::string> words;  // the address
     bool tryText = false;
 };
 
@@ -71,10 +71,10 @@ std::string questionIn(const Settings& settings) {
 }
 
 // What the peer's answer to these bytes looks like, if it looks like anything known.
-std::string answerTo(const std::string& question, const Options& options) {
+std::string answerTo(const std::string& question, const std::string& address,
+                     const Settings& settings) {
     try {
-        const auto connection =
-            TavIDL::Connection::open(options.address, clientSettings(options.settings));
+        const auto connection = TavIDL::Connection::open(address, clientSettings(settings));
         connection->write(reinterpret_cast<const uint8_t*>(question.data()),
                           static_cast<uint32_t>(question.size()));
         uint8_t bytes[16];
@@ -113,7 +113,7 @@ std::vector<std::string> questions(const Options& options) {
 }
 
 // What the peer speaks, as options, or what else it seems to be.
-std::string findOut(Options options, Clock::time_point end) {
+std::string findOut(const std::string& address, Options options, Clock::time_point end) {
     constexpr double kPatience = 1;  // for each: a peer that misreads a question waits for more
     for (const std::string& question : questions(options)) {
         const std::chrono::duration<double> left = end - Clock::now();
@@ -122,7 +122,7 @@ std::string findOut(Options options, Clock::time_point end) {
         if (left.count() < 0.001) {
             break;
         }
-        const std::string known = answerTo(question, options);
+        const std::string known = answerTo(question, address, options.settings);
         const auto over = known.find(" over ");
         if (over != std::string::npos) {
             return "it seems to speak " + known + ", try --protocol " + known.substr(0, over) +
@@ -138,20 +138,24 @@ std::string findOut(Options options, Clock::time_point end) {
 }
 
 int probe(const Options& options) {
-    const auto& [settings, address, tryText] = options;
+    const auto& settings = options.settings;
+    std::vector<std::string> words = options.words;
+    const std::string address = takeAddress(words, !words.empty());
     const auto begin = Clock::now();
     std::string kind;
     try {
         kind = ask(address, settings);
     } catch (const Failure& failure) {
         // A peer that is silent may only be busy, and read later what it is sent now.
-        if (failure.status != Exit::Broken && !(failure.status == Exit::TimedOut && tryText)) {
+        if (failure.status != Exit::Broken &&
+            !(failure.status == Exit::TimedOut && options.tryText)) {
             throw;
         }
         const std::chrono::duration<double> limit(settings.timeout);
         throw Failure(failure.status, failure.what(),
-                      findOut(options, (failure.status == Exit::TimedOut ? Clock::now() : begin) +
-                                           std::chrono::duration_cast<Clock::duration>(limit)));
+                      findOut(address, options,
+                              (failure.status == Exit::TimedOut ? Clock::now() : begin) +
+                                  std::chrono::duration_cast<Clock::duration>(limit)));
     }
     const std::chrono::duration<double, std::milli> took = Clock::now() - begin;
     const double ms = std::round(took.count() * 10) / 10;
@@ -171,9 +175,11 @@ int probe(const Options& options) {
 
 void addProbe(CLI::App& app, Run& run) {
     const auto [verb, options] =
-        addVerb(app, run, probe, "probe", "See whether a service is alive, without side effects",
+        addVerb(app, run, probe, "probe", "Check that a service is alive, without side effects",
                 "tavctl probe 127.0.0.1:9090");
-    addOption(verb, "address", options->address, "ADDRESS", "Where it serves")->required();
+    addOption(verb, "address", options->words, "[ADDRESS]",
+              "Where it serves; that in TAVCTL_ADDRESS if omitted")
+        ->expected(0, 1);
     verb->add_flag("--try-text", options->tryText,
                    "If there is no answer, try JSON and HTTP, too. Warning: a peer that expects "
                    "neither can take their first bytes for a length of more than a gigabyte, and "

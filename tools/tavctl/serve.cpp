@@ -20,11 +20,12 @@ struct Options {
     std::string service;
     std::vector<std::string> replies;
     std::vector<std::string> failures;
+    std::vector<std::string> delays;
 };
 
 using Texts = std::map<const Operation*, std::string>;
 
-// Words as "OPERATION=text", for the service that is served.
+// Words as "OPERATION=text", for the service that is served, in addition to `texts`.
 Texts textsFrom(const std::string& service, const std::vector<std::string>& words,
                 const std::string& option, Texts texts = {}) {
     for (const std::string& word : words) {
@@ -32,10 +33,11 @@ Texts textsFrom(const std::string& service, const std::vector<std::string>& word
         if (equals == std::string::npos) {
             throw Failure(Exit::Usage, option + " takes OPERATION=..., not '" + word + "'");
         }
-        const Operation& operation = operationNamed(service + "." + word.substr(0, equals));
+        const Operation& operation = operationNamed(word.substr(0, equals), service);
         if (!texts.emplace(&operation, word.substr(equals + 1)).second) {
-            throw Failure(Exit::Usage,
-                          operation.name + " is answered twice; give one --reply or --fail for it");
+            throw Failure(Exit::Usage, operation.name +
+                                           (option == "--delay" ? " is delayed" : " is answered") +
+                                           " twice; give one option for it");
         }
     }
     return texts;
@@ -54,6 +56,14 @@ int serve(const Options& options) {
     const std::string& service = kServices.at(options.service);
     const Texts replies = textsFrom(service, options.replies, "--reply");
     const Texts answers = textsFrom(service, options.failures, "--fail", replies);
+    std::map<const Operation*, double> delays;
+    for (const auto& [operation, text] : textsFrom(service, options.delays, "--delay")) {
+        const std::string problem = seconds()(text);
+        if (!problem.empty()) {
+            throw Failure(Exit::Usage, "--delay " + operation->name + ": " + problem);
+        }
+        delays[operation] = std::stod(text);
+    }
     std::map<const Operation*, Json> results;
     for (const auto& [operation, text] : replies) {
         if (operation->result.kind == Kind::Nothing) {
@@ -65,6 +75,9 @@ int serve(const Options& options) {
     stop::watch();
     const auto answer = [&](const Operation& operation, const Json& arguments) -> Json {
         showCall(operation, withoutSecrets(operation, arguments));
+        if (const auto delay = delays.find(&operation); delay != delays.end()) {
+            stop::waitFor(delay->second);
+        }
         if (const auto result = results.find(&operation); result != results.end()) {
             return result->second;
         }
@@ -85,7 +98,7 @@ int serve(const Options& options) {
 
 void addServe(CLI::App& app, Run& run) {
     const auto [verb, options] = addVerb(
-        app, run, serve, "serve", "Stand in for a peer, and print the calls that come",
+        app, run, serve, "serve", "Stand in for a peer and print the calls it gets",
         R"(tavctl serve emp --port 4712 --reply Open=true --fail Execute="no such command")");
     addOption(verb, "service", options->service, "broker|emp|event", "Which peer to stand in for")
         ->required()
@@ -95,7 +108,10 @@ void addServe(CLI::App& app, Run& run) {
               "Without this 0, false or empty")
         ->allow_extra_args(false);
     addOption(verb, "--fail", options->failures, "OPERATION=TEXT ...",
-              "With what text to fail an operation, as an application exception")
+              "Answer an operation with an application exception that has this text")
+        ->allow_extra_args(false);
+    addOption(verb, "--delay", options->delays, "OPERATION=SECONDS ...",
+              "How long to wait before an operation is answered")
         ->allow_extra_args(false);
     addListenOptions(verb, options->address);
     addProtocolOptions(verb, options->settings);

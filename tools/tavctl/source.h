@@ -38,7 +38,7 @@ public:
         const auto wanted = static_cast<uint32_t>(std::min<uint64_t>(count, frameEnd_ - offset()));
         const uint32_t got = wanted == 0 ? 0 : stream.read(bytes, wanted);
         message.append(reinterpret_cast<const char*>(bytes), got);
-        if (message.size() > kMessageLimit) {
+        if (message.size() > kMessageLimit + (framed() ? 4 : 0)) {  // with the frame's length
             throw apache::thrift::transport::TTransportException(
                 apache::thrift::transport::TTransportException::CORRUPTED_DATA,
                 "the message is longer than " + std::to_string(kMessageLimit) + " bytes");

@@ -31,7 +31,7 @@ struct Options {
 
 // One direction of a connection. What was read is passed on when more is asked for: by then all
 // that is complete in it has been printed, so a request always stands before its reply. Nothing
-// is held back meanwhile, since who waits for the rest of a message asks for more.
+// is held back meanwhile, since a reader that waits for the rest of a message asks for more.
 class Passage : public apache::thrift::transport::TVirtualTransport<Passage> {
 public:
     Passage(ConnectionPointer from, ConnectionPointer to)
@@ -78,6 +78,10 @@ public:
         settings_.onFailure = nullptr;  // it says more itself
         // It checks the address.
         (void)TavIDL::RemoteEmp(options.target, settings_);
+        if (options.file == "-") {
+            throw Failure(Exit::Usage, "--write takes the name of a file",
+                          "--json prints the messages to standard output");
+        }
         if (!options.file.empty()) {
             file_.open(options.file, std::ios::binary);
             file_ << captureHead(options.settings).dump() << std::endl;
@@ -87,7 +91,7 @@ public:
         }
     }
 
-    // Whether all was written that was to be.
+    // Whether everything was written to the file.
     bool complete() const { return !incomplete_; }
 
     const TavIDL::Settings& settings() const { return settings_; }
@@ -139,9 +143,10 @@ private:
         Json message;
         while (!broken && reader.next(message)) {
             broken = message.contains("broken");
-            Json shownMessage = {{"connection", connection}, {"from", from}};
+            Json shownMessage = {{"connection", connection}, {"from", from}, {"time", utcTime()}};
             shownMessage.update(message);
-            show(shownMessage, tinted(Tint::Dim, "[" + std::to_string(connection) + "] " + from) +
+            show(shownMessage, tinted(Tint::Dim, "[" + std::to_string(connection) + "] " + from +
+                                                     "  " + localTime()) +
                                    "\n" + described(message, "  ") + hintLine(reader.mismatch()));
             write(connection, from, reader.bytes());
         }
@@ -165,7 +170,7 @@ private:
                            {"hex", toHex(bytes)}};
         const std::lock_guard<std::mutex> lock(mutex_);
         if (file_.is_open() && !(file_ << line.dump() << std::endl)) {
-            // Who is spied on must not suffer from it.
+            // The two processes must not be affected.
             printError(cannotWrite());
             incomplete_ = true;
             file_.close();
@@ -204,10 +209,10 @@ int spy(const Options& options) {
 
 void addSpy(CLI::App& app, Run& run) {
     const auto [verb, options] =
-        addVerb(app, run, spy, "spy", "Stand between two processes and print what they say",
+        addVerb(app, run, spy, "spy", "Stand between two processes and print their messages",
                 "tavctl spy 127.0.0.1:9091 127.0.0.1:9090 --write capture.json");
     addOption(verb, "listen", options->listen, "LISTEN",
-              "Where the client is to connect; port 0 is any")
+              "Where clients connect; port 0 is any free one")
         ->required();
     addOption(verb, "target", options->target, "TARGET", "Where the server is")->required();
     addOption(verb, "--write", options->file, "FILE", "Keep the bytes of all messages, for decode");

@@ -1,17 +1,21 @@
 #include "stop.h"
 
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
 
-#include "failure.h"
+#include "print.h"
 
-namespace tavctl {
+namespace tavctl::stop {
 
 namespace {
 
@@ -35,9 +39,24 @@ bool firstRequest(int number) {
     return true;
 }
 
-}  // namespace
+// Waits for signals, and for the reader of standard output to go away.
+void watchFor(int signals) {
+    pollfd sources[] = {{signals, POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
+    while (poll(sources, 2, -1) > 0 || errno == EINTR) {
+        if (sources[1].revents != 0) {
+            sources[1].fd = -1;
+            output.lost = true;
+            firstRequest(0);
+        }
+        signalfd_siginfo info{};
+        if (sources[0].revents != 0 && read(signals, &info, sizeof info) == sizeof info &&
+            !firstRequest(static_cast<int>(info.ssi_signo))) {
+            _exit(128 + static_cast<int>(info.ssi_signo));
+        }
+    }
+}
 
-namespace stop {
+}  // namespace
 
 void watch(std::function<void()> clean) {
     watched = true;
@@ -46,19 +65,13 @@ void watch(std::function<void()> clean) {
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction action = {};
         sigaction(number, nullptr, &action);
-        if (number != SIGHUP || action.sa_handler != SIG_IGN) {  // nohup wants it ignored
+        if (action.sa_handler != SIG_IGN) {  // nohup has SIGHUP ignored
             sigaddset(&signals, number);
         }
     }
     // All threads from here on: libthrift's take only so many interruptions.
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    std::thread([signals] {
-        for (int number = 0; sigwait(&signals, &number) == 0;) {
-            if (!firstRequest(number)) {
-                _exit(128 + number);
-            }
-        }
-    }).detach();
+    std::thread(watchFor, signalfd(-1, &signals, SFD_CLOEXEC)).detach();
     std::thread([clean = std::move(clean)] {
         std::unique_lock<std::mutex> lock(mutex);
         changed.wait(lock, [] { return stopRequested.load(); });
@@ -82,6 +95,12 @@ void wait() {
     changed.wait(lock, [] { return cleaned; });
 }
 
+bool waitFor(double seconds) {
+    std::unique_lock<std::mutex> lock(mutex);
+    return changed.wait_for(lock, std::chrono::duration<double>(seconds),
+                            [] { return stopRequested.load(); });
+}
+
 bool requested() {
     return stopRequested;
 }
@@ -90,6 +109,4 @@ int status() {
     return signalNumber == 0 ? 0 : 128 + signalNumber;
 }
 
-}  // namespace stop
-
-}  // namespace tavctl
+}  // namespace tavctl::stop

@@ -36,7 +36,7 @@ Reply addTo(TavIDL::Batch& batch, const Operation& operation, const Json& argume
 Json call(const Operation& operation, TavIDL::Remote& peer, const Json& arguments);
 
 // Answers a call: gets the operation and its arguments, returns its result or throws what the
-// caller is to get. Must bear concurrent calls.
+// caller will get. Must be thread-safe.
 using Answer = std::function<Json(const Operation& operation, const Json& arguments)>;
 
 // A processor of the service that answers all its operations by `answer`.

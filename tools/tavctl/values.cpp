@@ -150,39 +150,42 @@ Json argumentsFrom(const Operation& operation, const std::vector<std::string>& w
     for (const std::string& word : words) {
         const std::string key = word.substr(0, word.find('='));
         if (key.size() == word.size()) {
-            throw Failure(Exit::Usage, "'" + word + "' is no argument; write key=value");
+            throw Failure(Exit::Usage, "'" + word + "' is not an argument; write key=value");
         }
         // "connectionInfo.empID" names a field of a record.
-        const std::vector<Field>* fields = &operation.arguments;
-        const Field* field = nullptr;
-        Json* place = &given;
-        for (std::size_t begin = 0; fields != nullptr && begin <= key.size();) {
-            const std::string name = key.substr(begin, key.find('.', begin) - begin);
-            field = fieldNamed(*fields, name);
-            place = &(*place)[name];
-            const Record* record = field == nullptr ? nullptr : field->type.record;
-            fields = record == nullptr ? nullptr : &record->fields;
-            begin += name.size() + 1;
-            field = fields == nullptr && begin <= key.size() ? nullptr : field;
-        }
+        const std::string first = key.substr(0, key.find('.'));
+        const Field* field = fieldNamed(operation.arguments, first);
         if (field == nullptr) {
             throw Failure(Exit::Usage, where + " has no argument '" + key + "'; it has " +
                                            namesOf(operation.arguments) + " (see tavctl describe)");
         }
+        Json* place = &given[first];
+        if (first.size() < key.size()) {
+            const std::string second = key.substr(first.size() + 1);
+            const Record* record = field->type.record;
+            field = record == nullptr ? nullptr : fieldNamed(record->fields, second);
+            if (field == nullptr) {
+                throw Failure(Exit::Usage,
+                              first + " has no field '" + second + "'; it has " +
+                                  (record == nullptr ? "none" : namesOf(record->fields)));
+            }
+            place = &(*place)[second];
+        }
         if (field->secret()) {
-            throw Failure(Exit::Usage,
-                          "a credential is not taken from the command line, where all can read it; "
-                          "use --credential-file, or TAV_CREDENTIAL in the environment");
+            throw Failure(
+                Exit::Usage,
+                "a credential cannot be given on the command line, where all can read it; "
+                "use --credential-file, or TAV_CREDENTIAL in the environment");
         }
         if (!keys.insert(key).second) {
-            throw Failure(Exit::Usage, where + " is given '" + key + "' twice; give it once");
+            throw Failure(Exit::Usage, where + " gets '" + key + "' twice; give it once");
         }
         *place = valueFrom(field->type, word.substr(key.size() + 1), key);
     }
     return completeFields(operation.arguments, given, where);
 }
 
-// Nesting costs the parser and all that walk the value: none of the records needs any.
+// The records need no nesting, and it costs the parser and everything that walks the value.
 Json parseJson(const std::string& text, const std::string& where, int depthLimit) {
     std::vector<std::set<std::string>> keys;  // of each object that is open
     const auto checked = [&](int depth, Json::parse_event_t event, Json& parsed) {

@@ -1,4 +1,4 @@
-# Not run where it was written: see packaging/README.md of the sources.
+# Not tested with Buildroot: see packaging/README.md of the sources.
 
 LIBTAVIDL_VERSION = 1.0.0
 # Your copy of the sources.
@@ -11,12 +11,22 @@ LIBTAVIDL_DEPENDENCIES = boost host-pkgconf thrift
 
 ifeq ($(BR2_PACKAGE_LIBTAVIDL_HOST),y)
 LIBTAVIDL_CONF_OPTS += -DTAVIDL_BUILD_HOST=ON
-# With OpenSSL it has TLS.
-ifeq ($(BR2_PACKAGE_OPENSSL),y)
-LIBTAVIDL_DEPENDENCIES += openssl
-endif
 else
 LIBTAVIDL_CONF_OPTS += -DTAVIDL_BUILD_HOST=OFF
+endif
+
+ifeq ($(BR2_PACKAGE_LIBTAVIDL_TLS),y)
+LIBTAVIDL_CONF_OPTS += -DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=OFF
+LIBTAVIDL_DEPENDENCIES += openssl
+else
+LIBTAVIDL_CONF_OPTS += -DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON
+endif
+
+ifeq ($(BR2_PACKAGE_LIBTAVIDL_TAVCTL),y)
+LIBTAVIDL_CONF_OPTS += -DTAVIDL_BUILD_TOOLS=ON
+LIBTAVIDL_DEPENDENCIES += cli11 json-for-modern-cpp libpcap
+else
+LIBTAVIDL_CONF_OPTS += -DTAVIDL_BUILD_TOOLS=OFF
 endif
 
 $(eval $(cmake-package))

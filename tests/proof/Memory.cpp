@@ -1,0 +1,119 @@
+#include "Memory.h"
+
+#include <malloc.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace {
+
+std::size_t blockCount = 0;
+std::size_t byteCount = 0;
+std::size_t bytePeak = 0;
+std::size_t allocations = 0;
+std::size_t failingNumber = 0;
+bool failingOn = false;
+bool counting = false;
+
+}  // namespace
+
+#ifndef PROOF_WITHOUT_MALLOC
+
+// The C library's own, under the names that it has for those who replace the public ones.
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* block, std::size_t size);
+void __libc_free(void* block);
+}
+
+namespace {
+
+bool mustFail() {
+    allocations += counting ? 1 : 0;
+    const bool fails = failingNumber != 0 &&
+                       (allocations == failingNumber || (failingOn && allocations > failingNumber));
+    if (fails) {
+        errno = ENOMEM;
+    }
+    return fails;
+}
+
+void* allocated(void* block) {
+    if (block != nullptr) {
+        ++blockCount;
+        byteCount += malloc_usable_size(block);
+        bytePeak = std::max(bytePeak, byteCount);
+    }
+    return block;
+}
+
+void freed(void* block) {
+    if (block != nullptr) {
+        --blockCount;
+        byteCount -= malloc_usable_size(block);
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+void* malloc(std::size_t size) {
+    return mustFail() ? nullptr : allocated(__libc_malloc(size));
+}
+
+void* calloc(std::size_t count, std::size_t size) {
+    return mustFail() ? nullptr : allocated(__libc_calloc(count, size));
+}
+
+void* realloc(void* block, std::size_t size) {
+    if (mustFail()) {
+        return nullptr;
+    }
+    freed(block);
+    void* const moved = __libc_realloc(block, size);
+    return allocated(moved == nullptr && size != 0 ? block : moved);
+}
+
+void free(void* block) {
+    freed(block);
+    __libc_free(block);
+}
+
+}  // extern "C"
+
+#endif
+
+namespace proof::memory {
+
+void failAt(std::size_t number, Failing failing) {
+    allocations = 0;
+    failingNumber = number;
+    failingOn = failing == Failing::fromThereOn;
+    counting = true;
+}
+
+std::size_t stopFailing() {
+    failingNumber = 0;
+    counting = false;
+    return allocations;
+}
+
+std::size_t blocks() {
+    return blockCount;
+}
+
+std::size_t bytes() {
+    return byteCount;
+}
+
+std::size_t peak() {
+    return bytePeak;
+}
+
+void resetPeak() {
+    bytePeak = byteCount;
+}
+
+}  // namespace proof::memory

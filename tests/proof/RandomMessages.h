@@ -1,0 +1,36 @@
+#ifndef TESTS_PROOF_RANDOMMESSAGES_H
+#define TESTS_PROOF_RANDOMMESSAGES_H
+
+#include <cstdint>
+#include <random>
+#include <string>
+
+#include "Conversations.h"
+
+namespace proof {
+
+class Random {
+public:
+    explicit Random(uint64_t seed) : engine_(seed) {}
+
+    // One of 0 to `end` - 1.
+    uint64_t below(uint64_t end) { return engine_() % end; }
+    bool happens(unsigned percent) { return below(100) < percent; }
+    // Often small, sometimes any.
+    int32_t number();
+    // Any bytes, seldom many.
+    std::string text();
+    Values values();
+
+private:
+    std::mt19937_64 engine_;
+};
+
+// A message for the processor or the client of `operation`: fields are missing, doubled, unknown,
+// in another order or of another type, and the header may be wrong; then bytes of it may be.
+std::string randomRequest(Random& random, const Operation& operation, const Encoding& encoding);
+std::string randomReply(Random& random, const Operation& operation, const Encoding& encoding);
+
+}  // namespace proof
+
+#endif
