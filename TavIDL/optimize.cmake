@@ -6,21 +6,21 @@ if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 endif()
 set(optimized $<OR:$<CONFIG:Release>,$<CONFIG:RelWithDebInfo>,$<CONFIG:MinSizeRel>>)
 
-# For size. It takes 10 % of the text away, and adds 0.2 % to a call.
+# For size: 10 % less text, but 0.2 % more per call.
 target_compile_options(TavIDL PRIVATE $<${optimized}:-Os>)
 if(CMAKE_SIZEOF_VOID_P EQUAL 8)  # 32-bit targets favor size over speed
-    # But for speed where a call spends its time: 7 % of a call, for 8 % more text.
+    # For speed where a call spends its time: 7 % of a call, for 8 % more text.
     set_property(SOURCE records/envelope.cpp broker/TavBrokerOperations.cpp
         emp/TavEmpOperations.cpp event/TavEmpEventOperations.cpp
         APPEND PROPERTY COMPILE_OPTIONS $<${optimized}:-O2>)
-    # libthrift's protocols consist of many small functions, which are to be inlined into the loops
+    # libthrift's protocols consist of many small functions, which should be inlined into the loops
     # over the fields. -O3: 1 % of a call. The limit: 6 % of a call over the compact protocol.
     set_property(SOURCE records/codec.cpp APPEND PROPERTY COMPILE_OPTIONS
         $<${optimized}:-O3> $<${optimized}:-finline-limit=300>)
 endif()
 
 if(NOT BUILD_SHARED_LIBS)
-    return()  # the program that links a static library decides
+    return()  # left to the program that links a static library
 endif()
 
 # Calls within the library are direct: 3 % of the text.
@@ -38,8 +38,8 @@ if(linkTimeOptimization)
         INTERPROCEDURAL_OPTIMIZATION_MINSIZEREL ON)
 endif()
 
-# Packed addresses in the tables of virtual functions: 7 % of the text. C libraries before 2.36
-# cannot load them.
+# Packed relocations for the tables of virtual functions: 7 % of the text. glibc before 2.36 cannot
+# load them.
 include(CheckCXXSourceCompiles)
 set(packed -Wl,-z,pack-relative-relocs)
 set(CMAKE_REQUIRED_LINK_OPTIONS ${packed} -Wl,--fatal-warnings)

@@ -2,11 +2,11 @@
 #define TAVIDL_THRIFT_H
 
 // codec.cpp recognizes protocol types by the addresses of their type information, which the library
-// has to share with the program. The library is compiled with hidden visibility: the protocol types
-// must not be hidden, and so neither their parts, which are declared here.
+// must share with the program. The library is compiled with hidden visibility, but the protocol
+// types and their parts, which are declared here, must stay visible.
 #pragma GCC visibility push(default)
 
-// Up to 0.9.0 libthrift's headers use what these two declare and do not include them.
+// Up to 0.9.0 libthrift's headers use what these two declare without including them.
 #include <netinet/in.h>
 #ifdef __has_include
 #if __has_include(<thrift/config.h>)
@@ -14,9 +14,9 @@
 #endif
 #endif
 
-// 0.2 has no TApplicationException.h: its Thrift.h declares the class. Up to 0.8 libthrift's own
-// folder is searched, too. Look there: with `thrift/`, the header of another libthrift in the
-// system's directories could be found.
+// 0.2 has no TApplicationException.h: its Thrift.h declares the class. Up to 0.8 the include path
+// has libthrift's own folder, too. Look there, because `thrift/` could find the header of another
+// libthrift in the system's directories.
 #ifndef __has_include
 #include <thrift/TApplicationException.h>
 #elif !__has_include(<TProcessor.h>) || __has_include(<TApplicationException.h>)
@@ -30,14 +30,14 @@
 
 #include <utility>
 
-/// What differs between the releases of libthrift in public declarations is settled here, from
+/// The differences between libthrift's releases that matter in public declarations, deduced from
 /// libthrift's own declarations.
 ///
-/// - Pointers: older releases hold protocols by Boost's shared pointer, newer ones by the standard
-///   library's. `TavIDL::shared_ptr` is whichever it is.
+/// - Pointers: older releases use Boost's shared pointer for protocols, newer ones the standard
+///   library's. `TavIDL::shared_ptr` is the one in use.
 /// - `TProcessor::process`: older releases pass two protocols, newer ones also a context. A
 ///   processor declares both forms, with neither `virtual` nor `override`: the one that libthrift
-///   declares is its override, the other an ordinary overload. Both do the same.
+///   declares becomes an override, the other an ordinary overload. Both do the same.
 namespace TavIDL {
 
 using apache::thrift::protocol::TProtocol;
@@ -53,7 +53,7 @@ struct SharedPointer<Template<T>> {
 
 using TransportPointer = decltype(std::declval<TProtocol&>().getTransport());
 
-/// The shared pointer by which the installed libthrift holds its objects.
+/// The shared pointer type that the installed libthrift uses.
 template <typename T>
 using shared_ptr = typename SharedPointer<TransportPointer>::template To<T>;
 

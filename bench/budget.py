@@ -8,8 +8,8 @@ import os
 import sys
 import tomllib
 
-from measure import (COMPARISONS, OBJECTS, SHORT, arm_text, counts, mean, stripped_sizes,
-                     outdated_summaries)
+from measure import (COMPARISONS, OBJECTS, PEERS, RESULTS, SHORT, arm_text, cost_is_outdated,
+                     counts, mean, stripped_sizes)
 
 BUDGETS = "bench/budgets.toml"
 LONG_NAME = "TavEmp.ExecuteWithParamList"
@@ -17,7 +17,7 @@ ROOM = 0.993  # a figure below this share of its budget leaves room to lower it
 
 
 def figures(build):
-    """By the name of the budget: the figure, and the call that it was measured in."""
+    """By the budget's name: the figure, and the call in which it was measured."""
     instructions, allocations = counts(build)
     calls = [cell[1:] for cell in allocations if cell[0] == "ours"]
     found = {}
@@ -77,13 +77,12 @@ def main():
         elif figure < ROOM * budget:
             note = f"there is room: lower it in {BUDGETS}"
         print(f"  {name:<72}{shown(figure):>8}   budget {shown(budget):<8}{note}".rstrip())
-    outdated = outdated_summaries()
-    if outdated:
-        sys.exit(f"bench: README.md quotes other figures than {', '.join(outdated)}; script/bench"
-                 " writes both")
+    if cost_is_outdated():
+        sys.exit(f"bench: README.md quotes other figures than {RESULTS} and {PEERS}; script/bench"
+                 " writes all three")
     if over:
         sys.exit("bench: over budget:" + "\n  ".join(["", *over]) +
-                 f"\nMake it cheaper again, or raise the budget in {BUDGETS} and say there why.")
+                 f"\nMake it cheaper again, or raise the budget in {BUDGETS} and explain why.")
 
 
 if __name__ == "__main__":

@@ -9,8 +9,8 @@
 
 #include <stdexcept>
 
-// The calls, told once for all contestants: `Names` says what a contestant calls its
-// classes. Only the templates contestant looks at the protocol's type.
+// The calls, written once for all contestants: `Names` has the names of a contestant's
+// classes. Only the templates contestant uses the protocol's type.
 namespace bench {
 
 constexpr int32_t kNumber = 123456;

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Compares two builds of the library by what is exact: what a change or a flag is worth.
+"""Compares the exact figures of two builds of the library, to judge a change or a flag.
 
     compare.py BUILD OTHER    directories of Release builds with -DTAVIDL_BUILD_BENCH=ON
 

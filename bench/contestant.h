@@ -10,16 +10,16 @@
 #include <thrift/transport/TBufferTransports.h>
 
 // Three contestants call the same eight operations with the same values: this library
-// and the Thrift compiler's two C++ outputs. All else in this directory knows them by
-// this header alone.
+// and the Thrift compiler's two C++ outputs. Everything else in this directory uses them
+// only through this header.
 namespace bench {
 
 using apache::thrift::TProcessor;
 using apache::thrift::protocol::TProtocol;
 
 // The static ones know the type of their transport at compile time: TBinaryProtocolT and
-// TCompactProtocolT of TBufferBase. `derived` is a protocol class of a program's own, derived from
-// the binary one: libraries that look at a protocol's type do not know it.
+// TCompactProtocolT of TBufferBase. `derived` is a program's own protocol class, derived from the
+// binary one: libraries that check a protocol's type do not know it.
 enum class Encoding { binary, compact, staticBinary, staticCompact, json, derived };
 constexpr Encoding kEncodings[] = {Encoding::binary,       Encoding::compact,
                                    Encoding::staticBinary, Encoding::staticCompact,
@@ -73,7 +73,7 @@ extern const Contestant kGenerated;
 extern const Contestant kTemplates;
 const Contestant* const kContestants[] = {&kOurs, &kGenerated, &kTemplates};
 
-// How a call is named in what the programs print.
+// The name of a call in the programs' output.
 std::string nameOf(const Contestant& contestant, Operation operation, Encoding encoding,
                    std::size_t length);
 

@@ -1,5 +1,5 @@
-// Counts what is exact: instructions (under callgrind, which is told here where a call
-// begins and ends) and allocations of whole calls, one line a cell.
+// Counts the instructions of whole calls (under callgrind; this marks where a call begins
+// and ends) and their allocations. One line per cell.
 
 #include "memory.h"
 
@@ -14,7 +14,7 @@ namespace {
 unsigned long allocations = 0;
 }
 
-// All code in the process allocates by these, libthrift's and the library's too.
+// All code in the process allocates with these, including libthrift and the library.
 void* operator new(std::size_t size) {
     ++allocations;
     if (void* memory = std::malloc(size)) {

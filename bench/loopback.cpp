@@ -35,7 +35,7 @@ std::shared_ptr<TTransportFactory> transportFactory(Framing framing) {
     return std::make_shared<TBufferedTransportFactory>();
 }
 
-// Serves on a port that was free, from construction to destruction.
+// Serves on a free port, from construction to destruction.
 class Server {
 public:
     Server(const std::shared_ptr<TProcessor>& processor,
@@ -95,7 +95,7 @@ std::string onTheWire(Framing framing, const std::string& message) {
     return framing == Framing::framed ? prefix + message : message;
 }
 
-// Serves a whole connection in the time of one message.
+// Serves a connection until its end. The time-out applies to each message.
 class BareProcessor : public TProcessor {
 public:
     BareProcessor(std::string request, std::string reply)

@@ -1,4 +1,4 @@
-"""What the programs here share: the exact figures, what is compared, and where it is shown."""
+"""Shared by the programs here: the exact figures, what is compared, and where it is shown."""
 
 import glob
 import math
@@ -15,8 +15,10 @@ OBJECTS = {"ours": "TavIDL/libTavIDL.so", "generated": "bench/libbench_generated
 ARM = {"TavIDL": "build/armhf/TavIDL/libTavIDL.so",
        "TavIDLHost": "build/armhf/TavIDL/host/libTavIDLHost.so"}
 README, RESULTS, PEERS = "README.md", "bench/results.md", "bench/peers.md"
-# By the page with results: how its summary begins, which the front page quotes.
-SUMMARIES = {RESULTS: "A call over", PEERS: "The same call through"}
+# What the front page quotes of them: a row, and a table that begins so.
+ROUND_TRIP = "Processor time of a round trip over loopback, 1 connection"
+PEERS_SUMMARY = "The same call through"
+COST = re.compile(r"^\| Processor time of a call .*\n(?:\|.*\n)+", re.M)
 
 # By how bench_counts names an encoding: the protocol class.
 PROTOCOLS = {
@@ -75,8 +77,8 @@ def counts(build):
     """Two tables by (contestant, operation, encoding, length): instructions, allocations."""
     instructions, allocations = {}, {}
     with tempfile.TemporaryDirectory() as directory:
-        # All names bound at start, and the plainest copying functions of the C library:
-        # which ones it takes otherwise depends on the processor.
+        # All symbols bound at start, and the simplest copying functions of the C library:
+        # otherwise its choice depends on the processor.
         environment = dict(os.environ, LD_BIND_NOW="1",
                            GLIBC_TUNABLES="glibc.cpu.hwcaps=-AVX2_Usable,-AVX2,-AVX512F,-ERMS")
         lines = run("valgrind", "--quiet", "--tool=callgrind",
@@ -116,27 +118,40 @@ def arm_text(library):
 
 
 def mean(ratios):
-    """The geometric mean: twice as dear here and half as dear there is as dear."""
+    """The geometric mean: twice and half the cost average to the same cost."""
     return math.exp(sum(map(math.log, ratios)) / len(ratios))
 
 
-def summary_of(page, results):
-    """Of a page's text, what is before the summary of those results, the summary, and the rest."""
+def text_of(page):
     with open(page, encoding="utf-8") as file:
-        text = file.read()
-    found = re.search(rf"^\| {SUMMARIES[results]} .*\n(?:\|.*\n|\n(?=\|))+", text, re.M)
-    if not found:
-        sys.exit(f"bench: {page} lost its table '{SUMMARIES[results]}'")
-    return text[:found.start()], found[0], text[found.end():]
+        return file.read()
 
 
-def replace_summary(results, summary):
-    before, _, after = summary_of(README, results)
+def cells_of(page, row):
+    """Of a page's table: of the row that begins so, and of the one under its heading."""
+    found = re.search(rf"^\| {row} \|(.*)\|$(?:\n\| --- .*\n\|.*?\|(.*)\|$)?", text_of(page), re.M)
+    return [[cell.strip() for cell in cells.split("|")] for cells in found.groups() if cells]
+
+
+def cost_table():
+    """The front page's table: one row, from both pages of results."""
+    [[generated]] = cells_of(RESULTS, ROUND_TRIP)
+    names, multiples = cells_of(PEERS, PEERS_SUMMARY)
+    peers = sorted(zip(names, multiples), key=lambda peer: float(peer[1]))
+    columns = [("Processor time of a call (lower is better)", "compared with libTavIDL"),
+               ("libTavIDL", "1.0"), ("Thrift compiler's code", f"{1 / float(generated):.1f}"), *peers]
+    header, row = zip(*columns)
+    return "".join("| " + " | ".join(line) + " |\n" for line in (header, ["---"] * len(header), row))
+
+
+def write_cost():
+    """Puts it into the front page."""
+    page, found = COST.subn(lambda _: cost_table(), text_of(README))
+    if found != 1:
+        sys.exit(f"bench: {README} lost its table of costs")
     with open(README, "w", encoding="utf-8") as file:
-        file.write(before + summary + after)
+        file.write(page)
 
 
-def outdated_summaries():
-    """The pages whose summary the front page quotes otherwise."""
-    return [results for results in SUMMARIES
-            if summary_of(README, results)[1] != summary_of(results, results)[1]]
+def cost_is_outdated():
+    return cost_table() not in text_of(README)

@@ -43,7 +43,7 @@ void MemoryExchange::call() {
 std::pair<std::string, std::string> MemoryExchange::requestAndReply() {
     std::pair<std::string, std::string> messages;
     send();
-    messages.first = request_->getBufferAsString();  // before it is read, and gone
+    messages.first = request_->getBufferAsString();  // before it is read and discarded
     process();
     messages.second = reply_->getBufferAsString();
     receive();

@@ -9,7 +9,7 @@
 
 namespace bench {
 
-// A client and a processor of one contestant, joined by two memory buffers.
+// A client and a processor of one contestant, connected by two memory buffers.
 class MemoryExchange {
 public:
     MemoryExchange(const Contestant& contestant, Operation operation, Encoding encoding,
@@ -18,7 +18,7 @@ public:
     // One whole call: client send, processor, client receive.
     void call();
 
-    // The same, and what it sent each way.
+    // The same, and the bytes sent in each direction.
     std::pair<std::string, std::string> requestAndReply();
 
 private:

@@ -3,7 +3,7 @@
 
     peers.py BUILD LOAD    the directory of a Release build with -DTAVIDL_BUILD_PEERS=ON
 
-Writes the row of the multiples of our processor time into README.md, too.
+Writes the front page's row of costs, too.
 """
 
 import contextlib
@@ -19,14 +19,14 @@ import tempfile
 import time
 from typing import NamedTuple
 
-from measure import PEERS, SUMMARIES, replace_summary, run, stripped_sizes
+from measure import PEERS, PEERS_SUMMARY, run, stripped_sizes, write_cost
 from results import setting, table
 
 CLIENTS = FEW, MANY = 1, 8
 ROUNDS = 25
 CALLS = 1600  # by all clients together, in each round
 PATIENCE = 300  # seconds until something hangs
-# What any C++ program loads, and what only connections with TLS use of the rest.
+# Libraries that any C++ program loads, and those of the rest that only TLS connections use.
 RUNTIME = re.compile(r"/(ld-linux\S*|lib(c|m|gcc_s|stdc\+\+))\.so[.\d]*$")
 OPENSSL = re.compile(r"/lib(ssl|crypto)\.so[.\d]*$")
 
@@ -64,18 +64,18 @@ CELLS = [(program, transport) for program, library in LIBRARIES.items()
 
 
 def processor_time(process):
-    """Seconds that its threads took, those that ended too: clock_getcpuclockid() of its id."""
+    """Processor time of all its threads, including ended ones: clock_getcpuclockid() of its id."""
     return time.clock_gettime(~process.pid << 3 | 2)
 
 
 def private_memory(process):
-    """KiB that it has written to and shares with no other: heap, stacks, data."""
+    """Its private memory that was written to, in KiB: heap, stacks, data."""
     with open(f"/proc/{process.pid}/smaps_rollup", encoding="utf-8") as file:
         return int(re.search(r"^Private_Dirty: +(\d+) kB$", file.read(), re.M)[1])
 
 
 def loaded(process):
-    """The files whose code it maps, its program among them."""
+    """The files whose code it maps, including its program."""
     with open(f"/proc/{process.pid}/maps", encoding="utf-8") as file:
         found = set(re.findall(r"^\S+ r-xp .* (/\S+)$", file.read(), re.M))
     return {path for path in found if not RUNTIME.search(path)}
@@ -89,7 +89,7 @@ def answer(process):
 
 
 class Calls:
-    """The processes that call each other through one library, and what they were seen to use."""
+    """The processes that call each other through one library, and the resources they use."""
 
     def __init__(self, stack, build, directory, program, transport):
         def start(*command):
@@ -119,7 +119,7 @@ class Calls:
         self.traffic = self.traced(directory)
 
     def make(self, number):
-        """Makes CALLS calls from so many clients; microseconds of the processor a call."""
+        """Makes CALLS calls from `number` clients; returns microseconds of processor time per call."""
         processes = [*self.servers, *self.clients[:number]]
         before = sum(map(processor_time, processes))
         for client in self.clients[:number]:
@@ -130,14 +130,14 @@ class Calls:
         return (sum(map(processor_time, processes)) - before) / CALLS * 1e6
 
     def traced(self, directory):
-        """Bytes that all processes together send over sockets a call; their system calls a call."""
+        """Bytes that all processes together send over sockets per call, and their system calls."""
         processes = [*self.servers, self.clients[0]]
         prefix = os.path.join(directory, "strace")
         with subprocess.Popen(
                 ["strace", "--follow-forks", "--output-separately", "--decode-fds=all",
                  "--output=" + prefix, *(f"--attach={process.pid}" for process in processes)],
                 stderr=subprocess.PIPE, text=True) as strace:
-            # It names threads that start meanwhile, too.
+            # It also reports threads that start meanwhile.
             awaited = {str(process.pid) for process in processes}
             while awaited:
                 line = strace.stderr.readline()
@@ -192,7 +192,7 @@ def main():
 
     others = [program for program in LIBRARIES if program != "ours"]
     summary = table(
-        [SUMMARIES[PEERS], *(LIBRARIES[program].name for program in others)],
+        [PEERS_SUMMARY, *(LIBRARIES[program].name for program in others)],
         [["takes this many times as much processor time",
           *(multiple(program, next(iter(LIBRARIES[program].addresses)), 1)
             for program in others)]])
@@ -252,7 +252,7 @@ order, whose typical spread was {spread:.1%}.
     print("\n" + text)
     with open(PEERS, "w", encoding="utf-8") as file:
         file.write(text)
-    replace_summary(PEERS, summary)
+    write_cost()
 
 
 if __name__ == "__main__":

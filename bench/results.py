@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Measures all there is to measure, prints it and writes it to bench/results.md.
+"""Measures everything, prints it and writes it to bench/results.md.
 
     results.py BUILD    the directory of a Release build with -DTAVIDL_BUILD_BENCH=ON
 
-Writes bench/lengths.svg and bench/connections.svg too, and the summary into README.md.
+Writes bench/lengths.svg and bench/connections.svg too, and the front page's row of costs.
 """
 
 import datetime
@@ -13,8 +13,8 @@ import re
 import statistics
 import sys
 
-from measure import (COMPARISONS, OBJECTS, PROTOCOLS, RESULTS, SUMMARIES, Comparison, arm_text,
-                     counts, mean, replace_summary, run, stripped_sizes)
+from measure import (COMPARISONS, OBJECTS, PROTOCOLS, RESULTS, ROUND_TRIP, Comparison, arm_text,
+                     counts, mean, run, stripped_sizes, write_cost)
 
 CONTESTANTS = tuple(OBJECTS)
 DESCRIPTIONS = {"generated": "generated code", "templates": "generated templates"}
@@ -81,7 +81,7 @@ def share(value):
 
 
 def setting(build, load, tools):
-    """Where and when it was measured, and by which other tools: rows of name and version."""
+    """Where and when it was measured, and with which tools: rows of name and version."""
     with open("/proc/cpuinfo", encoding="utf-8") as file:
         processor = re.search(r"^model name\s*: (.*)$", file.read(), re.M)
     with open(os.path.join(build, "CMakeCache.txt"), encoding="utf-8") as file:
@@ -98,7 +98,7 @@ def setting(build, load, tools):
 
 
 def setups_section(build):
-    """What the set-ups of a connection cost, as a part of the page."""
+    """The part of the page about the cost of each set-up of a connection."""
     print("-- Timing set-ups", flush=True)
     setup_times, setup_spread = times(build, "setup", 25, 0.03, "bench_setups")
     stop_times, _ = times(build, "stop", 3, 0.1, "bench_setups")
@@ -150,24 +150,24 @@ def main():
     nanoseconds = {tuple(cell): time for (kind, *cell, _), time in call_times.items()
                    if kind == "cpu_time"}
 
-    def beside_generated(figures, call):
+    def relative_to_generated(figures, call):
         return Comparison(call[1], "generated", call[1]).shares(figures)[call]
 
     def trip_share(time, framing, connections, one="ours", other="generated"):
         return (trip_times[time, one, framing, connections]
                 / trip_times[time, other, framing, connections])
 
-    summary = table([SUMMARIES[RESULTS], "relative to (lower is better)", "Instructions", "Time"], [
+    summary = table(["A call over", "relative to (lower is better)", "Instructions", "Time"], [
         [PROTOCOLS[comparison.encoding],
          DESCRIPTIONS[comparison.other] + ("" if comparison.over == comparison.encoding
                                            else f" over {PROTOCOLS[comparison.over]}"),
          share(mean(comparison.shares(instructions).values())),
          share(mean(comparison.shares(nanoseconds).values()))] for comparison in COMPARISONS
     ]) + "\n" + table(["Relative to generated code (lower is better)", ""], [
-        *([f"Processor time of a round trip over loopback, {connections}",
-           share(mean([trip_share("cpu_time", framing, number)
-                       for framing in ("buffered", "framed")]))]
-          for number, connections in ((1, "1 connection"), (8, "8 connections"))),
+        *([what, share(mean([trip_share("cpu_time", framing, number)
+                             for framing in ("buffered", "framed")]))]
+          for number, what in ((1, ROUND_TRIP),
+                               (8, "Processor time of a round trip over loopback, 8 connections"))),
         ["Allocations of a call beyond those of generated code, at most",
          max(allocations["ours", *call] - allocations["generated", *call] for call in calls)],
         ["Text of the shared object", share(sizes["ours"][0] / sizes["generated"][0])],
@@ -197,17 +197,17 @@ Medians of 15 times, whose typical spread was {call_spread["cpu_time"]:.1%}.
         *(f"alloc. {name}" for name in CONTESTANTS), *(f"ns {name}" for name in CONTESTANTS),
         "ours / gen."],
        [[call[0], call[1], call[2], *(instructions[name, *call] for name in CONTESTANTS),
-         f"{beside_generated(instructions, call):.3f}", *(allocations[name, *call] for name in CONTESTANTS),
+         f"{relative_to_generated(instructions, call):.3f}", *(allocations[name, *call] for name in CONTESTANTS),
          *(round(nanoseconds[name, *call]) for name in CONTESTANTS),
-         share(beside_generated(nanoseconds, call))] for call in calls])}
+         share(relative_to_generated(nanoseconds, call))] for call in calls])}
 ![Time of a call against the length of its strings](lengths.svg)
 
 ## Round trips over loopback
 
-Microseconds a round trip, all connections together, client and server on one processor:
+Microseconds per round trip, all connections together, client and server on one processor:
 `{PLOTTED[0]}` with strings of 8 bytes over the {PLOTTED[1]} protocol. Bare sockets pass the same
-bytes. The processor's time is the client's, the server's and the kernel's for both; it bears other
-work on the machine, which the time that passes does not. Medians of 25 times, whose typical spread
+bytes. The processor time is that of the client, the server and the kernel. Other work on the machine
+hardly affects it, but does affect the elapsed time. Medians of 25 times, whose typical spread
 was {trip_spread["cpu_time"]:.1%} and {trip_spread["real_time"]:.1%}.
 
 {table(["Transport", "Connections", "Time", "bare sockets", *CONTESTANTS, "ours / generated",
@@ -224,7 +224,7 @@ was {trip_spread["cpu_time"]:.1%} and {trip_spread["real_time"]:.1%}.
     print("\n" + text)
     with open(RESULTS, "w", encoding="utf-8") as file:
         file.write(text)
-    replace_summary(RESULTS, summary)
+    write_cost()
 
     lengths = sorted({int(cell[4]) for cell in length_times})
     plot("lengths", f"set title '{PLOTTED[0]}, {PLOTTED[1]}: client, processor, client'\n"

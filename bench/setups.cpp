@@ -1,6 +1,6 @@
-// What a round trip costs by how the connection is set up: with libthrift's servers and sockets,
-// and with Host. The call is the same everywhere; bare sockets pass the same bytes. And how long a
-// server takes to stop. A benchmark's name is the set-up and what it goes over.
+// The cost of a round trip for each set-up of a connection: libthrift's servers and sockets, and
+// Host. The call is always the same; bare sockets pass the same bytes. Also how long a server takes
+// to stop. A benchmark's name consists of the set-up and the transport.
 
 #include "memory.h"
 
@@ -39,7 +39,7 @@ using namespace apache::thrift::transport;
 using namespace bench;
 using std::chrono::milliseconds;
 
-constexpr int kPatience = 10'000;  // milliseconds; who is silent for longer hangs
+constexpr int kPatience = 10'000;  // milliseconds; a peer that is silent for longer hangs
 constexpr int kBatch = 16;
 
 const std::string kText(8, 'r');
@@ -60,7 +60,7 @@ std::string hostAddress(Way way) {
     return way == Way::tcp ? "127.0.0.1:0" : "unix:" + socketPath();
 }
 
-// Makes one round trip, over a connection and to a server that live as long as this.
+// Makes one round trip. The connection and the server exist as long as this object.
 using RoundTrip = std::function<void()>;
 
 std::shared_ptr<apache::thrift::TProcessor> processor() {
@@ -72,7 +72,7 @@ void call(TavBrokerIf& broker) {
     broker.Execute(result, 123456, kText, kText, kText, kText, kText);
 }
 
-// One of libthrift's servers, in a thread of its own.
+// One of libthrift's servers, in its own thread.
 class Running {
 public:
     Running(std::shared_ptr<TServer> server, std::string path)
@@ -164,7 +164,7 @@ RoundTrip host(Way way, bool framed) {
     return [server, broker] { call(*broker); };
 }
 
-// So many calls at once: results.py divides.
+// Calls per batch: results.py divides by this.
 RoundTrip batch(Way way) {
     auto server = hostServer(way, TavIDL::Settings());
     auto broker = std::make_shared<TavIDL::RemoteBroker>(server->address());
@@ -193,7 +193,7 @@ void send(TSocket& socket, const std::string& bytes) {
     }
 }
 
-// Serves a whole connection in the time of one message.
+// Serves a connection until its end. The time-out applies to each message.
 class BareProcessor : public apache::thrift::TProcessor {
 public:
     BareProcessor(std::string request, std::string reply)
@@ -214,7 +214,7 @@ private:
     const std::string reply_;
 };
 
-// Without time-outs, buffers and protocol: the system's share.
+// Without time-outs, buffers and protocol: only the system's part.
 RoundTrip bare(Way way) {
     const auto messages =
         MemoryExchange(kOurs, Operation::brokerExecute, Encoding::binary, kText.size())

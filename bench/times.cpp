@@ -74,7 +74,7 @@ int main(int count, char** arguments) try {
     }
     benchmark::Initialize(&count, arguments);
     benchmark::RunSpecifiedBenchmarks();
-    benchmark::ClearRegisteredBenchmarks();  // which hold the servers
+    benchmark::ClearRegisteredBenchmarks();  // they own the servers
 } catch (const std::exception& failure) {
     std::cerr << "bench_times: " << failure.what() << '\n';
     return 1;

@@ -1,6 +1,6 @@
-# Finds libthrift: by its own CMake package where there is one, else by pkg-config
-# (all that Debian ships), else by a plain search. Set Thrift_ROOT to point at one
-# in a place of its own. Makes the target Thrift::thrift.
+# Finds libthrift: with its CMake package if there is one, else with pkg-config (Debian
+# has only this), else in the usual directories. Set Thrift_ROOT to use one in another
+# directory. Creates the target Thrift::thrift.
 
 if(NOT TARGET Thrift::thrift)
     find_package(Thrift CONFIG QUIET)
@@ -25,7 +25,7 @@ if(NOT Thrift_LIBRARY OR NOT Thrift_INCLUDE_DIR)
     find_library(Thrift_LIBRARY thrift HINTS ${PC_Thrift_LIBRARY_DIRS})
 endif()
 
-# Read from the headers themselves: they are what a program is compiled against.
+# Read from the headers, because programs are compiled with them.
 if(EXISTS "${Thrift_INCLUDE_DIR}/thrift/config.h")
     file(STRINGS "${Thrift_INCLUDE_DIR}/thrift/config.h" Thrift_VERSION
         REGEX "^#define PACKAGE_VERSION ")
@@ -42,9 +42,8 @@ if(EXISTS "${Thrift_INCLUDE_DIR}/thrift/TProcessor.h")
     endif()
 endif()
 
-# The version that the library's file name ends in (libthrift-0.17.0.so, libthrift.so.0.17.0;
-# 0.0.0 is what libtool puts there by itself), else that of the thrift.pc that names its
-# directory. Empty if neither says.
+# The version in the library's file name (libthrift-0.17.0.so, libthrift.so.0.17.0; 0.0.0 is
+# libtool's default), else the version of the thrift.pc for its directory. Empty if unknown.
 set(Thrift_LIBRARY_VERSION "")
 get_filename_component(Thrift_LIBRARY_FILE "${Thrift_LIBRARY}" REALPATH)
 get_filename_component(Thrift_LIBRARY_DIR "${Thrift_LIBRARY}" DIRECTORY)
@@ -55,8 +54,8 @@ elseif(PC_Thrift_LIBDIR STREQUAL Thrift_LIBRARY_DIR)
     set(Thrift_LIBRARY_VERSION "${PC_Thrift_VERSION}")
 endif()
 
-# A program that is compiled against the headers of one release and linked with another
-# would crash. Suffixes such as -dev are not compared.
+# A program that is compiled with the headers of one release and linked with another would
+# crash. Suffixes such as -dev are not compared.
 set(Thrift_IS_ONE_RELEASE TRUE)
 set(Thrift_ADVICE "install libthrift's development files (Debian: libthrift-dev libboost-dev) or set Thrift_ROOT")
 string(REGEX MATCH "^[0-9.]+" Thrift_HEADERS_NUMBER "${Thrift_VERSION}")
@@ -74,7 +73,7 @@ find_package_handle_standard_args(Thrift
     REASON_FAILURE_MESSAGE "${Thrift_ADVICE}")
 
 if(Thrift_FOUND AND NOT TARGET Thrift::thrift)
-    # Global: whoever links TavIDL needs it too, in a folder beside or above.
+    # Global: targets in other folders that link TavIDL need it, too.
     add_library(Thrift::thrift UNKNOWN IMPORTED GLOBAL)
     set_target_properties(Thrift::thrift PROPERTIES
         IMPORTED_LOCATION "${Thrift_LIBRARY}"

@@ -1,5 +1,5 @@
-# One file with all of it, for those who want just that: cpack -G TGZ or -G DEB in a
-# build directory. debian/ makes the packages for a distribution.
+# A single file with everything: cpack -G TGZ or -G DEB in a build directory. debian/ makes
+# the packages for a distribution.
 set(CPACK_PACKAGE_NAME tavidl)
 set(CPACK_PACKAGE_CONTACT "libTavIDL maintainers <maintainers@users.noreply.c-seed-5ea053be.example>")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

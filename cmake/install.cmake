@@ -1,14 +1,13 @@
-# Installs libTavIDL (component Runtime), libTavIDLHost (component HostRuntime) and all that one
-# needs to build with them (component Development). Nothing installed knows where: the tree may be
-# moved.
+# Installs libTavIDL (component Runtime), libTavIDLHost (component HostRuntime) and what programs need
+# to build with them (component Development). The installed tree can be moved.
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/TavIDL)
 
-# Each library has an export set of its own, so that programs that use TavIDL alone need nothing
-# of what Host needs.
+# Each library has its own export set, so that programs that only use TavIDL do not need Host's
+# dependencies.
 function(tavidl_install target runtime)
     install(TARGETS ${target} EXPORT ${target}Targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -29,7 +28,7 @@ tavidl_install(TavIDL Runtime)
 set(host_needs Threads)
 if(TARGET TavIDLHost)
     tavidl_install(TavIDLHost HostRuntime)
-    # A program that links a static library links what that one uses.
+    # A program that links a static library must link its dependencies.
     get_target_property(kind TavIDLHost TYPE)
     get_target_property(uses TavIDLHost LINK_LIBRARIES)
     if(kind STREQUAL STATIC_LIBRARY AND OpenSSL::SSL IN_LIST uses)
@@ -50,8 +49,8 @@ install(FILES
     ${PROJECT_SOURCE_DIR}/cmake/FindThrift.cmake
     DESTINATION ${package_dir} COMPONENT Development)
 
-# For pkg-config. A directory given as an absolute path stays where it is; others
-# are found from the place of the file itself.
+# For pkg-config. A directory with an absolute path is used as it is; others are relative to
+# the file.
 function(pkgconfig_path result directory)
     if(IS_ABSOLUTE ${directory})
         set(${result} ${directory} PARENT_SCOPE)
@@ -73,7 +72,7 @@ set(pc_requires thrift)
 if(Thrift_VERSION)
     set(pc_requires "thrift = ${Thrift_VERSION}")  # as in TavIDLConfig.cmake
 endif()
-# Up to 0.9.0 thrift.pc names too few of the directories that libthrift's headers are found in.
+# Up to 0.9.0 thrift.pc lacks some of the directories of libthrift's headers.
 set(pc_thrift_cflags "")
 if(Thrift_INCLUDES_FROM_INSIDE OR Thrift_VERSION VERSION_EQUAL 0.9.0)
     list(JOIN Thrift_INCLUDE_DIRS " -I" pc_thrift_cflags)

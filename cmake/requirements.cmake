@@ -1,6 +1,6 @@
-# What the tests, the tool and the benchmarks need beyond the library, looked for in one place:
-# all that is missing comes as one list, with the Debian package that has it. script/lib/prepare
-# installs these packages.
+# Finds what the tests, the tool and the benchmarks need in addition to the library's dependencies, and
+# reports everything that is missing in one list, with Debian's packages. script/lib/prepare installs
+# them.
 
 set(missing)
 set(packages)
@@ -25,7 +25,7 @@ endmacro()
 
 if(TAVIDL_BUILD_TESTS OR TAVIDL_BUILD_BENCH)
     tavidl_require_program(TAVIDL_THRIFT_COMPILER thrift thrift-compiler)
-    # TNonblockingServer lies in a library of its own, which needs libevent.
+    # TNonblockingServer is in a separate library, which needs libevent.
     tavidl_require_library(TAVIDL_THRIFTNB thriftnb libthrift-dev)
     tavidl_require_library(TAVIDL_EVENT event libevent-dev)
 endif()
@@ -51,8 +51,7 @@ endif()
 if(TAVIDL_BUILD_TOOLS OR TAVIDL_BUILD_TESTS)
     tavidl_require_package(OpenSSL libssl-dev)
 endif()
-# The tutorial, which the tests go through, builds the tool.
-if(TAVIDL_BUILD_TOOLS OR (TAVIDL_BUILD_TESTS AND TAVIDL_TEST_LANGUAGES))
+if(TAVIDL_BUILD_TOOLS)
     tavidl_require_package(CLI11 libcli11-dev)
     tavidl_require_package(nlohmann_json nlohmann-json3-dev)
     tavidl_require_library(TAVIDL_PCAP pcap libpcap-dev)
@@ -66,14 +65,18 @@ if(TAVIDL_BUILD_TESTS)
         find_package(GTest REQUIRED)
     endif()
     tavidl_require_program(TAVIDL_PKG_CONFIG pkg-config pkg-config)
-    # Debian's first: it is the one that has Thrift's package.
+    # Debian's first: Thrift's package is installed for it.
     find_program(TAVIDL_PYTHON python3 HINTS /usr/bin)
     tavidl_require("program python3" TAVIDL_PYTHON python3)
     if(TAVIDL_BUILD_HOST AND NOT CMAKE_CROSSCOMPILING)
         tavidl_require_program(TAVIDL_STRACE strace strace)
     endif()
     if(TAVIDL_BUILD_TOOLS OR TAVIDL_TEST_LANGUAGES)
-        foreach(module thrift six)
+        set(modules thrift six)
+        if(TAVIDL_TEST_LANGUAGES)
+            list(APPEND modules pexpect)
+        endif()
+        foreach(module IN LISTS modules)
             set(imported OFF)
             if(TAVIDL_PYTHON)
                 execute_process(COMMAND ${TAVIDL_PYTHON} -c "import ${module}"
@@ -106,6 +109,7 @@ if(TAVIDL_BUILD_TESTS AND TAVIDL_TEST_LANGUAGES)
     tavidl_require_program(TAVIDL_GIT git git)
     tavidl_require_program(TAVIDL_NINJA ninja ninja-build)
     tavidl_require_program(TAVIDL_CLANG_FORMAT clang-format clang-format)
+    tavidl_require_program(TAVIDL_SYSTEMD_ANALYZE systemd-analyze systemd)
 endif()
 
 if(missing)
@@ -114,8 +118,8 @@ if(missing)
             string(APPEND asked " ${option}")
         endif()
     endforeach()
-    message(FATAL_ERROR "What is missing, each with the Debian package that has it:\n${missing}"
-        "All of it:\n  apt-get install${packages}\n"
-        "The library alone needs none of this; these options ask for it:\n ${asked}\n"
+    message(FATAL_ERROR "Missing, with the Debian package for each:\n${missing}"
+        "To install them:\n  apt-get install${packages}\n"
+        "The library itself needs none of this, but these options do:\n ${asked}\n"
         "(Tests need less with TAVIDL_TEST_LANGUAGES=OFF.)")
 endif()

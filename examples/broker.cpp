@@ -1,9 +1,10 @@
-// A broker: opens EMPs, each a process of its own, for programs that know name, version and
+// A broker: opens EMPs, each in its own process, for programs that know name, version and
 // credential.
 //
 //     TAV_CREDENTIAL=... broker
 //
-// Writes its port to standard output once it serves. Ends on SIGTERM or SIGINT, and ends all EMPs.
+// Prints its port to standard output when it is ready. Ends on SIGTERM or SIGINT, and ends all
+// EMPs.
 
 #include <TavIDL/host/Server.h>
 #include <signal.h>
@@ -18,12 +19,12 @@
 
 namespace {
 
-// Each is a process: without a limit, a caller could make the machine run out of them.
+// Each is a process: without a limit, a caller could make the machine run out of processes.
 constexpr std::size_t kMostEmps = 16;
 // Less than a caller waits for the answer.
 constexpr int kStartMs = 3000;
 
-// The EMPs that there are: by name, the version and the program.
+// The available EMPs: by name, the version and the program.
 const std::map<std::string, std::pair<std::string, std::string>> kCatalog = {
     {"thermometer", {"1.0", "emp"}},
 };
@@ -56,10 +57,10 @@ public:
             throw std::invalid_argument("wrong credential for '" + name + "'");
         }
 
-        // Held until the EMP serves, so that its end cannot be missed: see removeEnded.
+        // Locked until the EMP is ready, so that its end cannot be missed: see removeEnded.
         const std::lock_guard<std::mutex> lock(mutex_);
         if (emps_.size() == kMostEmps) {
-            throw std::runtime_error("as many EMPs are open as there may be");
+            throw std::runtime_error("too many EMPs are open");
         }
         const std::string empID = "emp-" + std::to_string(++lastID_);
         auto emp = std::make_unique<Emp>();
@@ -67,7 +68,8 @@ public:
         emp->process = std::make_unique<ChildProcess>(std::vector<std::string>{
             siblingProgram(program), empID, std::to_string(emp->servicePort.number()),
             std::to_string(emp->callbackPort.number())});
-        // It writes a line when it serves. A caller that got its answer earlier could not connect.
+        // It prints a line when it is ready. A caller that got its answer earlier could not
+        // connect.
         emp->process->readLine(kStartMs);
 
         result.callbackServicePort = emp->callbackPort.number();
@@ -79,7 +81,7 @@ public:
         emps_[empID] = std::move(emp);
     }
 
-    // The caller is known by the port of its callback service, which it has from here.
+    // The caller is identified by the port of its callback service, which it got from OpenEmp.
     void Execute(std::string& result, int32_t fromPort, const std::string& cmd,
                  const std::string& /*param1*/, const std::string& /*param2*/,
                  const std::string& /*param3*/, const std::string& /*param4*/) override {
@@ -107,12 +109,12 @@ public:
             emp = std::move(open->second);
             emps_.erase(open);
         }
-        emp.reset();  // Waits for its process to end, while others may call.
+        emp.reset();  // Waits for its process to end. Other calls can run meanwhile.
         say("closed", connectionInfo.empID);
         return true;
     }
 
-    // Forgets EMPs whose process has ended on its own, and leaves no zombie.
+    // Removes EMPs whose process has ended on its own, and leaves no zombie.
     void removeEnded() {
         const std::lock_guard<std::mutex> lock(mutex_);
         for (auto emp = emps_.begin(); emp != emps_.end();) {
@@ -135,8 +137,8 @@ private:
 
 int main() try {
     sayAs("broker");
-    // Blocked before the server starts its threads, which inherit the mask: these signals are for
-    // the loop below. (A server that starts no processes just calls runUntilSignal().)
+    // Blocked before the server starts its threads, which inherit the mask: the loop below handles
+    // these signals. (A server that starts no processes can simply call runUntilSignal().)
     sigset_t signals;
     sigemptyset(&signals);
     for (const int signal : {SIGTERM, SIGINT, SIGCHLD}) {

@@ -1,10 +1,10 @@
-// A callback service in a process of its own: takes the events that EMPs report, for programs that
-// do not take them themselves as program.cpp does.
+// A callback service in its own process: receives the events of EMPs, for programs that do not
+// receive them themselves as program.cpp does.
 //
 //     callback PORT
 //
-// Writes a line to standard output once it serves, and one for each event: type, param1, param2.
-// Ends when its standard input does.
+// Prints a line to standard output when it is ready, and one for each event: type, param1, param2.
+// Ends at the end of its standard input.
 
 #include <TavIDL/host/Server.h>
 

@@ -1,9 +1,9 @@
 // An EMP: a thermometer. The broker starts it with its identifier, the port to serve on, and the
-// port of the callback service of the program that it is opened for.
+// port of the program's callback service.
 //
 //     TAV_CREDENTIAL=... emp EMPID PORT CALLBACKPORT
 //
-// Writes a line to standard output once it serves, and ends when its standard input does.
+// Prints a line to standard output when it is ready, and ends at the end of its standard input.
 
 #include <TavIDL/host/Remote.h>
 #include <TavIDL/host/Server.h>
@@ -32,8 +32,8 @@ public:
             return false;
         }
         const std::lock_guard<std::mutex> lock(mutex_);
-        // A client that opens again goes on. The limit bounds what clients can make this process
-        // hold.
+        // A client may open again and continues. The limit bounds the memory that clients can make
+        // this process use.
         return clients_.count(clientID) != 0 ||
                (clients_.size() < 100 && clients_.emplace(clientID, 0).second);
     }
@@ -56,7 +56,7 @@ public:
             watch(param1);
             result = "watched " + param1;
         } else if (cmd == "jam") {
-            throw 7;  // Not a std::exception: this costs the connection, and nothing else.
+            throw 7;  // Not a std::exception: this only ends the connection.
         } else {
             throw std::invalid_argument("the thermometer has no command '" + cmd + "'");
         }
@@ -93,7 +93,7 @@ private:
                 say("event", what + " " + reading);
             }
         } catch (const TavIDL::CallFailed& failure) {
-            // Nobody listens: the event is lost, and the command goes on.
+            // Nobody receives it: the event is lost, and the command continues.
             say("failed", std::string("to send an event: ") + failure.what());
         }
     }
@@ -111,7 +111,7 @@ int main(int argc, char** argv) try {
         throw std::invalid_argument("usage: emp EMPID PORT CALLBACKPORT");
     }
     sayAs(argv[1]);
-    // ":PORT" is this machine alone.
+    // ":PORT" accepts connections only from this machine.
     const auto thermometer =
         std::make_shared<Thermometer>(std::string(":") + argv[3], credentialFromEnvironment());
     const TavIDL::Server server(std::string(":") + argv[2], thermometer);

@@ -27,8 +27,7 @@ int must(int result, const char* what) {
     return result;
 }
 
-// Whether `fd` has something to read, an end of file or a failure included, within `ms`
-// milliseconds.
+// Whether `fd` becomes readable (data, end of file or an error) within `ms` milliseconds.
 bool readable(int fd, int ms) {
     pollfd wait{fd, POLLIN, 0};
     const int ready = poll(&wait, 1, ms);
@@ -57,7 +56,7 @@ ReservedPort::ReservedPort()
         bind(socket_, any, size) < 0 || getsockname(socket_, any, &size) < 0) {
         const int error = errno;
         close(socket_);
-        throw std::system_error(error, std::generic_category(), "no port to be had");
+        throw std::system_error(error, std::generic_category(), "no free port");
     }
     number_ = ntohs(address.sin_port);
 }
@@ -82,7 +81,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command) {
     posix_spawn_file_actions_adddup2(&files, toChild[0], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&files, fromChild[1], STDOUT_FILENO);
 
-    // The signals that the parent takes in a way of its own are the child's again.
+    // The child gets the default handling of the signals that the parent handles.
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     sigset_t none;
@@ -114,7 +113,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command) {
 
 ChildProcess::~ChildProcess() {
     close(input_);
-    // Its output ends when it does. What it still writes is of no interest.
+    // Its output ends when the process ends. The rest of the output is ignored.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kEndMs);
     while (!ending() && std::chrono::steady_clock::now() < deadline) {
         char rest[512];

@@ -7,14 +7,14 @@
 #include <string>
 #include <vector>
 
-// Processes that start each other, and the ports that they are given.
+// Processes that start each other, and their ports.
 
 // A port on this machine, chosen by the system and reserved for a server that is started later.
 //
-// The broker announces it before its server listens, and no other process may get it meanwhile. A
-// socket that is bound to it but does not listen reserves it: the system does not choose it again,
-// and connections to it are refused. With SO_REUSEADDR on both sockets, which TavIDL::Server sets,
-// a server that asks for this very port still gets it, as often as it is started.
+// The broker announces the port before its server listens, and no other process may get it
+// meanwhile. A socket that is bound to it but does not listen reserves it: the system does not
+// choose it again, and connections to it are refused. With SO_REUSEADDR on both sockets, which
+// TavIDL::Server sets, a server can still listen on exactly this port, and be restarted.
 class ReservedPort {
 public:
     ReservedPort();
@@ -29,28 +29,28 @@ private:
     int number_;
 };
 
-// A process that lives no longer than this object, nor than the process that holds it: it has to
-// end when its standard input does, which happens however its parent ends. (The system can also
-// signal the death of a parent, but means the thread that started the child: in a server that
-// thread ends with its connection.)
+// A process that ends with this object, and also with its parent: it must end at the end of its
+// standard input, which happens however the parent ends. (The system can also send a signal when a
+// parent dies, but it means the thread that started the child, and in a server that thread ends
+// with its connection.)
 //
-// It inherits no other file: the sockets of TavIDL::Host are close-on-exec, as ours are.
+// It inherits no other files: the sockets of TavIDL::Host are close-on-exec, and so are ours.
 class ChildProcess {
 public:
     // Starts `command`: a path and its arguments. Throws std::system_error if it cannot.
     explicit ChildProcess(const std::vector<std::string>& command);
-    // Ends its input, gives it two seconds, and kills it if it then still runs.
+    // Ends its input, and kills it if it still runs after two seconds.
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
     pid_t pid() const { return pid_; }
 
-    // The next line that it writes to its standard output. Throws std::runtime_error if none
-    // has come within `ms` milliseconds, or none will.
+    // The next line of its standard output. Throws std::runtime_error if there is none within `ms`
+    // milliseconds, or at the end of the output.
     std::string readLine(int ms);
 
-    // How it has ended ("exit status 0", "signal 9"), once it has.
+    // How it has ended ("exit status 0", "signal 9"); empty while it runs.
     std::optional<std::string> ending();
 
 private:
@@ -61,17 +61,18 @@ private:
     std::optional<std::string> ending_;
 };
 
-// The credential that the processes of one system share. In the environment, since everybody on
-// the machine can read a command line. Throws std::runtime_error if TAV_CREDENTIAL is not set.
+// The credential shared by the processes of one system. It is in the environment, because every
+// user of the machine can read command lines. Throws std::runtime_error if TAV_CREDENTIAL is not
+// set.
 std::string credentialFromEnvironment();
 
-// A program of this directory of programs: `name` beside the one that runs.
+// The path of the program `name` in the directory of the running program.
 std::string siblingProgram(const std::string& name);
 
-// Tells the parent, in a line on standard output, what it waits for.
+// Prints the line that the parent waits for to standard output.
 void tellParent(const std::string& line);
 
-// Returns when standard input ends: the parent has gone, or wants this process to.
+// Returns at the end of standard input: the parent has ended, or wants this process to end.
 void waitForEndOfInput();
 
 #endif

@@ -1,4 +1,4 @@
-// A program: opens an EMP at the broker, calls it, takes its events and closes it.
+// A program: has the broker open an EMP, calls it, receives its events and closes it.
 //
 //     TAV_CREDENTIAL=... program BROKERPORT
 //
@@ -28,7 +28,7 @@ void expect(const std::string& expected, const std::string& outcome) {
     }
 }
 
-// Makes a call, shows it with its outcome and time, and compares that with what is expected.
+// Makes a call, shows it with its outcome and time, and compares the outcome with `expected`.
 template <typename Operation>
 void show(const std::string& call, const std::string& expected, Operation operation) {
     say("call", call);
@@ -53,7 +53,7 @@ std::string text(bool value) {
     return value ? "true" : "false";
 }
 
-// The events that have come. They come in a thread of the session's.
+// The received events. The session's threads add them.
 class Events {
 public:
     void add(const std::string& event) {

@@ -50,8 +50,7 @@ void say(const std::string& kind, const std::string& text, double tookMs) {
         head << "";
     }
     const std::string line = head.str() + "  " + printable(text) + "\n";
-    // One write, so that lines of several processes and threads do not mix. If nobody listens,
-    // there is nothing to do about it.
+    // One write, so that lines of several processes and threads do not mix. Failures are ignored.
     if (write(STDERR_FILENO, line.data(), line.size()) < 0) {
         return;
     }

@@ -3,19 +3,19 @@
 
 #include <string>
 
-// The conversation of these processes, a line at a time on standard error: when, who, what.
-// All of one conversation count their milliseconds from TAV_START (seconds since the epoch) if
-// that is set in their environment, else each from its own start.
+// The conversation of these processes on standard error, one line per step: when, who, what. The
+// processes count milliseconds from TAV_START (seconds since the epoch) if it is set in the
+// environment, else each from its own start.
 
-// Names this process in its lines. Call it once, before any thread is started.
+// Sets the name of this process in its lines. Call it once, before starting any thread.
 void sayAs(const std::string& who);
 
-// One line: its kind ("call", "reply", "event", "failed" and so on), its text, and the
-// milliseconds that it took if they are given. Shows what is printable.
+// Prints one line: its kind ("call", "reply", "event", "failed" and so on), its printable text, and
+// the milliseconds that it took, if given.
 void say(const std::string& kind, const std::string& text, double tookMs = -1);
 
-// `text` with '?' for every byte that is no printable character of ASCII. Texts come from peers
-// and go to terminals and into lines: they must not move a cursor, nor begin a line of their own.
+// Returns `text` with '?' for every byte that is not a printable ASCII character. Text from peers
+// must not be able to move the terminal's cursor or begin a new line.
 std::string printable(std::string text);
 
 // Milliseconds since the conversation began.

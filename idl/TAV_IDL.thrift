@@ -1,12 +1,12 @@
 /**
- * The remote-call interface of the framework: a broker opens EMPs (modules known
- * by name, version and credential), programs use them, EMPs report events.
+ * The RPC interface of the framework: a broker opens EMPs (modules identified by
+ * name, version and credential), programs call them, EMPs report events.
  */
 
-// Apart from the global classes of libTavIDL, so that both fit into one program.
+// Separate from libTavIDL's global classes, so that a program can use both.
 namespace cpp TAV_IDL
 
-/** Where an opened EMP and its caller's callback service listen. */
+/** The ports on which an open EMP and its program's callback service listen. */
 struct ConnectionInfo {
     1: i32 callbackServicePort,
     2: i32 empServicePort,
@@ -46,6 +46,6 @@ service TavEmp {
 
 /** Served by each callback service. */
 service TavEmpEvent {
-    /** Nothing comes back. libTavIDL sends it as T_CALL: tell by the name not to answer. */
+    /** Has no reply. libTavIDL sends it as T_CALL: recognize it by its name, and do not answer. */
     oneway void Callback(1: i32 eventType, 2: string param1, 3: string param2)
 }

@@ -11,8 +11,8 @@
 #include <string>
 #include <utility>
 
-/// What a broker offers to programs. It opens EMPs for them: modules known by name, version and
-/// credential.
+/// What a broker offers to programs. It opens EMPs for them: modules that are identified by name,
+/// version and credential.
 ///
 /// A broker implements this class and hands it to a TavBrokerProcessor; a program calls it through
 /// a TavBrokerClient. TavIDL.h says what an implementation may throw, and which threads call it.

@@ -11,7 +11,7 @@
 #include <utility>
 
 /// What a callback service offers to EMPs, the modules that a broker opens for programs. A program
-/// runs a callback service to learn of its EMPs' events.
+/// runs a callback service to receive its EMPs' events.
 ///
 /// A callback service implements this class and hands it to a TavEmpEventProcessor; an EMP calls it
 /// through a TavEmpEventClient. TavIDL.h says what an implementation may throw, and which threads
@@ -62,7 +62,7 @@ protected:
 };
 
 /// Serves a callback service. Nothing is written back for an event: a std::exception that the
-/// handler throws is dropped. TavIDL.h has all else.
+/// handler throws is dropped. TavIDL.h describes everything else.
 class TAVIDL_EXPORT TavEmpEventProcessor : virtual public apache::thrift::TProcessor {
 public:
     explicit TavEmpEventProcessor(TavIDL::shared_ptr<TavEmpEventIf> handler)

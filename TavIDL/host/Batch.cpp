@@ -14,7 +14,7 @@ namespace host {
 
 namespace {
 
-// A call that was encoded and is not answered yet. As it is, a one-way call.
+// A call that has been encoded and not answered. This class is for one-way calls.
 struct Pending {
     virtual ~Pending() = default;
     virtual bool hasReply() const { return false; }
@@ -43,7 +43,7 @@ struct Promised : Pending {
     std::promise<Result> promise;
 };
 
-// Encodes calls as they go over the wire.
+// Encodes calls as they are sent.
 class Encoder {
 public:
     explicit Encoder(const Settings& settings)
@@ -61,7 +61,7 @@ public:
             memory_->appendBufferToString(bytes);
             memory_->resetBuffer();
         } catch (...) {
-            // There may be half a message, in frames too.
+            // The transports may hold half a message.
             protocol_ = nullptr;
             memory_ = std::make_shared<TMemoryBuffer>();
             throw;
@@ -97,7 +97,7 @@ public:
         enqueue<Client>(send, std::make_unique<Pending>());
     }
 
-    // Makes all calls and forgets them.
+    // Makes all calls, then removes them.
     void run(milliseconds timeout);
 
 private:
@@ -120,7 +120,7 @@ private:
     Encoder encoder_;
     std::vector<std::unique_ptr<Pending>> pending_;
     std::string bytes_;         // of all requests
-    std::size_t answered_ = 0;  // by run(), up to now
+    std::size_t answered_ = 0;  // calls that run() has completed
 };
 
 void Requests::run(milliseconds timeout) {
@@ -148,10 +148,10 @@ void Requests::run(milliseconds timeout) {
     forget();
 }
 
-// Writes requests and reads replies, in turn: no more requests are ever without a reply than fit
-// the system's buffers, so writing them never waits for the peer, which could itself wait for this
-// side to read. More are written when reading would otherwise wait, and then many at once: a unix
-// socket's buffer has room for some 200 writes, however short.
+// Writes requests and reads replies in turn. The unanswered requests always fit into the system's
+// buffers, so writing never waits for the peer, which might be waiting for this side to read.
+// Requests are written when reading would wait, and then many in one write: a unix socket's buffer
+// has room for only about 200 writes, even short ones.
 void Requests::exchange(Channel& channel) {
     const std::size_t window = settings().batchWindow;
     const auto* next = reinterpret_cast<const uint8_t*>(bytes_.data());
@@ -191,7 +191,8 @@ void Batch::run() {
 }
 
 void Batch::run(std::chrono::milliseconds timeout) {
-    // More than a year, which no setting may be either, could not be added to a time.
+    // A time-out of more than a year, which settings cannot have either, might overflow a time
+    // point.
     timeout = std::clamp<std::chrono::milliseconds>(timeout, std::chrono::milliseconds(0),
                                                     std::chrono::hours(24 * 365));
     if (size() > 0) {

@@ -18,11 +18,11 @@ namespace host {
 class Requests;
 }
 
-/// Many calls at the price of a few: they are sent together, before their replies are read.
+/// Many calls for the cost of a few: they are sent together, before their replies are read.
 ///
-/// Adding a call encodes it, and run() makes all calls, in their order, over one connection. Each
-/// call's future then has its result, or throws what the call alone would have thrown; a call that
-/// the peer refuses does not affect the others.
+/// Adding a call encodes it, and run() makes all calls, in order, over one connection. Each call's
+/// future then has its result, or throws what a single call would have thrown; a call that the peer
+/// answers with an exception does not affect the others.
 ///
 ///     TavIDL::EmpBatch batch(emp);
 ///     std::future<std::string> inside = batch.Execute(7, "read", "kitchen", "", "", "");
@@ -30,14 +30,13 @@ class Requests;
 ///     batch.run();
 ///     std::cout << inside.get() << ' ' << outside.get() << '\n';
 ///
-/// Replies are matched with calls by their order alone: the server has to answer in the order of
-/// the requests, as those of Host and libthrift's C++ servers do.
+/// Replies are matched to calls only by their order: the server must answer in the order of the
+/// requests, as Host's server and libthrift's C++ servers do.
 ///
-/// Use a batch from one thread at a time. It holds the encoded calls in memory until they have
-/// run.
+/// Use a batch from one thread at a time. It keeps the encoded calls in memory until they have run.
 class TAVIDL_EXPORT Batch {
 public:
-    /// Futures of calls that were not run throw std::future_error.
+    /// The futures of calls that have not run then throw std::future_error.
     virtual ~Batch();
 
     Batch(const Batch&) = delete;
@@ -46,11 +45,11 @@ public:
     /// The number of calls that wait for run().
     std::size_t size() const;
 
-    /// Makes the calls, within the `callTimeout` of the Remote's settings for all of them, or
-    /// within `timeout`. The batch is empty afterwards and can be filled again.
+    /// Makes all calls, within the `callTimeout` of the Remote's settings or within `timeout`. The
+    /// batch is empty afterwards and can be filled again.
     ///
-    /// Throws CallFailed if the connection fails. The futures of all calls without a reply then
-    /// throw the same; those before them have their results.
+    /// Throws CallFailed if the connection fails. The futures of the calls without a reply then
+    /// throw the same; the earlier ones have their results.
     void run();
     void run(std::chrono::milliseconds timeout);
 

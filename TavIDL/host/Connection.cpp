@@ -5,7 +5,7 @@
 namespace TavIDL {
 
 std::shared_ptr<Connection> Connection::open(const std::string& address, const Settings& settings) {
-    // As a call that leaves the pool with its connection.
+    // A call that takes its connection out of the pool.
     host::Pool pool(address, settings, true);
     host::Call call(pool, "Connection::open", settings.connectTimeout);
     const auto socket = call.channel().socket;

@@ -11,7 +11,7 @@ namespace TavIDL {
 
 namespace {
 
-// Hands events to the program, one at a time.
+// Passes events to the program, one at a time.
 class Events : public TavEmpEventIf {
 public:
     Events(EmpSession::OnEvent onEvent, const Settings& settings)
@@ -30,7 +30,7 @@ public:
     }
 
 private:
-    // The sender does not learn of it, and its next events still come.
+    // The sender does not notice; its next events are still delivered.
     void report(int32_t eventType, const char* failure) {
         try {
             if (onFailure_) {

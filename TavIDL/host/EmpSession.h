@@ -17,8 +17,9 @@ namespace host {
 class Session;
 }
 
-/// An EMP that is open as long as this lives: the constructor has the broker open it and serves
-/// the program's callback service, `->` calls it, the destructor has the broker close it.
+/// An EMP that is open as long as this object exists: the constructor has the broker open it and
+/// serves the program's callback service, `->` calls the EMP, and the destructor has the broker
+/// close it.
 ///
 ///     TavIDL::RemoteBroker broker("127.0.0.1:9090");
 ///     TavIDL::EmpSession emp(broker, "thermometer", "1.0", credential,
@@ -27,31 +28,31 @@ class Session;
 ///                            });
 ///     emp->Open(7, "thermometer", "1.0", credential);
 ///
-/// The EMP is expected on the broker's host. `Open` and `Close` are the program's to call.
+/// The EMP must run on the broker's host. The program itself calls the EMP's `Open` and `Close`.
 class TAVIDL_EXPORT EmpSession {
 public:
-    /// Gets the events: a type and two strings.
+    /// Receives the events: a type and two strings.
     using OnEvent = std::function<void(int32_t, const std::string&, const std::string&)>;
 
-    /// Calls OpenEmp, listens for events on the `callbackServicePort` that the broker names (not
-    /// if that is 0 or `onEvent` is empty), and prepares the connection to the EMP, which the first
-    /// call makes. It listens on the address by which this machine reaches the broker.
+    /// Calls OpenEmp and listens for events on the `callbackServicePort` that the broker returns,
+    /// unless that is 0 or `onEvent` is empty. It listens on the address with which this machine
+    /// reaches the broker. The first call connects to the EMP.
     ///
-    /// `onEvent` is called by threads of the session's, one event at a time. It must not destroy or
-    /// close the session. What it throws goes to `settings.onFailure`.
+    /// `onEvent` is called by the session's threads, one event at a time. It must not destroy or
+    /// close the session. Its exceptions are reported to `settings.onFailure`.
     ///
-    /// Connections to the EMP and from it are as the broker's settings say, or as `settings` do.
-    /// With TLS, the callback service needs `certificate` and `key`.
+    /// The connections to and from the EMP use `settings`, or the broker's settings if there are
+    /// none. With TLS, the callback service needs `certificate` and `key`.
     ///
-    /// Throws what OpenEmp does; and, after CloseEmp, std::runtime_error if the broker names a port
-    /// that cannot be one, and std::system_error if it is not possible to listen for events. The
-    /// broker must outlive the session.
+    /// Throws what OpenEmp throws. Also throws, after CloseEmp, std::runtime_error if the broker
+    /// returns an invalid port, and std::system_error if it cannot listen for events. The broker
+    /// must outlive the session.
     EmpSession(RemoteBroker& broker, const std::string& name, const std::string& version,
                const std::string& credential, OnEvent onEvent = OnEvent());
     EmpSession(RemoteBroker& broker, const std::string& name, const std::string& version,
                const std::string& credential, OnEvent onEvent, const Settings& settings);
 
-    /// Closes the session. A failure goes to the settings' `onFailure`.
+    /// Closes the session. A failure is reported to the settings' `onFailure`.
     ~EmpSession();
 
     EmpSession(const EmpSession&) = delete;
@@ -65,10 +66,10 @@ public:
     const ConnectionInfo& info() const;
 
     /// Has the broker close the EMP, and returns its answer. Events that the EMP sent before it was
-    /// closed are still delivered. Then cancels calls of the EMP that are still waiting. A second
-    /// call does nothing and returns the first one's answer.
+    /// closed are still delivered. Then cancels calls to the EMP that are still waiting. A second
+    /// call does nothing and returns the answer of the first.
     ///
-    /// Throws what CloseEmp throws. The session is closed even so, but the EMP may still be open.
+    /// Throws what CloseEmp throws. The session is closed then, too, but the EMP may still be open.
     bool close();
 
 private:

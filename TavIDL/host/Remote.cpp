@@ -17,13 +17,13 @@ std::string describe(CallFailed::Reason reason) {
         case CallFailed::ConnectionClosed:
             return "the connection was closed";
         case CallFailed::NotOurProtocol:
-            return "what came is not an answer";
+            return "the peer sent something that is not a reply";
         default:
             return "cancelled";
     }
 }
 
-// Makes one call by `work`, which gets a client.
+// Makes one call with `work`, which gets a client.
 template <typename Client, typename Work>
 void makeCall(host::Pool& pool, const char* operation, Work work) {
     host::Call call(pool, operation, pool.settings().callTimeout);
@@ -31,7 +31,7 @@ void makeCall(host::Pool& pool, const char* operation, Work work) {
         Client client(call.channel().protocol);
         work(client);
     } catch (const TApplicationException& refusal) {
-        // A reply to something else would be followed by more of that kind.
+        // After a reply to another call, the next reply would be wrong, too.
         if (refusal.getType() != TApplicationException::WRONG_METHOD_NAME &&
             refusal.getType() != TApplicationException::INVALID_MESSAGE_TYPE) {
             call.keep();

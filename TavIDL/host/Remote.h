@@ -16,16 +16,16 @@ namespace host {
 class Pool;
 }
 
-/// Why a call has no answer. (A peer's refusal is an answer: a TApplicationException, unchanged.)
-/// what() names the operation, the address and the reason.
+/// Why a call has no answer. (An error that the peer returns is an answer: a TApplicationException,
+/// unchanged.) what() names the operation, the address and the reason.
 class TAVIDL_EXPORT CallFailed : public apache::thrift::transport::TTransportException {
 public:
     enum Reason {
-        CannotConnect,     ///< no such server, or it refuses; TLS failed
-        NoAnswerInTime,    ///< the time-out of the call has passed
-        ConnectionClosed,  ///< by the peer, or by the network
-        NotOurProtocol,    ///< what came cannot be a reply, or is too long
-        Cancelled          ///< by cancel(), or by the destructor
+        CannotConnect,     ///< no such server, connection refused, or TLS failed
+        NoAnswerInTime,    ///< the call's time-out has expired
+        ConnectionClosed,  ///< by the peer or the network
+        NotOurProtocol,    ///< the received bytes are not a reply, or too long
+        Cancelled          ///< by cancel() or the destructor
     };
 
     CallFailed(Reason reason, bool sent, const std::string& operation, const std::string& address,
@@ -34,8 +34,8 @@ public:
 
     Reason reason() const { return reason_; }
 
-    /// Whether some of the request has left this process. If so, the peer may have run the call; if
-    /// not, the call can be repeated.
+    /// Whether any of the request has been sent. If so, the peer may have run the call; if not, it
+    /// is safe to repeat the call.
     bool sent() const { return sent_; }
 
 private:
@@ -51,20 +51,20 @@ private:
 /// - `:PORT`, this machine: 127.0.0.1
 /// - `unix:PATH`, a unix socket on this machine
 ///
-/// The first call connects. Each call gets a connection for itself, from a small pool: any number
-/// of threads may call the same object. A call beyond `maxConnections` waits for a connection,
-/// within its time-out.
+/// The first call connects. Any number of threads may call the same object: each call uses its own
+/// connection from a small pool. If all `maxConnections` are in use, a call waits for one, within
+/// its time-out.
 ///
 /// Calls throw
-/// - TApplicationException: what the peer answered; or one of kind INVALID_MESSAGE_TYPE,
-///   WRONG_METHOD_NAME or MISSING_RESULT if that is not an answer to the call, as TavIDL.h says.
-///   The connection stays open, except after the first two of these kinds.
+/// - TApplicationException: the peer's own; or one of kind INVALID_MESSAGE_TYPE, WRONG_METHOD_NAME
+///   or MISSING_RESULT if the reply does not belong to the call, as TavIDL.h says. The connection
+///   stays open, except after the first two of these kinds.
 /// - CallFailed: all other failures of the connection, which is then closed. The next call
 ///   connects again.
 ///
-/// A connection that was not used for more than a second, or since another one has failed, is
-/// checked before it is used again, so that a server's restart rarely fails a call. No call is ever
-/// sent twice.
+/// A connection is checked before it is used again if it has been idle for more than a second, or
+/// if another one has failed since. So calls rarely fail because a server was restarted. No call is
+/// ever sent twice.
 class TAVIDL_EXPORT Remote {
 public:
     /// Ends the current calls as cancel() does, and waits until they have returned.
@@ -78,8 +78,8 @@ public:
 
     const Settings& settings() const;
 
-    /// Ends all current calls: they throw CallFailed with the reason Cancelled. (One that looks up
-    /// a host name ends when it has it.) Later calls connect again. Any thread may call it.
+    /// Ends all current calls: they throw CallFailed with the reason Cancelled. (A call that looks
+    /// up a host name ends after the lookup.) Later calls connect again. Any thread may call this.
     void cancel();
 
 protected:
@@ -93,7 +93,7 @@ private:
     friend class EmpSession;
 };
 
-/// A broker somewhere else, as if it were here.
+/// Calls a broker in another process.
 class TAVIDL_EXPORT RemoteBroker : public Remote, public TavBrokerIf {
 public:
     explicit RemoteBroker(const std::string& address, const Settings& settings = Settings());
@@ -107,7 +107,7 @@ public:
     bool CloseEmp(const ConnectionInfo& connectionInfo) override;
 };
 
-/// An EMP somewhere else. EmpSession makes one for an EMP that a broker opens.
+/// Calls an EMP in another process. EmpSession creates one for an EMP that a broker opens.
 class TAVIDL_EXPORT RemoteEmp : public Remote, public TavEmpIf {
 public:
     explicit RemoteEmp(const std::string& address, const Settings& settings = Settings());
@@ -123,9 +123,10 @@ public:
                               const ParamList& paramList) override;
 };
 
-/// A callback service somewhere else. Events are one-way: nothing is ever read, and an event that
-/// was written may still get lost with its connection. All events take one connection, and so keep
-/// their order; the destructor lets the system deliver what was written.
+/// Sends events to a callback service in another process. Events are one-way: nothing is ever read,
+/// and an event that was written can still be lost with its connection. All events use the same
+/// connection, so they keep their order. After the destructor the system still delivers what was
+/// written.
 class TAVIDL_EXPORT RemoteCallback : public Remote, public TavEmpEventIf {
 public:
     explicit RemoteCallback(const std::string& address, const Settings& settings = Settings());

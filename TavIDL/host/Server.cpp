@@ -15,7 +15,7 @@ namespace {
 template <typename Processor, typename Handler>
 std::shared_ptr<TProcessor> processorOf(std::shared_ptr<Handler> handler) {
     if (!handler) {
-        throw std::invalid_argument("a server needs a handler, and this is a null pointer");
+        throw std::invalid_argument("a server needs a handler, but got a null pointer");
     }
     return std::make_shared<Processor>(std::move(handler));
 }

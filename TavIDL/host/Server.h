@@ -20,18 +20,17 @@ class Acceptor;
 /// Serves a handler on an address, in threads of its own: one that accepts connections, and one for
 /// each connection. It is ready when its constructor returns.
 ///
-/// The forms of an address stand at Remote; port 0 asks the system for a free one, and
-/// address() says which it is. A host name or address says on which of this machine's addresses to
-/// listen: "0.0.0.0:PORT" and "[::]:PORT" are all of them. The file of a unix socket is made by the
-/// constructor and removed by stop(); one that another process left behind is replaced, and one
-/// that a process listens on is not.
+/// Remote describes the forms of an address. For port 0 the system chooses a free port, which
+/// address() returns. The host says on which of this machine's addresses to listen: "0.0.0.0:PORT"
+/// and "[::]:PORT" mean all of them. The constructor creates the file of a unix socket, and stop()
+/// removes it. A file left by another process is replaced, unless a process still listens on it.
 ///
-/// The handler is called by several threads at once if there are several connections. What it
-/// throws never ends the process: see TavIDL.h for a std::exception, and anything else closes the
-/// connection.
+/// The handler must be thread-safe: each connection's thread calls it. Exceptions from the handler
+/// never end the process: TavIDL.h describes what happens after a std::exception; any other closes
+/// the connection.
 ///
 /// All constructors throw std::invalid_argument if the address, the handler or the settings cannot
-/// be used, and std::system_error if it cannot listen there.
+/// be used, and std::system_error if the server cannot listen on the address.
 class TAVIDL_EXPORT Server {
 public:
     Server(const std::string& address, std::shared_ptr<TavBrokerIf> handler,
@@ -41,11 +40,11 @@ public:
     Server(const std::string& address, std::shared_ptr<TavEmpEventIf> handler,
            const Settings& settings = Settings());
 
-    /// Serves any processor, a TMultiplexedProcessor for instance.
+    /// Serves any processor, for example a TMultiplexedProcessor.
     Server(const std::string& address, std::shared_ptr<apache::thrift::TProcessor> processor,
            const Settings& settings = Settings());
 
-    /// Calls `serve` with each bare connection, which is closed when that returns.
+    /// Calls `serve` with each plain connection, and closes the connection when `serve` returns.
     Server(const std::string& address,
            std::function<void(const std::shared_ptr<Connection>&)> serve,
            const Settings& settings = Settings());
@@ -56,23 +55,23 @@ public:
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    /// Where it listens, in a form that clients can connect to, with the real port.
+    /// The address on which the server listens, with the actual port. Clients can connect to it.
     const std::string& address() const;
 
-    /// Returns after SIGINT or SIGTERM, when the server has stopped. From then on the signals do
-    /// what they did before; so a second one, while running calls finish, ends the process as
-    /// usual. Call it once at a time in a process, from any thread.
+    /// Waits for SIGINT or SIGTERM, stops the server and returns. After the first signal both have
+    /// their previous effect, so a second one ends the process as usual while running calls finish.
+    /// Any thread may call this, but only one in a process at a time.
     void runUntilSignal();
 
-    /// Stops accepting, closes idle connections, and waits until all handlers have returned. Calls
-    /// whose handler has been entered are answered if they take no longer than `stopTimeout`; then
-    /// their connections are closed. No thread is left. A second call does nothing.
+    /// Stops accepting, closes idle connections, and waits until all handlers have returned.
+    /// Running calls are answered if they take no longer than `stopTimeout`; then their connections
+    /// are closed. All threads of the server have ended. A second call does nothing.
     ///
-    /// A handler must not call this: it would wait for itself. Let it send the process a SIGTERM
-    /// instead.
+    /// A handler must not call this, because it would wait for itself. It can send the process a
+    /// SIGTERM instead.
     void stop();
 
-    /// Serves what has arrived up to now, and then stops as stop() does.
+    /// Serves the requests that have arrived, and then stops as stop() does.
     void finish();
 
 private:

@@ -28,7 +28,7 @@ Acceptor::Acceptor(const std::string& address, Settings settings,
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     check(settings_);
     if (!processor_ && !raw_) {
-        throw std::invalid_argument("a server needs a handler, and this is a null pointer");
+        throw std::invalid_argument("a server needs a handler, but got a null pointer");
     }
     if (wake_.get() < 0) {
         throw std::system_error(errno, std::generic_category(), "eventfd");
@@ -74,8 +74,8 @@ void Acceptor::stop(bool finishFirst) {
     workers_.clear();  // waits for their threads
 }
 
-// Returns when the clients have closed their connections or send nothing more. What they have sent
-// may still be on its way through the system's buffers: it comes a piece at a time.
+// Returns when the clients have closed their connections or stopped sending. What they have sent
+// may still be in the system's buffers and arrive in pieces.
 void Acceptor::waitUntilQuiet() {
     constexpr milliseconds kQuiet(50);
     const auto end = Clock::now() + settings_.stopTimeout;
@@ -112,10 +112,10 @@ void Acceptor::acceptUntilStopped() {
         const bool full = workers_.size() >= settings_.maxClients;
         if (state == State::finishing) {
             if (full || !acceptOne()) {
-                return;  // nobody waits any more
+                return;  // no connection is waiting
             }
         } else if (full) {
-            reportOnce("as many connections are open as maxClients allows; others wait");
+            reportOnce("maxClients connections are open; further ones wait");
             waitForWake(-1);
         } else {
             pollfd waiting[] = {{wake_.get(), POLLIN, 0}, {listener_->get(), POLLIN, 0}};
@@ -128,7 +128,7 @@ void Acceptor::acceptUntilStopped() {
     }
 }
 
-// Returns false if nobody waits, or nobody can be accepted.
+// Returns false if no connection is waiting or can be accepted.
 bool Acceptor::acceptOne() {
     constexpr int kRetryMs = 100;
     Descriptor accepted(accept4(listener_->get(), nullptr, nullptr, SOCK_CLOEXEC));
@@ -141,7 +141,8 @@ bool Acceptor::acceptOne() {
         return true;
     }
     if (error != EAGAIN) {
-        // No descriptors or no memory: until a connection ends, or someone else frees some.
+        // Out of descriptors or memory: wait until a connection ends, or retry in case others free
+        // some.
         reportOnce("cannot accept connections: " + std::generic_category().message(error));
         waitForWake(kRetryMs);
     }
@@ -179,11 +180,11 @@ void Acceptor::serve(Worker& worker) noexcept {
     } catch (const TTransportException& failure) {
         const auto type = failure.getType();
         if (state_ != State::serving) {
-            // A server that stops ends what its clients were about to send.
+            // The server is stopping and has ended its clients' input: not a failure.
         } else if (type == TTransportException::END_OF_FILE) {
             report(socket.peer(), "closed by the client in the middle of a call");
         } else if (type == TTransportException::TIMED_OUT) {
-            report(socket.peer(), "closed: sends its request or takes its reply too slowly");
+            report(socket.peer(), "closed: sends a request or reads a reply too slowly");
         } else {
             report(socket.peer(), std::string("closed: ") + failure.what());
         }
@@ -245,7 +246,7 @@ void Acceptor::reportOnce(const std::string& obstacle) noexcept {
         try {
             obstacle_ = obstacle;
         } catch (const std::bad_alloc&) {
-            // It may be reported once more.
+            // Then it may be reported again.
         }
     }
 }

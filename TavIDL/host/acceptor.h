@@ -17,8 +17,8 @@
 
 // The threads of a server: one that accepts connections, and one for each connection.
 //
-// libthrift's TThreadedServer is not used: it prints what fails to standard error, stops for good
-// when descriptors run out, and gives each thread the system's stack.
+// Why not libthrift's TThreadedServer: it prints failures to standard error, stops permanently when
+// descriptors run out, and gives each thread the system's default stack.
 
 namespace TavIDL::host {
 
@@ -26,14 +26,14 @@ class Acceptor {
 public:
     using Serve = std::function<void(const std::shared_ptr<Connection>&)>;
 
-    // Serves with `processor`, or by `raw` if that is null.
+    // Serves with `processor`, or with `raw` if that is null.
     Acceptor(const std::string& address, Settings settings,
              std::shared_ptr<apache::thrift::TProcessor> processor, Serve raw);
     ~Acceptor();
 
     const std::string& address() const { return addressText_; }
 
-    // As Server::stop() and Server::finish().
+    // Like Server::stop(), or Server::finish().
     void stop(bool finishFirst);
 
 private:
@@ -45,18 +45,18 @@ private:
         const std::shared_ptr<Socket> socket;
         CallCount calls{0};
         std::atomic<bool> ended{false};
-        std::optional<Thread> thread;  // last: it uses the others
+        std::optional<Thread> thread;  // last: it uses the other members
     };
 
     enum class State { serving, finishing, stopping };
 
-    // In the accepting thread:
+    // Run by the accepting thread:
     void acceptUntilStopped();
     bool acceptOne();
     void startWorker(Descriptor descriptor);
     void removeEnded();
     void waitForWake(int timeoutMs);
-    // In the threads of connections:
+    // Run by the connections' threads:
     void serve(Worker& worker) noexcept;
     void serveConnection(Worker& worker);
 
@@ -64,7 +64,7 @@ private:
     bool waitForEnds(milliseconds time);
 
     void report(const std::string& who, const std::string& what) noexcept;
-    // Reports what keeps the server from accepting, but not again and again.
+    // Reports why the server cannot accept connections, but not repeatedly.
     void reportOnce(const std::string& obstacle) noexcept;
 
     const Settings settings_;
@@ -74,14 +74,14 @@ private:
     std::unique_ptr<const TlsContext> tls_;
     std::optional<Listener> listener_;
     std::string addressText_;
-    std::string obstacle_;  // what was reported last, until a connection is accepted
+    std::string obstacle_;  // reported last; empty once a connection is accepted
     std::atomic<State> state_{State::serving};
     std::mutex stopping_;  // serializes calls of stop()
 
-    std::list<Worker> workers_;  // the accepting thread's, and stop()'s after it
-    std::mutex mutex_;           // for the ends of workers
+    std::list<Worker> workers_;  // used by the accepting thread, then by stop()
+    std::mutex mutex_;           // for Worker::ended
     std::condition_variable ended_;
-    std::optional<Thread> thread_;  // last: it uses the others
+    std::optional<Thread> thread_;  // last: it uses the other members
 };
 
 }  // namespace TavIDL::host

@@ -97,7 +97,7 @@ int millisecondsLeft(Clock::time_point end) {
     return static_cast<int>(std::clamp<milliseconds::rep>(left, 0, INT_MAX));
 }
 
-// Waits for the end of a connect() that has begun. Returns an errno.
+// Waits until a connect() has finished. Returns an errno.
 int finishConnecting(int descriptor, Clock::time_point end) {
     pollfd waiting = {descriptor, POLLOUT, 0};
     int ready = 0;
@@ -115,8 +115,8 @@ int finishConnecting(int descriptor, Clock::time_point end) {
     return error;
 }
 
-// A unix socket connects at once, or its server's queue is full: then nothing tells when there is
-// room again.
+// A unix socket connects immediately unless its server's queue is full. Then the system does not
+// say when there is room again, so this retries.
 int connectUnix(int descriptor, const std::string& path, Clock::time_point end,
                 const Attempt& attempt) {
     constexpr milliseconds kRetry(5);
@@ -132,7 +132,7 @@ int connectUnix(int descriptor, const std::string& path, Clock::time_point end,
             return ETIMEDOUT;
         }
         std::this_thread::sleep_for(kRetry);
-        attempt(descriptor);  // throws if it has been cancelled meanwhile
+        attempt(descriptor);  // throws if the call was cancelled meanwhile
     }
 }
 
@@ -144,8 +144,8 @@ Descriptor newSocket(int family, int flags) {
     return Descriptor(number);
 }
 
-// Serializes the servers that start in the same directory: between the look at a file and its
-// replacement no other may come.
+// Serializes the servers that start in the same directory: no other server may interfere between
+// checking a file and replacing it.
 class DirectoryLock {
 public:
     explicit DirectoryLock(const std::string& path)
@@ -153,8 +153,8 @@ public:
                               ? "."
                               : path.substr(0, path.rfind('/') + 1).c_str(),
                           O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-        // If it cannot be opened, bind() says why. Whoever keeps it locked must not keep a server
-        // from starting.
+        // If it cannot be opened, bind() will report why. A process that never releases the lock
+        // must not prevent servers from starting.
         for (int tries = 100;
              tries > 0 && flock(directory_.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
              --tries) {
@@ -166,7 +166,7 @@ private:
     Descriptor directory_;
 };
 
-// The file of a server that no longer runs.
+// Whether the file belongs to a server that no longer runs.
 bool isAbandoned(const std::string& path) {
     struct stat file = {};
     if (lstat(path.c_str(), &file) != 0 || !S_ISSOCK(file.st_mode)) {
@@ -184,7 +184,7 @@ Descriptor listenOnPath(const std::string& path, unsigned mode) {
         unlink(path.c_str());
     }
     const sockaddr_un name = unixAddress(path);
-    // Nobody can connect before listen(), so nobody gets in before the permissions are set.
+    // Clients cannot connect before listen(), so not before the permissions are set.
     if (bind(listener.get(), generic(name), sizeof name) != 0) {
         failed("cannot listen on unix:" + path);
     }
@@ -204,7 +204,7 @@ Descriptor listenOnPort(Address& address) {
         throw std::system_error(EADDRNOTAVAIL, std::generic_category(), failure.what());
     }
     Descriptor listener = newSocket(found->ai_family, SOCK_NONBLOCK);
-    // Connections of the server's last run that are not quite gone do not keep it from starting.
+    // Lets a server start while connections of its last run are in TIME_WAIT.
     enable(listener.get(), SOL_SOCKET, SO_REUSEADDR);
     sockaddr_storage bound = {};
     socklen_t size = sizeof bound;
@@ -273,7 +273,7 @@ std::string peerOf(int descriptor) {
         return "unknown";
     }
     if (address.ss_family == AF_UNIX) {
-        // Clients of unix sockets have no address, but the system knows the process.
+        // Clients of unix sockets have no address, but the system knows their process.
         ucred process = {};
         socklen_t length = sizeof process;
         getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &process, &length);
@@ -325,7 +325,7 @@ Descriptor connectTo(const Address& address, Clock::time_point end, const Attemp
             sendAtOnce(socket);
             error = connect(socket.get(), target->ai_addr, target->ai_addrlen) == 0 ? 0 : errno;
             if (error == EINPROGRESS || error == EINTR) {
-                // An address that nobody answers on leaves time for those after it.
+                // An address that does not answer must leave time for the remaining ones.
                 int untried = 1;
                 for (const addrinfo* next = target->ai_next; next != nullptr;
                      next = next->ai_next) {
@@ -358,11 +358,11 @@ Listener::~Listener() {
     }
     try {
         const DirectoryLock lock(address_.path);
-        if (isAbandoned(address_.path)) {  // and not the file of the next server
+        if (isAbandoned(address_.path)) {  // not the file of the next server
             unlink(address_.path.c_str());
         }
     } catch (const std::exception&) {
-        // For want of memory or descriptors. The next server replaces the file.
+        // Out of memory or descriptors. The next server replaces the file.
     }
 }
 

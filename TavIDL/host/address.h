@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-// Addresses, and the sockets that are made for them.
+// Addresses, and sockets for them.
 
 namespace TavIDL::host {
 
@@ -23,7 +23,7 @@ struct Address {
 
 enum class Role { client, server };
 
-// Throws std::invalid_argument. Port 0 is for servers.
+// Throws std::invalid_argument. Port 0 is valid only for servers.
 Address addressFrom(const std::string& text, Role role);
 
 // Owns a descriptor.
@@ -43,24 +43,24 @@ private:
     int number_;
 };
 
-// Switches off what delays small messages over TCP.
+// Disables Nagle's algorithm, which delays small messages over TCP.
 void sendAtOnce(const Descriptor& socket);
 
-// Of the peer of a connected socket.
+// The address of a connected socket's peer.
 std::string peerOf(int descriptor);
 
-// The address of this machine that a connected socket has. A unix socket's is the loopback.
+// A connected socket's local address. For a unix socket, the loopback address.
 std::string localHostOf(int descriptor);
 
-// Is given each socket before it connects, and nothing, -1, before it is closed or returned: so
-// that another thread can end the attempt by a shutdown. Throws to end it, too.
+// Gets each socket before it connects, and -1 before the socket is closed or returned, so that
+// another thread can end the attempt with shutdown(). May throw to end it.
 using Attempt = std::function<void(int)>;
 
-// A connected socket, in blocking mode. Tries all addresses of the name until `end`. Throws
-// std::runtime_error with the reason of the last failure, and what `attempt` throws.
+// Returns a connected socket, in blocking mode. Tries all addresses of the host name until `end`.
+// Throws std::runtime_error with the reason of the last failure, and what `attempt` throws.
 Descriptor connectTo(const Address& address, Clock::time_point end, const Attempt& attempt);
 
-// A listening socket, in non-blocking mode, and the file of a unix socket.
+// A listening socket, in non-blocking mode, with its file if it is a unix socket.
 class Listener {
 public:
     // Throws std::system_error.
@@ -70,7 +70,7 @@ public:
     Listener& operator=(const Listener&) = delete;
 
     int get() const { return descriptor_.get(); }
-    // With the port that the system chose.
+    // Has the port that the system chose.
     const Address& address() const { return address_; }
 
 private:

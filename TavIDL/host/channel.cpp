@@ -2,7 +2,7 @@
 
 #include <TavIDL/thrift.h>
 
-// Not hidden, as in channel.h.
+// Not hidden: channel.h says why.
 #pragma GCC visibility push(default)
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/protocol/TCompactProtocol.h>
@@ -21,7 +21,7 @@ using apache::thrift::transport::TTransportException;
 
 namespace {
 
-// No record of these services holds a container. What has to be skipped need not be longer.
+// No record of these services has a container, so this limits only what is skipped.
 constexpr int kContainerLimit = 10000;
 
 void require(bool usable, const char* what) {
@@ -33,7 +33,7 @@ void require(bool usable, const char* what) {
 class Frames : public CountsEachMessage<TFramedTransport> {
 public:
     Frames(std::shared_ptr<TBufferBase> buffer, const Settings& settings)
-        // The memory of a frame that is longer than the buffer is not kept.
+        // Releases the memory of a frame that is longer than the buffer.
         : CountsEachMessage(buffer, settings.bufferSize, settings.bufferSize),
           buffer_(std::move(buffer)) {
         setMaxFrameSize(settings.maxMessageSize);
@@ -52,33 +52,33 @@ private:
 
 void check(const Settings& settings) {
     constexpr uint32_t kSmallestBuffer = 64;
-    constexpr uint32_t kLargest = 100 << 20;  // libthrift accepts no longer message
+    constexpr uint32_t kLargest = 100 << 20;  // libthrift's limit for a message
     require(settings.bufferSize >= kSmallestBuffer && settings.bufferSize <= kLargest,
-            "bufferSize has to be from 64 bytes to 100 MiB");
+            "bufferSize must be from 64 bytes to 100 MiB");
     require(settings.maxMessageSize >= kSmallestBuffer && settings.maxMessageSize <= kLargest,
-            "maxMessageSize has to be from 64 bytes to 100 MiB");
+            "maxMessageSize must be from 64 bytes to 100 MiB");
     require(settings.batchWindow > 0, "batchWindow must not be 0");
     require(settings.maxConnections > 0, "maxConnections must not be 0");
     require(settings.maxClients > 0, "maxClients must not be 0");
-    require(settings.unixMode <= 0777, "unixMode has to be from 0 to 0777");
+    require(settings.unixMode <= 0777, "unixMode must be from 0 to 0777");
     constexpr milliseconds kLongest = std::chrono::hours(24 * 365);
     const std::pair<milliseconds, const char*> limits[] = {
-        {settings.connectTimeout, "connectTimeout has to be from 1 ms to a year"},
-        {settings.callTimeout, "callTimeout has to be from 1 ms to a year"},
-        {settings.idleTimeout, "idleTimeout has to be from 1 ms to a year"},
-        {settings.receiveTimeout, "receiveTimeout has to be from 1 ms to a year"},
-        {settings.sendTimeout, "sendTimeout has to be from 1 ms to a year"}};
+        {settings.connectTimeout, "connectTimeout must be from 1 ms to a year"},
+        {settings.callTimeout, "callTimeout must be from 1 ms to a year"},
+        {settings.idleTimeout, "idleTimeout must be from 1 ms to a year"},
+        {settings.receiveTimeout, "receiveTimeout must be from 1 ms to a year"},
+        {settings.sendTimeout, "sendTimeout must be from 1 ms to a year"}};
     for (const auto& [limit, what] : limits) {
         require(limit.count() > 0 && limit <= kLongest, what);
     }
     require(settings.stopTimeout.count() >= 0 && settings.stopTimeout <= kLongest,
-            "stopTimeout has to be from 0 ms to a year");
+            "stopTimeout must be from 0 ms to a year");
 }
 
 Buffer::Buffer(std::shared_ptr<Socket> socket, const Settings& settings)
     : CountsEachMessage(socket, settings.bufferSize),
       socket_(std::move(socket)),
-      // A frame has its length besides.
+      // A frame also has its length.
       limit_(settings.maxMessageSize + (settings.framed ? 4U : 0U)) {
 }
 
@@ -91,7 +91,7 @@ void Buffer::limit(uint32_t more) const {
 }
 
 uint32_t Buffer::readEnd() {
-    limit(0);  // one that was in the buffer as a whole, too
+    limit(0);  // also checks a message that was in the buffer completely
     messageBegin_ = position();
     return CountsEachMessage::readEnd();
 }
@@ -99,7 +99,7 @@ uint32_t Buffer::readEnd() {
 uint32_t Buffer::readSlow(uint8_t* bytes, uint32_t count) {
     limit(count);
     if (!hasInput() && count >= rBufSize_) {
-        return socket_->read(bytes, count);  // a long string, without a copy
+        return socket_->read(bytes, count);  // a long string, without copying it
     }
     return CountsEachMessage::readSlow(bytes, count);
 }
@@ -121,8 +121,8 @@ ProtocolPointer protocolOver(std::shared_ptr<TBufferBase> transport, const Setti
         return std::make_shared<TCompactProtocolT<TBufferBase>>(std::move(transport), limit,
                                                                 kContainerLimit);
     }
-    // Strict: what does not begin with the protocol's version, an HTTP request for instance, is
-    // refused at once instead of being taken for the length of a name.
+    // Strict: a message that does not begin with the protocol's version, such as an HTTP request,
+    // is rejected immediately, instead of reading its first bytes as the length of a name.
     return std::make_shared<TBinaryProtocolT<TBufferBase>>(std::move(transport), limit,
                                                            kContainerLimit, true, true);
 }

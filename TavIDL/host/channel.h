@@ -4,7 +4,7 @@
 #include <TavIDL/host/Settings.h>
 
 // libTavIDL recognizes the protocols over these transports by the addresses of their type
-// information, which the two libraries have to share: so it must not be hidden.
+// information, which the two libraries must share. So it must not be hidden.
 #pragma GCC visibility push(default)
 #include <thrift/transport/TBufferTransports.h>
 #pragma GCC visibility pop
@@ -13,16 +13,16 @@
 
 #include "socket.h"
 
-// What lies between a socket and a client or processor: a buffer, perhaps frames, a protocol.
+// The layers between a socket and a client or processor: a buffer, frames if set, and a protocol.
 
 namespace TavIDL::host {
 
-// Throws std::invalid_argument, with the name of the member that cannot be used.
+// Throws std::invalid_argument with the name of the invalid member.
 void check(const Settings& settings);
 
-// libthrift counts the bytes of all messages of a connection against a limit for one, and ends the
-// connection when they reach it. This starts anew after each message, where libthrift (from 0.14
-// on) counts at all.
+// From 0.14 on, libthrift counts the bytes of all messages of a connection against the limit for a
+// single message, and ends the connection when they reach it. This resets the count for each
+// message.
 template <typename Transport>
 class CountsEachMessage : public Transport {
 public:
@@ -41,15 +41,16 @@ private:
     static void restart(void*, long) {}
 };
 
-// The buffers of a connection. Limits the length of a message, whatever the protocol: that of a
-// string is limited by some of them, that of a frame by frames, but a sum of fields by none.
+// The buffers of a connection. Limits the length of a message with any protocol: some protocols
+// limit the length of a string, and frames limit that of a frame, but none limits the sum of the
+// fields.
 class Buffer : public CountsEachMessage<apache::thrift::transport::TBufferedTransport> {
 public:
     Buffer(std::shared_ptr<Socket> socket, const Settings& settings);
 
     uint32_t readEnd() override;
 
-    // Whether there is input that was received and not yet read.
+    // Whether there is input that has been received but not read.
     bool hasInput() const { return rBase_ != rBound_; }
     bool hasOutput() const { return wBase_ != wBuf_.get(); }
 
@@ -59,9 +60,9 @@ protected:
     const std::shared_ptr<Socket> socket_;
 
 private:
-    // Throws if the message becomes too long by so many more bytes.
+    // Throws if `more` bytes make the message too long.
     void limit(uint32_t more) const;
-    // Bytes of the connection up to the next one that is read.
+    // The number of bytes of the connection that have been read.
     uint64_t position() const {
         return socket_->received() - static_cast<uint64_t>(rBound_ - rBase_);
     }
@@ -72,8 +73,8 @@ private:
 
 using TransportPointer = std::shared_ptr<apache::thrift::transport::TTransport>;
 
-// `buffer`, or frames over it if the settings want them. They write each message to `buffer` as a
-// whole.
+// Returns `buffer`, or frames over it if the settings say so. Frames write each message to `buffer`
+// in one piece.
 std::shared_ptr<apache::thrift::transport::TBufferBase> framesOver(
     std::shared_ptr<apache::thrift::transport::TBufferBase> buffer, const Settings& settings);
 

@@ -14,7 +14,7 @@ using apache::thrift::transport::TTransportException;
 
 namespace {
 
-// The peer of a connection that was not used for longer may have restarted.
+// If a connection was idle for longer, the peer may have restarted.
 constexpr milliseconds kTrusted(1000);
 
 std::string inMs(milliseconds time) {
@@ -102,8 +102,8 @@ Call::~Call() {
     leave();
 }
 
-// In the order of arrival: a thread that calls again and again would else always come before those
-// that have to wake up first.
+// Waits in order of arrival. Otherwise a thread that calls repeatedly would always overtake those
+// that must wake up first.
 void Call::waitForTurn(std::unique_lock<std::mutex>& lock) {
     if (pool_.connected_ < pool_.most_) {
         ++pool_.connected_;
@@ -131,7 +131,7 @@ bool Call::takeIdle() {
             descriptor_ = socket.descriptor();
             return true;
         }
-        socket.closeGently();  // it may be an event's, which is still to be delivered
+        socket.closeGently();  // there may be an event that has not been delivered
         channel_.clear();
     }
     return false;
@@ -163,7 +163,7 @@ void Call::connect() {
     }
 }
 
-// Lets cancel() end what is done with a socket; -1 before it may be closed.
+// Lets cancel() shut down the socket. Call it with -1 before the socket may be closed.
 void Call::publish(int descriptor) {
     const std::lock_guard<std::mutex> lock(pool_.mutex_);
     descriptor_ = descriptor;

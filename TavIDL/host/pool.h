@@ -16,16 +16,16 @@
 
 namespace TavIDL::host {
 
-// A connection with all that is on it.
+// A connection with its layers.
 struct Channel {
     Channel(std::shared_ptr<Socket> connected, const Settings& settings);
 
-    // Whether there is input that nobody has read. It would be taken for the next reply.
+    // Whether there is unread input, which would be taken for the next reply.
     bool hasInput() const;
 
     std::shared_ptr<Socket> socket;
     std::shared_ptr<Buffer> buffer;
-    std::shared_ptr<apache::thrift::transport::TBufferBase> transport;  // what `protocol` is over
+    std::shared_ptr<apache::thrift::transport::TBufferBase> transport;  // under `protocol`
     ProtocolPointer protocol;
     Clock::time_point lastUse;
     bool suspect = false;  // another connection has failed since
@@ -37,14 +37,14 @@ class Pool {
 public:
     // Throws std::invalid_argument.
     Pool(const std::string& address, const Settings& settings, bool oneWay);
-    // Cancels, and waits for the calls.
+    // Cancels the calls and waits for them.
     ~Pool();
 
     const std::string& addressText() const { return addressText_; }
     const Address& address() const { return address_; }
     const Settings& settings() const { return settings_; }
 
-    // The address of this machine from which it reaches the other one. There must have been a call.
+    // The local address of the last connection. Requires an earlier call.
     std::string localHost();
 
     void cancel();
@@ -58,13 +58,13 @@ private:
     const std::size_t most_;
     std::unique_ptr<const TlsContext> tls_;
 
-    std::mutex mutex_;  // of all that follows
+    std::mutex mutex_;  // for all members below
     std::condition_variable empty_;
     std::list<Call*> calls_;
-    std::list<Call*> waiting_;   // those of them that wait for a connection, in this order
-    std::size_t connected_ = 0;  // the number of the others
-    std::list<Channel> idle_;    // the one that was used last comes last
-    std::string localHost_;      // of the last connection that was made
+    std::list<Call*> waiting_;   // those that wait for a connection, in order of arrival
+    std::size_t connected_ = 0;  // number of the other calls
+    std::list<Channel> idle_;    // most recently used last
+    std::string localHost_;      // of the last connection
 };
 
 // A call, or a batch of them, from its wait for a connection to its end.
@@ -79,11 +79,11 @@ public:
 
     Channel& channel() { return channel_.front(); }
 
-    // The connection stands between two messages and can be used again.
+    // The connection is between two messages and can be used again.
     void keep() { keep_ = true; }
 
-    // In a catch block: throws what the caller is to get. That is a CallFailed for a failure of the
-    // connection, else the same exception.
+    // In a catch block: throws a CallFailed for a failure of the connection, and rethrows any other
+    // exception.
     [[noreturn]] void fail();
 
 private:
@@ -102,14 +102,14 @@ private:
     std::atomic<bool> cancelled_{false};
     std::list<Channel> channel_;  // one, once there is a connection
 
-    // By the pool's mutex:
+    // With the pool's mutex locked:
     void waitForTurn(std::unique_lock<std::mutex>& lock);
     bool takeIdle();
     void leave() noexcept;
     std::list<Call*>::iterator place_;
     std::condition_variable turn_;
-    bool connected_ = false;  // counted in the pool
-    int descriptor_ = -1;     // what cancel() shuts down
+    bool connected_ = false;  // counted in Pool::connected_
+    int descriptor_ = -1;     // for cancel() to shut down
 };
 
 }  // namespace TavIDL::host

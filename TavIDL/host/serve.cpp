@@ -14,7 +14,7 @@ using apache::thrift::transport::TTransportException;
 
 namespace {
 
-// The buffers of a server's connection. It knows when a request begins and when it would wait.
+// The buffers of a server's connection. Knows when a request begins and when reading would wait.
 class ServerBuffer : public Buffer {
 public:
     ServerBuffer(std::shared_ptr<Socket> socket, const Settings& settings)
@@ -33,7 +33,7 @@ public:
         return true;
     }
 
-    // Called after each reply. While there is another request, its reply can go along.
+    // Called after each reply. If there is another request, the reply waits for the next one.
     void flush() override {
         if (!settings_.deferReplies || !hasInput()) {
             send();
@@ -50,7 +50,7 @@ public:
 protected:
     uint32_t readSlow(uint8_t* bytes, uint32_t count) override {
         if (!hasInput()) {
-            send();  // nobody may wait for a reply while this side waits for a request
+            send();  // the client may wait for replies before it sends more
         }
         return Buffer::readSlow(bytes, count);
     }
@@ -60,7 +60,7 @@ protected:
         try {
             Buffer::writeSlow(bytes, count);
         } catch (...) {
-            wBase_ = wBuf_.get();  // nobody may send the rest, after a gap
+            wBase_ = wBuf_.get();  // the rest must not be sent, after a gap
             throw;
         }
     }
@@ -72,7 +72,7 @@ private:
         } catch (const TTransportException& failure) {
             switch (failure.getType()) {
                 case TTransportException::END_OF_FILE:
-                    return false;  // a reset: between two calls it fails nothing
+                    return false;  // reset by the client: harmless between two calls
                 case TTransportException::TIMED_OUT:
                     throw TTransportException("the client was idle for too long");
                 default:
@@ -84,7 +84,7 @@ private:
     const Settings& settings_;
 };
 
-// Notes what a call was and how it was answered, for the observer.
+// Records for Settings::onCall what a call was and how it was answered.
 class ObservedProtocol : public apache::thrift::protocol::TProtocolDecorator {
 public:
     using TProtocolDecorator::TProtocolDecorator;
@@ -106,7 +106,7 @@ public:
     ServedCall call;
 };
 
-// As TProcessor::process(), and tells the observer.
+// Like TProcessor::process(), and also calls Settings::onCall.
 void processObserved(TProcessor& processor, const std::shared_ptr<ObservedProtocol>& protocol,
                      const Settings& settings, const std::string& peer) {
     const auto begin = Clock::now();
@@ -154,7 +154,7 @@ void serveCalls(const std::shared_ptr<Socket>& socket, TProcessor& processor,
             ++calls;
         }
     } catch (...) {
-        buffer->send();  // the replies to the calls before
+        buffer->send();  // replies to earlier calls
         throw;
     }
     buffer->send();

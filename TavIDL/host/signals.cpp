@@ -12,7 +12,7 @@ namespace TavIDL::host {
 
 namespace {
 
-// Lives as long as the process: a signal handler may run at any time.
+// Never closed, because a signal handler may run at any time.
 int signalled() {
     static const int descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     return descriptor;
@@ -28,7 +28,7 @@ void onSignal(int) {
 
 void wake(int eventfd) {
     const uint64_t one = 1;
-    (void)!write(eventfd, &one, sizeof one);  // fails only if it is awake already
+    (void)!write(eventfd, &one, sizeof one);  // fails only if the thread is already awake
 }
 
 void rest(int eventfd) {

@@ -3,10 +3,10 @@
 
 namespace TavIDL::host {
 
-// Returns after SIGINT or SIGTERM, which do what they did before from then on.
+// Waits for SIGINT or SIGTERM, and restores what both did before.
 void waitForSignal();
 
-// An eventfd, by which a thread or a signal handler wakes another thread that polls it.
+// Wakes a thread that polls the eventfd. Signal handlers may call it.
 void wake(int eventfd);
 void rest(int eventfd);
 

@@ -22,7 +22,7 @@ namespace {
                               what, error);
 }
 
-// Another try is worth it: a signal came, or the system's limit passed, which may be shorter.
+// Worth another try: a signal came, or the system's limit expired, which may be shorter.
 bool isTemporary(int error) {
     return error == EINTR || error == EAGAIN || error == EWOULDBLOCK;
 }
@@ -36,7 +36,7 @@ milliseconds TimeLimit::left() {
     }
     const auto left = std::chrono::duration_cast<milliseconds>(end_ - Clock::now());
     if (left.count() <= 0) {
-        throw TTransportException(TTransportException::TIMED_OUT, "the time is up");
+        throw TTransportException(TTransportException::TIMED_OUT, "the time-out has expired");
     }
     return left;
 }
@@ -67,12 +67,12 @@ bool Socket::isStale() const {
     if (poll(&state, 1, 0) <= 0) {
         return false;
     }
-    // Over TLS a server sends things that nobody asked for.
+    // Over TLS, a server also sends records that were not requested.
     return tls_ == nullptr || (state.revents & ~POLLIN) != 0;
 }
 
-// Keeps the system's limit so that a wait cannot end before the time is up, nor much later. In the
-// usual call it has been right since the connection was made, and this costs nothing.
+// Sets the system's limit so that a wait does not end before the time-out, nor much later. In most
+// calls it has been correct since the connection was made, so this costs nothing.
 void Socket::limitReceive() {
     constexpr milliseconds kTolerance(10);
     const milliseconds left = readLimit_.left();
@@ -96,7 +96,7 @@ void Socket::waitToSend() {
     }
 }
 
-// When a read or write begins that has a limit of its own. Over TLS each may have to do the other.
+// Called when a read or write with its own limit begins. Over TLS each may also do the other.
 void Socket::restartLimit(Direction direction) {
     if (limitEach_ && (tls_ || direction == Direction::in)) {
         readLimit_.set(eachRead_);
@@ -121,7 +121,7 @@ std::size_t Socket::receive(void* bytes, std::size_t count) {
 
 std::size_t Socket::send(const void* bytes, std::size_t count) {
     for (;;) {
-        // Without waiting: SO_SNDTIMEO would limit each piece that a unix socket makes of a
+        // Without waiting: SO_SNDTIMEO would limit each piece into which a unix socket divides a
         // message.
         const ssize_t sent = ::send(descriptor_.get(), bytes, count, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent >= 0) {
@@ -149,7 +149,7 @@ void Socket::write(const uint8_t* bytes, uint32_t count) {
         bytes += sent;
         count -= static_cast<uint32_t>(sent);
         if (count > 0) {
-            writeLimit_.left();  // throws if a peer that takes little by little has used it up
+            writeLimit_.left();  // throws if a slowly reading peer has used up the time
         }
     }
 }
@@ -164,14 +164,13 @@ void Socket::closeGently() {
     }
     try {
         closeOutput();
-        // What the peer has written must not be left unread. The peer is not waited for, nor can it
-        // keep this busy.
+        // Input must not be left unread. This neither waits for the peer nor reads forever.
         uint8_t ignored[4096];
         int most = 64;
         while (most-- > 0 && ::recv(descriptor_.get(), ignored, sizeof ignored, MSG_DONTWAIT) > 0) {
         }
     } catch (const TTransportException&) {
-        // Gone already.
+        // The connection is already gone.
     }
 }
 
@@ -182,7 +181,7 @@ void Socket::close() {
 
 void Socket::closeOutput() {
     if (tls_) {
-        mayWait_ = false;  // a peer that does not read does without TLS's own end
+        mayWait_ = false;  // if the peer does not read, skip the end of TLS
         tls_->closeOutput();
     }
     ::shutdown(descriptor_.get(), SHUT_WR);

@@ -10,13 +10,13 @@
 #include "address.h"
 #include "tls.h"
 
-// A connected socket, with time limits, as the transport under all others. libthrift's own prints
-// what fails to standard error, waits for each receive anew, and polls where it can be interrupted.
+// A connected socket with time limits: the lowest transport. Why not libthrift's: it prints
+// failures to standard error, restarts its time-out at each receive, and polls to be interruptible.
 
 namespace TavIDL::host {
 
-// How much time is left for something. The clock is read only once there is something to wait for,
-// and from then on runs until the next set() or until().
+// How much time is left. The clock is first read when there is something to wait for, and the time
+// then runs until the next set() or until().
 class TimeLimit {
 public:
     void set(milliseconds limit) {
@@ -27,7 +27,7 @@ public:
         end_ = end;
         running_ = true;
     }
-    // Throws a TTransportException of the type TIMED_OUT if nothing is left.
+    // Throws a TTransportException of type TIMED_OUT if no time is left.
     milliseconds left();
 
 private:
@@ -43,29 +43,30 @@ public:
 
     int descriptor() const { return descriptor_.get(); }
 
-    // Encrypts from here on: shakes hands. `host` is whom a client expects.
+    // Does the TLS handshake and encrypts from here on. `host` is the server that a client expects.
     void startTls(const TlsContext& context, const std::string& host);
 
-    // For what follows.
+    // For the following reads and writes.
     TimeLimit& readLimit() { return readLimit_; }
     TimeLimit& writeLimit() { return writeLimit_; }
-    // Each single read or write from here on has so long.
+    // Limits each single read and write from here on.
     void limitEach(milliseconds read, milliseconds write);
 
-    // Bytes that were read, and whether any were written, without those of TLS itself.
+    // Bytes read, and whether any were written, not counting those of TLS itself.
     uint64_t received() const { return received_; }
     bool sent() const { return sent_; }
     void forgetSent() { sent_ = false; }
 
-    // Whether the peer has closed the connection, or has written without being asked.
+    // Whether the peer has closed the connection, or has sent something unasked.
     bool isStale() const;
 
     uint32_t read(uint8_t* bytes, uint32_t count);
     void write(const uint8_t* bytes, uint32_t count);
 
-    // Ends what another thread waits for in read(). What has arrived can still be read.
+    // Ends a read() in which another thread waits. What has arrived can still be read.
     void endInput();
-    // Lets the peer have all that was written: closing a socket with unread input discards it.
+    // Makes sure that the peer gets everything written: closing a socket with unread input discards
+    // it.
     void closeGently();
 
     bool isOpen() const override { return !closed_; }

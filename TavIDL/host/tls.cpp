@@ -13,7 +13,7 @@ std::unique_ptr<const TlsContext> tlsFor(const Settings& settings, const Address
         return nullptr;
     }
     if (address.isUnix()) {
-        throw std::invalid_argument("TLS is for TCP, and " + address.text() + " is not");
+        throw std::invalid_argument("TLS cannot be used over " + address.text() + ": it needs TCP");
     }
     return std::make_unique<TlsContext>(settings.tls, role);
 }
@@ -36,7 +36,7 @@ using apache::thrift::transport::TTransportException;
 
 namespace {
 
-// OpenSSL takes any error of this thread for the session's, also one that a handler left.
+// OpenSSL takes any error in the thread's queue for the session's, even one left by a handler.
 ssl_st* ready(const std::shared_ptr<ssl_st>& session) {
     ERR_clear_error();
     return session.get();
@@ -47,7 +47,7 @@ std::string reason() {
     const unsigned long error = ERR_get_error();
     ERR_clear_error();
     if (ERR_GET_LIB(error) == ERR_LIB_SYS) {
-        return std::strerror(ERR_GET_REASON(error));  // OpenSSL 3 has no text for these
+        return std::strerror(ERR_GET_REASON(error));  // OpenSSL 3 has no text for system errors
     }
     const char* text = ERR_reason_error_string(error);
     return text != nullptr ? text : "unknown reason";
@@ -61,8 +61,8 @@ void use(bool usable, const std::string& file) {
 
 }  // namespace
 
-// What OpenSSL calls to read and write. An exception must not pass through C code: it waits in
-// `failure_`.
+// OpenSSL calls these to read and write. Exceptions must not pass through C code, so they are kept
+// in `failure_`.
 struct TlsTransfer {
     template <typename Work>
     static int run(BIO* bio, Work work) {
@@ -111,13 +111,13 @@ TlsContext::TlsContext(const Tls& settings, Role role)
         throw std::runtime_error("TLS: cannot start OpenSSL: " + reason());
     }
     SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION);
-    // One receive a record instead of two, one for its head.
+    // One receive per record, instead of a separate one for its header.
     SSL_CTX_set_read_ahead(context, 1);
-    // A client that only writes would never read the tickets that a server offers.
+    // A client that only writes would never read the session tickets that a server sends.
     SSL_CTX_set_num_tickets(context, 0);
     SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_OFF);
 #ifdef SSL_OP_IGNORE_UNEXPECTED_EOF
-    SSL_CTX_set_options(context, SSL_OP_IGNORE_UNEXPECTED_EOF);  // as before OpenSSL 3
+    SSL_CTX_set_options(context, SSL_OP_IGNORE_UNEXPECTED_EOF);  // the behavior before OpenSSL 3
 #endif
 
     const bool server = role == Role::server;
@@ -184,9 +184,9 @@ int TlsSession::check(int result, const char* what) {
     }
     const int error = SSL_get_error(session_.get(), result);
     if (error == SSL_ERROR_ZERO_RETURN || error == SSL_ERROR_SYSCALL) {
-        return 0;  // some peers end a connection without saying so in TLS
+        return 0;  // some peers close a connection without close_notify
     }
-    // The peer has closed the connection, and says why: it does not trust the certificate, perhaps.
+    // The peer has closed the connection with a reason, such as an untrusted certificate.
     const bool alert = ERR_GET_REASON(ERR_peek_error()) > SSL_AD_REASON_OFFSET;
     const long verified = SSL_get_verify_result(session_.get());
     const std::string why =
@@ -198,9 +198,9 @@ int TlsSession::check(int result, const char* what) {
 }
 
 void TlsSession::shakeHands() {
-    if (check(SSL_do_handshake(ready(session_)), "no handshake") == 0) {
+    if (check(SSL_do_handshake(ready(session_)), "handshake failed") == 0) {
         throw TTransportException(TTransportException::END_OF_FILE,
-                                  "TLS: no handshake: the connection was closed");
+                                  "TLS: handshake failed: the connection was closed");
     }
 }
 
@@ -213,7 +213,8 @@ std::size_t TlsSession::write(const void* bytes, std::size_t count) {
     const int most = static_cast<int>(std::min<std::size_t>(count, INT_MAX));
     const int sent = check(SSL_write(ready(session_), bytes, most), "cannot write");
     if (sent == 0) {
-        throw TTransportException(TTransportException::END_OF_FILE, "TLS: the peer has closed");
+        throw TTransportException(TTransportException::END_OF_FILE,
+                                  "TLS: the peer has closed the connection");
     }
     return static_cast<std::size_t>(sent);
 }
@@ -231,7 +232,8 @@ void TlsSession::closeOutput() {
 namespace TavIDL::host {
 
 TlsContext::TlsContext(const Tls&, Role role) : role_(role), checksHost_(false) {
-    throw std::invalid_argument("this libTavIDLHost was built without TLS, for want of OpenSSL");
+    throw std::invalid_argument(
+        "this libTavIDLHost was built without TLS, because OpenSSL was missing");
 }
 
 TlsSession::TlsSession(const TlsContext&, Bytes& bytes, const std::string&) : bytes_(bytes) {

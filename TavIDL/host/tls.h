@@ -10,15 +10,15 @@
 
 #include "address.h"
 
-// TLS over a socket's own reads and writes. libthrift's TLS sockets poll, wait for each piece of a
-// message anew, and let the system send SIGPIPE.
+// TLS over a socket's reads and writes. Why not libthrift's TLS sockets: they poll, restart their
+// time-out at each piece of a message, and let the system send SIGPIPE.
 
 struct ssl_ctx_st;
 struct ssl_st;
 
 namespace TavIDL::host {
 
-// The certificates and keys of a client or server. Any number of sessions use it.
+// The certificates and keys of a client or server, shared by its sessions.
 class TlsContext {
 public:
     // Throws std::invalid_argument if a file cannot be used, or if Host was built without TLS.
@@ -34,13 +34,14 @@ private:
     std::shared_ptr<ssl_ctx_st> context_;
 };
 
-// Null if the settings want no TLS. Throws std::invalid_argument, for a unix socket too.
+// Null without TLS in the settings. Throws std::invalid_argument, also for a unix socket.
 std::unique_ptr<const TlsContext> tlsFor(const Settings& settings, const Address& address,
                                          Role role);
 
 class TlsSession {
 public:
-    // What carries the encrypted bytes. Returns how many it took, 0 at the end; throws what fails.
+    // Carries the encrypted bytes. Both return the number of bytes, 0 at the end, and throw
+    // failures.
     class Bytes {
     public:
         virtual std::size_t receive(void* bytes, std::size_t count) = 0;
@@ -50,10 +51,10 @@ public:
         ~Bytes() = default;
     };
 
-    // `host` is whom a client expects.
+    // `host` is the server that a client expects.
     TlsSession(const TlsContext& context, Bytes& bytes, const std::string& host);
 
-    // These throw TTransportExceptions, those of `bytes` among them.
+    // These throw TTransportExceptions, including those of `bytes`.
     void shakeHands();
     std::size_t read(void* bytes, std::size_t count);
     std::size_t write(const void* bytes, std::size_t count);
@@ -61,11 +62,11 @@ public:
 
 private:
     friend struct TlsTransfer;
-    // Returns the result of OpenSSL's function if it is good; 0 at the end of input.
+    // Returns the result of OpenSSL's function if it succeeded, 0 at the end of input.
     int check(int result, const char* what);
 
     Bytes& bytes_;
-    std::exception_ptr failure_;  // of `bytes_`, on its way through OpenSSL
+    std::exception_ptr failure_;  // from `bytes_`, while OpenSSL returns
     std::shared_ptr<ssl_st> session_;
 };
 

@@ -18,22 +18,22 @@ public:
     ConnectionInfo& operator=(ConnectionInfo&&) noexcept = default;
     virtual ~ConnectionInfo() = default;
 
-    /// Port on which the caller is to run its callback service.
+    /// Port on which the caller should run its callback service.
     int32_t callbackServicePort = 0;
     /// Port on which the opened EMP serves TavEmp.
     int32_t empServicePort = 0;
-    /// The broker's name for the opened EMP. Any bytes.
+    /// The broker's name for the opened EMP. May contain any bytes.
     std::string empID;
 
-    /// Which fields read() has taken.
+    /// Which fields read() has found.
     struct Flags {
         bool callbackServicePort = false;
         bool empServicePort = false;
         bool empID = false;
     } __isset;
 
-    /// The MD5 of "{1:i32;2:i32;3:string;}", the layout, as text and as bytes. The library does not
-    /// use it. Programs compiled against the interface expect it.
+    /// The MD5 of the layout, "{1:i32;2:i32;3:string;}", as text and as bytes. The library does not
+    /// use it, but programs compiled against the interface expect it.
     static const char* const ascii_fingerprint;
     static const uint8_t binary_fingerprint[16];
 

@@ -29,7 +29,7 @@ public:
     std::string param9;
     std::string param10;
 
-    /// Which fields read() has taken.
+    /// Which fields read() has found.
     struct Flags {
         bool param1 = false;
         bool param2 = false;
@@ -43,8 +43,8 @@ public:
         bool param10 = false;
     } __isset;
 
-    /// The MD5 of "{1:string;2:string; ... 10:string;}", the layout, as text and as bytes. The
-    /// library does not use it. Programs compiled against the interface expect it.
+    /// The MD5 of the layout, "{1:string;2:string; ... 10:string;}", as text and as bytes. The
+    /// library does not use it, but programs compiled against the interface expect it.
     static const char* const ascii_fingerprint;
     static const uint8_t binary_fingerprint[16];
 

@@ -4,7 +4,7 @@
 #include <TavIDL/export.h>
 
 /// The constants of the interface definition TAV_IDL, which declares none. The library does not use
-/// this. Programs compiled against the interface expect it.
+/// this class, but programs compiled against the interface expect it.
 class TAVIDL_EXPORT TAV_IDLConstants {
 public:
     TAV_IDLConstants();

@@ -1,6 +1,6 @@
 #include <TavIDL/records/codec.h>
 
-// Not hidden, for the reason in thrift.h.
+// Not hidden: thrift.h says why.
 #pragma GCC visibility push(default)
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/protocol/TCompactProtocol.h>
@@ -51,7 +51,7 @@ uint32_t readValue(Protocol& iprot, const WireType& wire, void* value) {
     }
 }
 
-// The two loops. Not inlined, so that the registers of one do not burden the others: 2 % of a call.
+// The two loops. Not inlined, so that they do not compete for registers: 2 % of a call.
 template <typename Protocol>
 [[gnu::noinline]] uint32_t writeLoop(Protocol& oprot, const char* name, const Table& table,
                                      const char* record, Holds holds) {
@@ -91,7 +91,7 @@ template <typename Protocol>
             bytes += readValue(iprot, field.wire, record + field.value);
             isset[index] = true;
         } else {
-            // Always by a virtual call: libthrift's skip is large, and rarely needed.
+            // Always a virtual call: libthrift's skip is large and rarely needed.
             bytes += static_cast<TProtocol&>(iprot).skip(type);
         }
         bytes += iprot.readFieldEnd();
@@ -100,8 +100,8 @@ template <typename Protocol>
     return bytes;
 }
 
-// From libthrift's protocol over any transport, the same protocol over TBufferBase. Up to 0.5 these
-// are not templates, and both are one type.
+// The type of the same protocol over TBufferBase, given libthrift's protocol over any transport. Up
+// to 0.5 these are not templates, and both are the same type.
 template <typename Protocol>
 struct OverBuffer {
     using Type = Protocol;
@@ -113,12 +113,12 @@ struct OverBuffer<Template<TTransport, Others...>> {
 using BufferedBinary = OverBuffer<TBinaryProtocol>::Type;
 using BufferedCompact = OverBuffer<TCompactProtocol>::Type;
 
-// Calls `carry` with the protocol as one of the four types if that is its exact type: a class
-// derived from one may override what these do. Types are compared by the address of their type
-// information; by name would be slower. A module may have its own (it is compiled with hidden
-// visibility, or linked with -Bsymbolic). Its protocols are not recognized: virtual calls are
-// slower, but correct. Do not cache addresses from one call to the next: once a module is unloaded,
-// another type may be there.
+// Calls `carry` with the protocol as one of the four types if that is its exact type: a derived
+// class may override what these do. Types are compared by the address of their type information;
+// comparing names would be slower. A module that is compiled with hidden visibility, or linked with
+// -Bsymbolic, may have type information of its own. Its protocols are not recognized: virtual calls
+// are slower, but correct. Do not cache addresses between calls: after a module is unloaded,
+// another type may have the same address.
 template <typename Carry>
 uint32_t byExactType(TProtocol& protocol, Carry carry) {
     const std::type_info* const type = &typeid(protocol);

@@ -7,15 +7,15 @@
 #include <cstdint>
 #include <string>
 
-// How records are written and read. Each has a table, with a row for each field; _args and _pargs
-// share one. A record's write and read, next to its table, say what kind of record it is. The two
-// loops in codec.cpp write and read any record by its table.
+// How records are written and read. Each record has a table, with a row for each field; _args and
+// _pargs share one. A record's write and read, next to its table, say what kind of record it is.
+// The two loops in codec.cpp write and read any record from its table.
 namespace TavIDL::records {
 
 using apache::thrift::protocol::TProtocol;
 using apache::thrift::protocol::TType;
 
-// A record that is a field of another one has its own write and read.
+// A record that is a field of another record has its own write and read.
 struct NestedRecord {
     uint32_t (*write)(TProtocol* oprot, const void* record);
     uint32_t (*read)(TProtocol* iprot, void* record);
@@ -62,7 +62,7 @@ constexpr Field argument(const char* name, Value Args::*, std::size_t value, con
     return {name, wireType<Value>, value, pointer};
 }
 
-// Macros, so that a row names its member once.
+// Macros, so that a row names its member only once.
 #define TAVIDL_FIELD(Record, member) \
     TavIDL::records::field(#member, &Record::member, offsetof(Record, member))
 #define TAVIDL_ARGUMENT(Operation, member)                                                    \
@@ -82,16 +82,16 @@ inline constexpr Table table = {rows, sizeof(rows) / sizeof(Field), 1};
 enum class Holds { values, pointers };
 
 // Both return the sum of what the protocol's calls return. They make the same calls in the same
-// order for every protocol: virtual calls, except for objects of exactly four types, libthrift's
-// binary and compact protocols over any transport and over TBufferBase. Not inlined: 7 % of the
-// text.
+// order for every protocol. The calls are virtual, except for objects whose exact type is one of
+// libthrift's binary and compact protocols over any transport or over TBufferBase. Not inlined: 7 %
+// of the text.
 [[gnu::noinline]] uint32_t writeFields(TProtocol* oprot, const char* name, const Table& table,
                                        const void* record, Holds holds);
 // `isset` is a record's group of flags: one bool for each row, in the same order.
 [[gnu::noinline]] uint32_t readFields(TProtocol* iprot, const Table& table, void* record,
                                       void* isset);
 
-// ConnectionInfo, ParamList and each _args: all fields are written, whatever their flags.
+// ConnectionInfo, ParamList and each _args: all fields are written, set or not.
 template <const auto& rows, typename Record>
 uint32_t writeValues(TProtocol* oprot, const char* name, const Record& record) {
     static_assert(sizeof(record.__isset) == table<rows>.count, "one row for each flag");
@@ -111,7 +111,7 @@ uint32_t writePointers(TProtocol* oprot, const char* name, const Record& record)
     return writeFields(oprot, name, table<rows>, &record, Holds::pointers);
 }
 
-// Each _result and _presult: field 0, "success". It is left out unless it is set.
+// Each _result and _presult: field 0, "success", which is omitted unless it is set.
 template <typename Value>
 inline constexpr Field kSuccess = {"success", wireType<Value>, 0, 0};
 template <typename Value>

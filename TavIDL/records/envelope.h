@@ -9,12 +9,12 @@
 #include <string_view>
 #include <type_traits>
 
-// A call, for all services: a request is a header, one record and an end, and so is its reply.
-// What follows is the order of protocol and transport calls around them, and the failures that
-// each side reports. Peers depend on all of it, including these oddities:
+// A call, for all services: a request consists of a header, one record and an end, and so does its
+// reply. This file has the order of the protocol and transport calls around them, and the failures
+// that each side reports. Peers depend on all of it, including these oddities:
 //
 // - Requests carry seqid 0, and a reply's seqid is ignored: replies are matched by order alone.
-// - Requests are T_CALL, even that of the one-way operation, and a T_ONEWAY request for a two-way
+// - Requests are T_CALL, even for the one-way operation, and a T_ONEWAY request for a two-way
 //   operation is answered.
 // - The transport is flushed before its write is ended.
 namespace TavIDL::records {
@@ -29,7 +29,7 @@ using apache::thrift::protocol::TProtocol;
 
 [[gnu::cold, noreturn]] void endProcessForNullPointer();
 
-// What a transport's or handler's pointer points at. A null pointer ends the process.
+// The object that a transport's or handler's pointer points to. A null pointer ends the process.
 template <typename Pointer>
 auto& pointee(const Pointer& pointer) {
     if (pointer.get() == nullptr) {
@@ -62,7 +62,7 @@ void sendCall(TProtocol* oprot, std::string_view operation, const Pargs& argumen
     writeMessage(oprot, operation, T_CALL, 0, arguments);
 }
 
-// Reads a reply's header. If the reply has no result to read, consumes all of it and throws the
+// Reads a reply's header. If the reply has no result, consumes the whole reply and throws the
 // peer's exception, INVALID_MESSAGE_TYPE or WRONG_METHOD_NAME.
 void acceptReply(TProtocol* iprot, std::string_view operation);
 
@@ -81,8 +81,7 @@ void receiveReply(TProtocol* iprot, std::string_view operation, Value& result) {
 
 // --- Serving side
 
-// Reads a request's header. Returns false for a message that is not a call: it has been answered,
-// and nothing is left to do.
+// Reads a request's header. Returns false for a message that is not a call, after answering it.
 bool acceptCall(TProtocol* iprot, TProtocol* oprot, std::string& name, int32_t& seqid);
 
 [[gnu::cold, gnu::noinline]] void rejectUnknownMethod(TProtocol* iprot, TProtocol* oprot,
@@ -99,8 +98,8 @@ bool processMessage(Processor& processor, TProtocol* iprot, TProtocol* oprot) {
            processor.process_fn(iprot, oprot, name, seqid);
 }
 
-// process_fn() of every processor. Flattened, since the map's lookup is slow when built for size:
-// 1 % of a call. What a call rarely needs is cold and not inlined: 5 % of the text.
+// process_fn() of every processor. Flattened, because the map's lookup is slow when built for size:
+// 1 % of a call. Code that a call rarely needs is cold and not inlined: 5 % of the text.
 template <typename Processor, typename OperationMap>
 [[gnu::flatten]] bool callOperation(Processor& processor, const OperationMap& operations,
                                     TProtocol* iprot, TProtocol* oprot, const std::string& name,
@@ -117,10 +116,10 @@ template <typename Processor, typename OperationMap>
 [[gnu::cold]] void answerFailure(TProtocol* oprot, std::string_view operation, int32_t seqid,
                                  const std::exception& failure);
 
-// Reads the arguments, has `callHandler` call the handler, and answers. Only the handler's call is
-// guarded: the server must see a failure to write the answer. An exception that is not a
-// std::exception passes, with nothing answered. Inlined, so that the compiler knows the operation's
-// name: 1 % of a call.
+// Reads the arguments, calls the handler with `callHandler`, and answers. Exceptions are caught
+// only from the handler: the server must see a failure to write the answer. An exception that is
+// not a std::exception passes through, with nothing answered. Inlined, so that the compiler knows
+// the operation's name: 1 % of a call.
 template <typename Args, typename Result, typename HandlerCall>
 [[gnu::always_inline]] inline void serve(int32_t seqid, TProtocol* iprot, TProtocol* oprot,
                                          std::string_view operation, HandlerCall callHandler) {

@@ -34,8 +34,8 @@ void serve(const std::string& address) {
 Call connect(const std::string& address) {
     const std::shared_ptr<sdbus::IConnection> connection =
         sdbus::createSessionBusConnectionWithAddress(address);
-    // Each connection needs an event loop, says the documentation. Calls that wait for their reply
-    // work without one; signals don't.
+    // The documentation says that each connection needs an event loop. Calls that wait for their
+    // reply work without one; signals do not.
     if (CLIENT_HAS_EVENT_LOOP) {
         connection->enterEventLoopAsync();
     }

@@ -10,7 +10,7 @@ namespace peers {
 
 namespace {
 
-// Not the callback API: it took more of the processor when tried with one client.
+// Not the callback API: it took more processor time when tried with one client.
 class Broker : public proto::TavBroker::Service {
     grpc::Status Execute(grpc::ServerContext*, const proto::Request* request,
                          proto::Reply* reply) override {

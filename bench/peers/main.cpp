@@ -1,8 +1,8 @@
 // One side of a peer's calls:
 //
 //   bench_peer_NAME serve ADDRESS    prints the address and serves until it is killed
-//   bench_peer_NAME call ADDRESS     prints a line; reads numbers, and after making so many calls
-//                                    prints another
+//   bench_peer_NAME call ADDRESS     prints a line; then reads numbers, makes that many calls, and
+//                                    prints another line
 #include "peer.h"
 
 #include <exception>

@@ -21,7 +21,7 @@ void send(zmq::socket_t& socket, const Value& value) {
     socket.send(zmq::buffer(bytes.data(), bytes.size()));
 }
 
-// Strings in what was received, which the handle owns, are views of `message`.
+// The handle owns the received objects, whose strings are views of `message`.
 msgpack::object_handle receive(zmq::socket_t& socket, zmq::message_t& message) {
     if (!socket.recv(message)) {
         throw std::runtime_error("nothing was received");

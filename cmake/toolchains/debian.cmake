@@ -1,9 +1,9 @@
-# What the toolchain files of this directory have in common: Debian's cross compiler,
-# a sysroot of Debian packages, and QEMU to run what was built.
+# Shared by the toolchain files in this directory: Debian's cross compiler, a sysroot of
+# Debian packages, and QEMU to run the built programs.
 #
-# The sysroot is the one that script/test makes, or the directory named by the
-# environment variable TAVIDL_SYSROOT. (Not by a CMake variable: CMake's own trial
-# builds read this file again and would not see it.)
+# The sysroot is the one that script/test makes, or the directory in the environment
+# variable TAVIDL_SYSROOT. (Not in a CMake variable: CMake's own test builds read this
+# file again and would not see it.)
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${tavidl_compiler}-gcc)

@@ -3,7 +3,7 @@
 //
 //     TAV_CREDENTIAL=... emp.js EMPID PORT CALLBACKPORT
 //
-// Writes a line to standard output once it serves, and ends when its standard input does.
+// Prints a line to standard output when it is ready, and ends at the end of its standard input.
 "use strict";
 
 const TavEmp = require("TavEmp");
@@ -25,7 +25,7 @@ class Thermometer {
     if (name !== "thermometer" || version !== "1.0" || credential !== this.credential) {
       return false;
     }
-    // The limit bounds what callers can make this process hold.
+    // The limit bounds the memory that callers can make this process use.
     if (!this.clients.has(clientID) && this.clients.size === 100) {
       return false;
     }
@@ -39,8 +39,8 @@ class Thermometer {
     return count;
   }
 
-  // Takes a callback, unlike its siblings: what it throws then ends the connection, while a
-  // failure that is handed to the callback is told to the caller.
+  // Takes a callback, unlike the other operations: an exception then ends the connection, while a
+  // failure that is passed to the callback is sent to the caller.
   Execute(clientID, cmd, param1, param2, param3, param4, answer) {
     try {
       answer(null, this.run(clientID, cmd, param1));
@@ -87,7 +87,7 @@ class Thermometer {
   // Reports three readings.
   watch(what) {
     const events = new SafeClient(TavEmpEvent, this.callbackPort);
-    // Nobody listens: the event is lost, and the command goes on.
+    // Nobody receives it: the event is lost, and the command continues.
     events.broken.catch((lost) => console.error(`failed to send an event: ${lost.message}`));
     for (const reading of ["21.5", "21.7", "21.6"]) {
       events.send("Callback", temperatureEvent, what, reading);
@@ -107,7 +107,7 @@ async function main() {
   const thermometer = new Thermometer(Number(callbackPort), process.env.TAV_CREDENTIAL);
   await serve(TavEmp, thermometer, Number(port));
   console.log(`${empID} serves`);
-  // Until the broker closes it, or has gone.
+  // Until the broker closes it or has ended.
   process.stdin.on("end", () => process.exit(0)).resume();
 }
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env node
-// A program in JavaScript: opens an EMP at the broker, takes its events, uses it and closes it.
+// A program in JavaScript: has the broker open an EMP, calls it, receives its events and closes it.
 //
 //     TAV_CREDENTIAL=... program.js BROKERPORT
 "use strict";
@@ -17,7 +17,7 @@ async function use(emp, credential, threeEvents) {
   console.log("read:", await emp.call("Execute", me, "read", "", "", "", ""));
   const label = new ParamList({ param1: "kitchen", param2: "window", param10: "north" });
   for (let i = 3; i < 10; ++i) {
-    label[`param${i}`] = ""; // All ten always travel.
+    label[`param${i}`] = ""; // All ten are always sent.
   }
   console.log("label:", await emp.call("ExecuteWithParamList", me, "label", label));
   console.log("watch:", await emp.call("Execute", me, "watch", "kitchen", "", "", ""));
@@ -60,7 +60,7 @@ async function main() {
         }
       },
     };
-    // The EMP reports to the port that the broker has told both sides.
+    // The EMP sends events to the port that the broker has given to both sides.
     await serve(TavEmpEvent, callbacks, info.callbackServicePort);
     const emp = new SafeClient(TavEmp, info.empServicePort);
     await use(emp, credential, threeEvents);

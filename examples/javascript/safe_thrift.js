@@ -1,15 +1,15 @@
-// How these processes connect and serve: what TavIDL::Host does for programs in C++.
+// How these processes connect and serve: the same limits as TavIDL::Host has in C++.
 //
 // Thrift's defaults trust every peer. Copy this file into your own program.
 "use strict";
 
 const thrift = require("thrift");
 
-// No text is longer than this. Thrift's own would gather up to two gibibytes for one that
-// says that it is as long.
+// The longest string. Thrift's own code would collect up to two gibibytes for a string that
+// claims to be that long.
 const stringLimit = 1 << 20;
 
-// No peer is waited for longer than this, in milliseconds.
+// How long to wait for a peer, in milliseconds.
 const clientTimeout = 5000;
 const serverTimeout = 10000;
 
@@ -17,7 +17,7 @@ const connections = 64;
 
 class SafeProtocol extends thrift.TBinaryProtocol {
   constructor(transport) {
-    // Strict: what does not begin with the protocol's version is refused at once.
+    // Strict: a message that does not begin with the protocol's version is rejected immediately.
     super(transport, true, true);
   }
 
@@ -32,8 +32,8 @@ class SafeProtocol extends thrift.TBinaryProtocol {
 
 const wire = { transport: thrift.TBufferedTransport, protocol: SafeProtocol };
 
-// A client of a service on this machine. A generated client does not tell its callers that
-// the connection has failed, nor of a reply that it cannot read; this one does.
+// A client of a service on this machine. A generated client does not report a failed
+// connection or an invalid reply to its callers; this one does.
 class SafeClient {
   constructor(service, port) {
     this.connection = thrift.createConnection("127.0.0.1", port, {
@@ -57,12 +57,12 @@ class SafeClient {
     return Promise.race([this.client[operation](...args), this.broken]);
   }
 
-  // Sends a one-way call. Resolves at once: nothing comes back.
+  // Sends a one-way call. Resolves immediately: there is no reply.
   send(operation, ...args) {
     this.client[operation](...args);
   }
 
-  // Ends the connection once all is sent: calls before there is one are kept until then.
+  // Ends the connection when everything is sent: calls are kept until it is connected.
   end() {
     this.ended = true;
     if (this.connection.connected) {
@@ -73,7 +73,7 @@ class SafeClient {
   }
 }
 
-// Serves on a port of this machine: the services know no encryption. Resolves once it listens.
+// Serves on a local port, since connections are not encrypted. Resolves when it listens.
 function serve(service, handler, port) {
   const server = thrift.createServer(service, handler, wire);
   server.maxConnections = connections;
@@ -82,8 +82,8 @@ function serve(service, handler, port) {
     server.once("error", reject);
     server.listen(port, "127.0.0.1", () => {
       server.off("error", reject);
-      // Without a listener an error of one connection, a broken message for instance, would
-      // end the process. The server has closed that connection.
+      // Without a listener an error of one connection, such as an invalid message, would end
+      // the process. The server has closed that connection.
       server.on("error", (error) => console.error(`closed a connection: ${error.message}`));
       resolve(server);
     });

@@ -19,12 +19,12 @@ TEMPERATURE_EVENT = 1
 
 
 def failure(text):
-    """What a caller is told. Of any other exception it is told "Internal error" alone."""
+    """An exception for the caller. For any other, the caller only gets "Internal error"."""
     return TApplicationException(TApplicationException.UNKNOWN, text)
 
 
 class Thermometer(TavEmp.Iface):
-    """Called by several threads at once."""
+    """Must be thread-safe: several threads call it."""
 
     def __init__(self, callback_port, credential):
         self.callback_port = callback_port
@@ -36,7 +36,7 @@ class Thermometer(TavEmp.Iface):
         if [name, version, credential] != ["thermometer", "1.0", self.credential]:
             return False
         with self.lock:
-            # The limit bounds what callers can make this process hold.
+            # The limit bounds the memory that callers can make this process use.
             if clientID not in self.clients and len(self.clients) == 100:
                 return False
             self.clients.setdefault(clientID, 0)
@@ -54,7 +54,7 @@ class Thermometer(TavEmp.Iface):
             self.watch(param1)
             return f"watched {param1}"
         if cmd == "jam":
-            # The one exception that the generated code lets through: it ends the connection.
+            # The only exception that the generated code lets through: it ends the connection.
             raise TTransportException(TTransportException.UNKNOWN, "jammed")
         raise failure(f"the thermometer has no command '{cmd}'")
 
@@ -78,7 +78,7 @@ class Thermometer(TavEmp.Iface):
                 for reading in ["21.5", "21.7", "21.6"]:
                     events.Callback(TEMPERATURE_EVENT, what, reading)
         except (TException, OSError) as lost:
-            # Nobody listens: the event is lost, and the command goes on.
+            # Nobody receives it: the event is lost, and the command continues.
             print(f"failed to send an event: {lost}", file=sys.stderr)
 
 

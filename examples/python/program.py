@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""A program in Python: opens an EMP at the broker, takes its events, uses it and closes it.
+"""A program in Python: has the broker open an EMP, calls it, receives its events and closes it.
 
     TAV_CREDENTIAL=... program.py BROKERPORT
 """
@@ -17,7 +17,7 @@ CLIENT = 7
 
 
 class Callbacks(TavEmpEvent.Iface):
-    """Takes events, in a thread of the server's, for the one below."""
+    """Receives events in the server's threads, for the main thread."""
 
     def __init__(self):
         self.events = queue.Queue(maxsize=1000)
@@ -54,7 +54,7 @@ def main():
             info = broker.OpenEmp("thermometer", "1.0", credential)
             print("OpenEmp:", info.empID)
             try:
-                # The EMP reports to the port that the broker has told both sides.
+                # The EMP sends events to the port that the broker has given to both sides.
                 callbacks = Callbacks()
                 serve(TavEmpEvent.Processor(callbacks), info.callbackServicePort)
                 with SafeClient(TavEmp.Client, info.empServicePort) as emp:

@@ -1,4 +1,4 @@
-"""How these processes connect and serve: what TavIDL::Host does for programs in C++.
+"""How these processes connect and serve: the same limits as TavIDL::Host has in C++.
 
 Thrift's defaults trust every peer. Copy this file into your own program.
 """
@@ -14,18 +14,18 @@ from thrift.transport.TTransport import TBufferedTransport, TBufferedTransportFa
 # Thrift raises what it logs.
 logging.getLogger("thrift").addHandler(logging.NullHandler())
 
-# No text is longer than this, and no container, of which there are none in these services.
+# The longest string, and the longest container (these services have none).
 STRING_LIMIT = 1 << 20
 CONTAINER_LIMIT = 1000
 
-# No peer is waited for longer than this, in milliseconds.
+# How long to wait for a peer, in milliseconds.
 CLIENT_TIMEOUT = 5000
 SERVER_TIMEOUT = 10000
 
-# Connections that are served at once. More wait in the backlog.
+# Connections that are served at the same time. Further ones wait in the backlog.
 CONNECTIONS = 16
 
-# Strict: what does not begin with the protocol's version is refused at once.
+# Strict: a message that does not begin with the protocol's version is rejected immediately.
 PROTOCOLS = TBinaryProtocolFactory(
     strictRead=True,
     strictWrite=True,
@@ -35,10 +35,10 @@ PROTOCOLS = TBinaryProtocolFactory(
 
 
 class SafeClient:
-    """A client of a service on this machine, over a connection of its own.
+    """A client of a service on this machine, over its own connection.
 
     Belongs to one thread. After any failure but a TApplicationException the connection may
-    stand in the middle of a message: close it, and make another client.
+    be in the middle of a message: close it, and create another client.
     """
 
     def __init__(self, client_class, port):
@@ -56,10 +56,10 @@ class SafeClient:
 
 
 class ListeningSocket(TServerSocket):
-    """Listens from the start, so that who is told may connect."""
+    """Listens from construction, so that others can already connect."""
 
     def __init__(self, port):
-        # This machine alone: the services know no encryption.
+        # Only this machine, since connections are not encrypted.
         super().__init__("127.0.0.1", port)
         super().listen()
 

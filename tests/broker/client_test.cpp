@@ -107,7 +107,7 @@ TEST_F(TavBrokerClientTest, RecvOpenEmpReadsOneReply) {
     EXPECT_TRUE(input->playedToItsEnd());
 }
 
-TEST_F(TavBrokerClientTest, OpenEmpIsItsTwoHalves) {
+TEST_F(TavBrokerClientTest, OpenEmpSendsAndReceives) {
     input->playMessage({"OpenEmp", 2, 7, {{0, Struct{{1, 4711}, {2, 4712}, {3, "emp-7"}}}}});
     ConnectionInfo result;
     client.OpenEmp(result, "camera", "1.0", "key");
@@ -129,7 +129,7 @@ TEST_F(TavBrokerClientTest, RecvExecuteReadsOneReply) {
     EXPECT_TRUE(input->playedToItsEnd());
 }
 
-TEST_F(TavBrokerClientTest, ExecuteIsItsTwoHalves) {
+TEST_F(TavBrokerClientTest, ExecuteSendsAndReceives) {
     input->playMessage({"Execute", 2, 7, {{0, "done"}}});
     std::string result;
     client.Execute(result, 5001, "zoom", "a", "b", "c", "d");
@@ -149,24 +149,24 @@ TEST_F(TavBrokerClientTest, RecvCloseEmpReadsOneReply) {
     EXPECT_TRUE(input->playedToItsEnd());
 }
 
-TEST_F(TavBrokerClientTest, CloseEmpIsItsTwoHalves) {
+TEST_F(TavBrokerClientTest, CloseEmpSendsAndReceives) {
     input->playMessage({"CloseEmp", 2, 7, {{0, true}}});
     EXPECT_TRUE(client.CloseEmp(someConnectionInfo()));
     EXPECT_EQ(log.text(), kCloseEmpRequest + kCloseEmpReply);
 }
 
-TEST_F(TavBrokerClientTest, CloseEmpReturnsTheFalseThatTheBrokerAnswers) {
+TEST_F(TavBrokerClientTest, CloseEmpReturnsFalseFromTheBroker) {
     input->playMessage({"CloseEmp", 2, 0, {{0, false}}});
     EXPECT_FALSE(client.CloseEmp(someConnectionInfo()));
 }
 
-TEST_F(TavBrokerClientTest, CloseEmpThrowsMissingResultWhenTheReplyHoldsNone) {
+TEST_F(TavBrokerClientTest, CloseEmpThrowsMissingResultWhenTheReplyHasNoResult) {
     input->playMessage({"CloseEmp", 2, 0, {}});
     EXPECT_EQ(failureOf([&] { client.CloseEmp(someConnectionInfo()); }),
               "TApplicationException 5 'CloseEmp failed: unknown result'");
 }
 
-TEST_F(TavBrokerClientTest, OpenEmpThrowsMissingResultWhenTheReplyHoldsNone) {
+TEST_F(TavBrokerClientTest, OpenEmpThrowsMissingResultWhenTheReplyHasNoResult) {
     ConnectionInfo result;
     input->playMessage({"OpenEmp", 2, 0, {}});
     EXPECT_EQ(failureOf([&] { client.OpenEmp(result, "camera", "1.0", "key"); }),
@@ -197,7 +197,7 @@ TEST_F(TavBrokerClientTest, TwoOpenEmpCallsInARowBothSendSeqidZero) {
     EXPECT_EQ(log.text(), kOpenEmpRequest + kOpenEmpRequest);
 }
 
-TEST_F(TavBrokerClientTest, AReplyToExecuteIsRefusedByOpenEmpAndTheNextReplyIsReadFromItsStart) {
+TEST_F(TavBrokerClientTest, OpenEmpRejectsAReplyToExecuteAndReadsTheNextReplyFromItsStart) {
     ConnectionInfo result;
     input->playMessage({"Execute", 2, 0, {{0, "done"}}});
     input->playMessage({"OpenEmp", 2, 7, {{0, Struct{{1, 4711}, {2, 4712}, {3, "emp-7"}}}}});
@@ -208,14 +208,14 @@ TEST_F(TavBrokerClientTest, AReplyToExecuteIsRefusedByOpenEmpAndTheNextReplyIsRe
     EXPECT_EQ(result, someConnectionInfo());
 }
 
-TEST_F(TavBrokerClientTest, AReplyNamedInLowerCaseIsRefused) {
+TEST_F(TavBrokerClientTest, AReplyWithALowercaseNameIsRejected) {
     ConnectionInfo result;
     input->playMessage({"openemp", 2, 0, {{0, Struct{{1, 4711}}}}});
     EXPECT_EQ(failureOf([&] { client.OpenEmp(result, "camera", "1.0", "key"); }),
               "TApplicationException 3 'TApplicationException: Wrong method name'");
 }
 
-TEST_F(TavBrokerClientTest, AHandlersFailureReachesTheCallerOfOpenEmpWithItsText) {
+TEST_F(TavBrokerClientTest, TheCallerOfOpenEmpGetsTheTextOfAHandlersFailure) {
     ConnectionInfo result;
     input->playMessage({"OpenEmp", 3, 0, {{1, "no such camera"}, {2, 0}}});
     EXPECT_EQ(failureOf([&] { client.OpenEmp(result, "camera", "1.0", "key"); }),
@@ -233,7 +233,7 @@ TEST_F(TavBrokerClientTest, CallsThroughTheInterfaceReachTheClient) {
 TEST_F(TavBrokerClientTest, AResultMayHoldWhatWasReadBeforeTheFailure) {
     ConnectionInfo result;
     input->playMessage({"OpenEmp", 2, 0, {{0, Struct{{1, 4711}, {2, 4712}}}}});
-    log.failAt(7);  // the end of the first of the nested fields
+    log.failAt(7);  // the end of the first nested field
     EXPECT_EQ(failureOf([&] { client.recv_OpenEmp(result); }), "TProtocolException 'call 7 fails'");
     EXPECT_EQ(result.callbackServicePort, 4711);
     EXPECT_EQ(flagsOf(result), "100");

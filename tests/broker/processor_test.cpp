@@ -11,7 +11,7 @@ namespace {
 
 class TavBrokerProcessorTest : public testing::Test {
 protected:
-    // One message, as a server of libthrift has it processed.
+    // Processes one message, like libthrift's servers.
     bool process(const Message& message) {
         input->playMessage(message);
         apache::thrift::TProcessor& base = processor;
@@ -27,7 +27,7 @@ protected:
 
 }  // namespace
 
-TEST_F(TavBrokerProcessorTest, OpenEmpIsReadCarriedOutAndAnswered) {
+TEST_F(TavBrokerProcessorTest, OpenEmpIsReadRunAndAnswered) {
     EXPECT_TRUE(process({"OpenEmp", 1, 99, {{1, "camera"}, {2, "1.0"}, {3, "key"}}}));
     EXPECT_EQ(log.text(), R"(
 in.readMessageBegin 'OpenEmp' 1 99
@@ -56,7 +56,7 @@ out.flush
 out.writeEnd)");
 }
 
-TEST_F(TavBrokerProcessorTest, ExecuteIsReadCarriedOutAndAnswered) {
+TEST_F(TavBrokerProcessorTest, ExecuteIsReadRunAndAnswered) {
     EXPECT_TRUE(process(
         {"Execute", 1, 99, {{1, 5001}, {2, "zoom"}, {3, "a"}, {4, "b"}, {5, "c"}, {6, "d"}}}));
     EXPECT_EQ(log.text(), R"(
@@ -83,7 +83,7 @@ out.flush
 out.writeEnd)");
 }
 
-TEST_F(TavBrokerProcessorTest, CloseEmpIsReadCarriedOutAndAnswered) {
+TEST_F(TavBrokerProcessorTest, CloseEmpIsReadRunAndAnswered) {
     EXPECT_TRUE(process({"CloseEmp", 1, 99, {{1, Struct{{1, 4711}, {2, 4712}, {3, "emp-7"}}}}}));
     EXPECT_EQ(log.text(), R"(
 in.readMessageBegin 'CloseEmp' 1 99
@@ -110,7 +110,7 @@ out.flush
 out.writeEnd)");
 }
 
-TEST_F(TavBrokerProcessorTest, AOnewayExecuteIsCarriedOutAndAnswered) {
+TEST_F(TavBrokerProcessorTest, AOnewayExecuteIsRunAndAnswered) {
     EXPECT_TRUE(process({"Execute", 4, 99, {{2, "zoom"}}}));
     EXPECT_EQ(log.text(), R"(
 in.readMessageBegin 'Execute' 4 99
@@ -165,7 +165,7 @@ out.flush
 out.writeEnd)");
 }
 
-TEST_F(TavBrokerProcessorTest, ANameInAnotherLetterCaseIsAnUnknownMethod) {
+TEST_F(TavBrokerProcessorTest, ANameInAnotherCaseIsAnUnknownMethod) {
     EXPECT_TRUE(process({"openEmp", 1, 99, {{1, "camera"}}}));
     EXPECT_EQ(log.text(), R"(
 in.readMessageBegin 'openEmp' 1 99
@@ -228,7 +228,7 @@ out.flush
 out.writeEnd)");
 }
 
-TEST_F(TavBrokerProcessorTest, ACloseEmpHandlersFalseIsWrittenAndNotLeftOut) {
+TEST_F(TavBrokerProcessorTest, ACloseEmpHandlersFalseIsWritten) {
     handler->closed = false;
     EXPECT_TRUE(process({"CloseEmp", 1, 99, {}}));
     EXPECT_EQ(log.text(), R"(

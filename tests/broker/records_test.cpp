@@ -5,7 +5,7 @@
 
 using namespace recording;
 
-TEST(TavBrokerRecordsTest, OpenEmpArgsAreWrittenWholeAndInOrder) {
+TEST(TavBrokerRecordsTest, OpenEmpArgsAreWrittenCompletelyAndInOrder) {
     TavBroker_OpenEmp_args args;
     args.name = "camera";
     args.version = "1.0";
@@ -36,7 +36,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(TavBrokerRecordsTest, OpenEmpArgsAreReadWhole) {
+TEST(TavBrokerRecordsTest, OpenEmpArgsAreReadCompletely) {
     TavBroker_OpenEmp_args args;
     EXPECT_EQ(flagsOf(args), "000");
     EXPECT_EQ(reading(args, {{1, "camera"}, {2, "1.0"}, {3, "key"}}), R"(
@@ -78,7 +78,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(TavBrokerRecordsTest, OpenEmpResultIsReadWhole) {
+TEST(TavBrokerRecordsTest, OpenEmpResultIsReadCompletely) {
     TavBroker_OpenEmp_result result;
     EXPECT_EQ(flagsOf(result), "0");
     EXPECT_EQ(reading(result, {{0, Struct{{1, 4711}, {2, 4712}, {3, "emp-7"}}}}), R"(
@@ -118,7 +118,7 @@ readStructEnd)");
     EXPECT_EQ(flagsOf(result), "1");
 }
 
-TEST(TavBrokerRecordsTest, ExecuteArgsAreWrittenWholeAndInOrder) {
+TEST(TavBrokerRecordsTest, ExecuteArgsAreWrittenCompletelyAndInOrder) {
     TavBroker_Execute_args args;
     args.fromPort = 5001;
     args.cmd = "zoom";
@@ -164,7 +164,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(TavBrokerRecordsTest, ExecuteArgsAreReadWhole) {
+TEST(TavBrokerRecordsTest, ExecuteArgsAreReadCompletely) {
     TavBroker_Execute_args args;
     EXPECT_EQ(flagsOf(args), "000000");
     EXPECT_EQ(reading(args, {{1, 5001}, {2, "zoom"}, {3, "a"}, {4, "b"}, {5, "c"}, {6, "d"}}), R"(
@@ -206,7 +206,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(TavBrokerRecordsTest, ExecuteResultIsReadWhole) {
+TEST(TavBrokerRecordsTest, ExecuteResultIsReadCompletely) {
     TavBroker_Execute_result result;
     EXPECT_EQ(flagsOf(result), "0");
     EXPECT_EQ(reading(result, {{0, "done"}}), R"(
@@ -232,7 +232,7 @@ readStructEnd)");
     EXPECT_EQ(flagsOf(result), "1");
 }
 
-TEST(TavBrokerRecordsTest, CloseEmpArgsAreWrittenWholeAndInOrder) {
+TEST(TavBrokerRecordsTest, CloseEmpArgsAreWrittenCompletelyAndInOrder) {
     TavBroker_CloseEmp_args args;
     args.connectionInfo = someConnectionInfo();
     EXPECT_EQ(writing(args), R"(
@@ -265,7 +265,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(TavBrokerRecordsTest, CloseEmpArgsAreReadWhole) {
+TEST(TavBrokerRecordsTest, CloseEmpArgsAreReadCompletely) {
     TavBroker_CloseEmp_args args;
     EXPECT_EQ(flagsOf(args), "0");
     EXPECT_EQ(reading(args, {{1, Struct{{1, 4711}, {2, 4712}, {3, "emp-7"}}}}), R"(
@@ -304,7 +304,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(TavBrokerRecordsTest, CloseEmpResultIsReadWhole) {
+TEST(TavBrokerRecordsTest, CloseEmpResultIsReadCompletely) {
     TavBroker_CloseEmp_result result;
     EXPECT_EQ(flagsOf(result), "0");
     EXPECT_EQ(reading(result, {{0, true}}), R"(
@@ -330,7 +330,7 @@ readStructEnd)");
     EXPECT_EQ(flagsOf(result), "1");
 }
 
-TEST(TavBrokerRecordsTest, ExecuteArgumentsWithFieldTwoAloneSetOnlyTheCommand) {
+TEST(TavBrokerRecordsTest, ExecuteArgumentsWithOnlyFieldTwoSetOnlyTheCommand) {
     TavBroker_Execute_args args;
     reading(args, {{2, "zoom"}});
     EXPECT_EQ(args.cmd, "zoom");
@@ -400,7 +400,7 @@ readStructEnd)");
     EXPECT_EQ(flagsOf(result), "0");
 }
 
-TEST(TavBrokerRecordsTest, OfAFieldThatOccursTwiceTheLaterValueStands) {
+TEST(TavBrokerRecordsTest, TheLastValueOfARepeatedFieldWins) {
     TavBroker_OpenEmp_args args;
     EXPECT_EQ(reading(args, {{1, "first"}, {1, "second"}}), R"(
 readStructBegin
@@ -422,14 +422,14 @@ TEST(TavBrokerRecordsTest, CloseEmpArgsAndPargsDifferOnlyInTheirName) {
     EXPECT_EQ(text, writing(pargs));
 }
 
-TEST(TavBrokerRecordsTest, ArgumentsAreWrittenWhateverTheirFlagsSay) {
+TEST(TavBrokerRecordsTest, ArgumentsAreWrittenSetOrNot) {
     TavBroker_OpenEmp_args args;
     const std::string unset = writing(args);
     args.__isset.name = args.__isset.version = args.__isset.credential = true;
     EXPECT_EQ(writing(args), unset);
 }
 
-TEST(TavBrokerRecordsTest, AnOpenEmpResultKeepsWhatTheReplyLacks) {
+TEST(TavBrokerRecordsTest, AnOpenEmpResultKeepsFieldsThatTheReplyLacks) {
     ConnectionInfo value = someConnectionInfo();
     value.__isset.empID = true;
     TavBroker_OpenEmp_presult result;
@@ -450,7 +450,7 @@ TEST(TavBrokerRecordsTest, ArgumentsThatTheInputLacksKeepTheirValueAndFlag) {
     EXPECT_EQ(flagsOf(args), "010");
 }
 
-TEST(TavBrokerRecordsTest, ANestedRecordThatFailsHalfWayKeepsItsFlagsAndLeavesTheOutersClear) {
+TEST(TavBrokerRecordsTest, ANestedRecordThatFailsHalfwayKeepsItsFlagsAndLeavesTheOuterOnesClear) {
     Log log;
     log.failAt(8);  // the read of the nested record's second number
     RecordingProtocol protocol(log);
@@ -469,9 +469,9 @@ readFieldBegin 2 8, readI32 4712)");
     EXPECT_EQ(args.connectionInfo.empServicePort, 0);
 }
 
-TEST(TavBrokerRecordsTest, FailingAtAnyCallLeavesTheFlagsOfTheFieldsReadSoFar) {
+TEST(TavBrokerRecordsTest, FailingAtAnyCallKeepsTheFlagsOfTheFieldsReadSoFar) {
     const Struct body = {{1, 5001}, {2, "zoom"}, {3, "a"}, {4, "b"}, {5, "c"}, {6, "d"}};
-    // The begin of the record, then three calls a field: begin, value, end.
+    // The begin of the record, then three calls per field: begin, value, end.
     const std::vector<std::string> flags = {
         "000000", "000000", "000000", "100000", "100000", "100000", "110000",
         "110000", "110000", "111000", "111000", "111000", "111100", "111100",

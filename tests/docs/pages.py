@@ -30,7 +30,7 @@ from pathlib import Path
 
 SOURCE = Path(__file__).resolve().parents[2]
 
-# The blocks that nobody pastes, by their page and first line, and why. All others are run.
+# The blocks that are not run, by their page and how they begin, and why. All others are run.
 NOT_RUN = {
     ("CONTRIBUTING.md", "script/test dev"): "runs all tests, this one among them",
     ("CONTRIBUTING.md", "apt-get install -y gcovr"): "the same, and installs a package",
@@ -39,12 +39,26 @@ NOT_RUN = {
     ("doc/languages.md", "cmake --preset release"): "the same",
     ("doc/platforms.md", "TAVIDL_SYSROOT=/path/to/sysroot cmake -S . -B build/mine"):
         "needs a sysroot: script/test armhf does the same with one that it makes",
+    ("doc/troubleshooting.md", ""): "the commands are for servers and processes of the reader's",
 }
 
 BLOCK = re.compile(
     r"^(?P<indent> *)```(?P<language>\w*)\n(?P<text>.*?)^(?P=indent)```$", re.DOTALL | re.MULTILINE
 )
 FILE = re.compile(r"^(?://|#) ([\w./-]+\.\w+)$")
+
+
+LINK = re.compile(r"\]\(([^)#:]*)(?:#([^)]*))?\)")
+
+# What people ask. The front page names the place of each answer, whose heading has the same words.
+QUESTIONS = ["My EMP hangs", "TLS", "Unix sockets", "Another machine", "How to stop a server",
+             "What a time-out covers", "Yocto"]
+
+
+def headings(text):
+    """The headings of a page by the anchors that links to them have."""
+    found = re.findall(r"^#+ (.*)$", BLOCK.sub("", text), re.MULTILINE)
+    return {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-"): heading for heading in found}
 
 
 class Block:
@@ -86,9 +100,22 @@ def complaints(page, text, run):
     for command in re.findall(r"`((?:script|\.ci)/[\w/-]+)[ `]", text):
         if not os.access(SOURCE / command, os.X_OK):
             yield f"there is no {command}"
-    for link in re.findall(r"\]\(([^)#:]+)[#)]", BLOCK.sub("", text)):
-        if not (SOURCE / page).parent.joinpath(link).exists():
-            yield f"a link to {link}, which is not there"
+    for file, anchor in LINK.findall(BLOCK.sub("", text)):
+        target = (SOURCE / page).parent.joinpath(file) if file else SOURCE / page
+        if not target.exists():
+            yield f"a link to {file}, which is not there"
+        elif anchor and anchor not in headings(target.read_text(encoding="utf-8")):
+            yield f"a link to {file}#{anchor}, a heading that is not there"
+
+
+def unanswered():
+    """The questions without a place, or whose place has another heading."""
+    for question in QUESTIONS:
+        place = re.search(rf"^\| {re.escape(question)} \| \[.*\]\((.*)#(.*)\) \|$",
+                          read("README.md"), re.MULTILINE)
+        heading = headings(read(place[1])).get(place[2], "") if place else ""
+        if question.lower() not in heading.lower():
+            yield f"README.md: '{question}' is not answered under a heading with these words"
 
 
 def check(*run):
@@ -96,8 +123,9 @@ def check(*run):
     pages = all_pages()
     wrong = [f"{page}: {what}" for page, text in pages.items() for what in complaints(page, text, run)]
     used = [key for page in pages for block in blocks(page) for key in block.left_out]
-    wrong += [f"{page}: the block '{first}' is to be left out, but not there once"
-              for page, first in NOT_RUN if used.count((page, first)) != 1]
+    wrong += [f"{page}: no block begins with '{first}', which is not to be run"
+              for page, first in NOT_RUN if (page, first) not in used]
+    wrong += unanswered()
     for what in wrong:
         print(what)
     return not wrong

@@ -128,7 +128,7 @@ TEST_F(TavEmpClientTest, RecvOpenReadsOneReply) {
     EXPECT_TRUE(input->playedToItsEnd());
 }
 
-TEST_F(TavEmpClientTest, OpenIsItsTwoHalves) {
+TEST_F(TavEmpClientTest, OpenSendsAndReceives) {
     input->playMessage({"Open", 2, 7, {{0, true}}});
     EXPECT_TRUE(client.Open(21, "camera", "1.0", "key"));
     EXPECT_EQ(log.text(), kOpenRequest + kOpenReply);
@@ -146,7 +146,7 @@ TEST_F(TavEmpClientTest, RecvCloseReadsOneReply) {
     EXPECT_TRUE(input->playedToItsEnd());
 }
 
-TEST_F(TavEmpClientTest, CloseIsItsTwoHalves) {
+TEST_F(TavEmpClientTest, CloseSendsAndReceives) {
     input->playMessage({"Close", 2, 7, {{0, -7}}});
     EXPECT_EQ(client.Close(22), -7);
     EXPECT_EQ(log.text(), kCloseRequest + kCloseReply);
@@ -166,7 +166,7 @@ TEST_F(TavEmpClientTest, RecvExecuteReadsOneReply) {
     EXPECT_TRUE(input->playedToItsEnd());
 }
 
-TEST_F(TavEmpClientTest, ExecuteIsItsTwoHalves) {
+TEST_F(TavEmpClientTest, ExecuteSendsAndReceives) {
     input->playMessage({"Execute", 2, 7, {{0, "done"}}});
     std::string result;
     client.Execute(result, 23, "zoom", "a", "b", "c", "d");
@@ -188,7 +188,7 @@ TEST_F(TavEmpClientTest, RecvExecuteWithParamListReadsOneReply) {
     EXPECT_TRUE(input->playedToItsEnd());
 }
 
-TEST_F(TavEmpClientTest, ExecuteWithParamListIsItsTwoHalves) {
+TEST_F(TavEmpClientTest, ExecuteWithParamListSendsAndReceives) {
     input->playMessage({"ExecuteWithParamList", 2, 7, {{0, "scanned"}}});
     std::string result;
     client.ExecuteWithParamList(result, 24, "scan", someParamList());
@@ -196,7 +196,7 @@ TEST_F(TavEmpClientTest, ExecuteWithParamListIsItsTwoHalves) {
     EXPECT_EQ(log.text(), kExecuteWithParamListRequest + kExecuteWithParamListReply);
 }
 
-TEST_F(TavEmpClientTest, OpenReturnsTheFalseThatTheEmpAnswers) {
+TEST_F(TavEmpClientTest, OpenReturnsFalseFromTheEmp) {
     input->playMessage({"Open", 2, 0, {{0, false}}});
     EXPECT_FALSE(client.Open(21, "camera", "1.0", "key"));
 }
@@ -243,7 +243,7 @@ out.flush
 out.writeEnd)");
 }
 
-TEST_F(TavEmpClientTest, AReplyToExecuteIsRefusedByExecuteWithParamList) {
+TEST_F(TavEmpClientTest, ExecuteWithParamListRejectsAReplyToExecute) {
     std::string result = "before";
     input->playMessage({"Execute", 2, 0, {{0, "done"}}});
     EXPECT_EQ(failureOf([&] { client.recv_ExecuteWithParamList(result); }),

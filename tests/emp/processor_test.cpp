@@ -11,7 +11,7 @@ namespace {
 
 class TavEmpProcessorTest : public testing::Test {
 protected:
-    // One message, as a server of libthrift has it processed.
+    // Processes one message, like libthrift's servers.
     bool process(const Message& message) {
         input->playMessage(message);
         apache::thrift::TProcessor& base = processor;
@@ -27,7 +27,7 @@ protected:
 
 }  // namespace
 
-TEST_F(TavEmpProcessorTest, OpenIsReadCarriedOutAndAnswered) {
+TEST_F(TavEmpProcessorTest, OpenIsReadRunAndAnswered) {
     EXPECT_TRUE(process({"Open", 1, 99, {{1, 21}, {2, "camera"}, {3, "1.0"}, {4, "key"}}}));
     EXPECT_EQ(log.text(), R"(
 in.readMessageBegin 'Open' 1 99
@@ -51,7 +51,7 @@ out.flush
 out.writeEnd)");
 }
 
-TEST_F(TavEmpProcessorTest, CloseIsReadCarriedOutAndAnswered) {
+TEST_F(TavEmpProcessorTest, CloseIsReadRunAndAnswered) {
     EXPECT_TRUE(process({"Close", 1, 99, {{1, 22}}}));
     EXPECT_EQ(log.text(), R"(
 in.readMessageBegin 'Close' 1 99
@@ -72,7 +72,7 @@ out.flush
 out.writeEnd)");
 }
 
-TEST_F(TavEmpProcessorTest, ExecuteIsReadCarriedOutAndAnswered) {
+TEST_F(TavEmpProcessorTest, ExecuteIsReadRunAndAnswered) {
     EXPECT_TRUE(process(
         {"Execute", 1, 99, {{1, 23}, {2, "zoom"}, {3, "a"}, {4, "b"}, {5, "c"}, {6, "d"}}}));
     EXPECT_EQ(log.text(), R"(
@@ -99,7 +99,7 @@ out.flush
 out.writeEnd)");
 }
 
-TEST_F(TavEmpProcessorTest, ExecuteWithParamListIsReadCarriedOutAndAnswered) {
+TEST_F(TavEmpProcessorTest, ExecuteWithParamListIsReadRunAndAnswered) {
     EXPECT_TRUE(process({"ExecuteWithParamList",
                          1,
                          99,
@@ -149,7 +149,7 @@ out.flush
 out.writeEnd)");
 }
 
-TEST_F(TavEmpProcessorTest, AOnewayCloseIsCarriedOutAndAnsweredWithTheHandlersNumber) {
+TEST_F(TavEmpProcessorTest, AOnewayCloseIsRunAndAnsweredWithTheHandlersNumber) {
     EXPECT_TRUE(process({"Close", 4, 99, {{1, 22}}}));
     EXPECT_EQ(log.text(), R"(
 in.readMessageBegin 'Close' 4 99
@@ -235,7 +235,7 @@ TEST_F(TavEmpProcessorTest, AnExecuteWithParamListWithoutFieldOneReachesTheHandl
     EXPECT_NE(log.text().find("\nhandler.ExecuteWithParamList 0 'scan' "), std::string::npos);
 }
 
-TEST_F(TavEmpProcessorTest, ACloseHandlersZeroIsWrittenAndNotLeftOut) {
+TEST_F(TavEmpProcessorTest, ACloseHandlersZeroIsWritten) {
     handler->closed = 0;
     EXPECT_TRUE(process({"Close", 1, 99, {{1, 22}}}));
     EXPECT_EQ(log.text(), R"(
@@ -257,7 +257,7 @@ out.flush
 out.writeEnd)");
 }
 
-TEST_F(TavEmpProcessorTest, AnOpenHandlersFalseIsWrittenAndNotLeftOut) {
+TEST_F(TavEmpProcessorTest, AnOpenHandlersFalseIsWritten) {
     handler->opened = false;
     EXPECT_TRUE(process({"Open", 1, 99, {{1, 21}}}));
     EXPECT_EQ(log.text(), R"(

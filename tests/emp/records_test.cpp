@@ -5,7 +5,7 @@
 
 using namespace recording;
 
-TEST(TavEmpRecordsTest, OpenArgsAreWrittenWholeAndInOrder) {
+TEST(TavEmpRecordsTest, OpenArgsAreWrittenCompletelyAndInOrder) {
     TavEmp_Open_args args;
     args.clientID = 21;
     args.name = "camera";
@@ -41,7 +41,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(TavEmpRecordsTest, OpenArgsAreReadWhole) {
+TEST(TavEmpRecordsTest, OpenArgsAreReadCompletely) {
     TavEmp_Open_args args;
     EXPECT_EQ(flagsOf(args), "0000");
     EXPECT_EQ(reading(args, {{1, 21}, {2, "camera"}, {3, "1.0"}, {4, "key"}}), R"(
@@ -79,7 +79,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(TavEmpRecordsTest, OpenResultIsReadWhole) {
+TEST(TavEmpRecordsTest, OpenResultIsReadCompletely) {
     TavEmp_Open_result result;
     EXPECT_EQ(flagsOf(result), "0");
     EXPECT_EQ(reading(result, {{0, true}}), R"(
@@ -105,7 +105,7 @@ readStructEnd)");
     EXPECT_EQ(flagsOf(result), "1");
 }
 
-TEST(TavEmpRecordsTest, CloseArgsAreWrittenWholeAndInOrder) {
+TEST(TavEmpRecordsTest, CloseArgsAreWrittenCompletelyAndInOrder) {
     TavEmp_Close_args args;
     args.clientID = 22;
     EXPECT_EQ(writing(args), R"(
@@ -126,7 +126,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(TavEmpRecordsTest, CloseArgsAreReadWhole) {
+TEST(TavEmpRecordsTest, CloseArgsAreReadCompletely) {
     TavEmp_Close_args args;
     EXPECT_EQ(flagsOf(args), "0");
     EXPECT_EQ(reading(args, {{1, 22}}), R"(
@@ -158,7 +158,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(TavEmpRecordsTest, CloseResultIsReadWhole) {
+TEST(TavEmpRecordsTest, CloseResultIsReadCompletely) {
     TavEmp_Close_result result;
     EXPECT_EQ(flagsOf(result), "0");
     EXPECT_EQ(reading(result, {{0, -7}}), R"(
@@ -184,7 +184,7 @@ readStructEnd)");
     EXPECT_EQ(flagsOf(result), "1");
 }
 
-TEST(TavEmpRecordsTest, ExecuteArgsAreWrittenWholeAndInOrder) {
+TEST(TavEmpRecordsTest, ExecuteArgsAreWrittenCompletelyAndInOrder) {
     TavEmp_Execute_args args;
     args.clientID = 23;
     args.cmd = "zoom";
@@ -230,7 +230,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(TavEmpRecordsTest, ExecuteArgsAreReadWhole) {
+TEST(TavEmpRecordsTest, ExecuteArgsAreReadCompletely) {
     TavEmp_Execute_args args;
     EXPECT_EQ(flagsOf(args), "000000");
     EXPECT_EQ(reading(args, {{1, 23}, {2, "zoom"}, {3, "a"}, {4, "b"}, {5, "c"}, {6, "d"}}), R"(
@@ -272,7 +272,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(TavEmpRecordsTest, ExecuteResultIsReadWhole) {
+TEST(TavEmpRecordsTest, ExecuteResultIsReadCompletely) {
     TavEmp_Execute_result result;
     EXPECT_EQ(flagsOf(result), "0");
     EXPECT_EQ(reading(result, {{0, "done"}}), R"(
@@ -298,7 +298,7 @@ readStructEnd)");
     EXPECT_EQ(flagsOf(result), "1");
 }
 
-TEST(TavEmpRecordsTest, ExecuteWithParamListArgsAreWrittenWholeAndInOrder) {
+TEST(TavEmpRecordsTest, ExecuteWithParamListArgsAreWrittenCompletelyAndInOrder) {
     TavEmp_ExecuteWithParamList_args args;
     args.clientID = 24;
     args.cmd = "scan";
@@ -355,7 +355,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(TavEmpRecordsTest, ExecuteWithParamListArgsAreReadWhole) {
+TEST(TavEmpRecordsTest, ExecuteWithParamListArgsAreReadCompletely) {
     TavEmp_ExecuteWithParamList_args args;
     EXPECT_EQ(flagsOf(args), "000");
     EXPECT_EQ(reading(args, {{1, 24},
@@ -417,7 +417,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(TavEmpRecordsTest, ExecuteWithParamListResultIsReadWhole) {
+TEST(TavEmpRecordsTest, ExecuteWithParamListResultIsReadCompletely) {
     TavEmp_ExecuteWithParamList_result result;
     EXPECT_EQ(flagsOf(result), "0");
     EXPECT_EQ(reading(result, {{0, "scanned"}}), R"(
@@ -453,7 +453,7 @@ readStructEnd)");
     EXPECT_EQ(flagsOf(args), "0");
 }
 
-TEST(TavEmpRecordsTest, AParamListThatArrivesAsAStringIsSkippedWhole) {
+TEST(TavEmpRecordsTest, AParamListThatArrivesAsAStringIsSkippedCompletely) {
     TavEmp_ExecuteWithParamList_args args;
     EXPECT_EQ(reading(args, {{3, "no list"}}), R"(
 readStructBegin

@@ -33,7 +33,7 @@ TEST_F(TavEmpEventClientTest, SendCallbackWritesOneRequest) {
     EXPECT_EQ(log.text(), kCallbackRequest);
 }
 
-TEST_F(TavEmpEventClientTest, CallbackIsItsSendAlone) {
+TEST_F(TavEmpEventClientTest, CallbackOnlySends) {
     client.Callback(31, "moved", "north");
     EXPECT_EQ(log.text(), kCallbackRequest);
 }
@@ -44,7 +44,7 @@ TEST_F(TavEmpEventClientTest, TwoCallsInARowBothCarrySeqidZero) {
     EXPECT_EQ(log.text(), kCallbackRequest + kCallbackRequest);
 }
 
-TEST_F(TavEmpEventClientTest, EmptyStringsAreWrittenAsFieldsToo) {
+TEST_F(TavEmpEventClientTest, EmptyStringsAreWritten) {
     client.Callback(0, "", "");
     EXPECT_EQ(log.text(), R"(
 out.writeMessageBegin 'Callback' 1 0

@@ -9,7 +9,7 @@ namespace {
 
 class TavEmpEventProcessorTest : public testing::Test {
 protected:
-    // One message, as a server of libthrift has it processed.
+    // Processes one message, like libthrift's servers.
     bool process(const Message& message) {
         input->playMessage(message);
         apache::thrift::TProcessor& base = processor;
@@ -25,7 +25,7 @@ protected:
 
 }  // namespace
 
-TEST_F(TavEmpEventProcessorTest, CallbackIsReadAndCarriedOutWithoutAnAnswer) {
+TEST_F(TavEmpEventProcessorTest, CallbackIsReadAndRunWithoutAnAnswer) {
     EXPECT_TRUE(process({"Callback", 1, 99, {{1, 31}, {2, "moved"}, {3, "north"}}}));
     EXPECT_EQ(log.text(), R"(
 in.readMessageBegin 'Callback' 1 99
@@ -68,7 +68,7 @@ in.readEnd
 handler.Callback 0 'moved' '')");
 }
 
-TEST_F(TavEmpEventProcessorTest, AReplyIsAnsweredAsAnInvalidMessageTypeUnderItsNameAndSeqid) {
+TEST_F(TavEmpEventProcessorTest, AReplyIsAnsweredAsAnInvalidMessageTypeWithItsNameAndSeqid) {
     EXPECT_TRUE(process({"Callback", 2, 99, {}}));
     EXPECT_EQ(log.text(), R"(
 in.readMessageBegin 'Callback' 2 99
@@ -86,7 +86,7 @@ out.flush
 out.writeEnd)");
 }
 
-TEST_F(TavEmpEventProcessorTest, ANameInLowerCaseIsAnsweredAsAnUnknownMethod) {
+TEST_F(TavEmpEventProcessorTest, ALowercaseNameIsAnUnknownMethod) {
     EXPECT_TRUE(process({"callback", 1, 99, {}}));
     EXPECT_EQ(log.text(), R"(
 in.readMessageBegin 'callback' 1 99

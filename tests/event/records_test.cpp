@@ -4,7 +4,7 @@
 
 using namespace recording;
 
-TEST(TavEmpEventRecordsTest, CallbackArgsAreWrittenWholeAndInOrder) {
+TEST(TavEmpEventRecordsTest, CallbackArgsAreWrittenCompletelyAndInOrder) {
     TavEmpEvent_Callback_args args;
     args.eventType = 31;
     args.param1 = "moved";
@@ -35,7 +35,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(TavEmpEventRecordsTest, CallbackArgsAreReadWhole) {
+TEST(TavEmpEventRecordsTest, CallbackArgsAreReadCompletely) {
     TavEmpEvent_Callback_args args;
     EXPECT_EQ(flagsOf(args), "000");
     EXPECT_EQ(reading(args, {{1, 31}, {2, "moved"}, {3, "north"}}), R"(

@@ -1,4 +1,4 @@
-// The examples, run for real: what they promise to those who copy them.
+// Runs the examples' processes and checks what they promise to readers who copy them.
 
 #include <TavIDL/host/Remote.h>
 #include <arpa/inet.h>
@@ -34,7 +34,7 @@ std::string example(const std::string& name) {
     return std::string(EXAMPLES_DIR) + "/" + name;
 }
 
-// Waits for the end of a process and tells how it ended.
+// Waits for the end of a process and returns how it ended.
 std::string endingOf(ChildProcess& process) {
     siginfo_t info;
     waitid(P_PID, static_cast<id_t>(process.pid()), &info, WEXITED | WNOWAIT);
@@ -47,7 +47,7 @@ std::set<pid_t> childrenOf(pid_t parent) {
         std::ifstream stat(entry.path() / "stat");
         std::string text;
         std::getline(stat, text);
-        const auto name = text.rfind(')');  // The name before it may hold anything.
+        const auto name = text.rfind(')');  // The name before it may contain anything.
         if (name == std::string::npos) {
             continue;
         }
@@ -74,7 +74,7 @@ std::set<std::string> socketsOf(pid_t pid) {
     return sockets;
 }
 
-// A line of /proc/PID/status that counts memory, in MiB.
+// The memory in MiB from a line of /proc/PID/status.
 long memoryOf(pid_t pid, const std::string& line) {
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");
     std::string word;
@@ -137,7 +137,7 @@ private:
     TavIDL::RemoteEmp remote_;
 };
 
-// A callback service that serves.
+// A running callback service.
 class CallbackService {
 public:
     explicit CallbackService(const ReservedPort& port)
@@ -152,7 +152,7 @@ private:
     ChildProcess process_;
 };
 
-// The text of the failure that the peer answered with.
+// The text of the exception in the peer's answer.
 std::string refusalOf(const std::function<void()>& call) {
     try {
         call();
@@ -165,15 +165,15 @@ std::string refusalOf(const std::function<void()>& call) {
 struct ExamplesTest : testing::Test {
     ExamplesTest() {
         setenv("TAV_CREDENTIAL", "swordfish", 1);
-        // Processes whose parent is killed become this one's, which can then see them end.
+        // Processes whose parent is killed become children of this process, which sees them end.
         adopts_ = prctl(PR_SET_CHILD_SUBREAPER, 1) == 0;
     }
 
-    // QEMU cannot do it.
+    // QEMU does not support it.
     bool adopts_;
 };
 
-TEST_F(ExamplesTest, TheProgramFindsAllAsExpectedAndLeavesNoProcess) {
+TEST_F(ExamplesTest, TheProgramRunsAsExpectedAndLeavesNoProcess) {
     Broker broker;
     {
         ChildProcess program({example("program"), std::to_string(broker.port())});
@@ -183,7 +183,7 @@ TEST_F(ExamplesTest, TheProgramFindsAllAsExpectedAndLeavesNoProcess) {
     EXPECT_EQ(childrenOf(getpid()), std::set<pid_t>{broker.process().pid()});
 }
 
-TEST_F(ExamplesTest, TheProgramFailsWhenTheBrokerRefusesItsCredential) {
+TEST_F(ExamplesTest, TheProgramFailsWhenTheBrokerRejectsItsCredential) {
     Broker broker;
     setenv("TAV_CREDENTIAL", "guessed", 1);
     ChildProcess program({example("program"), std::to_string(broker.port())});
@@ -196,7 +196,7 @@ TEST_F(ExamplesTest, TheProgramFailsWhenThereIsNoBroker) {
     EXPECT_EQ(endingOf(program), "exit status 1");
 }
 
-TEST_F(ExamplesTest, ProcessesEndWithStatusOneOnArgumentsThatTheyCannotUse) {
+TEST_F(ExamplesTest, ProcessesEndWithStatusOneOnInvalidArguments) {
     for (const auto& command :
          std::vector<std::vector<std::string>>{{example("program")},
                                                {example("program"), "port"},
@@ -213,31 +213,31 @@ TEST_F(ExamplesTest, ProcessesEndWithStatusOneOnArgumentsThatTheyCannotUse) {
     EXPECT_EQ(endingOf(broker), "exit status 1");
 }
 
-TEST_F(ExamplesTest, TheBrokerRefusesAWrongCredentialWithAClearText) {
+TEST_F(ExamplesTest, TheBrokerRejectsAWrongCredentialWithAClearMessage) {
     Broker broker;
     EXPECT_EQ(refusalOf([&] { broker.open("thermometer", "1.0", "guessed"); }),
               "wrong credential for 'thermometer'");
 }
 
-TEST_F(ExamplesTest, TheBrokerRefusesAnUnknownNameWithAClearText) {
+TEST_F(ExamplesTest, TheBrokerRejectsAnUnknownNameWithAClearMessage) {
     Broker broker;
     EXPECT_EQ(refusalOf([&] { broker.open("barometer"); }), "there is no EMP 'barometer'");
 }
 
-TEST_F(ExamplesTest, TheBrokerRefusesAnUnknownVersionWithAClearText) {
+TEST_F(ExamplesTest, TheBrokerRejectsAnUnknownVersionWithAClearMessage) {
     Broker broker;
     EXPECT_EQ(refusalOf([&] { broker.open("thermometer", "9.9"); }),
               "'thermometer' has version 1.0, not '9.9'");
 }
 
-TEST_F(ExamplesTest, TheBrokerOpensNoMoreThanSixteenEmpsAtOnce) {
+TEST_F(ExamplesTest, TheBrokerOpensAtMostSixteenEmpsAtATime) {
     Broker broker;
     std::vector<ConnectionInfo> open;
     open.reserve(16);
     for (int i = 0; i < 16; ++i) {
         open.push_back(broker.open());
     }
-    EXPECT_EQ(refusalOf([&] { broker.open(); }), "as many EMPs are open as there may be");
+    EXPECT_EQ(refusalOf([&] { broker.open(); }), "too many EMPs are open");
     EXPECT_TRUE(broker.close(open.front()));
     EXPECT_EQ(broker.open().empID, "emp-17");
 }
@@ -253,7 +253,7 @@ TEST_F(ExamplesTest, NoProcessIsLeftOnceAnEmpIsClosed) {
     EXPECT_FALSE(broker.close(info));
 }
 
-TEST_F(ExamplesTest, NoProcessIsLeftWhenTheBrokerIsToldToEnd) {
+TEST_F(ExamplesTest, NoProcessIsLeftWhenTheBrokerIsTerminated) {
     Broker broker;
     broker.open();
     broker.open();
@@ -264,7 +264,7 @@ TEST_F(ExamplesTest, NoProcessIsLeftWhenTheBrokerIsToldToEnd) {
     EXPECT_EQ(childrenOf(getpid()), std::set<pid_t>());
 }
 
-TEST_F(ExamplesTest, AnEmpEndsOnItsOwnWhenTheBrokerIsKilled) {
+TEST_F(ExamplesTest, AnEmpEndsWhenTheBrokerIsKilled) {
     Broker broker;
     broker.open();
     const pid_t emp = *childrenOf(broker.process().pid()).begin();
@@ -289,7 +289,7 @@ TEST_F(ExamplesTest, TheBrokerForgetsAnEmpThatHasDiedAndLeavesNoZombie) {
 
     kill(emp, SIGTERM);
 
-    // It learns so by a signal, at a time of its own.
+    // It notices by a signal, at some later time.
     std::string answer;
     do {
         answer = refusalOf([&] { broker.nameAt(info.callbackServicePort); });
@@ -313,7 +313,7 @@ TEST_F(ExamplesTest, AnEmpSharesNoConnectionWithItsBroker) {
     EXPECT_EQ(common, std::set<std::string>());
 }
 
-TEST_F(ExamplesTest, ANonStandardExceptionCostsOneConnectionAndNoOther) {
+TEST_F(ExamplesTest, ANonStandardExceptionEndsOnlyItsConnection) {
     Broker broker;
     const ConnectionInfo info = broker.open();
     Emp other(info.empServicePort);
@@ -328,7 +328,7 @@ TEST_F(ExamplesTest, ANonStandardExceptionCostsOneConnectionAndNoOther) {
     EXPECT_TRUE(broker.close(info));
 }
 
-TEST_F(ExamplesTest, ACommandIsAnsweredThoughNobodyTakesItsEvents) {
+TEST_F(ExamplesTest, ACommandIsAnsweredEvenIfNobodyReceivesItsEvents) {
     Broker broker;
     Emp emp(broker.open().empServicePort);
     EXPECT_TRUE(emp.open());
@@ -351,7 +351,7 @@ TEST_F(ExamplesTest, AConnectionLastsForMoreThanAHundredMebibytes) {
     }
 }
 
-TEST_F(ExamplesTest, AStringBeyondTheLimitCostsTheConnectionAndNoMore) {
+TEST_F(ExamplesTest, AStringBeyondTheLimitEndsOnlyItsConnection) {
     Broker broker;
     Emp emp(broker.open().empServicePort);
     EXPECT_TRUE(emp.open());
@@ -359,7 +359,7 @@ TEST_F(ExamplesTest, AStringBeyondTheLimitCostsTheConnectionAndNoMore) {
     EXPECT_EQ(emp.execute("read"), "21.5 C");
 }
 
-TEST_F(ExamplesTest, TheSystemGivesAReservedPortToNobodyElse) {
+TEST_F(ExamplesTest, TheSystemGivesAReservedPortToNoOtherProcess) {
     std::deque<ReservedPort> kept(50);
     std::set<int> numbers;
     for (const ReservedPort& port : kept) {
@@ -371,7 +371,7 @@ TEST_F(ExamplesTest, TheSystemGivesAReservedPortToNobodyElse) {
     }
 }
 
-TEST_F(ExamplesTest, AReservedPortIsRefusedUntilItsServerListensAndEachTimeItDoes) {
+TEST_F(ExamplesTest, AReservedPortRefusesConnectionsUntilItsServerListens) {
     const ReservedPort port;
     EXPECT_THROW(TavIDL::RemoteCallback(addressOf(port.number())).Callback(1, "", ""), CallFailed);
     for (int i = 0; i < 2; ++i) {
@@ -385,7 +385,7 @@ TEST_F(ExamplesTest, AReservedPortIsRefusedUntilItsServerListensAndEachTimeItDoe
 
 struct Hostile {
     const char* name;
-    std::vector<std::string> connections;  // What is sent on each.
+    std::vector<std::string> connections;  // The bytes sent on each.
 };
 
 std::ostream& operator<<(std::ostream& out, const Hostile& hostile) {
@@ -425,7 +425,7 @@ std::string repeated(const std::string& part, int times) {
     return result;
 }
 
-// Random fields of calls that the services know: what is random reaches their records.
+// Random fields in calls of known operations, so that the random bytes reach the records.
 std::vector<std::string> callsOfRandomBytes() {
     std::vector<std::string> connections = randomBytes();
     const std::string names[] = {"OpenEmp", "Execute", "Callback", "Foo"};
@@ -435,7 +435,7 @@ std::vector<std::string> callsOfRandomBytes() {
     return connections;
 }
 
-// The same fields in calls of each service and of none.
+// The same fields in calls of each service, and of an unknown operation.
 std::vector<std::string> calls(const std::string& fields) {
     return {header("OpenEmp") + fields, header("Execute") + fields, header("Callback") + fields,
             header("Foo") + fields};
@@ -464,7 +464,7 @@ std::string sendRaw(int port, const std::string& content) {
     address.sin_port = htons(static_cast<uint16_t>(port));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    // The server may close before it has taken everything: that is its right.
+    // The server may close before it has read everything.
     send(fd, content.data(), content.size(), MSG_NOSIGNAL);
     shutdown(fd, SHUT_WR);
     std::string answer;
@@ -478,14 +478,14 @@ std::string sendRaw(int port, const std::string& content) {
 
 TEST_F(ExamplesTest, ACallWithoutAVersionIsNotServed) {
     Broker broker;
-    // What libthrift also takes for a call, unless it is strict.
+    // libthrift also accepts this as a call, unless it is strict.
     const std::string call = bytes({0, 0, 0, 8}) + "CloseEmp" + bytes({1, 0, 0, 0, 0, 0});
     EXPECT_EQ(sendRaw(broker.port(), call), "");
 }
 
-// How much a process may grow by, in MiB. A sanitizer keeps books of its own, on each thread and
-// all that it touches. QEMU keeps 0.3 MiB of each thread that a 64-bit ARM program has ever had.
-// The 2 GiB that a peer may claim are beyond any of these bounds.
+// How much a process may grow, in MiB. A sanitizer keeps its own records about each thread and its
+// memory. QEMU keeps 0.3 MiB for each thread that a 64-bit ARM program has ever had. The 2 GiB that
+// a peer may claim exceed all of these limits.
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
 constexpr long kMostGrowth = 256;
 #elif defined(EMULATED)
@@ -495,8 +495,8 @@ constexpr long kMostGrowth = 16;
 #endif
 
 struct HostileTest : ExamplesTest, testing::WithParamInterface<Hostile> {
-    // Sends the bytes between two good calls. The process must not have grown: neither by memory
-    // that it used nor by memory that it merely asked for, of which a thread takes much.
+    // Sends the bytes between two valid calls. The process must not have grown: neither its used
+    // memory nor its reserved memory, of which each thread takes much.
     void attack(pid_t pid, int port, const std::function<void()>& goodCall) {
         goodCall();
         const long used = memoryOf(pid, "VmHWM");

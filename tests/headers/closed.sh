@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Fails unless the public headers include each other and nothing else of this project:
+# Fails if a public header includes a header of this project that is not public:
 #
 #   closed.sh COMPILER SOURCE THRIFT HEADER...
 #
-# SOURCE is this project, THRIFT where libthrift's headers are. Those are searched
-# last, as system headers: -isystem with /usr/include would hide the C library's
+# SOURCE is this project, THRIFT the directory of libthrift's headers. It is searched
+# last, as a system directory: -isystem with /usr/include would hide the C library's
 # headers from the C++ library's.
 set -euo pipefail
 compiler=$1 source=$2 thrift=$3

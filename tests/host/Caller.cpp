@@ -20,7 +20,7 @@ using apache::thrift::transport::TTransport;
 
 namespace {
 
-// Reads exactly what it is asked for, so that nothing is lost between two results.
+// Reads exactly as many bytes as requested, so that nothing is lost between two results.
 class Bare : public apache::thrift::transport::TVirtualTransport<Bare> {
 public:
     explicit Bare(int descriptor) : descriptor_(descriptor) {}

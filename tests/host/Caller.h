@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-// A client that does what a test says, byte by byte, and that has no time-outs.
+// A client that a test controls byte by byte, without time-outs.
 class Caller {
 public:
     // Connects to a server's address.
@@ -19,17 +19,17 @@ public:
 
     int descriptor() const { return descriptor_; }
 
-    // All of it, or what the server takes before it closes the connection.
+    // Sends everything, or as much as the server accepts before it closes the connection.
     void send(const std::string& bytes);
 
     // The next bytes; fewer at the end of the connection.
     std::string receive(std::size_t count);
 
-    // Waits until the server has closed the connection. What it sends until then is dropped.
+    // Waits until the server has closed the connection, and drops what it sends until then.
     void waitForEnd();
 
-    // Whether the server closes the connection, or sends something, within some milliseconds. They
-    // are not what a test depends on: only the pace of its bytes.
+    // Whether the server closes the connection, or sends something, within this time. It only sets
+    // the pace of a test's bytes: no result depends on it.
     bool hearsWithin(int ms);
 
     // The result of the oldest Execute that has no answer yet. Throws what recv_Execute throws.
@@ -51,7 +51,7 @@ std::string requestFor(const std::string& cmd, const std::string& param1 = "",
 // For ExecuteWithParamList(7, "read", list).
 std::string requestFor(const ParamList& list, const TavIDL::Settings& settings);
 
-// For an event of the type 1, with another name of the operation, for a multiplexed service.
+// For an event of type 1, with another operation name, for a multiplexed service.
 std::string eventFor(const std::string& operation, const TavIDL::Settings& settings);
 
 #endif

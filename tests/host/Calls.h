@@ -22,7 +22,7 @@
 
 namespace TavIDL {
 
-// For messages of tests that fail.
+// For the messages of failing tests.
 inline void PrintTo(CallFailed::Reason reason, std::ostream* out) {
     static const char* const names[] = {"CannotConnect", "NoAnswerInTime", "ConnectionClosed",
                                         "NotOurProtocol", "Cancelled"};
@@ -36,7 +36,7 @@ namespace calls {
 using TavIDL::CallFailed;
 using TavIDL::Settings;
 
-// How both sides talk to each other.
+// How both sides communicate.
 struct Way {
     const char* name;
     const char* address;  // where to listen; empty for a unix socket
@@ -66,7 +66,7 @@ constexpr Way kFramed = {"Framed", "127.0.0.1:0", Settings::Binary, true};
 constexpr Way kCompact = {"Compact", "127.0.0.1:0", Settings::Compact};
 constexpr Way kUnixFramedCompact = {"UnixFramedCompact", "", Settings::Compact, true};
 
-// Tests that take each way.
+// Tests that run with each way.
 class EachWay : public testing::TestWithParam<Way> {
 protected:
     void SetUp() override {
@@ -140,7 +140,7 @@ private:
     const Settings settings_;
 };
 
-// What `call` throws.
+// Returns what `call` throws.
 template <typename Call>
 CallFailed failureOf(Call call) {
     try {
@@ -151,7 +151,7 @@ CallFailed failureOf(Call call) {
     throw std::logic_error("the call did not fail");
 }
 
-// A call in a thread of its own.
+// A call in its own thread.
 class Running {
 public:
     template <typename Call>

@@ -10,7 +10,7 @@
 #include "Caller.h"
 #include "Support.h"
 
-// Certificates, made when a test needs them: files in PEM form.
+// Certificates in PEM files, created when a test needs them.
 
 struct Certificate {
     std::shared_ptr<EVP_PKEY> key;
@@ -24,26 +24,25 @@ struct Validity {
     long toDay = 1;
 };
 
-// For whom it is, "DNS:localhost,IP:127.0.0.1" for instance. Signed by `authority`, or by itself.
+// `hosts` is for example "DNS:localhost,IP:127.0.0.1". Signed by `authority`, or self-signed.
 Certificate makeCertificate(const Directory& directory, const std::string& name,
                             const std::string& hosts, const Certificate* authority,
                             Validity validity = Validity());
 
-// A client that shakes hands and encrypts, but leaves it to a test how the bytes are sent.
+// A client that does the handshake and encrypts, but leaves sending the bytes to the test.
 class TlsCaller {
 public:
     explicit TlsCaller(const std::string& address);
 
     Caller& caller() { return caller_; }
 
-    // The first message of a handshake.
+    // The first message of the handshake.
     std::string hello();
-    // The whole of it.
+    // Does the whole handshake.
     void shakeHands();
-    // What carries `text`.
+    // The bytes that carry `text`.
     std::string encrypted(const std::string& text);
-    // Whether the server has announced the end of the connection, and not just closed it. Reads to
-    // the end.
+    // Whether the server has sent close_notify before closing the connection. Reads to the end.
     bool endIsAnnounced();
 
 private:

@@ -6,7 +6,7 @@
 #include <functional>
 #include <string>
 
-// An EMP whose Execute does what the test wants, and answers "<cmd> done" otherwise.
+// An EMP whose Execute runs the test's function, or answers "<cmd> done" if there is none.
 class Emp : public TavEmpIf {
 public:
     using Work = std::function<std::string(const std::string& cmd, const std::string& param1)>;

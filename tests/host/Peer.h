@@ -19,11 +19,11 @@
 #include <system_error>
 #include <utility>
 
-// The other side of a connection, which a test moves step by step, byte by byte. Nothing here waits
-// for time to pass.
+// The other side of a connection, which a test controls byte by byte. Nothing here waits for time
+// to pass.
 namespace peers {
 
-// After so long a test fails rather than hang.
+// A test fails after this time instead of hanging.
 constexpr int kPatienceMs = 30000;
 
 [[noreturn]] inline void failed(const char* what) {
@@ -62,7 +62,7 @@ public:
         ::setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     }
 
-    // So many bytes; fewer only if the other side has closed.
+    // Receives `count` bytes; fewer only if the other side has closed.
     std::string receive(std::size_t count) {
         std::string bytes(count, '\0');
         std::size_t got = 0;
@@ -80,7 +80,7 @@ public:
         return bytes;
     }
 
-    // All that still comes. A reset counts as the end.
+    // Receives everything until the end of the connection. A reset counts as the end.
     std::string receiveRest() {
         std::string all;
         for (std::string some = receive(1); !some.empty(); some = receive(65536)) {
@@ -103,8 +103,8 @@ public:
         return true;
     }
 
-    // Each byte by itself. A unix socket's is sent once the other side's program has taken the one
-    // before.
+    // Sends each byte separately. On a unix socket, each is sent after the other side has read the
+    // previous one.
     void drip(const std::string& bytes) {
         for (const char byte : bytes) {
             send(std::string(1, byte));
@@ -112,19 +112,19 @@ public:
         }
     }
 
-    // Bytes that have come and were not received yet.
+    // The number of bytes that have arrived but have not been received.
     std::size_t waiting() const {
         int count = 0;
         ::ioctl(socket_.get(), FIONREAD, &count);
         return static_cast<std::size_t>(count);
     }
 
-    // Nothing more is sent; receiving goes on.
+    // Ends sending. Receiving is still possible.
     void closeOutput() { ::shutdown(socket_.get(), SHUT_WR); }
 
     void close() { socket_.close(); }
 
-    // Closes as a crashed machine does: the other side gets ECONNRESET.
+    // Closes like a crashed machine: the other side gets ECONNRESET.
     void reset() {
         const linger atOnce = {1, 0};
         ::setsockopt(socket_.get(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
@@ -162,7 +162,7 @@ inline bool hasIpv6() {
            ::bind(probe.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0;
 }
 
-// Listens where Host's clients can connect to: at "127.0.0.1:PORT", "[::1]:PORT" or "unix:PATH".
+// Listens on "127.0.0.1:PORT", "[::1]:PORT" or "unix:PATH".
 class Listener {
 public:
     explicit Listener(const std::string& address = "127.0.0.1:0", int backlog = 64) {
@@ -188,7 +188,7 @@ public:
             name.sin_port = port;
             listenAs(AF_INET, name, backlog);
         }
-        sockaddr_in6 bound = {};  // has its port where that of IPv4 is
+        sockaddr_in6 bound = {};  // the port is at the same offset as for IPv4
         socklen_t size = sizeof bound;
         ::getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&bound), &size);
         address_ = address.substr(0, colon + 1) + std::to_string(ntohs(bound.sin6_port));
@@ -209,7 +209,7 @@ public:
         return Peer(accepted);
     }
 
-    // Whether a connection waits to be accepted.
+    // Whether a connection is waiting to be accepted.
     bool hasVisitor() const {
         pollfd state = {socket_.get(), POLLIN, 0};
         return ::poll(&state, 1, 0) > 0;
@@ -239,7 +239,7 @@ private:
     Handle socket_;
 };
 
-// A directory for sockets, whose path is short.
+// A directory for sockets, with a short path.
 class Directory {
 public:
     Directory() {
@@ -257,16 +257,16 @@ private:
     std::string path_;
 };
 
-// A thread of this process, as the system sees it.
+// The system's id of the calling thread.
 inline long thisThread() {
     return ::syscall(SYS_gettid);
 }
 
-// Until the thread sleeps in the kernel and goes on sleeping: it waits for something.
+// Waits until the thread stays asleep in the kernel, because it is waiting for something.
 inline void waitUntilAsleep(long thread) {
     const std::string status = "/proc/self/task/" + std::to_string(thread) + "/status";
     std::string before;
-    // Or sleeps again and again, as one that waits for room in a unix socket's queue.
+    // Or sleeps repeatedly, like a thread that waits for room in a unix socket's queue.
     int naps = 0;
     for (int same = 0; same < 20 && naps < 20;) {
         std::ifstream file(status);

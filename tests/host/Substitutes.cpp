@@ -28,7 +28,7 @@ long liveObjects() {
 
 }  // namespace substitutes
 
-// The linker prefers these to those of the shared libraries.
+// The linker prefers these to the functions of the shared libraries.
 
 std::chrono::steady_clock::time_point std::chrono::steady_clock::now() noexcept {
     timespec now = {};

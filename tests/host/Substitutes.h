@@ -3,16 +3,16 @@
 
 #include <chrono>
 
-// What this program replaces in the system's libraries.
+// Replacements for functions of the system's libraries.
 namespace substitutes {
 
-// Moves the steady clock on, for the library too. (Waits that have begun do not end earlier.)
+// Moves the steady clock forward, also for the library. (Waits that have begun do not end earlier.)
 void passTime(std::chrono::milliseconds time);
 
-// A name that stands for ::1 and then for 127.0.0.1, as "localhost" does on many machines.
+// A host name with the addresses ::1 and then 127.0.0.1, like "localhost" on many machines.
 constexpr const char* kBothLoopbacks = "both-loopbacks.test";
 
-// The objects that `new` has made and nobody has deleted.
+// The number of objects that were created by `new` and not deleted.
 long liveObjects();
 
 }  // namespace substitutes

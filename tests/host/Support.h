@@ -18,9 +18,9 @@
 #include <utility>
 #include <vector>
 
-// What several tests of servers need.
+// Shared by several tests of servers.
 
-// A directory of the test's own, removed with all that is in it.
+// A temporary directory, removed with its contents.
 class Directory {
 public:
     Directory() {
@@ -41,7 +41,7 @@ private:
     std::filesystem::path path_;
 };
 
-// Threads wait at it until another one opens it.
+// Threads wait at a gate until another thread opens it.
 class Gate {
 public:
     void open() {
@@ -60,7 +60,7 @@ private:
     bool open_ = false;
 };
 
-// What is reported from several threads.
+// Collects reports from several threads.
 template <typename T>
 class Reports {
 public:
@@ -77,7 +77,7 @@ public:
         const std::lock_guard<std::mutex> lock(mutex_);
         all_.clear();
     }
-    // Waits until there are so many.
+    // Waits until there are `count` reports.
     std::vector<T> waitFor(std::size_t count) const {
         std::unique_lock<std::mutex> lock(mutex_);
         changed_.wait(lock, [&] { return all_.size() >= count; });
@@ -90,8 +90,8 @@ private:
     std::vector<T> all_;
 };
 
-// Settings that report failures to `reports`, and whose time-outs are so long that a test which
-// waits for one fails by the limit for tests.
+// Settings that report failures to `reports`, with time-outs so long that a test that waits for one
+// exceeds the limit for tests.
 inline TavIDL::Settings patient(Reports<std::string>& reports) {
     TavIDL::Settings settings;
     for (auto* timeout : {&settings.connectTimeout, &settings.callTimeout, &settings.idleTimeout,
@@ -102,8 +102,8 @@ inline TavIDL::Settings patient(Reports<std::string>& reports) {
     return settings;
 }
 
-// Waits for what the system does after the call that begins it has returned: a thread that was
-// joined may be listed for a moment.
+// For effects that the system completes after a call has returned. For example, a joined thread may
+// still be listed for a moment.
 inline void waitUntil(const std::function<bool()>& condition) {
     while (!condition()) {
         std::this_thread::yield();
@@ -114,9 +114,9 @@ inline std::size_t countDescriptors() {
     const auto entries = std::filesystem::directory_iterator("/proc/self/fd");
     return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
-// The threads of this process, by their numbers.
+// The ids of this process's threads.
 inline std::set<int> threads() {
-    // The thread sanitizer starts one of its own with a program's first.
+    // The thread sanitizer starts its own thread together with a program's first one.
     [[maybe_unused]] static const bool hasStarted = (std::thread([] {}).join(), true);
     std::set<int> all;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {

@@ -11,7 +11,7 @@ using testing::StartsWith;
 
 namespace {
 
-// What a client says about an address; empty if it accepts it.
+// A client's error message for an address; empty if the address is valid.
 std::string complaintAbout(const std::string& address) {
     try {
         const TavIDL::RemoteEmp emp(address);
@@ -27,7 +27,7 @@ std::string unixPathOf(std::size_t bytes) {
 
 class ValidAddressTest : public testing::TestWithParam<const char*> {};
 
-TEST_P(ValidAddressTest, IsAcceptedAndKeptAsItWasWritten) {
+TEST_P(ValidAddressTest, IsAcceptedAndReturnedUnchanged) {
     const TavIDL::RemoteEmp emp(GetParam());
     EXPECT_EQ(emp.address(), GetParam());
 }
@@ -39,7 +39,7 @@ INSTANTIATE_TEST_SUITE_P(, ValidAddressTest,
 
 class InvalidAddressTest : public testing::TestWithParam<const char*> {};
 
-TEST_P(InvalidAddressTest, IsRefusedWithAMessageThatSaysWhatIsValid) {
+TEST_P(InvalidAddressTest, IsRejectedWithAMessageThatSaysWhatIsValid) {
     EXPECT_EQ(complaintAbout(GetParam()),
               "'" + std::string(GetParam()) +
                   "' is not a valid address; write HOST:PORT, [IPV6]:PORT, :PORT (this machine) or "
@@ -57,7 +57,7 @@ INSTANTIATE_TEST_SUITE_P(, InvalidAddressTest,
                                          "http://localhost:4711", "tcp://localhost:4711",
                                          "localhost:4711/", "unix", "UNIX:/run/emp"));
 
-TEST(AddressTest, ThatContainsAZeroByteIsRefused) {
+TEST(AddressTest, IsRejectedIfItContainsAZeroByte) {
     EXPECT_NE(complaintAbout(std::string("local\0host:1", 12)), "");
     EXPECT_NE(complaintAbout(std::string("unix:/run\0/emp", 14)), "");
 }
@@ -91,8 +91,8 @@ TEST(AddressTest, IsLookedUpOnlyByCalls) {
                            "cannot find the host 'no-such-host.invalid': "));
 }
 
-// The first one refuses.
-TEST(AddressTest, OfANameIsTriedUntilOneAnswers) {
+// The first address refuses the connection.
+TEST(AddressTest, OfANameIsTriedUntilOneConnects) {
     const TavIDL::Server server("127.0.0.1:0", std::make_shared<Emp>());
     TavIDL::RemoteEmp emp(substitutes::kBothLoopbacks +
                           server.address().substr(server.address().find(':')));
@@ -106,7 +106,7 @@ struct InvalidSetting {
 
 class InvalidSettingTest : public testing::TestWithParam<InvalidSetting> {};
 
-TEST_P(InvalidSettingTest, IsRefusedByName) {
+TEST_P(InvalidSettingTest, IsRejectedByName) {
     TavIDL::Settings settings;
     GetParam().spoil(settings);
     try {

@@ -21,7 +21,7 @@ using calls::Running;
 
 namespace {
 
-// Whether a call was given up without being made.
+// Whether a call was dropped without being made.
 template <typename Result>
 bool isBroken(std::future<Result>& future) {
     try {
@@ -62,7 +62,7 @@ TEST_P(BatchTest, ReturnsTheResultsInOrder) {
     }
 }
 
-TEST_P(BatchTest, MayHaveCallsOfAllOperations) {
+TEST_P(BatchTest, SupportsAllOperations) {
     const auto server = serve(nullptr);
     TavIDL::RemoteEmp emp(server->address(), settings());
     TavIDL::EmpBatch batch(emp);
@@ -79,7 +79,7 @@ TEST_P(BatchTest, MayHaveCallsOfAllOperations) {
     EXPECT_EQ(close.get(), 8);
 }
 
-TEST_P(BatchTest, IsNotAffectedByCallsThatAreRefused) {
+TEST_P(BatchTest, IsNotAffectedByCallsThatFail) {
     const auto server = serve([](const std::string& cmd, const std::string&) {
         if (cmd == "refuse") {
             throw std::runtime_error("too hot");
@@ -124,8 +124,9 @@ TEST_P(BatchTest, SharesTheConnectionWithSingleCalls) {
     EXPECT_EQ(execute(emp, "after"), "after done");
 }
 
-// Requests and replies that no buffer has room for: neither side may wait for the other to read.
-TEST_P(BatchTest, PassesTheLongestStringsBothWays) {
+// Requests and replies that are larger than all buffers: neither side may wait for the other to
+// read.
+TEST_P(BatchTest, SendsAndReceivesTheLongestStrings) {
     TavIDL::Settings settings = this->settings();
     const std::string text(settings.maxMessageSize - 200, 't');
     const auto server = serve([](const std::string&, const std::string& param) { return param; });
@@ -141,7 +142,7 @@ TEST_P(BatchTest, PassesTheLongestStringsBothWays) {
     }
 }
 
-TEST_P(BatchTest, OfShortRequestsTakesRepliesThatFillEveryBuffer) {
+TEST_P(BatchTest, OfShortRequestsReceivesRepliesThatFillEveryBuffer) {
     const std::string text(1'000'000, 't');
     const auto server = serve([&](const std::string&, const std::string&) { return text; });
     TavIDL::RemoteEmp emp(server->address(), settings());
@@ -156,8 +157,8 @@ TEST_P(BatchTest, OfShortRequestsTakesRepliesThatFillEveryBuffer) {
     }));
 }
 
-// The system's buffers have room for fewer bytes if these were sent in many pieces.
-TEST_P(BatchTest, OfTheShortestRequestsTakesALongReplyInTheirMiddle) {
+// The system's buffers hold fewer bytes if these are sent in many pieces.
+TEST_P(BatchTest, OfTheShortestRequestsReceivesALongReplyInTheMiddle) {
     TavIDL::Settings settings = this->settings();
     settings.deferReplies = false;
     settings.callTimeout = std::chrono::minutes(1);
@@ -183,7 +184,7 @@ TEST_P(BatchTest, OfTheShortestRequestsTakesALongReplyInTheirMiddle) {
     EXPECT_EQ(closed.back().get(), 1);
 }
 
-// With a peer that the test moves.
+// With a peer that the test controls.
 class BatchPeerTest : public calls::EachWay {
 protected:
     std::future<std::string> addRead() { return batch_.Execute(7, "read", "", "", "", ""); }
@@ -273,7 +274,7 @@ TEST_P(BatchPeerTest, WaitsForRepliesBeforeItSendsMoreThanItsWindow) {
     EXPECT_EQ(results.back().get(), "21.5");
 }
 
-// One system call for each would be expensive, and too many short pieces fill a unix socket.
+// One system call per request would be expensive, and too many short pieces fill a unix socket.
 TEST_P(BatchPeerTest, SendsMoreOnlyWhenHalfOfItsWindowIsFree) {
     TavIDL::Settings settings = this->settings();
     settings.batchWindow = static_cast<uint32_t>(4 * request_.size());
@@ -307,7 +308,7 @@ TEST_P(BatchPeerTest, DoesNotConnectIfItIsEmpty) {
     EXPECT_FALSE(listener_.hasVisitor());
 }
 
-TEST_P(BatchPeerTest, ThatIsNotRunBreaksThePromisesOfItsCalls) {
+TEST_P(BatchPeerTest, BreaksThePromisesOfItsCallsIfItIsNotRun) {
     std::future<std::string> result;
     {
         TavIDL::EmpBatch batch(emp_);
@@ -317,7 +318,7 @@ TEST_P(BatchPeerTest, ThatIsNotRunBreaksThePromisesOfItsCalls) {
     EXPECT_FALSE(listener_.hasVisitor());
 }
 
-TEST_P(BatchPeerTest, RunsEvenIfNobodyWantsAResult) {
+TEST_P(BatchPeerTest, RunsEvenIfNoFutureIsKept) {
     addRead();
     Running run = runBatch();
     peers::Peer peer = listener_.accept();
@@ -326,7 +327,7 @@ TEST_P(BatchPeerTest, RunsEvenIfNobodyWantsAResult) {
     EXPECT_NO_THROW(run.result());
 }
 
-// A user's protocol that refuses to write the command "spoil", in the middle of a message.
+// A user's protocol that fails to write the command "spoil", in the middle of a message.
 TEST(BatchProtocolTest, LosesOnlyTheCallThatCannotBeEncoded) {
     class Picky : public apache::thrift::protocol::TJSONProtocol {
     public:
@@ -354,7 +355,7 @@ TEST(BatchProtocolTest, LosesOnlyTheCallThatCannotBeEncoded) {
     EXPECT_EQ(second.get(), "second done");
 }
 
-TEST(BrokerBatchTest, MayHaveCallsOfAllOperations) {
+TEST(BrokerBatchTest, SupportsAllOperations) {
     class Broker : public TavBrokerIf {
         void OpenEmp(ConnectionInfo& result, const std::string& name, const std::string& version,
                      const std::string& credential) override {

@@ -71,7 +71,7 @@ TEST_P(CallbackTest, DeliversWhatWasSentJustBeforeItIsDestroyed) {
     EXPECT_EQ(listener_.accept().receiveRest(), event(1, "warm"));
 }
 
-// More than a peer that does not read yet has room for: the system delivers it later.
+// More than fits into the buffers while the peer does not read: the system delivers it later.
 TEST_P(CallbackTest, DeliversLongEventsThatWereSentJustBeforeItIsDestroyed) {
     const std::string text(150'000, 't');
     send(1, text);
@@ -79,7 +79,7 @@ TEST_P(CallbackTest, DeliversLongEventsThatWereSentJustBeforeItIsDestroyed) {
     EXPECT_TRUE(listener_.accept().receiveRest() == event(1, text));
 }
 
-// Closing a socket with unread input makes the system discard what it still has to deliver.
+// Closing a socket with unread input makes the system discard undelivered output.
 TEST_P(CallbackTest, DeliversWhatWasSentEvenIfThePeerHasWrittenSomething) {
     const std::string text(150'000, 't');
     send(1, text);
@@ -89,7 +89,7 @@ TEST_P(CallbackTest, DeliversWhatWasSentEvenIfThePeerHasWrittenSomething) {
     EXPECT_TRUE(peer.receiveRest() == event(1, text));
 }
 
-TEST_P(CallbackTest, DeliversWhatWasSentEvenIfItThenLeavesAPeerThatHasWrittenSomething) {
+TEST_P(CallbackTest, DeliversWhatWasSentEvenIfThePeerHasWrittenSomethingBeforeItIsDestroyed) {
     const std::string text(150'000, 't');
     send(1, text);
     peers::Peer talkative = listener_.accept();
@@ -108,7 +108,7 @@ TEST_P(CallbackTest, NeverWaitsForAnAnswer) {
     EXPECT_EQ(peer.receive(event(1, "warm").size()), event(1, "warm"));
 }
 
-TEST_P(CallbackTest, ConnectsAgainAfterAPeerThatWasIdleHasGone) {
+TEST_P(CallbackTest, ConnectsAgainAfterAnIdlePeerHasClosed) {
     send(1, "warm");
     listener_.accept().close();
     substitutes::passTime(std::chrono::milliseconds(1001));
@@ -117,7 +117,7 @@ TEST_P(CallbackTest, ConnectsAgainAfterAPeerThatWasIdleHasGone) {
     EXPECT_EQ(listener_.accept().receive(second.size()), second);
 }
 
-TEST_P(CallbackTest, FailsIfNobodyListens) {
+TEST_P(CallbackTest, FailsIfThereIsNoServer) {
     listener_.close();
     const CallFailed failure = failureOf([&] { send(1, "warm"); });
     EXPECT_EQ(failure.reason(), CallFailed::CannotConnect);
@@ -139,7 +139,7 @@ TEST_P(CallbackTest, BatchSendsItsEventsInOrder) {
     EXPECT_EQ(listener_.accept().receiveRest(), expected);
 }
 
-TEST_P(CallbackTest, BatchSendsWhatIsLongerThanAnyBuffer) {
+TEST_P(CallbackTest, BatchSendsEventsLongerThanAnyBuffer) {
     const std::string text(1'000'000, 't');
     TavIDL::CallbackBatch batch(*callback_);
     std::string expected;

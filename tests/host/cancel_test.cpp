@@ -125,7 +125,7 @@ TEST_P(CancelTest, EndsABatchAndAllItsCalls) {
     EXPECT_EQ(failureOf([&] { second.get(); }).reason(), CallFailed::Cancelled);
 }
 
-TEST_P(CancelTest, LeavesLaterCallsAlone) {
+TEST_P(CancelTest, DoesNotAffectLaterCalls) {
     Running cancelled([&] { return execute(*emp_, "read"); });
     listener_.accept().receive(request_.size());
     emp_->cancel();
@@ -161,7 +161,7 @@ TEST_P(CancelTest, HappensWhenTheObjectIsDestroyedDuringCalls) {
     EXPECT_EQ(second.failure().reason(), CallFailed::Cancelled);
 }
 
-TEST_P(CancelTest, MayComeAtAnyTimeFromAnyThread) {
+TEST_P(CancelTest, IsPossibleAtAnyTimeFromAnyThread) {
     std::atomic<bool> done{false};
     Running peer([&] {
         while (!done) {

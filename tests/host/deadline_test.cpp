@@ -16,7 +16,7 @@ using std::chrono::milliseconds;
 using testing::EndsWith;
 using testing::HasSubstr;
 
-// No peer here ever finishes: a call ends by its deadline alone, on a machine of any speed.
+// No peer here ever finishes, so only the deadline ends a call, on a machine of any speed.
 namespace {
 
 constexpr milliseconds kShort(50);
@@ -29,8 +29,9 @@ protected:
         return settings;
     }
 
-    // For what has to happen before a deadline ends the rest: tries longer ones until this machine
-    // is fast enough. `attempt` gets the deadline, and returns whether it was long enough.
+    // For tests in which something must happen before the deadline: tries longer deadlines until
+    // this machine is fast enough. `attempt` gets the deadline and returns whether it was long
+    // enough.
     template <typename Attempt>
     static void withEnoughTime(Attempt attempt) {
         for (milliseconds deadline = kShort; !attempt(deadline); deadline *= 2) {
@@ -58,7 +59,7 @@ protected:
 
 ON_EACH_WAY(DeadlineTest);
 
-TEST_P(DeadlineTest, EndsACallThatNobodyAccepts) {
+TEST_P(DeadlineTest, EndsACallThatIsNotAccepted) {
     withEnoughTime([this](milliseconds deadline) {
         TavIDL::RemoteEmp emp(listener_.address(), impatient(settings(), deadline));
         const CallFailed failure = failureOf([&] { execute(emp, "read"); });
@@ -77,8 +78,8 @@ TEST_P(DeadlineTest, EndsACallWhoseReplyStopsInTheMiddle) {
     EXPECT_EQ(call.failure().reason(), CallFailed::NoAnswerInTime);
 }
 
-// Each byte comes in time.
-TEST_P(DeadlineTest, EndsACallWhoseReplyNeverStopsToDrip) {
+// Each byte arrives in time.
+TEST_P(DeadlineTest, EndsACallWhoseReplyArrivesByteByByteWithoutEnd) {
     Running call([&] { return execute(emp_, "read"); });
     peers::Peer peer = listener_.accept();
     peer.receive(request_.size());
@@ -95,8 +96,8 @@ TEST_P(DeadlineTest, EndsACallWhoseRequestIsNotRead) {
     EXPECT_EQ(failure.reason(), CallFailed::NoAnswerInTime);
 }
 
-// Some of it is always taken in time. (The peer would answer if it came to the end.)
-TEST_P(DeadlineTest, EndsACallWhoseRequestIsTakenInSmallPieces) {
+// Some bytes are always read in time. (The peer would answer at the end of the request.)
+TEST_P(DeadlineTest, EndsACallWhoseRequestIsReadInSmallPieces) {
     const std::string text(16 << 20, 't');
     Running call([&] { return execute(emp_, "read", text); });
     peers::Peer peer = listener_.accept();
@@ -108,7 +109,7 @@ TEST_P(DeadlineTest, EndsACallWhoseRequestIsTakenInSmallPieces) {
     EXPECT_EQ(call.failure().reason(), CallFailed::NoAnswerInTime);
 }
 
-TEST_P(DeadlineTest, OfABatchIsForAllItsCalls) {
+TEST_P(DeadlineTest, OfABatchAppliesToAllItsCalls) {
     withEnoughTime([this](milliseconds deadline) {
         TavIDL::RemoteEmp emp(listener_.address(), impatient(settings(), deadline));
         TavIDL::EmpBatch batch(emp);
@@ -127,7 +128,7 @@ TEST_P(DeadlineTest, OfABatchIsForAllItsCalls) {
     });
 }
 
-TEST_P(DeadlineTest, OfABatchCanBeItsOwn) {
+TEST_P(DeadlineTest, OfABatchCanBeSet) {
     withEnoughTime([this](milliseconds deadline) {
         TavIDL::RemoteEmp patient(listener_.address(), settings());
         TavIDL::EmpBatch batch(patient);
@@ -139,14 +140,14 @@ TEST_P(DeadlineTest, OfABatchCanBeItsOwn) {
     });
 }
 
-TEST_P(DeadlineTest, OfABatchMayHavePassedBeforeItRuns) {
+TEST_P(DeadlineTest, OfABatchCanExpireBeforeItRuns) {
     TavIDL::EmpBatch batch(emp_);
     std::future<std::string> call = batch.Execute(7, "read", "", "", "", "");
     EXPECT_FALSE(failureOf([&] { batch.run(milliseconds::min()); }).sent());
     EXPECT_FALSE(failureOf([&] { call.get(); }).sent());
 }
 
-TEST_P(DeadlineTest, OfABatchMayBeAsFarAwayAsPossible) {
+TEST_P(DeadlineTest, OfABatchCanBeTheMaximum) {
     TavIDL::EmpBatch batch(emp_);
     std::future<std::string> result = batch.Execute(7, "read", "", "", "", "");
     Running run([&] {
@@ -191,7 +192,7 @@ TEST_P(DeadlineTest, OfConnectingEndsACallToAServerThatIsFull) {
             others.push_back(TavIDL::Connection::open(address, settings));
         }
     } catch (const CallFailed&) {
-        // Now nobody gets in any more.
+        // From now on no connection is accepted.
     }
     TavIDL::RemoteEmp emp(address, settings);
     const CallFailed failure = failureOf([&] { execute(emp, "read"); });
@@ -200,7 +201,7 @@ TEST_P(DeadlineTest, OfConnectingEndsACallToAServerThatIsFull) {
     EXPECT_THAT(failure.what(), EndsWith(": cannot connect: Connection timed out"));
 }
 
-TEST_P(DeadlineTest, OfABareConnectionIsForEachRead) {
+TEST_P(DeadlineTest, OfAPlainConnectionAppliesToEachRead) {
     TavIDL::Settings settings = this->settings();
     settings.callTimeout = milliseconds(20);
     const auto connection = TavIDL::Connection::open(listener_.address(), settings);

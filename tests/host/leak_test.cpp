@@ -31,7 +31,7 @@ int numberOfCalls() {
 
 class LeakTest : public calls::EachWay {
 protected:
-    // Calls a peer that resets every tenth connection or so at some point of a call.
+    // Calls a peer that resets about every tenth connection at a random point of a call.
     void callWithResets(int count) {
         peers::Listener listener(where());
         const Messages messages(settings());
@@ -80,7 +80,7 @@ ON_EACH_WAY(LeakTest);
 
 TEST_P(LeakTest, ManyCallsWithRandomResetsLeaveNothingBehind) {
     const std::size_t threads = countThreads();
-    callWithResets(100);  // what is made once and kept
+    callWithResets(100);  // creates what is kept permanently
     failed_ = 0;
     const int count = numberOfCalls();
     const Usage before;

@@ -22,7 +22,7 @@ namespace {
 
 class PoolTest : public calls::EachWay {
 protected:
-    // Answers a call of execute(emp_, "read"), and returns the connection that it came over.
+    // Answers a call of execute(emp_, "read") and returns its connection.
     peers::Peer answerOnNewConnection() {
         Running call([&] { return execute(emp_, "read"); });
         peers::Peer peer = listener_->accept();
@@ -34,7 +34,7 @@ protected:
         EXPECT_EQ(peer.receive(request_.size()), request_);
         peer.send(messages_.reply("21.5"));
     }
-    // Leaves so many idle connections in the pool.
+    // Leaves this many idle connections in the pool.
     std::vector<peers::Peer> makeIdle(int count) {
         std::vector<std::unique_ptr<Running>> calls;
         std::vector<peers::Peer> made;
@@ -48,7 +48,7 @@ protected:
         }
         return made;
     }
-    // Ends what was there, and listens again.
+    // Closes the connections and listens again.
     void restart(std::vector<peers::Peer>& connections) {
         const std::string address = listener_->address();
         connections.clear();
@@ -64,7 +64,7 @@ protected:
 
 ON_EACH_WAY(PoolTest);
 
-TEST_P(PoolTest, TakesTheConnectionThatWasUsedLast) {
+TEST_P(PoolTest, UsesTheMostRecentlyUsedConnection) {
     std::vector<peers::Peer> idle = makeIdle(3);
     Running call([&] { return execute(emp_, "read"); });
     answer(idle.back());
@@ -109,7 +109,7 @@ TEST_P(PoolTest, KeepsConnectionsThatWereIdleForMoreThanASecond) {
     EXPECT_FALSE(listener_->hasVisitor());
 }
 
-TEST_P(PoolTest, DropsAnIdleConnectionOnWhichThePeerHasWritten) {
+TEST_P(PoolTest, ClosesAnIdleConnectionOnWhichThePeerHasWritten) {
     std::vector<peers::Peer> idle = makeIdle(1);
     idle.back().send(messages_.reply("wrong"));
     substitutes::passTime(std::chrono::milliseconds(1001));
@@ -129,7 +129,7 @@ TEST_P(PoolTest, LosesACallThatIsRunningDuringARestart) {
     answerOnNewConnection();
 }
 
-TEST_P(PoolTest, TakesACallThatWaitsForAConnectionToTheNewServer) {
+TEST_P(PoolTest, SendsACallThatWaitsForAConnectionToTheNewServer) {
     TavIDL::Settings settings = this->settings();
     settings.maxConnections = 1;
     TavIDL::RemoteEmp emp(listener_->address(), settings);
@@ -140,7 +140,7 @@ TEST_P(PoolTest, TakesACallThatWaitsForAConnectionToTheNewServer) {
     Running second([&] { return execute(emp, "read"); });
     second.waitUntilAsleep();
 
-    // The end of its connection must not come before there is somewhere to connect to.
+    // Its connection must not end before there is a server to connect to.
     const std::string address = listener_->address();
     listener_.reset();
     listener_ = std::make_unique<peers::Listener>(address);
@@ -171,7 +171,7 @@ TEST_P(PoolTest, HasNoMoreConnectionsThanMaxConnections) {
     EXPECT_EQ(second.result(), "21.5");
 }
 
-// A thread that calls again and again must not keep others from ever calling.
+// A thread that calls repeatedly must not prevent others from calling.
 TEST_P(PoolTest, GivesAConnectionToTheCallThatHasWaitedLongest) {
     TavIDL::Settings settings = this->settings();
     settings.maxConnections = 1;
@@ -219,8 +219,8 @@ TEST_P(PoolTest, Serves64Threads) {
     EXPECT_EQ(wrong, 0);
 }
 
-// The listener's queue is full, and then it is gone.
-TEST(ConnectingPoolTest, ReportsThatItCouldNotSendIfTheServerGoesWhileItConnects) {
+// The listener's queue is full; then the listener is closed.
+TEST(ConnectingPoolTest, ReportsThatItCouldNotSendIfTheServerEndsWhileItConnects) {
     const peers::Directory directory;
     auto listener = std::make_unique<peers::Listener>(directory.socket(), 0);
     TavIDL::RemoteEmp others(listener->address());

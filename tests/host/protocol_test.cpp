@@ -18,7 +18,7 @@ using apache::thrift::transport::TBufferBase;
 
 namespace {
 
-// Keeps the type information of the protocol that it is served with.
+// Stores the type information of the protocol with which it is served.
 class TypeKeeper : public apache::thrift::TProcessor {
 public:
     bool process(std::shared_ptr<TProtocol> in, std::shared_ptr<TProtocol> out, void*) override {
@@ -43,7 +43,7 @@ const std::type_info* typeServedWith(TavIDL::Settings::Protocol protocol) {
     return keeper->type;
 }
 
-// TavIDL compares addresses: a type of the same name at another address costs virtual calls.
+// TavIDL compares addresses: a type with the same name at another address would cost virtual calls.
 TEST(ProtocolTest, TheBinaryProtocolIsOfTheTypeThatTavIdlCallsDirectly) {
     EXPECT_EQ(typeServedWith(TavIDL::Settings::Binary), &typeid(TBinaryProtocolT<TBufferBase>));
 }

@@ -51,7 +51,7 @@ TEST_P(RemoteTest, CallsAgainOverTheSameConnection) {
     EXPECT_FALSE(listener_.hasVisitor());
 }
 
-TEST_P(RemoteTest, PutsAReplyTogetherThatComesByteByByte) {
+TEST_P(RemoteTest, ReceivesAReplyByteByByte) {
     Running call([&] { return execute(emp_, "read"); });
     peers::Peer peer = listener_.accept();
     peer.receive(request_.size());
@@ -59,7 +59,7 @@ TEST_P(RemoteTest, PutsAReplyTogetherThatComesByteByByte) {
     EXPECT_EQ(call.result(), "21.5");
 }
 
-TEST_P(RemoteTest, PutsALongReplyTogether) {
+TEST_P(RemoteTest, ReceivesALongReply) {
     const std::string text(500'000, 't');
     Running call([&] { return execute(emp_, "read"); });
     peers::Peer peer = listener_.accept();
@@ -68,7 +68,7 @@ TEST_P(RemoteTest, PutsALongReplyTogether) {
     EXPECT_EQ(call.result(), text);
 }
 
-// The peer has part of the request, or all of it, and closes.
+// The peer closes after part of the request, or all of it.
 TEST_P(RemoteTest, FailsOnceIfThePeerClosesAfterAnyByteOfTheRequest) {
     for (std::size_t count = 0; count <= request_.size(); ++count) {
         Running call([&] { return execute(emp_, "read"); });
@@ -119,7 +119,7 @@ TEST_P(RemoteTest, FailsOnceIfThePeerResetsAfterAnyByteOfTheReply) {
     }
 }
 
-// The peer reads slower than the request is written, and then does not want the rest.
+// The peer reads more slowly than the request is written, and then closes before the rest.
 TEST_P(RemoteTest, FailsWithoutASignalIfThePeerClosesWhileALongRequestIsSent) {
     const std::string text(64 << 20, 't');
     Running call([&] { return execute(emp_, "read", text); });
@@ -143,7 +143,7 @@ TEST_P(RemoteTest, ConnectsAgainAfterAFailure) {
     EXPECT_EQ(call.result(), "21.5");
 }
 
-TEST_P(RemoteTest, KeepsTheConnectionWhenThePeerRefusesACall) {
+TEST_P(RemoteTest, KeepsTheConnectionWhenACallFailsOnThePeer) {
     const std::string refusal = messages_.reply(
         request_, std::make_shared<Emp>([](const std::string&, const std::string&) -> std::string {
             throw std::runtime_error("too hot");
@@ -165,8 +165,8 @@ TEST_P(RemoteTest, KeepsTheConnectionWhenThePeerRefusesACall) {
     EXPECT_FALSE(listener_.hasVisitor());
 }
 
-// What was not asked for would else be taken for the reply to the next call.
-TEST_P(RemoteTest, DoesNotTakeASecondReplyForThatOfTheNextCall) {
+// Otherwise the unexpected bytes would be taken for the reply to the next call.
+TEST_P(RemoteTest, DoesNotUseASecondReplyForTheNextCall) {
     Running first([&] { return execute(emp_, "read"); });
     peers::Peer talkative = listener_.accept();
     talkative.receive(request_.size());
@@ -179,7 +179,7 @@ TEST_P(RemoteTest, DoesNotTakeASecondReplyForThatOfTheNextCall) {
     EXPECT_EQ(second.result(), "21.5");
 }
 
-TEST_P(RemoteTest, SaysIfWhatCameIsNotAReply) {
+TEST_P(RemoteTest, SaysIfTheAnswerIsNotAReply) {
     Running call([&] { return execute(emp_, "read"); });
     peers::Peer peer = listener_.accept();
     peer.receive(request_.size());
@@ -189,7 +189,7 @@ TEST_P(RemoteTest, SaysIfWhatCameIsNotAReply) {
     EXPECT_TRUE(failure.sent());
 }
 
-TEST_P(RemoteTest, RefusesAReplyThatIsLongerThanMaxMessageSize) {
+TEST_P(RemoteTest, RejectsAReplyThatIsLongerThanMaxMessageSize) {
     TavIDL::Settings settings = this->settings();
     settings.maxMessageSize = 1000;
     TavIDL::RemoteEmp emp(listener_.address(), settings);
@@ -200,7 +200,7 @@ TEST_P(RemoteTest, RefusesAReplyThatIsLongerThanMaxMessageSize) {
     EXPECT_EQ(call.failure().reason(), CallFailed::NotOurProtocol);
 }
 
-TEST_P(RemoteTest, SaysThatNobodyListens) {
+TEST_P(RemoteTest, SaysThatThereIsNoServer) {
     const std::string address = listener_.address();
     listener_.close();
     const CallFailed failure = failureOf([&] { execute(emp_, "read"); });
@@ -211,8 +211,8 @@ TEST_P(RemoteTest, SaysThatNobodyListens) {
                                              : "cannot connect: No such file or directory"));
 }
 
-// The limit of a message would else end a connection after so many bytes in all.
-TEST_P(RemoteTest, PassesMoreOverAConnectionThanAMessageMayHave) {
+// Otherwise the limit for a message would end a connection after that many bytes in total.
+TEST_P(RemoteTest, SendsMoreOverAConnectionThanAMessageMayHave) {
     TavIDL::Settings settings = this->settings();
     settings.maxMessageSize = 1000;
     listener_.close();
@@ -223,7 +223,7 @@ TEST_P(RemoteTest, PassesMoreOverAConnectionThanAMessageMayHave) {
     }
 }
 
-TEST_P(RemoteTest, PassesAllOperationsOfAnEmp) {
+TEST_P(RemoteTest, CallsAllOperationsOfAnEmp) {
     listener_.close();
     const TavIDL::Server server(listener_.address(), std::make_shared<Emp>(), settings());
     ParamList list;
@@ -261,7 +261,7 @@ TEST(RemoteFailureTest, NamesOperationAddressAndReason) {
                 testing::StartsWith("TavBroker.CloseEmp" + reason));
 }
 
-TEST(RemoteFailureTest, HasTheNearestTypeOfLibthrift) {
+TEST(RemoteFailureTest, HasTheClosestTypeOfLibthrift) {
     const auto typeOf = [](CallFailed::Reason reason) {
         return CallFailed(reason, true, "operation", "address", "").getType();
     };
@@ -272,7 +272,7 @@ TEST(RemoteFailureTest, HasTheNearestTypeOfLibthrift) {
     EXPECT_EQ(typeOf(CallFailed::Cancelled), TTransportException::INTERRUPTED);
 }
 
-TEST(RemoteFailureTest, SaysWhyInPlainWords) {
+TEST(RemoteFailureTest, SaysWhy) {
     const auto textOf = [](CallFailed::Reason reason) {
         return std::string(CallFailed(reason, true, "Open", "unix:emp", "detail").what());
     };
@@ -281,11 +281,11 @@ TEST(RemoteFailureTest, SaysWhyInPlainWords) {
     EXPECT_EQ(textOf(CallFailed::ConnectionClosed),
               "Open at unix:emp: the connection was closed: detail");
     EXPECT_EQ(textOf(CallFailed::NotOurProtocol),
-              "Open at unix:emp: what came is not an answer: detail");
+              "Open at unix:emp: the peer sent something that is not a reply: detail");
     EXPECT_EQ(textOf(CallFailed::Cancelled), "Open at unix:emp: cancelled: detail");
 }
 
-TEST(RemoteFailureTest, KeepsTheKindOfARefusal) {
+TEST(RemoteFailureTest, KeepsTheKindOfAPeersException) {
     class Refusing : public Emp {
         int32_t Close(int32_t) override { return 0; }
     };
@@ -295,7 +295,7 @@ TEST(RemoteFailureTest, KeepsTheKindOfARefusal) {
     Running call([&] { return execute(emp, "read"); });
     peers::Peer peer = listener.accept();
     peer.receive(messages.request("read").size());
-    // A reply to another operation, as a server sends that mixes them up.
+    // A reply to another operation, from a server that mixes up replies.
     const std::string close =
         messages.messageOf<TavEmpClient>([](TavEmpClient& client) { client.send_Close(7); });
     peer.send(messages.reply(close, std::make_shared<Refusing>()));
@@ -323,7 +323,7 @@ TEST(ProtocolOfTheUserTest, IsUsedByBothSides) {
     EXPECT_EQ(call.result(), "21.5");
 }
 
-TEST(ProtocolOfTheUserTest, ThatCannotBeMadeFailsTheCall) {
+TEST(ProtocolOfTheUserTest, FailsTheCallIfItCannotBeCreated) {
     TavIDL::Settings settings;
     settings.makeProtocol =
         [](std::shared_ptr<apache::thrift::transport::TTransport>) -> TavIDL::ProtocolPointer {
@@ -336,7 +336,7 @@ TEST(ProtocolOfTheUserTest, ThatCannotBeMadeFailsTheCall) {
     EXPECT_FALSE(failure.sent());
 }
 
-TEST(RemoteTlsTest, HasNotSentACallIfItCouldNotShakeHands) {
+TEST(RemoteTlsTest, HasNotSentACallIfTheHandshakeFails) {
     TavIDL::Settings settings;
     settings.tls.enabled = true;
     peers::Listener listener;
@@ -355,7 +355,7 @@ TEST(RemoteTlsTest, HasNotSentACallIfItCouldNotShakeHands) {
     EXPECT_FALSE(failure.sent());
 }
 
-TEST(RemoteBrokerTest, PassesAllOperations) {
+TEST(RemoteBrokerTest, CallsAllOperations) {
     class Broker : public TavBrokerIf {
         void OpenEmp(ConnectionInfo& result, const std::string& name, const std::string& version,
                      const std::string& credential) override {

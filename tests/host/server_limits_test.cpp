@@ -83,9 +83,8 @@ INSTANTIATE_TEST_SUITE_P(As, Encoded,
 
 // --- The length of messages
 
-TEST_P(Encoded, AMessageHasTheLengthOfTheSettingsAtMost) {
-    for (const std::size_t length :
-         {100U, 100000U}) {  // one that fits the buffer, one that doesn't
+TEST_P(Encoded, AMessageHasAtMostTheLengthInTheSettings) {
+    for (const std::size_t length : {100U, 100000U}) {  // one fits into the buffer, one does not
         const std::string request = requestFor("read", std::string(length, 'x'), settings);
         const auto size = static_cast<uint32_t>(request.size()) - (settings.framed ? 4 : 0);
         settings.maxMessageSize = size;
@@ -120,7 +119,7 @@ TEST_P(Encoded, TheSumOfManyStringsIsLimited) {
     EXPECT_EQ(reports.waitFor(1).size(), 1U);
 }
 
-TEST_P(Encoded, AMessageIsRefusedAsSoonAsItIsTooLong) {
+TEST_P(Encoded, AMessageIsRejectedAsSoonAsItIsTooLong) {
     settings.maxMessageSize = 100000;
     const Server server("127.0.0.1:0", emp, settings);
     ParamList list;
@@ -144,8 +143,8 @@ TEST_P(Encoded, ManyMessagesOfOneConnectionMayExceedTheLimit) {
 
 class Malicious : public testing::Test {
 protected:
-    // Sends it as the field 99 of a call, and expects that the server gives up the connection
-    // although the message isn't over.
+    // Sends it as field 99 of a call, and expects the server to close the connection before the end
+    // of the message.
     void expectRefusal(const std::string& field) {
         const Server server("127.0.0.1:0", std::make_shared<Emp>(), patient(reports));
         Caller client(server.address());
@@ -159,19 +158,19 @@ protected:
     Reports<std::string> reports;
 };
 
-TEST_F(Malicious, AStringThatClaimsToBeHugeIsRefusedAtOnce) {
+TEST_F(Malicious, AStringThatClaimsToBeHugeIsRejectedImmediately) {
     expectRefusal(std::string("\x0b\0\x63\x7f\xff\xff\xff", 7));
 }
 
-TEST_F(Malicious, AStringOfNegativeLengthIsRefusedAtOnce) {
+TEST_F(Malicious, AStringOfNegativeLengthIsRejectedImmediately) {
     expectRefusal(std::string("\x0b\0\x63\xff\xff\xff\xff", 7));
 }
 
-TEST_F(Malicious, AListOfCountlessEmptyElementsIsRefusedAtOnce) {
+TEST_F(Malicious, AListOfCountlessEmptyElementsIsRejectedImmediately) {
     expectRefusal(std::string("\x0f\0\x63\0\x05\xf5\xe1\0", 8));
 }
 
-TEST_F(Malicious, RecordsInRecordsDoNotExhaustTheStack) {
+TEST_F(Malicious, NestedRecordsDoNotExhaustTheStack) {
     std::string nested;
     for (int i = 0; i < 300000; ++i) {
         nested += std::string("\x0c\0\x63", 3);
@@ -179,7 +178,7 @@ TEST_F(Malicious, RecordsInRecordsDoNotExhaustTheStack) {
     expectRefusal(nested);
 }
 
-TEST_F(Malicious, AFrameThatClaimsToBeHugeIsRefusedAtOnce) {
+TEST_F(Malicious, AFrameThatClaimsToBeHugeIsRejectedImmediately) {
     Settings settings = patient(reports);
     settings.framed = true;
     const Server server("127.0.0.1:0", std::make_shared<Emp>(), settings);
@@ -191,19 +190,19 @@ TEST_F(Malicious, AFrameThatClaimsToBeHugeIsRefusedAtOnce) {
     EXPECT_EQ(reports.waitFor(2).size(), 2U);
 }
 
-TEST_F(Malicious, AnHttpRequestIsRefusedAtOnce) {
+TEST_F(Malicious, AnHttpRequestIsRejectedImmediately) {
     const Server server("127.0.0.1:0", std::make_shared<Emp>(), patient(reports));
     Caller client(server.address());
     client.send("GET / HTTP/1.1\r\n");
     EXPECT_EQ(client.receive(1), "");
 }
 
-// --- What goes over one connection
+// --- Long-lived connections
 
 class LongLived : public testing::TestWithParam<bool> {
 protected:
-    // libthrift ends connections after 100 MiB in total. It counts strings that are in the buffer
-    // as a whole, so this is half as much again.
+    // libthrift ends connections after 100 MiB in total. It counts strings that are completely in
+    // the buffer, so this sends 50 % more.
     static constexpr int kMessages = 5000;
     const std::string text = std::string(30000, 'x');
 
@@ -253,7 +252,7 @@ class TimeLimits : public testing::Test {
 protected:
     static constexpr milliseconds kShort{40};
 
-    // Listens with one of the time-outs short, and the others without an end.
+    // Listens with one short time-out, and the others practically infinite.
     void serve(milliseconds Settings::*shortOne) {
         Settings settings = patient(reports);
         settings.*shortOne = kShort;
@@ -268,7 +267,7 @@ protected:
     std::unique_ptr<Server> server;
 };
 
-TEST_F(TimeLimits, AConnectionMayBeIdleForSoLong) {
+TEST_F(TimeLimits, AConnectionMayBeIdleForItsTimeout) {
     serve(&Settings::idleTimeout);
     Caller never(server->address());
     EXPECT_EQ(never.receive(1), "");
@@ -280,15 +279,16 @@ TEST_F(TimeLimits, AConnectionMayBeIdleForSoLong) {
     EXPECT_THAT(reports.waitFor(2), Each(HasSubstr("the client was idle for too long")));
 }
 
-TEST_F(TimeLimits, ARequestMayTakeSoLong) {
+TEST_F(TimeLimits, ARequestMayTakeItsTimeout) {
     serve(&Settings::receiveTimeout);
     Caller client(server->address());
     client.send(requestFor("read").substr(0, 20));
     EXPECT_EQ(client.receive(1), "");
-    EXPECT_THAT(reports.all(), ElementsAre(HasSubstr("sends its request")));
+    EXPECT_THAT(reports.all(),
+                ElementsAre(HasSubstr("sends a request or reads a reply too slowly")));
 }
 
-TEST_F(TimeLimits, ARequestThatDripsTakesTheSameTimeAsAWhole) {
+TEST_F(TimeLimits, ARequestThatArrivesByteByByteHasTheSameTimeout) {
     serve(&Settings::receiveTimeout);
     Caller client(server->address());
     const std::string request = requestFor("read", std::string(500, 'x'));
@@ -315,7 +315,8 @@ TEST_F(TimeLimits, AClientThatDoesNotReadIsDisconnected) {
     serve(&Settings::sendTimeout);
     Caller client(server->address());
     client.send(requestFor("much"));
-    EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("takes its reply too slowly")));
+    EXPECT_THAT(reports.waitFor(1),
+                ElementsAre(HasSubstr("sends a request or reads a reply too slowly")));
 }
 
 TEST_F(TimeLimits, AClientThatReadsTooSlowlyIsDisconnected) {
@@ -354,7 +355,7 @@ TEST_F(TimeLimits, AHandlerMayTakeLonger) {
 
 // --- Broken clients
 
-TEST_P(Encoded, ARequestMayComeByteByByte) {
+TEST_P(Encoded, ARequestMayArriveByteByByte) {
     const Directory directory;
     const Server server(directory.socket(), emp, settings);
     Caller client(server.address());
@@ -436,7 +437,7 @@ protected:
         Caller client(server.address());
         client.send(requestFor("one", "", settings) + requestFor("two", "", settings));
         entered.wait();
-        // What the server's thread has sent before is here, without any delay.
+        // What the server's thread has sent earlier has already arrived.
         const bool first = client.hearsWithin(0);
         leave.open();
         EXPECT_EQ(client.result(settings), "one done");
@@ -452,11 +453,11 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Replies, Deferring, testing::Bool(), framing);
 
-TEST_P(Deferring, AReplyWaitsForTheNextOneIfItsRequestIsHere) {
+TEST_P(Deferring, AReplyWaitsForTheNextOneIfItsRequestHasArrived) {
     EXPECT_FALSE(firstLeaves());
 }
 
-TEST_P(Deferring, ASettingTurnsThatOff) {
+TEST_P(Deferring, ASettingDisablesThat) {
     settings.deferReplies = false;
     EXPECT_TRUE(firstLeaves());
 }

@@ -23,8 +23,8 @@
 #include "Emp.h"
 #include "Support.h"
 
-// How servers end: the order of events. Where a test says nothing else, no time-out is short enough
-// to end it in time.
+// How servers stop: the order of events. Unless a test says otherwise, all time-outs are longer
+// than the limit for tests.
 
 namespace {
 
@@ -125,7 +125,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Over, Stopping, testing::Values(Over::tcp, Over::unixSocket, Over::tls),
                          overName);
 
-TEST_P(Stopping, EndsIdleConnectionsAtOnceAndAnswersTheRunningCall) {
+TEST_P(Stopping, EndsIdleConnectionsImmediatelyAndAnswersTheRunningCall) {
     const std::size_t threads = countThreads();
     const std::size_t descriptors = countDescriptors();
     serve();
@@ -141,7 +141,7 @@ TEST_P(Stopping, EndsIdleConnectionsAtOnceAndAnswersTheRunningCall) {
 
     auto stopped = std::async(std::launch::async, [&] { server->stop(); });
     for (const auto& connection : idle) {
-        receive(connection, 1000);  // to the end, while the call still runs
+        receive(connection, 1000);  // reads to the end, while the call still runs
     }
     EXPECT_THROW(connect(), CallFailed);
     EXPECT_EQ(stopped.wait_for(milliseconds(0)), std::future_status::timeout);
@@ -167,7 +167,7 @@ TEST_P(Stopping, DisconnectsACallThatTakesTooLongAndWaitsForItsHandler) {
     std::thread watcher([&] {
         receive(client, 1);  // the connection ends
         left = true;
-        emp->leave.open();  // and the handler only then
+        emp->leave.open();  // only then the handler ends
     });
     server->stop();
     EXPECT_TRUE(left);
@@ -189,7 +189,7 @@ TEST_P(Stopping, NeedsNoTimeForIdleConnections) {
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 
-TEST_P(Stopping, EndsWhatWaitsForAConnection) {
+TEST_P(Stopping, RefusesFurtherConnections) {
     const std::size_t threads = countThreads();
     serve();
     server->stop();
@@ -201,18 +201,18 @@ TEST_P(Stopping, EndsAConnectionInTheMiddleOfARequest) {
     serve();
     const auto client = connect();
     send(client, requestFor("one") + requestFor("two").substr(0, 20));
-    receive(client, 1);  // it has got this far
+    receive(client, 1);  // it has reached the handler
     server->stop();
     receive(client, 1000);
     EXPECT_THAT(emp->handled.all(), ElementsAre("one"));
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 
-TEST_P(Stopping, LetsAReplyLeaveThatIsBeingWritten) {
+TEST_P(Stopping, CompletesAReplyThatIsBeingWritten) {
     serve();
     const auto client = connect();
     send(client, requestFor("much"));
-    std::string reply = receive(client, 1);  // the server writes now, and cannot end
+    std::string reply = receive(client, 1);  // the server is writing and cannot finish
     auto stopped = std::async(std::launch::async, [&] { server->stop(); });
     waitUntil([&] {  // it stops
         try {
@@ -238,7 +238,7 @@ TEST_P(Stopping, DisconnectsAClientThatDoesNotReadItsReply) {
     EXPECT_THAT(reports.all(), ElementsAre(HasSubstr("longer than stopTimeout")));
 }
 
-TEST_P(Stopping, AnswersTheRunningCallOfABatchAndNoOther) {
+TEST_P(Stopping, AnswersOnlyTheRunningCallOfABatch) {
     serve();
     const auto client = connect();
     send(client, requestFor("one") + requestFor("wait") + requestFor("three"));
@@ -254,7 +254,7 @@ TEST_P(Stopping, AnswersTheRunningCallOfABatchAndNoOther) {
     EXPECT_THAT(emp->handled.all(), ElementsAre("one", "wait"));
 }
 
-TEST_P(Stopping, MayBeAskedForByManyThreadsAndAgain) {
+TEST_P(Stopping, IsPossibleFromManyThreadsAndRepeatedly) {
     serve();
     const auto client = connect();
     send(client, requestFor("read"));
@@ -271,7 +271,7 @@ TEST_P(Stopping, MayBeAskedForByManyThreadsAndAgain) {
     receive(client, 1000);
 }
 
-TEST_P(Stopping, IsWhatTheDestructorDoes) {
+TEST_P(Stopping, IsDoneByTheDestructor) {
     serve();
     const auto client = connect();
     send(client, requestFor("read"));
@@ -281,7 +281,7 @@ TEST_P(Stopping, IsWhatTheDestructorDoes) {
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 
-TEST_P(Stopping, EndsBareConnections) {
+TEST_P(Stopping, EndsPlainConnections) {
     Gate reads;
     server.emplace(
         address,
@@ -299,7 +299,7 @@ TEST_P(Stopping, EndsBareConnections) {
 
 TEST_P(Stopping, EndsAConnectionThatHasSentNothing) {
     serve();
-    Caller client(server->address());  // over TLS it has not even begun to shake hands
+    Caller client(server->address());  // over TLS it has not begun the handshake
     server->stop();
     EXPECT_EQ(client.receive(1), "");
     EXPECT_THAT(reports.all(), IsEmpty());
@@ -360,7 +360,7 @@ INSTANTIATE_TEST_SUITE_P(Of, Signals,
 void ownHandler(int) {
 }
 
-TEST_P(Signals, StopTheServerAndThenDoWhatTheyDidBefore) {
+TEST_P(Signals, StopTheServerAndThenHaveTheirPreviousEffect) {
     const auto [number, place, toThread] = GetParam();
     signal(SIGINT, ownHandler);
     signal(SIGTERM, SIG_IGN);
@@ -436,7 +436,7 @@ TEST(ServerTest, RunsAgainAfterASignal) {
     }
 }
 
-// In a process of its own.
+// In its own process.
 void sendTwice(int number) {
     const auto emp = std::make_shared<WaitingEmp>();
     Server server("127.0.0.1:0", emp);

@@ -24,7 +24,7 @@
 #include "Emp.h"
 #include "Support.h"
 
-// What stands at Server and at the settings of servers, time limits and stopping apart.
+// What the comments of Server and its settings promise, except for time limits and stopping.
 
 namespace {
 
@@ -64,7 +64,7 @@ TEST(ServerTest, SaysWhichPortTheSystemChose) {
     EXPECT_NE(server.address(), "127.0.0.1:0");
 }
 
-TEST(ServerTest, CanBeReachedAtItsAddressWhenItListensOnAllOfThem) {
+TEST(ServerTest, CanBeReachedAtItsAddressWhenItListensOnAllAddresses) {
     const Server server("0.0.0.0:0", kEmp);
     RemoteEmp emp(server.address());
     EXPECT_EQ(execute(emp, "read"), "read done");
@@ -85,7 +85,7 @@ TEST(ServerTest, ServesByNameAndOverIpv6) {
     }
 }
 
-TEST(ServerTest, RefusesAPortInUse) {
+TEST(ServerTest, RejectsAPortInUse) {
     const Server first("127.0.0.1:0", kEmp);
     try {
         const Server second(first.address(), kEmp);
@@ -104,12 +104,12 @@ TEST(ServerTest, CanUseThePortOfAServerThatClosedItsConnections) {
     Caller client(address);
     client.send(requestFor("read"));
     EXPECT_EQ(client.result(), "read done");
-    first.reset();  // its side of the connection now is in TIME_WAIT, or waits for the client
+    first.reset();  // its side of the connection is now in TIME_WAIT, or waits for the client
     const Server second(address, kEmp);
     EXPECT_EQ(second.address(), address);
 }
 
-TEST(ServerTest, RefusesWhatItCannotServe) {
+TEST(ServerTest, RejectsANullHandlerAndInvalidAddresses) {
     EXPECT_THROW(Server(":0", std::shared_ptr<TavEmpIf>()), std::invalid_argument);
     EXPECT_THROW(Server(":0", std::shared_ptr<TavBrokerIf>()), std::invalid_argument);
     EXPECT_THROW(Server(":0", std::shared_ptr<TavEmpEventIf>()), std::invalid_argument);
@@ -120,7 +120,7 @@ TEST(ServerTest, RefusesWhatItCannotServe) {
     EXPECT_THROW(Server("nonsense", kEmp), std::invalid_argument);
 }
 
-TEST(ServerTest, RefusesSettingsThatItCannotUse) {
+TEST(ServerTest, RejectsInvalidSettings) {
     Settings settings;
     settings.maxClients = 0;
     EXPECT_THROW(Server(":0", kEmp, settings), std::invalid_argument);
@@ -132,7 +132,7 @@ TEST(ServerTest, RefusesSettingsThatItCannotUse) {
 
 // --- Unix sockets
 
-TEST(UnixSocketTest, IsForTheSameUserAloneUnlessTheSettingsSayOtherwise) {
+TEST(UnixSocketTest, IsOnlyForTheSameUserByDefault) {
     const Directory directory;
     struct stat file = {};
     const Server server(directory.socket("own"), kEmp);
@@ -144,7 +144,7 @@ TEST(UnixSocketTest, IsForTheSameUserAloneUnlessTheSettingsSayOtherwise) {
     EXPECT_EQ(file.st_mode & 07777, 0666U);
 }
 
-TEST(UnixSocketTest, HasItsPermissionsWhateverTheUmask) {
+TEST(UnixSocketTest, HasItsPermissionsWithAnyUmask) {
     const Directory directory;
     const mode_t before = umask(0777);
     const Server server(directory.socket(), kEmp, unixMode(0660));
@@ -154,7 +154,7 @@ TEST(UnixSocketTest, HasItsPermissionsWhateverTheUmask) {
     EXPECT_EQ(file.st_mode & 07777, 0660U);
 }
 
-// Leaves the file of a socket that nobody listens on.
+// Leaves the file of a socket on which no process listens.
 void abandon(const std::string& path) {
     const int abandoned = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un name = {};
@@ -165,7 +165,7 @@ void abandon(const std::string& path) {
     close(abandoned);
 }
 
-TEST(UnixSocketTest, ReplacesTheFileOfAServerThatIsGone) {
+TEST(UnixSocketTest, ReplacesTheFileOfAServerThatHasEnded) {
     const Directory directory;
     abandon(directory.file("socket"));
     const Server server(directory.socket(), kEmp);
@@ -173,7 +173,7 @@ TEST(UnixSocketTest, ReplacesTheFileOfAServerThatIsGone) {
     EXPECT_EQ(execute(emp, "read"), "read done");
 }
 
-TEST(UnixSocketTest, LeavesTheFileOfALiveServerAlone) {
+TEST(UnixSocketTest, KeepsTheFileOfARunningServer) {
     const Directory directory;
     const Server first(directory.socket(), kEmp);
     EXPECT_THROW(Server(directory.socket(), kEmp), std::system_error);
@@ -181,7 +181,7 @@ TEST(UnixSocketTest, LeavesTheFileOfALiveServerAlone) {
     EXPECT_EQ(execute(emp, "read"), "read done");
 }
 
-TEST(UnixSocketTest, LeavesTheFileOfAServerAloneWhoseQueueIsFull) {
+TEST(UnixSocketTest, KeepsTheFileOfAServerWhoseQueueIsFull) {
     const Directory directory;
     const int busy = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un name = {};
@@ -189,14 +189,15 @@ TEST(UnixSocketTest, LeavesTheFileOfAServerAloneWhoseQueueIsFull) {
     directory.file("socket").copy(name.sun_path, sizeof name.sun_path - 1);
     ASSERT_EQ(bind(busy, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
     ASSERT_EQ(listen(busy, 0), 0);
-    const Caller waits(directory.socket());  // the queue has room for one, and is full now
+    const Caller waits(
+        directory.socket());  // the queue has room for one connection and is now full
 
     EXPECT_THROW(Server(directory.socket(), kEmp), std::system_error);
     EXPECT_TRUE(std::filesystem::is_socket(directory.file("socket")));
     close(busy);
 }
 
-TEST(UnixSocketTest, OneOfSeveralServersThatStartAtOnceGetsIt) {
+TEST(UnixSocketTest, OneOfSeveralServersThatStartTogetherGetsIt) {
     constexpr std::size_t kServers = 8;
     for (int round = 0; round < 100; ++round) {
         const Directory directory;
@@ -212,7 +213,7 @@ TEST(UnixSocketTest, OneOfSeveralServersThatStartAtOnceGetsIt) {
                 try {
                     server = std::make_unique<Server>(directory.socket(), number);
                 } catch (const std::system_error&) {
-                    // Another one has it.
+                    // Another server has it.
                 }
             });
         }
@@ -273,7 +274,7 @@ TEST(UnixSocketTest, CanBeInTheCurrentDirectory) {
     std::filesystem::current_path(before);
 }
 
-TEST(UnixSocketTest, RefusesAPathThatIsTooLong) {
+TEST(UnixSocketTest, RejectsAPathThatIsTooLong) {
     const Directory directory;
     const std::string stem = directory.socket("");
     const std::string longest = stem + std::string(5 + 107 - stem.size(), 's');
@@ -310,7 +311,7 @@ TEST(ServerTest, ServesAMultiplexedProcessor) {
     EXPECT_EQ(client.result(), "read done");
 }
 
-TEST(ServerTest, HandsABareConnectionToAFunction) {
+TEST(ServerTest, PassesAPlainConnectionToAFunction) {
     Reports<std::string> peers;
     const Server server("127.0.0.1:0", [&](const std::shared_ptr<TavIDL::Connection>& connection) {
         peers.add(connection->peer());
@@ -320,7 +321,7 @@ TEST(ServerTest, HandsABareConnectionToAFunction) {
     });
     Caller client(server.address());
     client.send("ping");
-    EXPECT_EQ(client.receive(5), "ping");  // and the end, since the function has returned
+    EXPECT_EQ(client.receive(5), "ping");  // and the end, because the function has returned
     EXPECT_THAT(peers.all(), ElementsAre(StartsWith("127.0.0.1:")));
 }
 
@@ -363,11 +364,11 @@ TEST(ServerTest, GivesItsThreadsTheStackOfTheSettings) {
                         settings);
     RemoteEmp emp(server.address());
     execute(emp, "read");
-    // The thread sanitizer adds some.
+    // The thread sanitizer adds to the size.
     EXPECT_THAT(sizes.waitFor(2), Each(AllOf(Ge(768U * 1024), Lt(1024U * 1024))));
 }
 
-TEST(ServerTest, GivesItsThreadsTheLeastThatTheSystemAllowsIfTheSettingsSayLess) {
+TEST(ServerTest, GivesItsThreadsTheMinimumStackIfTheSettingsSayLess) {
     Reports<std::size_t> sizes;
     Settings settings;
     settings.stackSize = 1;
@@ -375,7 +376,7 @@ TEST(ServerTest, GivesItsThreadsTheLeastThatTheSystemAllowsIfTheSettingsSayLess)
         "127.0.0.1:0", [&](const std::shared_ptr<TavIDL::Connection>&) { sizes.add(stackSize()); },
         settings);
     const Caller client(server.address());
-    EXPECT_LT(sizes.waitFor(1)[0], 2048U * 1024);  // the sanitizers need some, too
+    EXPECT_LT(sizes.waitFor(1)[0], 2048U * 1024);  // the sanitizers need stack, too
 }
 
 TEST(ServerTest, ClosesItsDescriptorsInProcessesThatItsHandlersStart) {
@@ -384,7 +385,7 @@ TEST(ServerTest, ClosesItsDescriptorsInProcessesThatItsHandlersStart) {
         const Server server(address, kEmp);
         Caller client(server.address());
         client.send(requestFor("read"));
-        EXPECT_EQ(client.result(), "read done");  // its connection is there, too
+        EXPECT_EQ(client.result(), "read done");  // its connection exists, too
         int inherited = 0;
         for (int descriptor = 3; descriptor < 1024; ++descriptor) {
             const int flags = fcntl(descriptor, F_GETFD);
@@ -423,7 +424,7 @@ private:
     rlimit before_ = {};
 };
 
-TEST(ServerTest, AcceptsAgainWhenThereAreDescriptorsAgain) {
+TEST(ServerTest, AcceptsAgainWhenDescriptorsAreFreed) {
     Reports<std::string> reports;
     const Server server("127.0.0.1:0", kEmp, patient(reports));
     Caller client(server.address());
@@ -433,19 +434,19 @@ TEST(ServerTest, AcceptsAgainWhenThereAreDescriptorsAgain) {
     Limit descriptors(RLIMIT_NOFILE);
     Caller waits(server.address());
     waits.send(requestFor("two"));
-    // The connection may have been accepted already. The one after it cannot be.
+    // The connection may have been accepted already. The next one cannot be.
     EXPECT_EQ(waits.result(), "two done");
     const int next = dup(0);
     close(next);
-    // Room for the client's descriptor, and none for the server's.
+    // One descriptor for the client, but none for the server.
     descriptors.set(static_cast<rlim_t>(next) + 1);
     Caller later(server.address());
     reports.waitFor(1);
-    client.send(requestFor("three"));  // those that are connected notice nothing
+    client.send(requestFor("three"));  // existing connections are not affected
     const std::string result = client.result();
-    const bool heard = later.hearsWithin(250);  // meanwhile it tries again and again
+    const bool heard = later.hearsWithin(250);  // meanwhile the server keeps retrying
 
-    // Without descriptors the sanitizers cannot look at what is compared.
+    // The sanitizers need descriptors for the comparison.
     descriptors.lift();
     EXPECT_EQ(result, "three done");
     EXPECT_FALSE(heard);
@@ -456,7 +457,7 @@ TEST(ServerTest, AcceptsAgainWhenThereAreDescriptorsAgain) {
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(EMULATED)
-TEST(ServerTest, GoesOnWhenAThreadCannotBeStarted) {
+TEST(ServerTest, ContinuesWhenAThreadCannotBeStarted) {
     Reports<std::string> reports;
     Settings settings = patient(reports);
     settings.stackSize = 512 << 20;  // reserved, not used
@@ -482,7 +483,7 @@ TEST(ServerTest, GoesOnWhenAThreadCannotBeStarted) {
 }
 #endif
 
-TEST(ServerTest, LeavesNothingBehindIfItsFirstThreadCannotBeStarted) {
+TEST(ServerTest, LeaksNothingIfItsFirstThreadCannotBeStarted) {
     const Directory directory;
     Settings settings;
     settings.stackSize = std::numeric_limits<std::size_t>::max() / 16 * 15;
@@ -507,10 +508,10 @@ TEST(ServerTest, LetsFurtherConnectionsWaitAndServesThemLater) {
     }
     Caller third(server.address());
     third.send(requestFor("third"));
-    EXPECT_THAT(reports.waitFor(1),
-                ElementsAre(server.address() +
-                            ": as many connections are open as maxClients allows; others wait"));
-    for (Caller* client : {&first, &second}) {  // still served, and nobody else is
+    EXPECT_THAT(
+        reports.waitFor(1),
+        ElementsAre(server.address() + ": maxClients connections are open; further ones wait"));
+    for (Caller* client : {&first, &second}) {  // only these are still served
         client->send(requestFor("again"));
         EXPECT_EQ(client->result(), "again done");
     }
@@ -520,7 +521,7 @@ TEST(ServerTest, LetsFurtherConnectionsWaitAndServesThemLater) {
     EXPECT_EQ(third.result(), "third done");
 }
 
-TEST(ServerTest, ForgetsConnectionsThatHaveEnded) {
+TEST(ServerTest, ReleasesConnectionsThatHaveEnded) {
     Reports<std::string> reports;
     const Server server("127.0.0.1:0", kEmp, patient(reports));
     {
@@ -539,7 +540,7 @@ TEST(ServerTest, ForgetsConnectionsThatHaveEnded) {
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 
-// --- What handlers throw
+// --- Handlers that throw
 
 class Failing : public testing::Test {
 protected:
@@ -577,7 +578,7 @@ TEST_F(Failing, AnswersWithWhatAHandlerThrows) {
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 
-TEST_F(Failing, ClosesTheConnectionAfterAnythingElseThatAHandlerThrows) {
+TEST_F(Failing, ClosesTheConnectionAfterANonStandardException) {
     Caller client(server.address());
     client.send(requestFor("int"));
     EXPECT_EQ(client.receive(1), "");
@@ -603,7 +604,7 @@ TEST_F(Failing, SurvivesARawFunctionThatThrows) {
     EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("not a std::exception")));
 }
 
-TEST(ServerTest, IgnoresWhatTheFunctionForFailuresThrows) {
+TEST(ServerTest, IgnoresExceptionsFromOnFailure) {
     Settings settings;
     settings.onFailure = [](const std::string&) { throw 42; };
     const Server server("127.0.0.1:0", kEmp, settings);
@@ -645,7 +646,7 @@ TEST(ServerTest, NeverPrints) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
 
-// --- The observer
+// --- Settings::onCall
 
 class Observed : public Failing {
 protected:
@@ -695,7 +696,7 @@ TEST_F(Observed, GetsOperationPeerAndOutcome) {
     EXPECT_EQ(seen[2].outcome, ServedCall::Failed);
 }
 
-TEST_F(Observed, GetsTheNamesOfUnknownOperationsAndHalfARequest) {
+TEST_F(Observed, GetsTheNamesOfUnknownOperationsAndPartialRequests) {
     Caller client(observed->address());
     std::string unknown = requestFor("read");
     unknown.replace(unknown.find("Execute"), 7, "Destroy");

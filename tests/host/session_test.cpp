@@ -23,7 +23,7 @@ using testing::StartsWith;
 
 namespace {
 
-// Lines that several threads write.
+// Lines from several threads.
 class Log {
 public:
     void note(const std::string& line) {
@@ -40,7 +40,7 @@ private:
     std::vector<std::string> lines_;
 };
 
-// Names the ports that a test wants, and notes its calls.
+// Returns the ports that a test sets, and logs its calls.
 class Broker : public TavBrokerIf {
 public:
     explicit Broker(Log& log) : log_(log) { info.empID = "emp-7"; }
@@ -72,7 +72,7 @@ int portOf(const std::string& address) {
     return std::stoi(address.substr(address.rfind(':') + 1));
 }
 
-// A port where nobody listens.
+// A port on which no process listens.
 int freePort() {
     return portOf(peers::Listener().address());
 }
@@ -94,7 +94,7 @@ protected:
             log_.note("event " + std::to_string(type) + " " + param1 + param2);
         });
     }
-    // Without the calls of the broker, between which they may come.
+    // Without the calls of the broker, between which events may arrive.
     std::vector<std::string> events() const {
         std::vector<std::string> events;
         for (const std::string& line : log_.lines()) {
@@ -108,7 +108,7 @@ protected:
     std::string callbackAddress() const {
         return ":" + std::to_string(handler_->info.callbackServicePort);
     }
-    // A program that uses a broker elsewhere.
+    // For a program that uses a broker at another address.
     void serveBrokerAt(const std::string& address) {
         brokerServer_ = std::make_unique<TavIDL::Server>(address, handler_);
         broker_ = std::make_unique<TavIDL::RemoteBroker>(brokerServer_->address());
@@ -137,7 +137,7 @@ TEST_F(SessionTest, OpensTheEmpCallsItAndClosesIt) {
     EXPECT_THAT(failures_.lines(), IsEmpty());
 }
 
-TEST_F(SessionTest, TakesTheBrokersSettingsUnlessItGetsOthers) {
+TEST_F(SessionTest, UsesTheBrokersSettingsByDefault) {
     TavIDL::Settings settings;
     settings.callTimeout = std::chrono::milliseconds(4711);
     TavIDL::RemoteBroker broker(brokerServer_->address(), settings);
@@ -171,8 +171,8 @@ TEST_F(SessionTest, FindsTheEmpOnTheMachineOfABrokerAtAnIpv6Address) {
     EXPECT_THAT(events(), ElementsAre("event 1 warm"));
 }
 
-// The name's first address is not that of the broker.
-TEST_F(SessionTest, ListensForEventsWhereTheBrokerReallyIs) {
+// The host name's first address is not the broker's.
+TEST_F(SessionTest, ListensForEventsOnTheAddressThatReachesTheBroker) {
     TavIDL::RemoteBroker broker(substitutes::kBothLoopbacks + std::string(":") +
                                 std::to_string(portOf(brokerServer_->address())));
     TavIDL::EmpSession session(
@@ -245,19 +245,19 @@ TEST_F(SessionTest, CallsTheFunctionForOneEventAtATime) {
     EXPECT_EQ(most, 1);
 }
 
-TEST_F(SessionTest, ListensNowhereIfTheCallbackServicePortIs0) {
+TEST_F(SessionTest, DoesNotListenIfTheCallbackServicePortIs0) {
     handler_->info.callbackServicePort = 0;
     const auto session = open();
     EXPECT_EQ(execute(**session, "read"), "read done");
     EXPECT_TRUE(session->close());
 }
 
-TEST_F(SessionTest, ListensNowhereIfNobodyWantsEvents) {
+TEST_F(SessionTest, DoesNotListenWithoutAFunctionForEvents) {
     const auto session = open(nullptr);
     EXPECT_THROW(TavIDL::RemoteCallback(callbackAddress()).Callback(1, "", ""), CallFailed);
 }
 
-TEST_F(SessionTest, GoesOnAfterAnEventWhoseFunctionThrows) {
+TEST_F(SessionTest, ContinuesAfterTheFunctionForEventsThrows) {
     const auto session = open([this](int32_t type, const std::string& text, const std::string&) {
         if (type == 1) {
             throw std::runtime_error("no room for it");
@@ -272,7 +272,7 @@ TEST_F(SessionTest, GoesOnAfterAnEventWhoseFunctionThrows) {
     EXPECT_THAT(failures_.lines(), ElementsAre("event 1: no room for it"));
 }
 
-TEST_F(SessionTest, GoesOnAfterAnEventWhoseFunctionThrowsWhatIsNotAnException) {
+TEST_F(SessionTest, ContinuesAfterTheFunctionForEventsThrowsANonStandardException) {
     settings_.onFailure = [this](const std::string& failure) {
         failures_.note(failure);
         throw std::runtime_error("nor that");
@@ -292,13 +292,13 @@ TEST_F(SessionTest, GoesOnAfterAnEventWhoseFunctionThrowsWhatIsNotAnException) {
                 ElementsAre("event 1: the function threw something that is not a std::exception"));
 }
 
-TEST_F(SessionTest, IsNotMadeIfTheBrokerDoesNotOpenTheEmp) {
+TEST_F(SessionTest, CannotBeConstructedIfTheBrokerDoesNotOpenTheEmp) {
     handler_->onOpen = [] { throw std::runtime_error("no such EMP"); };
     EXPECT_THROW(open(), apache::thrift::TApplicationException);
     EXPECT_THAT(log_.lines(), ElementsAre(StartsWith("OpenEmp")));
 }
 
-TEST_F(SessionTest, ClosesTheEmpIfThePortForEventsIsTaken) {
+TEST_F(SessionTest, ClosesTheEmpIfThePortForEventsIsInUse) {
     const peers::Listener other;
     handler_->info.callbackServicePort = portOf(other.address());
     try {
@@ -310,7 +310,7 @@ TEST_F(SessionTest, ClosesTheEmpIfThePortForEventsIsTaken) {
     EXPECT_THAT(log_.lines(), ElementsAre(StartsWith("OpenEmp"), "CloseEmp emp-7"));
 }
 
-TEST_F(SessionTest, ClosesTheEmpIfAPortCannotBeOne) {
+TEST_F(SessionTest, ClosesTheEmpIfAPortIsInvalid) {
     for (const int32_t port : {-1, 65536, INT32_MAX, INT32_MIN}) {
         handler_->info.callbackServicePort = port;
         EXPECT_THROW(open(), std::runtime_error) << port;
@@ -325,7 +325,7 @@ TEST_F(SessionTest, ClosesTheEmpIfAPortCannotBeOne) {
     EXPECT_EQ(log_.lines().size(), 14U);
 }
 
-TEST_F(SessionTest, SaysWhichPortCannotBeOne) {
+TEST_F(SessionTest, SaysWhichPortIsInvalid) {
     handler_->info.empServicePort = 70000;
     try {
         open();
@@ -336,7 +336,7 @@ TEST_F(SessionTest, SaysWhichPortCannotBeOne) {
     }
 }
 
-TEST_F(SessionTest, ThrowsTheFirstFailureIfTheEmpCannotBeClosedEither) {
+TEST_F(SessionTest, ThrowsTheFirstFailureIfClosingTheEmpFailsToo) {
     handler_->info.empServicePort = 0;
     handler_->onClose = [] { throw std::logic_error("stuck"); };
     EXPECT_THROW(open(), std::runtime_error);
@@ -371,7 +371,7 @@ TEST_F(SessionTest, ReportsAFailureOfItsDestructor) {
                 StartsWith("the EMP emp-7 may still be open: TavBroker.CloseEmp at "));
 }
 
-TEST_F(SessionTest, NeverThrowsFromItsDestructorWhateverTheReportThrows) {
+TEST_F(SessionTest, NeverThrowsFromItsDestructorEvenIfOnFailureThrows) {
     settings_.onFailure = [](const std::string&) { throw 42; };
     auto session = open();
     brokerServer_.reset();
@@ -389,7 +389,7 @@ TEST_F(SessionTest, CancelsCallsThatStillWaitWhenItIsClosed) {
     EXPECT_EQ(call.failure().reason(), CallFailed::Cancelled);
 }
 
-TEST_F(SessionTest, MayBeClosedByManyThreads) {
+TEST_F(SessionTest, CanBeClosedByManyThreads) {
     const auto session = open();
     std::vector<std::unique_ptr<calls::Running>> closers;
     for (int i = 0; i < 8; ++i) {

@@ -3,7 +3,7 @@
 #
 #   system_calls.sh STRACE PROGRAM tcp|unix buffered|framed call|batch
 #
-# Exit status 77: the system does not allow processes to be traced, so nothing was counted.
+# Exit status 77: the system does not allow tracing processes, so nothing was counted.
 set -euo pipefail
 
 strace=$1 program=$2 family=$3 framing=$4 kind=$5
@@ -14,7 +14,7 @@ directory=$(mktemp -d)
 trap 'rm -rf "$directory"' EXIT
 
 if ! "$strace" -f -o "$directory/probe" true 2>"$directory/error"; then
-    echo "Not run: strace cannot trace here: $(<"$directory/error")"
+    echo "Not run: strace cannot trace processes: $(<"$directory/error")"
     exit 77
 fi
 
@@ -29,8 +29,8 @@ read -r address <&"${SERVER[0]}"
 echo >&"${SERVER[1]}"
 wait "$server"
 
-# The system calls of one side, as lines of "NAME COUNT": those of the thread that sends, after its
-# first sends up to its last. Left out is what memory and locks need now and then.
+# The system calls of one side, as lines of "NAME COUNT": those of the sending thread, after its first
+# sends and up to its last. Occasional calls for memory and locks are not counted.
 cost() {
     awk -v first="$first" -v counted="$counted" '
         match($0, /^[0-9]+ +[a-z_0-9]+\(/) {
@@ -55,7 +55,7 @@ cost() {
         END {
             for (name in count) {
                 if (name ~ /^(brk|mmap|mmap2|munmap|mprotect|madvise|futex)$/) continue
-                # A time-out is set anew when the machine was so slow that it no longer fits.
+                # A time-out is set again if the machine was so slow that it no longer fits.
                 if (name == "setsockopt" && count[name] < counted / 2) continue
                 print name, count[name]
             }

@@ -39,7 +39,7 @@ protected:
         forClient.onFailure = nullptr;
     }
 
-    // As the server's.
+    // Sets the server's certificate.
     void use(const Certificate& own) {
         forServer.tls.enabled = true;
         forServer.tls.certificate = own.file;
@@ -50,7 +50,7 @@ protected:
         return std::make_unique<Server>(address, emp, forServer);
     }
 
-    // "" if a call succeeds, or why it doesn't.
+    // Makes a call. Returns the reason if it fails, else "".
     std::string failureOf(const std::string& address) {
         RemoteEmp remote(address, forClient);
         try {
@@ -62,7 +62,7 @@ protected:
         }
     }
 
-    // The server lives, and serves those that are welcome.
+    // The server still runs and serves valid clients.
     void expectService(const Server& server) { EXPECT_EQ(failureOf(server.address()), ""); }
 
     const Directory directory;
@@ -110,9 +110,9 @@ TEST_F(TlsTest, CarriesLongMessagesFramedOrNot) {
     }
 }
 
-// --- Whom a client trusts
+// --- Which servers a client trusts
 
-TEST_F(TlsTest, AClientRefusesServersThatItCannotTrust) {
+TEST_F(TlsTest, AClientRejectsUntrustedServers) {
     const Certificate other = makeCertificate(directory, "other", "", nullptr);
     const struct {
         Certificate certificate;
@@ -130,7 +130,7 @@ TEST_F(TlsTest, AClientRefusesServersThatItCannotTrust) {
         const auto server = serve();
         EXPECT_THAT(failureOf(server->address()), HasSubstr(why));
         EXPECT_EQ(reason, CallFailed::CannotConnect);
-        EXPECT_EQ(reports.waitFor(1).size(), 1U);  // the client has said why, and the server knows
+        EXPECT_EQ(reports.waitFor(1).size(), 1U);  // the client has sent the reason to the server
         reports.clear();
     }
 }
@@ -141,7 +141,7 @@ TEST_F(TlsTest, AClientComparesTheNameInTheAddress) {
     EXPECT_THAT(failureOf(server->address()), HasSubstr("hostname mismatch"));
 }
 
-TEST_F(TlsTest, WithoutTheCheckOfTheHostAnyHostOfTheAuthorityWillDo) {
+TEST_F(TlsTest, WithoutCheckHostAnyHostOfTheAuthorityIsAccepted) {
     forClient.tls.checkHost = false;
     use(makeCertificate(directory, "elsewhere", "DNS:example.org", &authority));
     EXPECT_EQ(failureOf(serve()->address()), "");
@@ -155,7 +155,7 @@ TEST_F(TlsTest, AClientWithoutTrustedFileTrustsTheSystemsAuthorities) {
     EXPECT_NE(failureOf(serve()->address()), "");  // ours is not one of them
 }
 
-// --- Whom a server trusts
+// --- Which clients a server trusts
 
 TEST_F(TlsTest, AServerAcceptsClientsWithACertificate) {
     forServer.tls.trusted = authority.file;
@@ -165,7 +165,7 @@ TEST_F(TlsTest, AServerAcceptsClientsWithACertificate) {
     EXPECT_EQ(failureOf(serve()->address()), "");
 }
 
-TEST_F(TlsTest, AServerRefusesClientsThatItCannotTrust) {
+TEST_F(TlsTest, AServerRejectsUntrustedClients) {
     forServer.tls.trusted = authority.file;
     const auto server = serve();
     const Certificate other = makeCertificate(directory, "other", "", nullptr);
@@ -185,7 +185,7 @@ TEST_F(TlsTest, AServerRefusesClientsThatItCannotTrust) {
 
 // --- Settings
 
-TEST_F(TlsTest, NamesTheFileThatCannotBeUsed) {
+TEST_F(TlsTest, NamesTheUnusableFile) {
     const auto failure = [this](const Settings& settings) -> std::string {
         try {
             Server("127.0.0.1:0", emp, settings);
@@ -214,16 +214,16 @@ TEST_F(TlsTest, IsNotForUnixSockets) {
 
 // --- Peers that don't speak TLS
 
-TEST_F(TlsTest, APlainClientIsRefused) {
+TEST_F(TlsTest, AClientWithoutTlsIsRejected) {
     const auto server = serve();
     Caller client(server->address());
     client.send(requestFor("read"));
     client.waitForEnd();
-    EXPECT_THAT(reports.all(), ElementsAre(HasSubstr("TLS: no handshake")));
+    EXPECT_THAT(reports.all(), ElementsAre(HasSubstr("TLS: handshake failed")));
     expectService(*server);
 }
 
-TEST_F(TlsTest, APlainServerIsRefused) {
+TEST_F(TlsTest, AServerWithoutTlsIsRejected) {
     forServer.tls = TavIDL::Tls();
     const auto server = serve();
     EXPECT_NE(failureOf(server->address()), "");
@@ -233,7 +233,7 @@ TEST_F(TlsTest, APlainServerIsRefused) {
     expectService(*server);
 }
 
-// --- Clients that go. (By a SIGPIPE the process would end.)
+// --- Clients that disconnect. (A SIGPIPE would end the process.)
 
 TEST_F(TlsTest, AClientMayCloseOrResetDuringTheHandshake) {
     const auto server = serve();
@@ -280,7 +280,7 @@ TEST_F(TlsTest, AClientThatClosesIsNotReported) {
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 
-TEST_F(TlsTest, ErrorsThatAHandlerLeavesInOpensslAreNotTheConnections) {
+TEST_F(TlsTest, ErrorsThatAHandlerLeavesInOpensslDoNotAffectTheConnection) {
     const auto server = serve();
     const std::size_t threads = countThreads();
     {
@@ -293,9 +293,9 @@ TEST_F(TlsTest, ErrorsThatAHandlerLeavesInOpensslAreNotTheConnections) {
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 
-// --- Time limits and the end
+// --- Time limits and the end of connections
 
-TEST_F(TlsTest, AHandshakeThatDripsTakesTheTimeOfARequest) {
+TEST_F(TlsTest, AHandshakeThatArrivesByteByByteHasTheTimeoutOfARequest) {
     forServer.receiveTimeout = milliseconds(40);
     const auto server = serve();
     TlsCaller client(server->address());
@@ -308,8 +308,8 @@ TEST_F(TlsTest, AHandshakeThatDripsTakesTheTimeOfARequest) {
     EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("no TLS handshake in time")));
 }
 
-TEST_F(TlsTest, ARecordThatDripsTakesTheTimeOfARequest) {
-    forServer.receiveTimeout = milliseconds(2000);  // the handshake has so long, too
+TEST_F(TlsTest, ARecordThatArrivesByteByByteHasTheTimeoutOfARequest) {
+    forServer.receiveTimeout = milliseconds(2000);  // also applies to the handshake
     const auto server = serve();
     TlsCaller client(server->address());
     client.shakeHands();
@@ -321,7 +321,8 @@ TEST_F(TlsTest, ARecordThatDripsTakesTheTimeOfARequest) {
         client.caller().send(rest.substr(sent++, 1));
     } while (sent < rest.size() && !client.caller().hearsWithin(5));
     EXPECT_LT(sent, rest.size());
-    EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("sends its request")));
+    EXPECT_THAT(reports.waitFor(1),
+                ElementsAre(HasSubstr("sends a request or reads a reply too slowly")));
 }
 
 TEST_F(TlsTest, AnIdleClientIsDisconnected) {
@@ -339,7 +340,8 @@ TEST_F(TlsTest, AClientThatDoesNotReadIsDisconnected) {
     TlsCaller client(server->address());
     client.shakeHands();
     client.caller().send(client.encrypted(requestFor("much")));
-    EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("takes its reply too slowly")));
+    EXPECT_THAT(reports.waitFor(1),
+                ElementsAre(HasSubstr("sends a request or reads a reply too slowly")));
 }
 
 TEST_F(TlsTest, TheEndIsAnnouncedEvenLongAfterTheLastReply) {
@@ -354,7 +356,7 @@ TEST_F(TlsTest, TheEndIsAnnouncedEvenLongAfterTheLastReply) {
     EXPECT_TRUE(client.endIsAnnounced());
 }
 
-TEST_F(TlsTest, ACallHasItsDeadline) {
+TEST_F(TlsTest, ACallHasItsTimeout) {
     const auto server = serve();
     RemoteEmp remote(server->address(), forClient);
     EXPECT_EQ(execute(remote, "read"), "read done");  // connecting takes its time
@@ -369,7 +371,7 @@ TEST_F(TlsTest, ACallHasItsDeadline) {
     leave.open();
 }
 
-TEST_F(TlsTest, AHandshakeHasTheDeadlineForConnecting) {
+TEST_F(TlsTest, AHandshakeHasTheTimeoutForConnecting) {
     Gate never;
     const Server silent("127.0.0.1:0",
                         [&](const std::shared_ptr<TavIDL::Connection>&) { never.wait(); });

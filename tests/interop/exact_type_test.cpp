@@ -15,7 +15,7 @@ using apache::thrift::transport::TMemoryBuffer;
 
 namespace {
 
-// Derived from a protocol that the library may call directly: these must be called.
+// Derived from a protocol that the library may call directly: its overrides must be called.
 template <typename Base>
 class Overriding : public Base {
 public:

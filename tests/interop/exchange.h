@@ -24,8 +24,8 @@ inline TransportPtr wrap(const std::string& framing, const TransportPtr& transpo
     throw std::invalid_argument("no framing is called " + framing);
 }
 
-// A client and a server in one thread: the client's flush hands its request over,
-// and the reply lies ready when flush returns.
+// A client and a server in one thread: the client's flush passes the request to the server,
+// and the reply is ready when flush returns.
 class Exchange {
 public:
     using Serve = std::function<void(const ProtocolPtr& in, const ProtocolPtr& out)>;
@@ -51,7 +51,7 @@ public:
         return ::call<Family>(service, operation, word, clientIn_, clientOut_);
     }
 
-    // The bytes of the last request, and all that is still unread of its reply.
+    // The bytes of the last request, and the unread rest of its reply.
     const std::string& request() const { return request_; }
     const std::string& reply() const { return reply_; }
     std::string unread() const { return downward_->getBufferAsString(); }

@@ -18,7 +18,7 @@ using apache::thrift::protocol::TMessageType;
 
 namespace {
 
-// The classes that the Thrift compiler makes of the same interface.
+// The classes that the Thrift compiler generates from the same interface.
 struct Generated {
     using ConnectionInfo = TAV_IDL::ConnectionInfo;
     using ParamList = TAV_IDL::ParamList;
@@ -37,7 +37,7 @@ std::string header(const std::string& name, int type, int32_t seqid) {
     return name + " type " + std::to_string(type) + " seqid " + std::to_string(seqid);
 }
 
-// Sends a message with an empty record, as no client does.
+// Sends a message with an empty record, which clients never do.
 void send(const ProtocolPtr& out, const std::string& name, TMessageType type, int32_t seqid) {
     out->writeMessageBegin(name, type, seqid);
     out->writeStructBegin("");
@@ -54,7 +54,7 @@ void discard(const ProtocolPtr& in) {
     in->getTransport()->readEnd();
 }
 
-// Reads a message and leaves out its record.
+// Reads a message and skips its record.
 std::string readHeader(const ProtocolPtr& in) {
     std::string name;
     TMessageType type = T_CALL;
@@ -78,7 +78,7 @@ std::string readFailure(const ProtocolPtr& in) {
            failure.what();
 }
 
-// One of three encodings in one of three transports.
+// One of three encodings over one of three transports.
 class Wire : public testing::TestWithParam<std::tuple<const char*, const char*>> {
 protected:
     template <typename Family>
@@ -116,7 +116,7 @@ protected:
         }
     }
 
-    // A client of another service calls what the server does not know.
+    // A client of another service calls an unknown operation.
     template <typename Client, typename Server>
     void expectUnknownNamesAreRefused() {
         auto broker = serve<Server>("TavBroker");
@@ -129,7 +129,7 @@ protected:
                   "kind 1: Invalid method name: 'OpenEmp'");
         EXPECT_EQ(emp.template call<Client>("TavEmp", "Close", "camera"), "-300");
 
-        // Answered, although the service has nothing but a one-way operation.
+        // Answered, although the service only has a one-way operation.
         auto event = serve<Server>("TavEmpEvent");
         EXPECT_EQ(event.template call<Client>("TavEmp", "Open", "camera"),
                   "kind 1: Invalid method name: 'Open'");
@@ -151,7 +151,7 @@ TEST_P(Wire, GeneratedClientsAndLibraryProcessorsExchangeEveryOperation) {
     expectEveryOperationWorks<Generated, Library>();
 }
 
-TEST_P(Wire, LibraryClientsRethrowWhatHandlersOfTheLibraryThrow) {
+TEST_P(Wire, LibraryClientsRethrowWhatLibraryHandlersThrow) {
     expectEveryFailureIsToldAndTheNextCallWorks<Library, Library>();
 }
 
@@ -163,19 +163,19 @@ TEST_P(Wire, GeneratedClientsRethrowWhatHandlersOfTheLibraryThrow) {
     expectEveryFailureIsToldAndTheNextCallWorks<Generated, Library>();
 }
 
-TEST_P(Wire, LibraryProcessorsRefuseUnknownNamesOfLibraryClients) {
+TEST_P(Wire, LibraryProcessorsRejectUnknownNamesFromLibraryClients) {
     expectUnknownNamesAreRefused<Library, Library>();
 }
 
-TEST_P(Wire, GeneratedProcessorsRefuseUnknownNamesOfLibraryClients) {
+TEST_P(Wire, GeneratedProcessorsRejectUnknownNamesFromLibraryClients) {
     expectUnknownNamesAreRefused<Library, Generated>();
 }
 
-TEST_P(Wire, LibraryProcessorsRefuseUnknownNamesOfGeneratedClients) {
+TEST_P(Wire, LibraryProcessorsRejectUnknownNamesFromGeneratedClients) {
     expectUnknownNamesAreRefused<Generated, Library>();
 }
 
-TEST_P(Wire, LibraryProcessorsAnswerAMessageThatIsNoCallAndServeTheNext) {
+TEST_P(Wire, LibraryProcessorsAnswerAMessageThatIsNotACallAndServeTheNext) {
     for (const char* service : {"TavBroker", "TavEmp", "TavEmpEvent"}) {
         for (const TMessageType type : {T_REPLY, T_EXCEPTION}) {
             auto exchange = serve<Library>(service);
@@ -189,7 +189,7 @@ TEST_P(Wire, LibraryProcessorsAnswerAMessageThatIsNoCallAndServeTheNext) {
     }
 }
 
-TEST_P(Wire, GeneratedProcessorsDropAMessageThatIsNoCallWithoutAnAnswer) {
+TEST_P(Wire, GeneratedProcessorsDropAMessageThatIsNotACall) {
     bool served = true;
     const auto processor = makeProcessor<Generated>("TavEmp", journal);
     auto exchange = serve([&](const ProtocolPtr& in, const ProtocolPtr& out) {
@@ -214,7 +214,7 @@ TEST_P(Wire, LibraryProcessorsEchoTheSeqidOfEveryRequestThatTheyAnswer) {
               "Closer type 3 seqid 6, kind 1: Invalid method name: 'Closer'");
 }
 
-TEST_P(Wire, LibraryProcessorsLeaveACallbackUnansweredWhicheverItsType) {
+TEST_P(Wire, LibraryProcessorsDoNotAnswerACallbackOfAnyType) {
     auto exchange = serve<Library>("TavEmpEvent");
 
     send(exchange.clientOut(), "Callback", T_CALL, 1);
@@ -224,9 +224,9 @@ TEST_P(Wire, LibraryProcessorsLeaveACallbackUnansweredWhicheverItsType) {
     EXPECT_EQ(journal.lines(2), (std::vector<std::string>{"Callback 0  ", "Callback 0  "}));
 }
 
-TEST_P(Wire, NeitherClientLooksAtTheSeqidOfAReply) {
+TEST_P(Wire, BothClientsIgnoreTheSeqidOfAReply) {
     const auto processor = makeProcessor<Library>("TavEmp", journal);
-    // Numbers requests as it likes, so that the replies carry 99.
+    // Sends requests with its own seqid, so that the replies carry 99.
     auto exchange = serve([&](const ProtocolPtr& in, const ProtocolPtr& out) {
         std::string name;
         TMessageType type = T_CALL;
@@ -240,14 +240,14 @@ TEST_P(Wire, NeitherClientLooksAtTheSeqidOfAReply) {
     EXPECT_EQ(exchange.call<Generated>("TavEmp", "Close", "camera"), "-300");
 }
 
-// Answers every call with an empty record under a header of its own.
+// Answers every call with an empty record and the header that a test sets.
 struct Reply {
     const char* name;
     TMessageType type;
     const char* outcome;
 };
 
-TEST_P(Wire, LibraryClientsRefuseReplies) {
+TEST_P(Wire, LibraryClientsRejectReplies) {
     const Reply replies[] = {
         {"Close", T_REPLY, "kind 5: Close failed: unknown result"},
         {"close", T_REPLY, "kind 3: TApplicationException: Wrong method name"},
@@ -267,7 +267,7 @@ TEST_P(Wire, LibraryClientsRefuseReplies) {
             }
         });
         EXPECT_EQ(exchange.call<Library>("TavEmp", "Close", "camera"), reply.outcome);
-        // The reply has been consumed: the same connection carries the next call.
+        // The reply has been consumed: the connection can be used for the next call.
         EXPECT_EQ(exchange.unread(), "");
         answersBadly = false;
         EXPECT_EQ(exchange.call<Library>("TavEmp", "Close", "camera"), "-300");
@@ -287,7 +287,7 @@ TEST_P(Wire, BothClientsSendTheSameBytesAndBothProcessorsAnswerWithTheSame) {
             EXPECT_EQ(library.reply(), generated.reply()) << operation.name << ' ' << word;
         }
     }
-    // What is not known is refused with the same bytes.
+    // Unknown operations are rejected with the same bytes.
     auto library = serve<Library>("TavEmp");
     auto generated = serve<Generated>("TavEmp");
     library.call<Library>("TavBroker", "OpenEmp", "camera");
@@ -295,9 +295,9 @@ TEST_P(Wire, BothClientsSendTheSameBytesAndBothProcessorsAnswerWithTheSame) {
     EXPECT_EQ(library.reply(), generated.reply());
 }
 
-TEST_P(Wire, ACallbackIsACallFromTheLibraryAndOneWayFromGeneratedClientsAndElseTheSame) {
+TEST_P(Wire, ACallbackDiffersOnlyInItsMessageTypeFromThatOfGeneratedClients) {
     std::string sent;
-    // Notes the header, and the record by itself.
+    // Logs the header and the record separately.
     auto exchange = serve([&](const ProtocolPtr& in, const ProtocolPtr&) {
         const auto again = std::make_shared<apache::thrift::transport::TMemoryBuffer>();
         const auto copy = makeProtocol(encoding(), again);

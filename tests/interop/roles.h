@@ -14,10 +14,10 @@
 #include <string>
 #include <vector>
 
-// Both ends of every operation, written once for whoever offers the three
-// services: the library, or the classes that the Thrift compiler makes. Handlers
-// note each call as a line and callers turn each outcome into one, so that a test
-// compares texts and a mismatch explains itself.
+// Both ends of every operation, for either implementation of the three services:
+// the library, or the classes that the Thrift compiler generates. Handlers log each
+// call as a line and callers return each outcome as one, so that a test compares
+// texts and a mismatch explains itself.
 
 using ProtocolPtr = std::shared_ptr<apache::thrift::protocol::TProtocol>;
 using TransportPtr = std::shared_ptr<apache::thrift::transport::TTransport>;
@@ -52,7 +52,7 @@ inline ProtocolPtr makeProtocol(const std::string& encoding, const TransportPtr&
     throw std::invalid_argument("no encoding is called " + encoding);
 }
 
-// What handlers were asked, one line a call. Threads may share one.
+// The calls that handlers received, one per line. Thread-safe.
 class Journal {
 public:
     void note(const std::string& line) {
@@ -61,8 +61,8 @@ public:
         changed_.notify_all();
     }
 
-    // The lines so far, once there are as many as `count`; fewer only if they are
-    // not written within half a minute.
+    // Waits for `count` lines and returns them. Returns fewer only if they do not
+    // arrive within half a minute.
     std::vector<std::string> lines(std::size_t count) {
         std::unique_lock<std::mutex> lock(mutex_);
         changed_.wait_until(lock, std::chrono::system_clock::now() + std::chrono::seconds(30),
@@ -85,7 +85,7 @@ inline std::string joined(const std::vector<std::string>& words) {
     return line;
 }
 
-// Notes the call; refuses it if its first text is "fail".
+// Logs the call; throws if its first text is "fail".
 inline void obey(Journal& journal, const std::string& line, const std::string& text) {
     journal.note(line);
     if (text == "fail") {
@@ -176,7 +176,7 @@ private:
     Journal& journal_;
 };
 
-// The processor of one service, by the service's name.
+// The processor of the service with this name.
 template <typename Family>
 ProcessorPtr makeProcessor(const std::string& service, Journal& journal) {
     if (service == "TavBroker") {
@@ -194,7 +194,7 @@ ProcessorPtr makeProcessor(const std::string& service, Journal& journal) {
     throw std::invalid_argument("no service is called " + service);
 }
 
-// Calls an operation with `word` as its first text and returns what came of it.
+// Calls an operation with `word` as its first text and returns the outcome.
 template <typename Family>
 std::string call(const std::string& service, const std::string& operation, const std::string& word,
                  const ProtocolPtr& in, const ProtocolPtr& out) {
@@ -256,8 +256,8 @@ std::string call(const std::string& service, const std::string& operation, const
     throw std::invalid_argument("no operation is called " + operation);
 }
 
-// Every operation: what its handler sees of a call with the word "camera", what
-// its caller gets, and what a handler that refuses the word "fail" makes of that.
+// Every operation: what its handler and its caller get in a call with the word
+// "camera", and what the caller gets in a call with the word "fail".
 struct Operation {
     const char* service;
     const char* name;
@@ -285,7 +285,7 @@ constexpr Operation kOperations[] = {
      "ExecuteWithParamList 9 camera one two three four five six seven eight nine ten",
      "kind 0: refused: ExecuteWithParamList 9 fail one two three four five six seven eight nine "
      "ten"},
-    // One-way: its caller never learns of a failure.
+    // One-way: the caller does not notice a failure.
     {"TavEmpEvent", "Callback", "Callback -3 camera still", "sent", "sent"},
 };
 

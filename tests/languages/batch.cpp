@@ -1,4 +1,4 @@
-// Calls a peer's services in batches, by libTavIDLHost: see crosstest.py.
+// Calls a peer's services in batches, with libTavIDLHost: see crosstest.py.
 //
 //     batch PROTOCOL TRANSPORT BROKERPORT EMPPORT
 //
@@ -28,7 +28,7 @@ std::future<std::string> echo(TavIDL::EmpBatch& batch, const std::string& cmd,
     return batch.Execute(7, cmd, param1, "", "", "");
 }
 
-// The EMP puts a call's parameters into its result, so each result shows which call it answers.
+// The EMP returns a call's parameters as its result, so each result shows which call it answers.
 std::string ordered(TavIDL::RemoteEmp& emp, const std::vector<std::string>& commands) {
     TavIDL::EmpBatch batch(emp);
     std::vector<std::future<std::string>> results;
@@ -54,7 +54,7 @@ std::string differentOperations(TavIDL::RemoteEmp& emp) {
     return opened + execute.get() + ", " + std::to_string(close.get());
 }
 
-// A refusal without its words, which differ from language to language.
+// Reports an exception without its text, which differs from language to language.
 std::string outcomeOf(std::future<std::string>& result) {
     try {
         return result.get();

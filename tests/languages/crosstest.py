@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
-"""Lets libTavIDL talk to peers in other languages, both ways, and says how it went.
+"""Runs calls between libTavIDL and peers in other languages, in both directions.
 
     crosstest.py run BUILD LANGUAGE         runs all cells of a language
     crosstest.py page BUILD PAGE            puts the results of all into the page
-    crosstest.py page BUILD PAGE --check    or tells whether they stand there
+    crosstest.py page BUILD PAGE --check    or checks that they are there
 
 BUILD is the directory in which the peers were built. A cell is one language, one
 direction, one protocol and one transport: two processes, and the outcome of every
-case. It must be what is written down here, case by case.
+case, which must be the expected outcome in this file.
 """
 
 import concurrent.futures
@@ -32,7 +32,7 @@ LANGUAGES = {
     "javascript": "JavaScript",
 }
 
-# --- What must come out
+# --- Expected outcomes
 
 # Of libTavIDL on both sides, in the order in which the peers report it.
 EXPECTED = {
@@ -80,8 +80,8 @@ EXPECTED = {
     "Bytes that are no UTF-8 sent": "2",
     "Bytes that are no UTF-8 sent, then": "49801|-49802|camera|2.1|key",
 }
-# And what a client makes of replies that no server of libTavIDL gives. (The peer that
-# gives them stands beside the services of libTavIDL, for want of another.)
+# How a client handles replies that libTavIDL's servers never send. (The peer with
+# libTavIDL's services also sends these.)
 EXPECTED_OF_ODD = {
     "Reply: otherseqid": "otherseqid",
     "Reply: otherseqid, then": "good",
@@ -99,7 +99,7 @@ EXPECTED_OF_ODD = {
     "Reply: notutf8": "2",
 }
 
-# And what libTavIDLHost makes of a server's replies to batches of calls. (It has no JSON.)
+# How libTavIDLHost handles a server's replies to batches of calls. (It has no JSON.)
 BATCH_PROTOCOLS = ["binary", "compact"]
 EXPECTED_OF_BATCHES = {
     "Batch of 1000 calls": "in order",
@@ -109,7 +109,7 @@ EXPECTED_OF_BATCHES = {
     "Batch whose first call is answered last": "in order",
 }
 
-# Where a language's generated code goes its own way, as a server and as a client.
+# Where a language's generated code differs, as a server and as a client.
 FAILURES = [
     "OpenEmp fails",
     "Execute at the broker fails",
@@ -203,7 +203,7 @@ OWN_AS_CLIENT = {
     },
 }
 
-# Where it does so over some protocols and transports alone.
+# Where it differs only over some protocols and transports.
 LOSES_NUL = {"NUL sent": "2", "NUL received": "2"}
 OWN_OVER = [
     ("library", "client", ["json buffered", "json framed"], LOSES_NUL),
@@ -236,7 +236,7 @@ def calls_in_batches(language, role, protocol):
 
 
 def expected(language, role, protocol, transport):
-    """What the peer of `language` in `role` must come to with libTavIDL at the other end."""
+    """The expected outcomes of `language` in `role` with libTavIDL at the other end."""
     cases = dict(EXPECTED)
     if role == "client":
         cases.update(EXPECTED_OF_ODD)
@@ -251,7 +251,7 @@ def expected(language, role, protocol, transport):
     return {case: outcome for case, outcome in cases.items() if case not in left_out}
 
 
-# What a language cannot speak, and the reason that its peer gives.
+# Protocols that a language does not support, and the reason that its peer prints.
 UNSUPPORTED = {("c_glib", "json"): "the library has no thrift_json_protocol.h"}
 
 
@@ -281,7 +281,7 @@ def outcomes_in(lines):
 
 
 def converse(build, server, client, protocol, transport, batches):
-    """The outcome of every case, or the reason why one side cannot speak so."""
+    """The outcome of every case, or why one side does not support the protocol."""
     wire = [protocol, transport]
     env = environment(build)
     with subprocess.Popen(
@@ -314,9 +314,9 @@ def converse(build, server, client, protocol, transport, batches):
                 )
                 for each in clients
             ]
-            _, told = serving.communicate(timeout=TIMEOUT)
+            _, printed = serving.communicate(timeout=TIMEOUT)
         except subprocess.TimeoutExpired as hung:
-            # What it had told by then says where it hangs.
+            # Its output so far shows where it hangs.
             lines = (hung.output or b"").decode(errors="replace").splitlines()
             return {"outcomes": {**outcomes_in(lines), "hangs for": f"{TIMEOUT} seconds"}}
         finally:
@@ -326,7 +326,7 @@ def converse(build, server, client, protocol, transport, batches):
     outcomes = outcomes_in(line for each in called for line in each.stdout.splitlines())
     for process, status, words in [
         *(("client", each.returncode, each.stderr) for each in called),
-        ("server", serving.returncode, told),
+        ("server", serving.returncode, printed),
     ]:
         if status != 0:
             outcomes[f"exit status of the {process}"] = f"{status}\n{words}"
@@ -334,7 +334,7 @@ def converse(build, server, client, protocol, transport, batches):
 
 
 def run(build, language):
-    """Runs all cells of a language and tells whether each came to what it must."""
+    """Runs all cells of a language and returns whether all have the expected outcome."""
     cells = []
     for role in ["client", "server"] if language != "library" else ["client"]:
         for protocol, transport in WIRES:
@@ -417,7 +417,7 @@ def table_of_cells(cells):
 
 
 def table_of_own_ways(cells, role, cases):
-    """The cases in which any language goes its own way, with what it comes to."""
+    """The cases in which any language differs, with its outcome."""
     rows = []
     for case, usual in cases.items():
         row = [case, code(usual)]
@@ -445,7 +445,7 @@ def table_of_own_ways(cells, role, cases):
 
 
 def page(build, path, check=None):
-    """Puts the tables between their marks in the page, or tells whether they stand there."""
+    """Puts the tables between their marks in the page, or checks that they are there."""
     cells = results(build)
     tables = {
         "cells": table_of_cells(cells),

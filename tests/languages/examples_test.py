@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The examples in other languages, as processes, with those in C++ at the other end.
+"""The examples in other languages, as processes, with the C++ examples at the other end.
 
     examples_test.py BUILD EXAMPLES      what unittest offers may follow
 
@@ -61,7 +61,7 @@ def command(language, program, *arguments):
 
 @contextlib.contextmanager
 def started(process_command, **how):
-    """A process that has told its first line, and that line. It must end well."""
+    """A process that has printed its first line, and that line. It must exit with 0."""
     with subprocess.Popen(
         process_command,
         stdin=subprocess.PIPE,
@@ -98,7 +98,7 @@ def run(process_command, **changes):
 
 @contextlib.contextmanager
 def reserved_port():
-    """A port that nobody else is given, and that a server can have all the same."""
+    """A port that the system gives to no other process, but that a server can use."""
     with socket.socket() as holder:
         holder.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
         holder.bind(("127.0.0.1", 0))
@@ -106,7 +106,7 @@ def reserved_port():
 
 
 class Examples:
-    """What holds in each language."""
+    """Tests for each language."""
 
     language = None
 
@@ -115,7 +115,7 @@ class Examples:
             directory = Path(name)
             for program in ["broker", "program"]:
                 shutil.copy(EXAMPLES / program, directory)
-            # The broker starts what stands beside it under this name.
+            # The broker starts the program of this name in its own directory.
             wrapper = directory / "emp"
             wrapper.write_text(f'#!/bin/sh\nexec {" ".join(command(self.language, "emp"))} "$@"\n')
             wrapper.chmod(0o755)
@@ -162,7 +162,7 @@ class Examples:
             self.assertEqual(line, "emp-1 serves")
             for what, sent in hostile.items():
                 with self.subTest(what):
-                    # It closes the connection at once, not when it has waited long enough.
+                    # It closes the connection immediately, not after a time-out.
                     with socket.create_connection(("127.0.0.1", port), 5) as connection:
                         connection.sendall(sent)
                         with contextlib.suppress(ConnectionResetError):

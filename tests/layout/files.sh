@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Looks into the built library.
+# Checks the contents of the built library.
 #
-#   files.sh exports LIST LIBRARY     the exported symbols are those of the list
-#   files.sh package LIST SYMBOLS     so are those that Debian's package names
+#   files.sh exports LIST LIBRARY     the exported symbols are those in the list
+#   files.sh package LIST SYMBOLS     so are those in Debian's symbols file
 #   files.sh needs LIBRARY [OTHER...] the libraries that it needs: OTHER as well as libthrift's
 #   files.sh load_time FUNCTION OBJECT...
-#                                     what runs when it is loaded; FUNCTION is one of its own
+#                                     the code that runs at load time; FUNCTION is in the objects
 set -euo pipefail
 export LC_ALL=C
 
@@ -54,21 +54,21 @@ load_time() {
             found+=("$(basename "$object")")
         fi
     done
-    # Objects for link-time optimization alone would have nothing to look at.
+    # Objects only for link-time optimization have no code to check.
     if ! nm --demangle --defined-only "$@" | grep "T $function(" >/dev/null; then
-        echo "-- these hold no code: $*" >&2
+        echo "-- no code in: $*" >&2
         exit 1
     fi
-    # An optimizing compiler finds that there is nothing to construct.
+    # With optimization, nothing needs to be constructed.
     if ((${#found[@]})) && [[ ${found[*]} != TAV_IDLConstants.cpp.o ]]; then
-        echo "-- these have something to run at load time: ${found[*]}" >&2
+        echo "-- these run code at load time: ${found[*]}" >&2
         exit 1
     fi
-    # In that one, the constructor of the constants and nothing else.
+    # In the first, only the constructor of the constants.
     for object in "$@"; do
         [[ $object == *TAV_IDLConstants.cpp.o ]] || continue
         if nm --demangle --undefined-only "$object" | grep -vE ' (_GLOBAL_OFFSET_TABLE_|__stack_chk_fail)$'; then
-            echo "-- the construction of the constants must not call these" >&2
+            echo "-- the constructor of the constants must not call these" >&2
             exit 1
         fi
     done

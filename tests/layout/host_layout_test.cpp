@@ -42,7 +42,7 @@ std::size_t placeOfInterface() {
 
 }  // namespace
 
-TEST(HostLayoutTest, SettingsHoldTheirMembersInOrder) {
+TEST(HostLayoutTest, SettingsHaveTheirMembersInOrder) {
     std::size_t end = 0;
     EXPECT_TRUE(
         (inARow<Settings::Protocol,
@@ -60,14 +60,14 @@ TEST(HostLayoutTest, SettingsHoldTheirMembersInOrder) {
     EXPECT_EQ(sizeof(Settings), aligned(end, alignof(Settings)));
 }
 
-TEST(HostLayoutTest, TlsHoldsItsMembersInOrder) {
+TEST(HostLayoutTest, TlsHasItsMembersInOrder) {
     std::size_t end = 0;
     EXPECT_TRUE((inARow<bool, std::string, std::string, std::string, bool>(
         end, &Tls::enabled, &Tls::trusted, &Tls::certificate, &Tls::key, &Tls::checkHost)));
     EXPECT_EQ(sizeof(Tls), aligned(end, alignof(Tls)));
 }
 
-TEST(HostLayoutTest, AServedCallHoldsItsMembersInOrder) {
+TEST(HostLayoutTest, AServedCallHasItsMembersInOrder) {
     std::size_t end = 0;
     EXPECT_TRUE((inARow<std::string, std::string, std::chrono::microseconds, ServedCall::Outcome>(
         end, &ServedCall::operation, &ServedCall::peer, &ServedCall::duration,
@@ -88,7 +88,7 @@ TEST(HostLayoutTest, EnumeratorsKeepTheirValues) {
     EXPECT_EQ(CallFailed::Cancelled, 4);
 }
 
-TEST(HostLayoutTest, AFailureHoldsAReasonAndAFlagBehindLibthriftsOwn) {
+TEST(HostLayoutTest, AFailureHasAReasonAndAFlagAfterLibthriftsMembers) {
     struct AsAgreed : TTransportException {
         CallFailed::Reason reason;
         bool sent;
@@ -97,7 +97,7 @@ TEST(HostLayoutTest, AFailureHoldsAReasonAndAFlagBehindLibthriftsOwn) {
     EXPECT_EQ(slotsOf<CallFailed>(), slotsOf<TTransportException>());
 }
 
-TEST(HostLayoutTest, AllElseThatIsInAClassIsBehindOnePointer) {
+TEST(HostLayoutTest, AllOtherMembersAreBehindOnePointer) {
     EXPECT_EQ(sizeof(TavIDL::Server), kPointer);
     EXPECT_EQ(sizeof(TavIDL::EmpSession), kPointer);
     EXPECT_EQ(sizeof(TavIDL::Remote), 2 * kPointer);
@@ -108,7 +108,7 @@ TEST(HostLayoutTest, AllElseThatIsInAClassIsBehindOnePointer) {
     EXPECT_EQ(sizeof(Connection), sizeof(TTransport));
 }
 
-TEST(HostLayoutTest, ARemoteHasItsInterfaceBehindWhatAllHaveInCommon) {
+TEST(HostLayoutTest, ARemoteHasItsInterfaceAfterTheCommonBase) {
     EXPECT_EQ((placeOfInterface<RemoteBroker, TavBrokerIf>()), 2 * kPointer);
     EXPECT_EQ((placeOfInterface<RemoteEmp, TavEmpIf>()), 2 * kPointer);
     EXPECT_EQ((placeOfInterface<RemoteCallback, TavEmpEventIf>()), 2 * kPointer);

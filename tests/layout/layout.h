@@ -7,8 +7,8 @@
 #include <cstring>
 #include <typeinfo>
 
-// Looks at classes as the C++ ABI of Linux lays them out: what a program that was
-// compiled against a header expects of the library that it runs with.
+// The layout of classes in the C++ ABI of Linux: what a compiled program expects of the
+// library.
 
 template <typename Class, typename Member>
 std::size_t offsetOf(Member Class::*member) {
@@ -22,8 +22,8 @@ inline std::size_t aligned(std::size_t offset, std::size_t alignment) {
     return (offset + alignment - 1) / alignment * alignment;
 }
 
-// Whether members of just these types follow each other, the first at `offset`, with
-// nothing between them. Leaves `offset` behind the last.
+// Whether members of these types follow each other without gaps, starting at `offset`.
+// Sets `offset` to the end of the last.
 template <typename... Members, typename Class>
 bool inARow(std::size_t& offset, Members Class::*... members) {
     bool asExpected = true;
@@ -37,8 +37,8 @@ bool inARow(std::size_t& offset, Members Class::*... members) {
     return asExpected;
 }
 
-// A pointer to a member function is a slot of the table of virtual functions, or an
-// address. ARM tells which in the second word, since code may lie at odd addresses.
+// A pointer to a member function is a slot in the table of virtual functions, or an
+// address. On ARM the second word says which, because code may be at odd addresses.
 template <typename Function>
 bool isVirtual(Function function) {
     std::size_t words[2] = {};
@@ -78,7 +78,7 @@ bool hasNoBase() {
     return typeid(typeid(Class)) == typeid(abi::__class_type_info);
 }
 
-// Whether `Base` is the one base, public and virtual.
+// Whether `Base` is the only base, public and virtual.
 template <typename Base, typename Class>
 bool derivesVirtuallyFrom() {
     const auto* info = dynamic_cast<const abi::__vmi_class_type_info*>(&typeid(Class));

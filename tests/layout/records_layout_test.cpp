@@ -10,14 +10,14 @@
 namespace {
 
 // The pointer to the table of virtual functions comes first, then the fields, and
-// nothing behind them.
+// nothing after them.
 template <typename... Fields, typename Record>
 bool holds(Fields Record::*... fields) {
     std::size_t end = sizeof(void*);
     return inARow<Fields...>(end, fields...) && aligned(end, alignof(Record)) == sizeof(Record);
 }
 
-// As above, with the group of flags behind the fields.
+// As above, with the group of flags after the fields.
 template <typename... Fields, typename Record>
 bool holdsBeforeFlags(Fields Record::*... fields) {
     std::size_t end = sizeof(void*);
@@ -47,7 +47,7 @@ void expectPlainRecords() {
 
 }  // namespace
 
-TEST(RecordLayoutTest, NoRecordHasABaseOrAVirtualOperationButItsDestructor) {
+TEST(RecordLayoutTest, RecordsHaveNoBaseAndNoVirtualFunctionButTheirDestructor) {
     expectPlainRecords<
         ConnectionInfo, ParamList, TavBroker_OpenEmp_args, TavBroker_OpenEmp_pargs,
         TavBroker_OpenEmp_result, TavBroker_OpenEmp_presult, TavBroker_Execute_args,
@@ -61,7 +61,7 @@ TEST(RecordLayoutTest, NoRecordHasABaseOrAVirtualOperationButItsDestructor) {
         TavEmpEvent_Callback_args, TavEmpEvent_Callback_pargs>();
 }
 
-TEST(RecordLayoutTest, SharedRecordsHoldTheirFieldsInOrderBeforeTheirFlags) {
+TEST(RecordLayoutTest, SharedRecordsHaveTheirFieldsInOrderBeforeTheirFlags) {
     EXPECT_TRUE((holdsBeforeFlags<int32_t, int32_t, std::string>(
         &ConnectionInfo::callbackServicePort, &ConnectionInfo::empServicePort,
         &ConnectionInfo::empID)));
@@ -72,7 +72,7 @@ TEST(RecordLayoutTest, SharedRecordsHoldTheirFieldsInOrderBeforeTheirFlags) {
         &ParamList::param9, &ParamList::param10)));
 }
 
-TEST(RecordLayoutTest, ArgumentsLieInOrderBeforeTheirFlags) {
+TEST(RecordLayoutTest, ArgumentsAreInOrderBeforeTheirFlags) {
     EXPECT_TRUE((holdsBeforeFlags<std::string, std::string, std::string>(
         &TavBroker_OpenEmp_args::name, &TavBroker_OpenEmp_args::version,
         &TavBroker_OpenEmp_args::credential)));
@@ -99,7 +99,7 @@ TEST(RecordLayoutTest, ArgumentsLieInOrderBeforeTheirFlags) {
         &TavEmpEvent_Callback_args::param2)));
 }
 
-TEST(RecordLayoutTest, PointersToArgumentsLieInOrderAndHaveNoFlags) {
+TEST(RecordLayoutTest, PointersToArgumentsAreInOrderAndHaveNoFlags) {
     EXPECT_TRUE((holds<const std::string*, const std::string*, const std::string*>(
         &TavBroker_OpenEmp_pargs::name, &TavBroker_OpenEmp_pargs::version,
         &TavBroker_OpenEmp_pargs::credential)));
@@ -126,7 +126,7 @@ TEST(RecordLayoutTest, PointersToArgumentsLieInOrderAndHaveNoFlags) {
         &TavEmpEvent_Callback_pargs::param2)));
 }
 
-TEST(RecordLayoutTest, ResultsLieBeforeTheirFlag) {
+TEST(RecordLayoutTest, ResultsAreBeforeTheirFlag) {
     EXPECT_TRUE((holdsBeforeFlags<ConnectionInfo>(&TavBroker_OpenEmp_result::success)));
     EXPECT_TRUE((holdsBeforeFlags<std::string>(&TavBroker_Execute_result::success)));
     EXPECT_TRUE((holdsBeforeFlags<bool>(&TavBroker_CloseEmp_result::success)));
@@ -136,7 +136,7 @@ TEST(RecordLayoutTest, ResultsLieBeforeTheirFlag) {
     EXPECT_TRUE((holdsBeforeFlags<std::string>(&TavEmp_ExecuteWithParamList_result::success)));
 }
 
-TEST(RecordLayoutTest, PointersToResultsLieBeforeTheirFlag) {
+TEST(RecordLayoutTest, PointersToResultsAreBeforeTheirFlag) {
     EXPECT_TRUE((holdsBeforeFlags<ConnectionInfo*>(&TavBroker_OpenEmp_presult::success)));
     EXPECT_TRUE((holdsBeforeFlags<std::string*>(&TavBroker_Execute_presult::success)));
     EXPECT_TRUE((holdsBeforeFlags<bool*>(&TavBroker_CloseEmp_presult::success)));
@@ -146,7 +146,7 @@ TEST(RecordLayoutTest, PointersToResultsLieBeforeTheirFlag) {
     EXPECT_TRUE((holdsBeforeFlags<std::string*>(&TavEmp_ExecuteWithParamList_presult::success)));
 }
 
-TEST(RecordLayoutTest, FlagsAreOneBoolAFieldInTheSameOrder) {
+TEST(RecordLayoutTest, FlagsAreOneBoolPerFieldInTheSameOrder) {
     EXPECT_TRUE(flagsAre(&decltype(ConnectionInfo::__isset)::callbackServicePort,
                          &decltype(ConnectionInfo::__isset)::empServicePort,
                          &decltype(ConnectionInfo::__isset)::empID));
@@ -199,7 +199,7 @@ TEST(RecordLayoutTest, FlagsAreOneBoolAFieldInTheSameOrder) {
                          &decltype(TavEmpEvent_Callback_args::__isset)::param2));
 }
 
-TEST(RecordLayoutTest, FingerprintsAreATextAndSixteenBytes) {
+TEST(RecordLayoutTest, FingerprintsAreTextAndSixteenBytes) {
     EXPECT_TRUE(
         (std::is_same<decltype(ConnectionInfo::ascii_fingerprint), const char* const>::value));
     EXPECT_TRUE(

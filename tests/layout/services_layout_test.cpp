@@ -19,7 +19,7 @@ using apache::thrift::transport::TMemoryBuffer;
 
 namespace {
 
-// A program's own client and processor: what they inherit can be used by them.
+// A program's own client and processor can use the members that they inherit.
 template <typename Client>
 struct OwnClient : Client {
     using Client::Client;
@@ -93,7 +93,7 @@ void expectProcessorMembers() {
     EXPECT_EQ(placeIn(&processor, processor.operationMap_), 3 * word);
 }
 
-// Whether anyone may use the members.
+// Whether the members are public.
 constexpr auto takeInput = [](auto& client) -> decltype(client.iprot_, void()) {};
 constexpr auto takeOutput = [](auto& client) -> decltype(client.oprot_, void()) {};
 constexpr auto takeInputOwner = [](auto& client) -> decltype(client.piprot_, void()) {};
@@ -121,7 +121,7 @@ void expectProcessorMembersProtected() {
     EXPECT_FALSE((std::is_invocable<decltype(takeMap), Processor&>::value));
 }
 
-// A server of libthrift hands the processor a message through its base class.
+// libthrift's servers call the processor through its base class.
 template <typename Processor>
 void expectProcessReachesProcessFn() {
     OwnProcessor<Processor> processor(nullptr);
@@ -171,7 +171,7 @@ TEST(InterfaceLayoutTest, NoInterfaceHasABase) {
     EXPECT_TRUE(hasNoBase<TavEmpEventIf>());
 }
 
-TEST(InterfaceLayoutTest, NoInterfaceHoldsData) {
+TEST(InterfaceLayoutTest, NoInterfaceHasData) {
     EXPECT_EQ(sizeof(TavBrokerIf), sizeof(void*));
     EXPECT_EQ(sizeof(TavEmpIf), sizeof(void*));
     EXPECT_EQ(sizeof(TavEmpEventIf), sizeof(void*));
@@ -223,7 +223,7 @@ TEST(ClientLayoutTest, TheEventClientHasADestructorThenItsOperationsInOrder) {
     EXPECT_EQ(slotsOf<TavEmpEventClient>(), 3U);
 }
 
-TEST(ClientLayoutTest, ClientsDeriveVirtuallyFromTheirInterfaceAlone) {
+TEST(ClientLayoutTest, ClientsDeriveVirtuallyFromTheirInterfaceOnly) {
     EXPECT_TRUE((derivesVirtuallyFrom<TavBrokerIf, TavBrokerClient>()));
     EXPECT_TRUE((derivesVirtuallyFrom<TavEmpIf, TavEmpClient>()));
     EXPECT_TRUE((derivesVirtuallyFrom<TavEmpEventIf, TavEmpEventClient>()));
@@ -247,7 +247,7 @@ TEST(ClientLayoutTest, TheHalvesOfACallAreNotVirtual) {
     EXPECT_FALSE(isVirtual(&TavEmpEventClient::send_Callback));
 }
 
-TEST(ClientLayoutTest, ClientsHoldTheirTwoProtocolsAndAPointerToEachInOrder) {
+TEST(ClientLayoutTest, ClientsHaveTheirTwoProtocolsAndAPointerToEachInOrder) {
     expectClientMembers<TavBrokerClient>();
     expectClientMembers<TavEmpClient>();
     expectClientMembers<TavEmpEventClient>();
@@ -259,7 +259,7 @@ TEST(ClientLayoutTest, OnlyDerivedClassesReachTheProtocols) {
     expectClientMembersProtected<TavEmpEventClient>();
 }
 
-TEST(ProcessorLayoutTest, ProcessorsDeriveVirtuallyFromLibthriftsAlone) {
+TEST(ProcessorLayoutTest, ProcessorsDeriveVirtuallyFromLibthriftsOnly) {
     EXPECT_TRUE((derivesVirtuallyFrom<TProcessor, TavBrokerProcessor>()));
     EXPECT_TRUE((derivesVirtuallyFrom<TProcessor, TavEmpProcessor>()));
     EXPECT_TRUE((derivesVirtuallyFrom<TProcessor, TavEmpEventProcessor>()));
@@ -271,7 +271,7 @@ TEST(ProcessorLayoutTest, ProcessorsHaveADestructorThenProcessAndProcessFn) {
     expectProcessorSlots<TavEmpEventProcessor>();
 }
 
-TEST(ProcessorLayoutTest, ProcessorsHoldTheirHandlerThenTheMapOfOperations) {
+TEST(ProcessorLayoutTest, ProcessorsHaveTheirHandlerThenTheMapOfOperations) {
     expectProcessorMembers<TavBrokerProcessor, TavBrokerIf>();
     expectProcessorMembers<TavEmpProcessor, TavEmpIf>();
     expectProcessorMembers<TavEmpEventProcessor, TavEmpEventIf>();

@@ -16,7 +16,7 @@
 #include <string>
 #include <typeinfo>
 
-// What the programs and modules here do with a protocol of their own.
+// What these programs and modules do with their protocol.
 namespace calls {
 
 using apache::thrift::protocol::TBinaryProtocolT;
@@ -30,7 +30,7 @@ using Compact = TCompactProtocolT<TTransport>;
 using StaticBinary = TBinaryProtocolT<TBufferBase>;
 using StaticCompact = TCompactProtocolT<TBufferBase>;
 
-// A virtual function of its own, which the library must call.
+// Overrides a virtual function, which the library must call.
 class Adding : public Binary {
 public:
     using Binary::Binary;
@@ -68,15 +68,15 @@ Exchange exchange() {
     return found;
 }
 
-// Hidden: else it would be one for all modules, and the loader would never unload the first.
+// Hidden: otherwise all modules would share it, and the loader would never unload the first.
 __attribute__((visibility("hidden"))) inline int virtualCallCount = 0;
 
-// How often `use` calls a virtual function of a protocol. The protocol's table of virtual functions
-// is replaced by one whose functions only count; its type stays what it was.
+// Counts how often `use` calls a virtual function of a protocol. Replaces the protocol's table of
+// virtual functions by one whose functions only count; its type does not change.
 template <typename Protocol, typename Use>
 int virtualCalls(const Use& use) {
     using Function = uint32_t (*)();
-    struct Table {  // as the Itanium C++ ABI has it, for a class without virtual bases
+    struct Table {  // as in the Itanium C++ ABI, for a class without virtual bases
         std::ptrdiff_t offsetToTop;
         const std::type_info* type;
         Function functions[256];  // more than a protocol has

@@ -21,12 +21,12 @@ TYPED_TEST(LibthriftsProtocolTest, WritesARecordWithoutAVirtualCall) {
     EXPECT_EQ(calls::virtualCallsOfARecord<TypeParam>(), 0);
 }
 
-TYPED_TEST(LibthriftsProtocolTest, WritesAMessageWithVirtualCallsAtItsBeginAndEndAtMost) {
+TYPED_TEST(LibthriftsProtocolTest, WritesAMessageWithVirtualCallsOnlyAtItsBeginningAndEnd) {
     EXPECT_LE(calls::virtualCallsOfAMessage<TypeParam>(), 2);
 }
 
-// Shows that virtual calls are counted: the record's begin and end, begin, value and end of three
-// fields, and the stop.
-TEST(DerivedProtocolTest, WritesARecordByVirtualCallsAlone) {
+// Shows that virtual calls are counted: the record's begin and end; begin, value and end of three
+// fields; and the stop.
+TEST(DerivedProtocolTest, WritesARecordOnlyByVirtualCalls) {
     EXPECT_EQ(calls::virtualCallsOfARecord<calls::Adding>(), 2 + 3 * 3 + 1);
 }

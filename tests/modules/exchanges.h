@@ -3,7 +3,7 @@
 
 #include "module.h"
 
-// What each protocol is to exchange, as text.
+// What each protocol should exchange, as text.
 namespace exchanges {
 
 inline std::string text(const Exchange& exchange) {

@@ -1,4 +1,4 @@
-// A module that has one type of protocol; the build chooses which.
+// A module with one type of protocol, which the build chooses.
 #include "calls.h"
 
 using Protocol = calls::PROTOCOL;

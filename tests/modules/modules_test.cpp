@@ -1,4 +1,4 @@
-// Modules that are loaded while the program runs. Each case runs in a process of its own, in which
+// Modules that are loaded while the program runs. Each case runs in its own process, in which
 // nothing was loaded before, and which may crash.
 #include "exchanges.h"
 
@@ -47,7 +47,7 @@ private:
     void* handle_;
 };
 
-// What `run` returns in a process of its own, or how that ended.
+// What `run` returns in its own process, or how the process ended.
 std::string inItsOwnProcess(const std::function<std::string()>& run) {
     std::array<int, 2> ends{};
     if (pipe(ends.data()) != 0) {
@@ -77,8 +77,8 @@ std::string inItsOwnProcess(const std::function<std::string()>& run) {
     return status == 0 ? text : "ended with status " + std::to_string(status);
 }
 
-// How a module is built: with type information that it shares with the program and the library by
-// its default visibility, or with its own.
+// How a module is built: with default visibility, so that it shares type information with the
+// program and the library, or with its own.
 const std::string kShared = "shared";
 
 std::string fileOf(const Kind& kind, const std::string& built) {
@@ -89,7 +89,7 @@ class ModulesTest : public testing::TestWithParam<std::string> {};
 
 }  // namespace
 
-TEST_P(ModulesTest, ExchangeTheSameBytesWhateverTheirTypeInformation) {
+TEST_P(ModulesTest, ExchangeTheSameBytesWithAnyTypeInformation) {
     for (const Kind& kind : kKinds) {
         for (const int scope : {RTLD_LOCAL, RTLD_GLOBAL}) {
             EXPECT_EQ(
@@ -118,8 +118,8 @@ TEST_P(ModulesTest, ExchangeTheSameBytesWhileAnotherIsLoaded) {
     }
 }
 
-// In every order of two and of three. This shows something only if the loader puts a module's type
-// information where an unloaded module's was. It does on x86-64; under an emulator it need not.
+// In every order of two and of three. This is only a real test if the loader puts a module's type
+// information where an unloaded module's was. It does on x86-64, but not always in an emulator.
 TEST_P(ModulesTest, ExchangeTheSameBytesWhereOthersWereUnloaded) {
     int reused = 0;
     std::string wrong;
@@ -166,8 +166,8 @@ TEST_P(ModulesTest, ExchangeTheSameBytesWhereOthersWereUnloaded) {
         }
     }
     EXPECT_EQ(wrong, "");
-// Where addresses are not used again, orders prove less. The sanitizers place modules elsewhere;
-// other architectures may, too. The line below says what happened.
+// Without reused addresses, the test proves less. The sanitizers place modules elsewhere; other
+// architectures may, too. The line below says what happened.
 #if defined(__x86_64__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     EXPECT_TRUE(reused > 0 || GetParam() == kShared)
         << "no module's type information took the place of an unloaded one's";

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-TEST(ProgramTest, ExchangesTheSameBytesWhateverItsTypeInformation) {
+TEST(ProgramTest, ExchangesTheSameBytesWithAnyTypeInformation) {
     using exchanges::text;
     EXPECT_EQ(text(calls::exchange<calls::Binary>()), exchanges::kBinary);
     EXPECT_EQ(text(calls::exchange<calls::Adding>()), exchanges::kAdding);

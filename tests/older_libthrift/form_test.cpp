@@ -1,4 +1,4 @@
-// That the library takes the form that the stand-in headers declare.
+// The library uses the form that the stand-in headers declare.
 
 #include <TavIDL/TavIDL.h>
 #include <gtest/gtest.h>
@@ -29,7 +29,7 @@ class OlderClientTest : public testing::Test {};
 using Clients = testing::Types<TavBrokerClient, TavEmpClient, TavEmpEventClient>;
 TYPED_TEST_SUITE(OlderClientTest, Clients);
 
-TYPED_TEST(OlderClientTest, HoldsItsProtocolsByLibthriftsPointer) {
+TYPED_TEST(OlderClientTest, KeepsItsProtocolsInLibthriftsPointerType) {
     struct Own : TypeParam {
         static_assert(std::is_same<decltype(Own::piprot_), Pointer<TProtocol>>::value, "");
         static_assert(std::is_same<decltype(Own::poprot_), Pointer<TProtocol>>::value, "");

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Builds someone else's program against the library, in one of the ways that the
-# library offers. CMakeLists.txt beside this file says which; it sets CXX,
-# CMAKE_GENERATOR, MAKE_PROGRAM (the one it uses), SOURCE (this project) and WORK (a
-# directory for all of this, where builds are kept, so that a second run has little to do).
+# Builds a user's program against the library, in one of the supported ways. CMakeLists.txt
+# in this directory says which; it sets CXX, CMAKE_GENERATOR, MAKE_PROGRAM (the one it
+# uses), SOURCE (this project) and WORK (a directory for the builds, which are kept, so that
+# a second run is quick).
 set -euo pipefail
 
-# It may be set to make paths relative, and the same file would then be another one elsewhere.
+# ccache may be configured to make paths relative, so builds in two places would differ.
 export CCACHE_DISABLE=1
 
 warnings="-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Werror"
@@ -16,7 +16,7 @@ fail() {
     exit 1
 }
 
-# The lines of standard input are the lines expected.
+# Compares $1 with the lines of standard input.
 expect() {
     diff --unified --label expected --label found - <(printf '%s\n' "$1") || fail "not as expected"
 }
@@ -80,14 +80,14 @@ development_component() {
 ./lib/pkgconfig/TavIDLHost.pc
 ./share/TavIDL/TAV_IDL.thrift
 END
-    # All headers but the internal ones, whose names begin with a small letter in Host.
+    # All headers except internal ones, whose names begin with a lowercase letter in Host.
     expect "$(grep '\.h$' <<<"$files")" < <(
         cd "$SOURCE" && find TavIDL -name '*.h' ! -name codec.h ! -name envelope.h \
             ! -path 'TavIDL/host/[a-z]*' -printf './include/%p\n' | LC_ALL=C sort
     )
 }
 
-# A CMake project at C++11, built and installed.
+# Configures and builds a CMake project in C++11.
 build_project() {
     local project=$1 build=$2
     shift 2
@@ -109,15 +109,23 @@ find_package_host() {
     expect "$("$build/host_program")" <<<"camera 1.0"
     expect "$(shared_by "$build/host_program")" <<<"$1"
     [[ $1 == static ]] || return 0
-    # What a static one was built with must be found: said where Host is wanted, ignored elsewhere.
+    # A static library's dependencies must be found: an error if Host is requested, else ignored.
     refuse_host "$WORK/static/moved" "the component Host of TavIDL needs OpenSSL" \
         -DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON
     build_project find_package "$build-alone" -DCMAKE_PREFIX_PATH="$WORK/static/moved" \
         -DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON -DCMAKE_DISABLE_FIND_PACKAGE_Threads=ON
 }
 
-# Asks for the component Host of what is installed in $1, with CMake's arguments after $2, the
-# words in which it must be refused.
+# The examples by themselves, as the documentation has them.
+examples() {
+    export CMAKE_PREFIX_PATH=$WORK/shared/moved LD_LIBRARY_PATH=$WORK/shared/moved/lib
+    rm -rf "$WORK/examples" "$WORK/examples-build"
+    cp -r "$SOURCE/examples" "$WORK/examples"
+    AUTOPKGTEST_TMP=$WORK "$SOURCE/debian/tests/examples" "$WORK/examples"
+}
+
+# Requests the component Host of the installation in $1, with CMake's arguments after $2. It must be
+# rejected with the message $2.
 refuse_host() {
     local said prefix=$1 words=$2 build=$WORK/refuse_host
     shift 2
@@ -126,7 +134,7 @@ refuse_host() {
         fail "the component Host is found: $said"
     fi
     grep -qF "$words" <<<"$(tr -s ' \n' ' ' <<<"$said")" || fail "it is refused, but not for that: $said"
-    # A program that can do without it is not refused.
+    # A program for which it is optional is not rejected.
     cmake -S "$here/find_package_host" -B "$build" -DCMAKE_PREFIX_PATH="$prefix" -DOPTIONAL=ON "$@"
 }
 
@@ -152,7 +160,7 @@ uninstall() {
     expect "$(files_below "$prefix")" <<<""
 }
 
-# As programs are compiled: what one module throws another one catches, whatever is hidden.
+# Exceptions pass from the library to a program with any visibility.
 pkg_config_host() {
     local lib=$WORK/$1/moved/lib program=$WORK/pkg_config_host-$1 flags
     export PKG_CONFIG_PATH=$lib/pkgconfig
@@ -165,8 +173,7 @@ pkg_config_host() {
     expect "$(shared_by "$program")" <<<"$1"
 }
 
-# OpenSSL is not there: what uses Host is built all the same, and TLS is refused when it is asked
-# for.
+# Without OpenSSL: Host and its users can be built, and requests for TLS fail.
 host_without_tls() {
     local place=$WORK/host_without_tls said
     said=$(cmake -S "$SOURCE" -B "$place/build" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_INSTALL_LIBDIR=lib \
@@ -178,12 +185,12 @@ host_without_tls() {
         -DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON
     expect "$("$place/program/host_program")" <<<"camera 1.0"
     expect "$("$place/program/without_tls")" <<'END'
-client: this libTavIDLHost was built without TLS, for want of OpenSSL
-server: this libTavIDLHost was built without TLS, for want of OpenSSL
+client: this libTavIDLHost was built without TLS, because OpenSSL was missing
+server: this libTavIDLHost was built without TLS, because OpenSSL was missing
 END
 }
 
-# The same again, from and in other places.
+# Builds the same again, from and in another directory.
 reproducible() {
     local place=$WORK/another/place
     rm -rf "$place"
@@ -208,20 +215,20 @@ other_libthrift() {
     if said=$(cmake -S "$here/find_package" -B "$other/build" \
         -DCMAKE_PREFIX_PATH="$WORK/shared/moved" \
         -DThrift_INCLUDE_DIR="$other/include" -DThrift_LIBRARY="$other/libthrift.so" 2>&1); then
-        fail "the package lets itself be used with another libthrift: $said"
+        fail "the package can be used with another libthrift: $said"
     fi
     grep -q '0\.99\.0' <<<"$said" ||
         fail "it is refused, but not for that: $said"
 
     printf 'Name: Thrift\nDescription: another\nVersion: 0.99.0\n' >"$other/thrift.pc"
     if said=$(PKG_CONFIG_PATH=$other:$WORK/shared/moved/lib/pkgconfig pkg-config --cflags TavIDL 2>&1); then
-        fail "TavIDL.pc lets itself be used with another libthrift: $said"
+        fail "TavIDL.pc can be used with another libthrift: $said"
     fi
     grep -q '0\.99\.0' <<<"$said" || fail "it is refused, but not for that: $said"
 }
 
-# What the releases of libthrift up to 0.9.0 install as thrift.pc, for the one with the
-# version $2 in the directory $1: it does not name the directory that `thrift` lies in.
+# A thrift.pc like those of libthrift up to 0.9.0, in the directory $1 with the version $2: it does
+# not name the directory that contains `thrift`.
 thrift_pc() {
     mkdir -p "$1/lib/pkgconfig"
     cat >"$1/lib/pkgconfig/thrift.pc" <<END
@@ -287,7 +294,7 @@ pkg_config_older() {
     expect "$(LD_LIBRARY_PATH=$place/prefix/lib:$place/thrift/lib "$place/program")" <<<"0 users"
 }
 
-# Makes a libthrift in the directory $1 that is nothing but a file of the name $2.
+# Makes an empty libthrift in the directory $1, in a file with the name $2.
 empty_libthrift() {
     rm -rf "$1"
     mkdir -p "$1/lib"
@@ -299,12 +306,12 @@ empty_libthrift() {
     fi
 }
 
-# Configures this project in $1, with CMake's arguments after it. A library of libthrift
-# 0.99.0 and the headers of the system are found, and that must be said.
+# Configures this project in $1, with CMake's arguments after it. CMake finds a libthrift 0.99.0 and
+# the headers of the system, and must report that.
 refuse_mix() {
     local said
     if said=$(cmake -S "$SOURCE" -B "$1" "${@:2}" 2>&1); then
-        fail "headers of another release than the library's are taken: $said"
+        fail "headers of another release than the library's are accepted: $said"
     fi
     said=$(tr -s ' \n' ' ' <<<"$said")
     grep -q "is libthrift 0\.99\.0, and the headers in .* are those of $(pkg-config --modversion thrift):" \
@@ -325,7 +332,7 @@ version_in_thrift_pc() {
     refuse_mix "$place/build" -DCMAKE_PREFIX_PATH="$place"
 }
 
-# A library in the file $1, the headers of the system, and a thrift.pc of yet another one.
+# A library in the file $1, the headers of the system, and a thrift.pc of a third release.
 unversioned_library() {
     local place=$WORK/unversioned_library/$1
     empty_libthrift "$place" "$1"
@@ -333,7 +340,7 @@ unversioned_library() {
     PKG_CONFIG_PATH=$place/another/lib/pkgconfig cmake -S "$SOURCE" -B "$place/build" \
         -DThrift_ROOT="$place"
     grep -q "^Thrift_LIBRARY:FILEPATH=$place/" "$place/build/CMakeCache.txt" ||
-        fail "another library was taken"
+        fail "another library was used"
 }
 
 unversioned_headers() {
@@ -343,7 +350,7 @@ unversioned_headers() {
     touch "$place/include/thrift/TProcessor.h"
     cmake -S "$SOURCE" -B "$place/build" -DThrift_ROOT="$place"
     grep -qx "Thrift_INCLUDE_DIR:PATH=$place/include" "$place/build/CMakeCache.txt" ||
-        fail "other headers were taken"
+        fail "other headers were used"
 }
 
 # Directories given as absolute paths, as distributions do.
@@ -358,8 +365,7 @@ pkg_config_absolute() {
     expect "$(pkg-config --libs TavIDL | xargs)" <<<"-L/opt/elsewhere/lib -lTavIDL -lthrift"
 }
 
-# Where libthrift was built by CMake and brings a package of its own for that, as Yocto's
-# and Buildroot's.
+# With a libthrift that was built with CMake and has a CMake package, as in Yocto and Buildroot.
 thrift_cmake_package() {
     local place=$WORK/thrift_cmake_package version
     version=$(pkg-config --modversion thrift)
@@ -380,11 +386,11 @@ END
     build_project find_package "$place/program" -DCMAKE_PREFIX_PATH="$place/prefix" \
         -DThrift_DIR="$place/thrift" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
     grep -q BY_ITS_CMAKE_PACKAGE "$place/program/compile_commands.json" ||
-        fail "the program was not built with what libthrift's CMake package says"
+        fail "the program was not built with the options of libthrift's CMake package"
     expect "$("$place/program/program")" <<<"camera 1.0"
 }
 
-# Configures where CMake finds libthrift and nothing else of the system.
+# Configures such that CMake finds libthrift, but nothing else of the system.
 configure_alone() {
     local build=$WORK/$1
     shift
@@ -393,13 +399,12 @@ configure_alone() {
         -DCMAKE_FIND_USE_CMAKE_SYSTEM_PATH=OFF -DCMAKE_FIND_USE_SYSTEM_ENVIRONMENT_PATH=OFF "$@"
 }
 
-# What CMake has not found, a build cannot use.
+# A build cannot use what CMake has not found.
 plain() {
     configure_alone plain
 }
 
-# All at once, and each by the name of its Debian package. Python is looked for in /usr/bin,
-# whatever CMake is told.
+# In one list, with the names of the Debian packages. Python is always found in /usr/bin.
 missing() {
     local said
     if said=$(configure_alone missing -DTAVIDL_BUILD_TESTS=ON -DTAVIDL_BUILD_TOOLS=ON -DTAVIDL_BUILD_BENCH=ON 2>&1); then
@@ -431,10 +436,11 @@ graphviz
 git
 ninja-build
 clang-format
+systemd
 END
 }
 
-# What stands in Debian's packages and in the recipes because CMake cannot tell it to them.
+# Facts that Debian's packages and the recipes have to repeat.
 named_elsewhere() {
     local version option
     cd "$SOURCE"
@@ -443,7 +449,7 @@ named_elsewhere() {
     expect "$(echo packaging/yocto/*)" <<<"packaging/yocto/libtavidl_$version.bb"
     expect "$(sed -n 's/^LIBTAVIDL_VERSION = //p' packaging/buildroot/libtavidl/libtavidl.mk)" <<<"$version"
     expect "$(sed -n 's/.*LICENSE;md5=\(.*\)"/\1/p' packaging/yocto/*.bb)" < <(md5sum LICENSE | cut -d ' ' -f 1)
-    # CMake takes an option that it does not know without a word.
+    # CMake silently accepts unknown options.
     while read -r option; do
         grep -q "option($option " CMakeLists.txt || fail "the project has no option $option"
     done < <(grep -rhoP -e '-D\K(BUILD|TAVIDL)_\w+' debian/rules packaging)
@@ -487,7 +493,8 @@ recipes() {
     configures "$place/tavctl" "TavIDLHost tavctl" "without TLS: no" HOST TLS TAVCTL
 }
 
-# With the choices after $3 CMake says $3, and in $1 makes the targets $2 beside the library.
+# Configures in $1 with the choices after $3. The targets must be $2, besides the library, and CMake's
+# output must be as $3 says.
 configures() {
     local build=$1 targets=$2 tls=$3 options said
     shift 3
@@ -499,7 +506,7 @@ configures() {
     expect "without TLS: $(grep -q 'Host is built without TLS' <<<"$said" && echo yes || echo no)" <<<"$tls"
 }
 
-# What a build asks for, the scripts install.
+# The scripts install what a build needs.
 prepared() {
     cd "$SOURCE"
     expect "$(comm -23 \

@@ -1,5 +1,5 @@
-// Uses all of Host's classes, and makes some of its own of them: an EMP and a broker, served and
-// called within one process.
+// Uses all of Host's classes and derives from some: an EMP and a broker, served and called in one
+// process.
 
 #include <TavIDL/TavIDL.h>
 #include <TavIDL/host/Batch.h>
@@ -66,7 +66,7 @@ public:
     std::promise<std::string> seen;
 };
 
-// Of a program's own: what a Remote or a failure can be derived to.
+// A program's own classes, derived from a Remote and from a failure.
 class ListedEmp : public TavIDL::RemoteEmp {
 public:
     explicit ListedEmp(const std::string& address) : RemoteEmp(address) {}
@@ -91,7 +91,7 @@ void expect(bool as, const char* what) {
     }
 }
 
-// What Host throws is caught as all that it is.
+// An exception of Host can be caught as each of its types.
 template <typename Failure>
 void expectFailure(const std::function<void()>& call, const char* what) {
     try {
@@ -117,9 +117,9 @@ int main() {
 
     ListedEmp emp(empServer.address());
     TavEmpIf& asAnyOther = emp;
-    expect(asAnyOther.Close(7) == 1, "an operation of the program's own is called");
+    expect(asAnyOther.Close(7) == 1, "the program's override is called");
     TavIDL::Remote& remote = emp;
-    expect(dynamic_cast<ListedEmp*>(&remote) == &emp, "a Remote is what it was made as");
+    expect(dynamic_cast<ListedEmp*>(&remote) == &emp, "a Remote keeps its dynamic type");
     expect(dynamic_cast<TavEmpIf*>(&remote) == &asAnyOther, "a Remote is its interface, too");
 
     OwnBatch batch(emp);
@@ -160,8 +160,8 @@ int main() {
     connection->write(&byte, 1);
     byte = 0;
     connection->read(&byte, 1);
-    expect(byte == 42, "a bare connection returns what was written");
-    expect(connection->peer() == bare.address(), "a bare connection knows its peer");
+    expect(byte == 42, "a plain connection returns what was written");
+    expect(connection->peer() == bare.address(), "a plain connection knows its peer");
 
     std::cout << session.info().empID << '\n';
 }

@@ -1,5 +1,4 @@
-// What someone else's program may look like: a call to a broker that lives in the
-// same process, over two memory buffers.
+// A user's program: a call to a broker in the same process, over two memory buffers.
 
 #include <TavIDL/TavIDL.h>
 #include <thrift/protocol/TBinaryProtocol.h>

@@ -1,4 +1,4 @@
-// Asks for TLS, and prints why it cannot be had.
+// Requests TLS, and prints why it is not available.
 
 #include <TavIDL/host/Remote.h>
 #include <TavIDL/host/Server.h>

@@ -71,7 +71,7 @@ struct Encoding {
 };
 extern const std::vector<Encoding> kEncodings;
 
-// With the limits that doc/survive.md advises.
+// With the limits that doc/servers.md advises.
 std::shared_ptr<TProtocol> makeProtocol(const Encoding& encoding,
                                         const std::shared_ptr<TBufferBase>& buffer);
 

@@ -58,6 +58,8 @@ void freed(void* block) {
 }  // namespace
 
 extern "C" {
+// The C library's names of the parameters are reserved.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 
 void* malloc(std::size_t size) {
     return mustFail() ? nullptr : allocated(__libc_malloc(size));
@@ -81,6 +83,7 @@ void free(void* block) {
     __libc_free(block);
 }
 
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 }  // extern "C"
 
 #endif

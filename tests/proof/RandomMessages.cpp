@@ -122,7 +122,7 @@ private:
                 output_.writeI32(random_.number());
                 break;
             case Kind::text:
-                output_.writeString(random_.text());
+                output_.writeString(skippableText());
                 break;
             case Kind::info:
                 record(fieldsOfInfo());
@@ -156,6 +156,12 @@ private:
         output_.writeStructEnd();
     }
 
+    // To skip a text that is "==" in JSON, libthrift 0.17 reads memory far away, and crashes.
+    std::string skippableText() {
+        std::string text = random_.text();
+        return text == "==" ? "=" : text;
+    }
+
     TType anyType() {
         static const TType types[] = {T_BOOL,   T_BYTE,   T_I16,  T_I32, T_I64, T_DOUBLE,
                                       T_STRING, T_STRUCT, T_LIST, T_SET, T_MAP};
@@ -183,7 +189,7 @@ private:
                 output_.writeDouble(random_.number() / 8.0);
                 return;
             case T_STRING:
-                output_.writeString(random_.text());
+                output_.writeString(skippableText());
                 return;
             case T_STRUCT:
                 anyRecord(depth);
@@ -224,7 +230,7 @@ private:
         } else {
             output_.writeMapBegin(T_STRING, element, size);  // JSON wants strings as keys
             for (uint32_t i = 0; i < size; ++i) {
-                output_.writeString(random_.text());
+                output_.writeString(skippableText());
                 any(element, depth - 1);
             }
             output_.writeMapEnd();

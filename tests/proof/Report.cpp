@@ -1,6 +1,7 @@
 #include "Report.h"
 
 #include <cstdlib>
+#include <exception>
 #include <iostream>
 
 namespace proof {
@@ -45,6 +46,17 @@ int Report::finish() const {
         std::cout << "FAILED: nothing was run\n";
     }
     return failures_ == 0 && runs_ != 0 ? 0 : 1;
+}
+
+int run(int argc, char** argv, void (*prove)(Report&)) {
+    try {
+        Report report(argc, argv);
+        prove(report);
+        return report.finish();
+    } catch (const std::exception& failure) {
+        std::cerr << "FAILED: " << failure.what() << '\n';
+        return 1;
+    }
 }
 
 }  // namespace proof

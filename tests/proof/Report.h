@@ -38,6 +38,9 @@ private:
     uint64_t failures_ = 0;
 };
 
+// What main() is: makes the report, calls `prove` and returns the exit status.
+int run(int argc, char** argv, void (*prove)(Report&));
+
 }  // namespace proof
 
 #endif

@@ -364,13 +364,15 @@ void proveFlags(Report& report) {
     });
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    Report report(argc, argv);
+void proveAll(Report& report) {
     proveFirstCalls(report);
     proveConstruction(report);
     proveConversations(report);
     proveFlags(report);
-    return report.finish();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    return run(argc, argv, proveAll);
 }

@@ -417,12 +417,14 @@ void proveTransports(Report& report) {
     }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    Report report(argc, argv);
+void proveAll(Report& report) {
     proveConversations(report);
     proveRecords(report);
     proveTransports(report);
-    return report.finish();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    return run(argc, argv, proveAll);
 }

@@ -240,10 +240,7 @@ private:
     Services<Generated> generated_;
 };
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    Report report(argc, argv);
+void proveAll(Report& report) {
     apache::thrift::GlobalOutput.setOutputFunction([](const char*) {});
     constexpr uint64_t kUsualRuns = 1'000'000;
     constexpr uint64_t kEnoughForAll = 20'000;  // runs in which each difference turns up
@@ -261,5 +258,10 @@ int main(int argc, char** argv) {
                         std::string("never needed: ") + difference.name);
         }
     }
-    return report.finish();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    return run(argc, argv, proveAll);
 }

@@ -110,7 +110,7 @@ public:
 
 private:
     static std::shared_ptr<TMemoryBuffer> bufferWith(const std::string& bytes) {
-        const auto buffer = std::make_shared<TMemoryBuffer>();
+        auto buffer = std::make_shared<TMemoryBuffer>();
         buffer->write(reinterpret_cast<const uint8_t*>(bytes.data()),
                       static_cast<uint32_t>(bytes.size()));
         return buffer;
@@ -208,10 +208,7 @@ void prove(Report& report, const Stored& stored, const Encoding& encoding, Frami
     }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    Report report(argc, argv);
+void proveAll(Report& report) {
     for (const Stored& stored : storedMessages()) {
         for (const Encoding& encoding : kEncodings) {
             if (encoding.wire == stored.wire) {
@@ -220,5 +217,10 @@ int main(int argc, char** argv) {
             }
         }
     }
-    return report.finish();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    return run(argc, argv, proveAll);
 }

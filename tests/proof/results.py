@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Runs rows of the table in doc/reliability.md, and writes their figures into it.
 
-    results.py BUILD SIZE [ROW...]    SIZE is ci or release; all rows if none is named
+    results.py BUILD SIZE [ROW...]    all rows if none is named
 
-Rows that are not run keep their figures. Fails if one of those that are run fails.
+SIZE is ci, release, or the number of runs of random rows. Rows that are not run keep their
+figures. Fails if one of those that are run fails.
 """
 
 import datetime
@@ -16,20 +17,29 @@ from typing import NamedTuple
 
 PAGE = "doc/reliability.md"
 BEGIN, END = "<!-- results: proof -->\n", "<!-- end of results -->\n"
+SIZES = ("ci", "release")
 HEADER = ("Row", "Size", "Runs", "Processor time", "Found", "When", "Commit")
 
 
 class Row(NamedTuple):
-    """A program of build/proof/tests/proof, and what it is run with before a release."""
+    """What is run; {build} stands for the directory of the build."""
     name: str
-    release: tuple = ()
+    command: tuple
+    release: tuple = ()  # added before a release
+    changed_files: bool = False  # added in CI: those since the row's last run
+
+
+def program(name):
+    return ("{build}/tests/proof/proof_" + name,)
 
 
 ROWS = (
-    Row("allocations"),
-    Row("calls"),
-    Row("messages"),
-    Row("differential", ("--runs=100000000",)),
+    Row("allocations", program("allocations")),
+    Row("calls", program("calls")),
+    Row("messages", program("messages")),
+    Row("differential", program("differential"), release=("--runs=100000000",)),
+    Row("mutation", ("tests/proof/mutation.py", "{build}"), changed_files=True),
+    Row("coverage", ("tests/proof/coverage.py",)),
 )
 
 
@@ -53,10 +63,12 @@ def write(rows):
         file.write(before + BEGIN + new + END + after)
 
 
+def git(*command):
+    return subprocess.run(("git", *command), check=False, capture_output=True,
+                          text=True).stdout.strip()
+
+
 def commit():
-    def git(*command):
-        return subprocess.run(("git", *command), check=True, capture_output=True,
-                              text=True).stdout.strip()
     changed = git("status", "--porcelain", "--untracked-files=no", "--", ".", ":!" + PAGE)
     return git("rev-parse", "--short", "HEAD") + (" and changes" if changed else "")
 
@@ -66,26 +78,47 @@ def seconds():
     return used.ru_utime + used.ru_stime
 
 
+def arguments(row, size):
+    """What is added to a row's command; None if there is nothing to run."""
+    if row.changed_files and size == "ci":
+        measured = table().get(row.name, [""])[-1].removesuffix(" and changes")
+        if not measured or not git("rev-parse", "--verify", "--quiet", measured + "^{commit}"):
+            return ()
+        files = git("diff", "--name-only", measured, "--", "TavIDL", ":!TavIDL/host")
+        sources = [file for file in files.split() if file.endswith((".cpp", "codec.h", "envelope.h"))]
+        return sources or None
+    if not row.release or size == "ci":
+        return ()
+    return row.release if size == "release" else (f"--runs={size}",)
+
+
 def measure(row, build, size):
     """Runs a row. Returns its cells of the table, and whether it passed."""
     print(f"-- {row.name}", flush=True)
-    command = [os.path.join(build, "tests/proof", f"proof_{row.name}")]
+    added = arguments(row, size)
+    if added is None:
+        print("nothing has changed")
+        return None, True
+    command = [part.format(build=build) for part in row.command] + list(added)
     at, before = commit(), seconds()
-    with subprocess.Popen(command + list(row.release if size == "release" else ()),
-                          stdout=subprocess.PIPE, text=True) as program:
+    with subprocess.Popen(command, stdout=subprocess.PIPE, text=True) as process:
         last = ""
-        for last in program.stdout:
+        for last in process.stdout:
             print(last, end="", flush=True)
     counts = re.fullmatch(r"proof: (\d+) runs, (\d+) failures\n", last)
-    good = program.returncode == 0 and counts is not None
-    found = "nothing" if good else f"{counts[2]} failures" if counts else "ended before its end"
-    full = size if row.release else "all"
-    return (row.name, full, f"{int(counts[1]):,}" if counts else "?",
+    good = process.returncode == 0 and counts is not None
+    found = ("nothing" if good else f"{counts[2]} failures" if counts
+             else f"it ended with status {process.returncode}")
+    if row.changed_files and size == "ci":
+        label = "changed files"
+    else:
+        label = (size if size in SIZES else "a part") if row.release else "all"
+    return (row.name, label, f"{int(counts[1]):,}" if counts else "?",
             f"{seconds() - before:,.0f} s", found, datetime.date.today().isoformat(), at), good
 
 
 def main():
-    if len(sys.argv) < 3 or sys.argv[2] not in ("ci", "release"):
+    if len(sys.argv) < 3 or not (sys.argv[2] in SIZES or sys.argv[2].isdigit()):
         sys.exit(__doc__)
     build, size, *names = sys.argv[1:]
     unknown = set(names) - {row.name for row in ROWS}
@@ -95,7 +128,8 @@ def main():
     for row in ROWS:
         if not names or row.name in names:
             cells, good = measure(row, build, size)
-            write({**table(), row.name: cells})
+            if cells:
+                write({**table(), row.name: cells})
             bad += [] if good else [row.name]
     sys.exit(f"proof: failed: {', '.join(bad)}" if bad else 0)
 

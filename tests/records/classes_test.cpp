@@ -5,7 +5,7 @@
 using namespace recording;
 using apache::thrift::protocol::TProtocol;
 
-// What the clients, and the processors, have in common as classes.
+// What the clients have in common as classes, and the processors.
 namespace {
 
 template <typename Client>
@@ -55,7 +55,7 @@ TYPED_TEST_SUITE(ProcessorClassTest, Services, );
 
 }  // namespace
 
-TYPED_TEST(ClientClassTest, OfTwoProtocolsTheFirstIsReadAndTheSecondWritten) {
+TYPED_TEST(ClientClassTest, TheFirstProtocolIsReadAndTheSecondWritten) {
     const typename TestFixture::OpenClient client(this->input, this->output);
     EXPECT_EQ(client.piprot_, this->input);
     EXPECT_EQ(client.poprot_, this->output);
@@ -63,7 +63,7 @@ TYPED_TEST(ClientClassTest, OfTwoProtocolsTheFirstIsReadAndTheSecondWritten) {
     EXPECT_EQ(client.oprot_, this->output.get());
 }
 
-TYPED_TEST(ClientClassTest, OneProtocolServesBothWays) {
+TYPED_TEST(ClientClassTest, OneProtocolIsUsedInBothDirections) {
     const typename TestFixture::OpenClient client(this->input);
     EXPECT_EQ(client.piprot_, this->input);
     EXPECT_EQ(client.poprot_, this->input);
@@ -71,13 +71,13 @@ TYPED_TEST(ClientClassTest, OneProtocolServesBothWays) {
     EXPECT_EQ(client.oprot_, this->input.get());
 }
 
-TYPED_TEST(ClientClassTest, ItsProtocolsCanBeAskedFor) {
+TYPED_TEST(ClientClassTest, ItReturnsItsProtocols) {
     const TypeParam client(this->input, this->output);
     EXPECT_EQ(client.getInputProtocol(), this->input);
     EXPECT_EQ(client.getOutputProtocol(), this->output);
 }
 
-TYPED_TEST(ClientClassTest, ItSharesItsProtocolsAsLongAsItLives) {
+TYPED_TEST(ClientClassTest, ItSharesOwnershipOfItsProtocols) {
     {
         const TypeParam client(this->input, this->output);
         EXPECT_EQ(this->input.use_count(), 2);
@@ -87,7 +87,7 @@ TYPED_TEST(ClientClassTest, ItSharesItsProtocolsAsLongAsItLives) {
     EXPECT_EQ(this->output.use_count(), 1);
 }
 
-TYPED_TEST(ClientClassTest, MakingAndDestroyingItCallsNothing) {
+TYPED_TEST(ClientClassTest, ConstructionAndDestructionCallNothing) {
     { const TypeParam client(this->input, this->output); }
     EXPECT_EQ(this->log.text(), "");
 }
@@ -102,7 +102,7 @@ TYPED_TEST(ClientClassTest, ItReleasesItsOutputBeforeItsInput) {
     EXPECT_EQ(released, "output input ");
 }
 
-TYPED_TEST(ProcessorClassTest, ItSharesItsHandlerAsLongAsItLives) {
+TYPED_TEST(ProcessorClassTest, ItSharesOwnershipOfItsHandler) {
     {
         const typename TestFixture::OpenProcessor processor(this->handler);
         EXPECT_EQ(processor.handler_, this->handler);
@@ -112,7 +112,7 @@ TYPED_TEST(ProcessorClassTest, ItSharesItsHandlerAsLongAsItLives) {
     EXPECT_EQ(this->log.text(), "");
 }
 
-TYPED_TEST(ProcessorClassTest, ItKeepsAHandlerThatOthersLetGo) {
+TYPED_TEST(ProcessorClassTest, ItKeepsAHandlerThatOthersRelease) {
     using HandlerClass = typename TypeParam::HandlerClass;
     bool released = false;
     TavIDL::shared_ptr<HandlerClass> watched(this->handler.get(),
@@ -124,8 +124,8 @@ TYPED_TEST(ProcessorClassTest, ItKeepsAHandlerThatOthersLetGo) {
     EXPECT_TRUE(released);
 }
 
-TYPED_TEST(ProcessorClassTest, ProcessLeavesCallsToProcessFnAndReturnsWhatItReturns) {
-    // A program may look into a call before it is carried out, or turn it away.
+TYPED_TEST(ProcessorClassTest, ProcessReturnsWhatProcessFnReturns) {
+    // A program may inspect a call before it is run, or reject it.
     struct Gate : TypeParam::ProcessorClass {
         using TypeParam::ProcessorClass::ProcessorClass;
         bool process_fn(TProtocol* input, TProtocol* output, std::string& name,
@@ -157,7 +157,7 @@ readMessageBegin 'Foo' 1 99
 readMessageBegin 'Foo' 4 98)");
 }
 
-TYPED_TEST(ProcessorClassTest, ProcessFnHandlesWhatFollowsAHeader) {
+TYPED_TEST(ProcessorClassTest, ProcessFnHandlesAMessageAfterItsHeader) {
     const auto protocol = make<RecordingProtocol>(this->log);
     protocol->playRecord({{1, "anything"}});
     typename TypeParam::ProcessorClass processor(this->handler);
@@ -197,7 +197,7 @@ std::string operationsOf(const Processor& processor) {
 
 }  // namespace
 
-TEST(OperationMapTest, HoldsTheOperationsOfTheServiceAndNoMore) {
+TEST(OperationMapTest, HasOnlyTheOperationsOfTheService) {
     EXPECT_EQ(operationsOf(OpenMap<TavBrokerProcessor>(nullptr)), "CloseEmp Execute OpenEmp ");
     EXPECT_EQ(operationsOf(OpenMap<TavEmpProcessor>(nullptr)),
               "Close Execute ExecuteWithParamList Open ");

@@ -3,7 +3,7 @@
 
 #include <type_traits>
 
-TEST(TAV_IDLConstantsTest, HoldsNothing) {
+TEST(TAV_IDLConstantsTest, IsEmpty) {
     EXPECT_TRUE(std::is_empty<TAV_IDLConstants>::value);
 }
 

@@ -17,7 +17,7 @@ using apache::thrift::TProcessor;
 using apache::thrift::protocol::TProtocolException;
 using apache::thrift::transport::TTransportException;
 
-// What holds for every operation of every service.
+// Tests for every operation of every service.
 namespace {
 
 using Protocol = TavIDL::shared_ptr<RecordingProtocol>;
@@ -184,7 +184,7 @@ Message requestOf(const Operation& operation, int32_t seqid = 99) {
     return {operation.name, 1, seqid, operation.arguments};
 }
 
-// The failure reply, as it stands in the log.
+// The failure reply, as in the log.
 std::string exceptionReply(const std::string& name, const std::string& seqid,
                            const std::string& text, const std::string& kind) {
     return "\nout.writeMessageBegin '" + name + "' 3 " + seqid +
@@ -203,7 +203,7 @@ out.writeEnd)";
 
 class CallTest : public testing::TestWithParam<Operation> {
 protected:
-    // What came of a reply: the failure and the calls.
+    // The outcome of a reply: the failure and the calls.
     std::string receive(const Message& reply) {
         input->playMessage(reply);
         return failureOf([&] { GetParam().receive(input); });
@@ -223,7 +223,7 @@ protected:
         return recording::process(*GetParam().processor(log, &work), input, output);
     }
 
-    // What is written, the calls before it left out.
+    // The calls of writing, without those before.
     std::string written() const {
         const std::size_t begin = log.text().find("\nout.");
         return begin == std::string::npos ? "" : log.text().substr(begin);
@@ -245,11 +245,11 @@ INSTANTIATE_TEST_SUITE_P(Of, TwoWayTest, testing::ValuesIn(twoWayOperations()), 
 
 // --- Calling side
 
-TEST_P(CallTest, EveryFailureOfTheSendPasses) {
+TEST_P(CallTest, EveryFailureToSendPassesThrough) {
     expectEveryFailureToPass([](Log& own) { GetParam().send(make<RecordingProtocol>(own)); });
 }
 
-TEST_P(CallTest, EveryFailureOfTheWholeCallPasses) {
+TEST_P(CallTest, EveryFailureOfTheWholeCallPassesThrough) {
     expectEveryFailureToPass([](Log& own) {
         const auto protocol = make<RecordingProtocol>(own);
         protocol->playMessage(replyTo(GetParam()));
@@ -257,7 +257,7 @@ TEST_P(CallTest, EveryFailureOfTheWholeCallPasses) {
     });
 }
 
-TEST_P(CallTest, OneProtocolServesBothWays) {
+TEST_P(CallTest, OneProtocolIsUsedInBothDirections) {
     input->playMessage(replyTo(GetParam()));
     GetParam().call(input, output);
     Log shared;
@@ -267,7 +267,7 @@ TEST_P(CallTest, OneProtocolServesBothWays) {
     EXPECT_EQ(shared.calls(), log.calls());
 }
 
-TEST_P(ReplyTest, ReplyWithAnySeqidIsAccepted) {
+TEST_P(ReplyTest, AReplyWithAnySeqidIsAccepted) {
     for (const int32_t seqid :
          {std::numeric_limits<int32_t>::min(), -1, 0, 7, std::numeric_limits<int32_t>::max()}) {
         EXPECT_EQ(receive(replyTo(GetParam(), seqid)), "nothing") << "seqid " << seqid;
@@ -275,7 +275,7 @@ TEST_P(ReplyTest, ReplyWithAnySeqidIsAccepted) {
     EXPECT_TRUE(input->playedToItsEnd());
 }
 
-TEST_P(ReplyTest, ExceptionOfThePeerIsRethrownUnchangedWhateverItsName) {
+TEST_P(ReplyTest, ThePeersExceptionIsRethrownUnchangedWithAnyName) {
     EXPECT_EQ(receive({"AnyName", 3, 7, {{1, "Invalid method name: 'Foo'"}, {2, 1}}}),
               "TApplicationException 1 'Invalid method name: 'Foo''");
     EXPECT_EQ(log.text(), R"(
@@ -289,12 +289,12 @@ in.readMessageEnd
 in.readEnd)");
 }
 
-TEST_P(ReplyTest, ExceptionOfAKindOfThePeersOwnKeepsIt) {
+TEST_P(ReplyTest, AnExceptionOfAnUnknownKindKeepsItsKind) {
     EXPECT_EQ(receive({GetParam().name, 3, 7, {{1, "odd"}, {2, 77}}}),
               "TApplicationException 77 'odd'");
 }
 
-TEST_P(ReplyTest, MessageOfAnotherTypeIsDiscardedAndRefused) {
+TEST_P(ReplyTest, AMessageOfAnotherTypeIsDiscardedAndRejected) {
     for (const int type : {0, 1, 4, 5, 99, -1}) {
         Log own;
         const auto protocol = make<RecordingProtocol>(own, "in.");
@@ -309,12 +309,12 @@ in.readEnd)");
     }
 }
 
-TEST_P(ReplyTest, MessageOfAnotherTypeAndNameIsRefusedForItsType) {
+TEST_P(ReplyTest, AMessageOfAnotherTypeAndNameIsRejectedForItsType) {
     EXPECT_EQ(receive({"Foo", 1, 7, {}}),
               "TApplicationException 2 'TApplicationException: Invalid message type'");
 }
 
-TEST_P(ReplyTest, ReplyOfAnotherNameIsDiscardedAndRefused) {
+TEST_P(ReplyTest, AReplyWithAnotherNameIsDiscardedAndRejected) {
     EXPECT_EQ(receive({"Foo", 2, 7, GetParam().result}),
               "TApplicationException 3 'TApplicationException: Wrong method name'");
     EXPECT_EQ(log.text(), R"(
@@ -324,7 +324,7 @@ in.readMessageEnd
 in.readEnd)");
 }
 
-TEST_P(ReplyTest, ReplyWhoseNameIsOnlySimilarIsRefused) {
+TEST_P(ReplyTest, AReplyWithASimilarNameIsRejected) {
     std::string lowerCase = GetParam().name;
     lowerCase[0] = static_cast<char>(lowerCase[0] - 'A' + 'a');
     const std::string withNul("\0", 1);
@@ -336,7 +336,7 @@ TEST_P(ReplyTest, ReplyWhoseNameIsOnlySimilarIsRefused) {
     }
 }
 
-TEST_P(ReplyTest, ReplyWithoutItsResultIsReadToItsEndAndReportedUnderTheOperationsName) {
+TEST_P(ReplyTest, AReplyWithoutAResultIsReadToItsEndAndReportedWithTheOperationsName) {
     EXPECT_EQ(receive({GetParam().name, 2, 7, {}}),
               "TApplicationException 5 '" + GetParam().name + " failed: unknown result'");
     EXPECT_EQ(log.text(), "\nin.readMessageBegin '" + GetParam().name + R"(' 2 7
@@ -347,7 +347,7 @@ in.readMessageEnd
 in.readEnd)");
 }
 
-TEST_P(ReplyTest, ResultOfAnotherTypeIsSkippedAndMissing) {
+TEST_P(ReplyTest, AResultOfAnotherTypeIsSkippedAndMissing) {
     EXPECT_EQ(receive({GetParam().name, 2, 7, {{0, somethingOf(static_cast<TType>(4))}}}),
               "TApplicationException 5 '" + GetParam().name + " failed: unknown result'");
     EXPECT_EQ(log.text(), "\nin.readMessageBegin '" + GetParam().name + R"(' 2 7
@@ -359,12 +359,12 @@ in.readMessageEnd
 in.readEnd)");
 }
 
-TEST_P(ReplyTest, ResultUnderAnotherIdIsSkippedAndMissing) {
+TEST_P(ReplyTest, AResultWithAnotherIdIsSkippedAndMissing) {
     EXPECT_EQ(receive({GetParam().name, 2, 7, {{1, GetParam().result[0].value}}}),
               "TApplicationException 5 '" + GetParam().name + " failed: unknown result'");
 }
 
-TEST_P(ReplyTest, AfterEveryRefusalTheNextReplyIsReadFromItsStart) {
+TEST_P(ReplyTest, AfterEveryRejectionTheNextReplyIsReadFromItsStart) {
     const std::vector<Message> refused = {{"Foo", 3, 7, {{1, "why"}, {2, 0}}},
                                           {GetParam().name, 1, 7, GetParam().result},
                                           {"Foo", 2, 7, GetParam().result},
@@ -376,7 +376,7 @@ TEST_P(ReplyTest, AfterEveryRefusalTheNextReplyIsReadFromItsStart) {
     }
 }
 
-TEST_P(ReplyTest, EveryFailureOfTheReceivePassesInAllItsBranches) {
+TEST_P(ReplyTest, EveryFailureToReceivePassesThroughInAllBranches) {
     const std::vector<Message> replies = {replyTo(GetParam()),
                                           {"Foo", 3, 7, {{1, "why"}, {2, 0}}},
                                           {GetParam().name, 1, 7, GetParam().result},
@@ -393,7 +393,7 @@ TEST_P(ReplyTest, EveryFailureOfTheReceivePassesInAllItsBranches) {
 
 // --- Serving side
 
-TEST_P(ServeTest, MessageThatIsNoCallIsDiscardedAndAnsweredUnderItsNameAndSeqid) {
+TEST_P(ServeTest, AMessageThatIsNotACallIsDiscardedAndAnsweredWithItsNameAndSeqid) {
     for (const int type : {0, 2, 3, 5, 99, -1}) {
         const std::size_t before = log.text().size();
         EXPECT_TRUE(process({GetParam().name, type, 99, GetParam().arguments}));
@@ -407,7 +407,7 @@ in.readEnd)" + exceptionReply(GetParam().name, "99", "", "2"));
     }
 }
 
-TEST_P(ServeTest, UnknownMethodIsDiscardedAndAnsweredUnderItsNameAndSeqid) {
+TEST_P(ServeTest, AnUnknownMethodIsDiscardedAndAnsweredWithItsNameAndSeqid) {
     std::string lowerCase = GetParam().name;
     lowerCase[0] = static_cast<char>(lowerCase[0] - 'A' + 'a');
     for (const std::string& name : {std::string("Foo"), std::string(), lowerCase,
@@ -422,7 +422,7 @@ in.readEnd)" + exceptionReply(name, "99", "Invalid method name: '" + name + "'",
     }
 }
 
-TEST_P(ServeTest, UnknownOnewayMethodIsAnsweredToo) {
+TEST_P(ServeTest, AnUnknownOnewayMethodIsAnswered) {
     EXPECT_TRUE(process({"Foo", 4, 99, {}}));
     EXPECT_EQ(written(), exceptionReply("Foo", "99", "Invalid method name: 'Foo'", "1"));
 }
@@ -471,13 +471,13 @@ TEST_P(ServeTest, BothFormsOfProcessDoTheSame) {
     }
 }
 
-TEST_P(ServeTest, HandlersExceptionOfNoStandardTypePassesWithNothingWritten) {
+TEST_P(ServeTest, AHandlersNonStandardExceptionPassesThroughWithNothingWritten) {
     EXPECT_EQ(failureOf([&] { process(requestOf(GetParam()), [] { throw 42; }); }), "int 42");
     EXPECT_EQ(written(), "");
     EXPECT_TRUE(input->playedToItsEnd());
 }
 
-TEST_P(ServeTest, EveryFailureOfAProtocolOrATransportPassesOnAllPaths) {
+TEST_P(ServeTest, EveryFailureOfAProtocolOrTransportPassesThroughOnAllPaths) {
     const Work returns = [] {};
     const Work throws = [] { throw std::runtime_error("boom"); };
     const auto serve = [](const Message& message, const Work& work) {
@@ -504,7 +504,7 @@ TEST_P(TwoWayTest, ReplyEchoesAnySeqid) {
     }
 }
 
-TEST_P(TwoWayTest, HandlersFailureIsAnsweredWithItsTextAndNoReply) {
+TEST_P(TwoWayTest, AHandlersFailureIsAnsweredWithItsTextAndNoReply) {
     EXPECT_EQ(answerTo([] { throw std::runtime_error("boom"); }),
               exceptionReply(GetParam().name, "99", "boom", "0"));
 }
@@ -515,12 +515,12 @@ TEST_P(TwoWayTest, HandlersApplicationExceptionKeepsItsTextButNotItsKind) {
         exceptionReply(GetParam().name, "99", "x", "0"));
 }
 
-TEST_P(TwoWayTest, HandlersExceptionWithoutATextIsAnsweredWithLibthriftsSubstitute) {
+TEST_P(TwoWayTest, AHandlersExceptionWithoutTextIsAnsweredWithLibthriftsText) {
     EXPECT_EQ(answerTo([] { throw TException(); }),
               exceptionReply(GetParam().name, "99", "Default TException.", "0"));
 }
 
-TEST_P(TwoWayTest, HandlersApplicationExceptionWithoutATextIsAnsweredWithLibthriftsSubstitute) {
+TEST_P(TwoWayTest, AHandlersApplicationExceptionWithoutTextIsAnsweredWithLibthriftsText) {
     EXPECT_EQ(answerTo([] { throw TApplicationException(TApplicationException::UNKNOWN_METHOD); }),
               exceptionReply(GetParam().name, "99", "TApplicationException: Unknown method", "0"));
 }
@@ -538,7 +538,7 @@ TEST_P(TwoWayTest, HandlersProtocolExceptionIsAnsweredLikeAnyOther) {
         exceptionReply(GetParam().name, "99", "odd frame", "0"));
 }
 
-TEST_P(TwoWayTest, FailureToWriteAReplyIsNotAnsweredAsTheHandlers) {
+TEST_P(TwoWayTest, AFailureToWriteAReplyIsNotAnsweredLikeTheHandlers) {
     const Work nothing = [] {};
     process(requestOf(GetParam()));
     Log failing;
@@ -553,7 +553,7 @@ TEST_P(TwoWayTest, FailureToWriteAReplyIsNotAnsweredAsTheHandlers) {
     EXPECT_EQ(failing.text().substr(failing.text().rfind('\n')), "\nout.writeEnd");
 }
 
-TEST(CallbackTest, EveryStandardExceptionOfTheHandlerIsSwallowed) {
+TEST(CallbackTest, EveryStandardExceptionFromTheHandlerIsIgnored) {
     const std::vector<Work> failures = {
         [] { throw std::runtime_error("boom"); },
         [] { throw std::bad_alloc(); },

@@ -31,7 +31,7 @@ std::string upperCaseHex(const Digest& digest) {
 
 }  // namespace
 
-TEST(ConnectionInfoTest, IsWrittenWholeAndInOrder) {
+TEST(ConnectionInfoTest, IsWrittenCompletelyAndInOrder) {
     EXPECT_EQ(writing(someConnectionInfo()), R"(
 writeStructBegin ConnectionInfo
 writeFieldBegin callbackServicePort 8 1, writeI32 4711, writeFieldEnd
@@ -41,7 +41,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(ConnectionInfoTest, IsWrittenWholeWhenItHoldsDefaults) {
+TEST(ConnectionInfoTest, IsWrittenCompletelyWithDefaultValues) {
     EXPECT_EQ(writing(ConnectionInfo()), R"(
 writeStructBegin ConnectionInfo
 writeFieldBegin callbackServicePort 8 1, writeI32 0, writeFieldEnd
@@ -51,7 +51,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(ConnectionInfoTest, IsReadWhole) {
+TEST(ConnectionInfoTest, IsReadCompletely) {
     ConnectionInfo info;
     EXPECT_EQ(reading(info, {{1, 4711}, {2, 4712}, {3, "emp-7"}}), R"(
 readStructBegin
@@ -143,20 +143,20 @@ TEST(ConnectionInfoTest, FieldsThatTheInputLacksKeepTheirValueAndFlag) {
     EXPECT_EQ(flagsOf(info), "011");
 }
 
-TEST(ConnectionInfoTest, OfAFieldThatOccursTwiceTheLaterValueStands) {
+TEST(ConnectionInfoTest, TheLastValueOfARepeatedFieldWins) {
     ConnectionInfo info;
     reading(info, {{1, 5}, {1, 6}});
     EXPECT_EQ(info.callbackServicePort, 6);
 }
 
-TEST(ConnectionInfoTest, IsWrittenAlikeWhateverItsFlagsSay) {
+TEST(ConnectionInfoTest, IsWrittenTheSameSetOrNot) {
     ConnectionInfo info = someConnectionInfo();
     const std::string unset = writing(info);
     info.__isset.callbackServicePort = info.__isset.empServicePort = info.__isset.empID = true;
     EXPECT_EQ(writing(info), unset);
 }
 
-TEST(ConnectionInfoTest, FailingAtAnyCallLeavesTheFlagsOfTheFieldsReadSoFar) {
+TEST(ConnectionInfoTest, FailingAtAnyCallKeepsTheFlagsOfTheFieldsReadSoFar) {
     // The begin of the record, then three calls a field, the stop and the end.
     const std::vector<std::string> flags = {"000", "000", "000", "100", "100", "100",
                                             "110", "110", "110", "111", "111", "111"};
@@ -171,7 +171,7 @@ TEST(ConnectionInfoTest, FailingAtAnyCallLeavesTheFlagsOfTheFieldsReadSoFar) {
     }
 }
 
-TEST(ConnectionInfoTest, FailingToSkipAFieldLeavesTheFlagsOfTheFieldsReadSoFar) {
+TEST(ConnectionInfoTest, FailingToSkipAFieldKeepsTheFlagsOfTheFieldsReadSoFar) {
     Log log;
     log.failAt(6);
     RecordingProtocol input(log);
@@ -214,7 +214,7 @@ TEST(ConnectionInfoTest, FlagsMakeNoDifference) {
     EXPECT_FALSE(info != someConnectionInfo());
 }
 
-TEST(ConnectionInfoTest, CopiesHoldFieldsAndFlagsOfTheirOwn) {
+TEST(ConnectionInfoTest, CopiesHaveTheirOwnFieldsAndFlags) {
     ConnectionInfo original = someConnectionInfo();
     original.__isset.empServicePort = true;
     const ConnectionInfo copy = original;
@@ -260,7 +260,7 @@ TEST(ConnectionInfoTest, SwapExchangesFieldsAndFlags) {
     EXPECT_EQ(flagsOf(b), "101");
 }
 
-TEST(ParamListTest, IsWrittenWholeAndInOrder) {
+TEST(ParamListTest, IsWrittenCompletelyAndInOrder) {
     EXPECT_EQ(writing(someParamList()), R"(
 writeStructBegin ParamList
 writeFieldBegin param1 11 1, writeString 'p1', writeFieldEnd
@@ -297,7 +297,7 @@ writeFieldStop
 writeStructEnd)");
 }
 
-TEST(ParamListTest, IsReadWhole) {
+TEST(ParamListTest, IsReadCompletely) {
     ParamList list;
     EXPECT_EQ(flagsOf(list), "0000000000");
     EXPECT_EQ(reading(list, {{1, "p1"},
@@ -337,7 +337,7 @@ readStructEnd)");
     EXPECT_EQ(flagsOf(list), "1111111111");
 }
 
-TEST(ParamListTest, FieldTenAloneLeavesTheOthersEmptyAndUnset) {
+TEST(ParamListTest, FieldTenLeavesTheOthersEmptyAndUnset) {
     ParamList list;
     reading(list, {{10, "ten"}});
     EXPECT_EQ(list.param10, "ten");
@@ -347,7 +347,7 @@ TEST(ParamListTest, FieldTenAloneLeavesTheOthersEmptyAndUnset) {
     EXPECT_EQ(flagsOf(list), "0000000001");
 }
 
-TEST(ParamListTest, FieldElevenIsSkippedAndStoredNowhere) {
+TEST(ParamListTest, FieldElevenIsSkippedAndNotStored) {
     ParamList list;
     EXPECT_EQ(reading(list, {{11, "eleven"}}), R"(
 readStructBegin
@@ -412,7 +412,7 @@ TEST(ParamListTest, FlagsMakeNoDifference) {
     EXPECT_FALSE(list != someParamList());
 }
 
-TEST(ParamListTest, CopiesHoldFieldsAndFlagsOfTheirOwn) {
+TEST(ParamListTest, CopiesHaveTheirOwnFieldsAndFlags) {
     ParamList original = someParamList();
     original.__isset.param2 = true;
     const ParamList copy = original;

@@ -19,7 +19,7 @@ using namespace apache::thrift;
 
 namespace {
 
-// Connections that the thread pool serves at once.
+// Connections that the thread pool serves at the same time.
 constexpr std::size_t kWorkers = 8;
 
 class ProtocolFactory : public protocol::TProtocolFactory {
@@ -34,8 +34,7 @@ private:
     std::string encoding_;
 };
 
-// Tells when the server listens: called by the server, after which connections wait
-// in its queue if need be.
+// Reports when the server listens: from then on, connections can wait in its queue.
 class Ready : public server::TServerEventHandler {
 public:
     explicit Ready(std::function<int()> port) : port_(std::move(port)) {}
@@ -107,8 +106,8 @@ Server::Server(Kind kind, const std::string& encoding, const ProcessorPtr& proce
 
 Server::~Server() {
     if (workers_) {
-        // Events may still be at work, of which their senders do not see the end. What
-        // they report to must not be gone by then.
+        // Handlers of events may still be running, because senders do not wait for them. The
+        // objects that they use must still exist.
         workers_->stop();
     }
     server_->stop();
@@ -117,7 +116,7 @@ Server::~Server() {
 
 ProtocolPtr Server::connect() const {
     const auto socket = std::make_shared<transport::TSocket>("127.0.0.1", port_);
-    // A broken server fails a test rather than stall it.
+    // A broken server must fail a test, not hang it.
     socket->setConnTimeout(30000);
     socket->setRecvTimeout(30000);
     socket->setSendTimeout(30000);

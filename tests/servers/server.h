@@ -15,32 +15,32 @@ namespace apache::thrift::server {
 class TServer;
 }
 
-// The servers that libthrift brings.
+// libthrift's servers.
 enum class Kind { Simple, Threaded, ThreadPool, Nonblocking };
 
 const char* nameOf(Kind kind);
 
-// A server of one kind on loopback, on a port of the system's choice, that serves
-// while the object lives. The nonblocking server speaks framed, the others buffered.
+// A server of one kind on the loopback address, on a port that the system chooses. It
+// serves while the object exists. The nonblocking server is framed, the others buffered.
 class Server {
 public:
-    // Serves once the constructor has returned.
+    // Ready when the constructor returns.
     Server(Kind kind, const std::string& encoding, const ProcessorPtr& processor);
 
-    // Closes what connections are still open, and waits for the server's end.
+    // Closes open connections and waits for the end of the server.
     ~Server();
 
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    // A new connection; it is closed with the last pointer to it.
+    // A new connection, closed when the last pointer to it is destroyed.
     ProtocolPtr connect() const;
 
 private:
     Kind kind_;
     std::string encoding_;
     int port_ = 0;
-    std::shared_ptr<apache::thrift::concurrency::ThreadManager> workers_;  // if it lends them
+    std::shared_ptr<apache::thrift::concurrency::ThreadManager> workers_;  // if the kind uses them
     std::shared_ptr<apache::thrift::server::TServer> server_;
     std::thread thread_;
 };

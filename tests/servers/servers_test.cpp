@@ -30,7 +30,7 @@ protected:
     Journal journal;
 };
 
-TEST_P(Served, EveryOperationIsCarriedOut) {
+TEST_P(Served, EveryOperationIsRun) {
     for (const Operation& operation : kOperations) {
         Journal seen;
         const Server server(kind(), encoding(), makeProcessor<Library>(operation.service, seen));
@@ -39,7 +39,7 @@ TEST_P(Served, EveryOperationIsCarriedOut) {
     }
 }
 
-TEST_P(Served, AConnectionGoesOnAfterEachFailureThatIsAnswered) {
+TEST_P(Served, AConnectionContinuesAfterEachFailureThatIsAnswered) {
     for (const char* service : {"TavBroker", "TavEmp", "TavEmpEvent"}) {
         const Server server(kind(), encoding(), makeProcessor<Library>(service, journal));
         const ProtocolPtr connection = server.connect();
@@ -51,21 +51,21 @@ TEST_P(Served, AConnectionGoesOnAfterEachFailureThatIsAnswered) {
             EXPECT_EQ(callOver(connection, service, operation.name, "fail"), operation.failure);
             EXPECT_EQ(callOver(connection, service, operation.name), operation.result);
 
-            // The name is not known.
+            // The name is unknown.
             const bool isEmp = service == std::string("TavEmp");
             const std::string stranger = isEmp ? "CloseEmp" : "Close";
             EXPECT_EQ(callOver(connection, isEmp ? "TavBroker" : "TavEmp", stranger),
                       "kind 1: Invalid method name: '" + stranger + "'");
             EXPECT_EQ(callOver(connection, service, operation.name), operation.result);
 
-            // The message is no call. It is answered as a failure of Close.
+            // The message is not a call. It is answered as a failure of Close.
             connection->writeMessageBegin("Close", T_REPLY, 5);
             TavEmp_Close_result().write(connection.get());
             connection->writeMessageEnd();
             connection->getTransport()->flush();
             try {
                 TavEmpClient(connection).recv_Close();
-                ADD_FAILURE() << "no failure was told";
+                ADD_FAILURE() << "no failure was reported";
             } catch (const TApplicationException& failure) {
                 EXPECT_EQ(failure.getType(), TApplicationException::INVALID_MESSAGE_TYPE);
             }
@@ -79,7 +79,7 @@ TEST_P(Served, EventsArriveInTheOrderInWhichTheyWereSent) {
     TavEmpEventClient client(server.connect());
     std::vector<std::string> sent;
     for (int i = 0; i < 100; ++i) {
-        // Every third one is refused, of which the sender sees nothing.
+        // Every third one fails, which the sender does not notice.
         client.Callback(i, i % 3 == 0 ? "fail" : "started", "now");
         sent.push_back("Callback " + std::to_string(i) + (i % 3 == 0 ? " fail" : " started") +
                        " now");
@@ -121,10 +121,10 @@ std::string nameOfServed(const testing::TestParamInfo<std::tuple<Kind, const cha
 
 INSTANTIATE_TEST_SUITE_P(All, Served, testing::Combine(kAllKinds, kAllEncodings), nameOfServed);
 
-// What needs servers that serve several connections at once.
+// Tests of servers that serve several connections at the same time.
 class ServedAtOnce : public Served {};
 
-TEST_P(ServedAtOnce, OneProcessorServesManyConnectionsAndMixesNothingUp) {
+TEST_P(ServedAtOnce, OneProcessorServesManyConnectionsWithoutMixingThemUp) {
     const Server server(kind(), encoding(), makeProcessor<Library>("TavEmp", journal));
     constexpr int kConnections = 8;
     constexpr int kCalls = 50;
@@ -159,8 +159,8 @@ INSTANTIATE_TEST_SUITE_P(All, ServedAtOnce,
                                           kAllEncodings),
                          nameOfServed);
 
-// libthrift counts what comes in over a connection and stops at 100 MiB, unless the
-// end of each message sets the count back. 1 MiB a call, both ways.
+// libthrift counts the bytes received over a connection and stops at 100 MiB, unless the
+// end of each message resets the count. 1 MiB per call in each direction.
 class ServedLong : public Served {};
 
 TEST_P(ServedLong, AConnectionCarriesMoreThanTheLimitOfASingleMessage) {
@@ -174,7 +174,7 @@ TEST_P(ServedLong, AConnectionCarriesMoreThanTheLimitOfASingleMessage) {
     }
 }
 
-// One server of each transport.
+// One server for each transport.
 INSTANTIATE_TEST_SUITE_P(All, ServedLong,
                          testing::Combine(testing::Values(Kind::Simple, Kind::Nonblocking),
                                           testing::Values("binary")),

@@ -8,8 +8,8 @@
 #include <sstream>
 #include <string>
 
-// Handlers that note what they are called with, do what the test has them do, which
-// may be to throw, and then return results of their own.
+// Handlers that log their arguments, run the test's function, which may throw, and then
+// return fixed results.
 namespace recording {
 
 class Handler {

@@ -25,7 +25,7 @@ bool isOneOf(const std::string& what, std::initializer_list<const char*> prefixe
                        [&](const char* prefix) { return beginsWith(what, prefix); });
 }
 
-// Values and field ends stand on the line of the field begin before them.
+// Values and field ends are on the line of the preceding field begin.
 bool continuesLine(const std::string& what) {
     return isOneOf(what, {"writeBool", "writeI32", "writeString", "writeFieldEnd", "readBool",
                           "readI32", "readString", "readFieldEnd", "skip"});
@@ -193,7 +193,7 @@ uint32_t RecordingProtocol::readFieldBegin(std::string& name, TType& type, int16
     Struct& fields = openStructs_.back();
     name = "anyName";
     if (fields.empty()) {
-        // As some protocols do, the id is left as it was.
+        // Like some protocols, leaves the id unchanged.
         type = protocol::T_STOP;
         return call("readFieldBegin stop");
     }

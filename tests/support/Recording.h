@@ -15,38 +15,38 @@
 #include <utility>
 #include <vector>
 
-// What the library is tested against: a protocol and a transport that keep a log of
-// the calls made to them, play back messages, and can fail.
+// For the tests of the library: a protocol and a transport that log the calls made to
+// them, play back messages, and can fail.
 //
-// All of it is compiled against each form of libthrift's declarations that there is.
+// Compiled with each form of libthrift's declarations.
 namespace recording {
 
 using apache::thrift::protocol::TMessageType;
 using apache::thrift::protocol::TType;
 
-// The log that protocols, transports and handlers share, as text. A call is a line,
-// except that what belongs to one field stands on one line.
+// The log that protocols, transports and handlers share, as text. One line per call,
+// except that all calls for one field are on one line.
 class Log {
 public:
-    // Notes a call to a protocol or a transport. Returns its number, from 1 on, for
-    // the call to return: so any sum of bytes tells which calls it is made of.
+    // Logs a call to a protocol or a transport. Returns its number, from 1 on, which the
+    // call then returns: so a sum of bytes shows which calls contribute to it.
     uint32_t call(const std::string& speaker, const std::string& what);
 
-    // Notes what is neither, such as a handler's work.
+    // Logs anything else, such as a handler's work.
     void note(const std::string& what);
 
-    // The n-th call throws, once it has been noted: a transport's TTransportException or
-    // a protocol's TProtocolException, with the text "call <n> fails".
+    // The n-th call throws after it was logged: a TTransportException from a transport or
+    // a TProtocolException from a protocol, with the text "call <n> fails".
     void failAt(std::size_t n) { failing_ = n; }
 
     // Once a call has been noted, `action` gets its number, and may throw what it likes.
     void afterEachCall(std::function<void(std::size_t)> action) { action_ = std::move(action); }
 
     std::size_t calls() const { return ends_.size(); }
-    // Each line begins with its line's end, as in raw string literals.
+    // Each line begins with a newline, as in raw string literals.
     const std::string& text() const { return text_; }
     std::string textUntil(std::size_t n) const { return text_.substr(0, ends_.at(n - 1)); }
-    // What failed, as failureOf() tells it.
+    // The failure, as failureOf() returns it.
     const std::string& failure() const { return failure_; }
 
 private:
@@ -59,7 +59,7 @@ private:
     std::string failure_ = "nothing";
 };
 
-// A value to be read, with those inside it.
+// A value to read, including nested ones.
 struct Field;
 struct Value {
     Value(bool flag);
@@ -78,7 +78,7 @@ struct Field {
 };
 using Struct = std::vector<Field>;
 
-// A value of any type, to be skipped.
+// A value of any type, to skip.
 Value somethingOf(TType type);
 
 struct Message {
@@ -107,7 +107,7 @@ private:
     std::string speaker_;
 };
 
-// What passes TProtocol's calls on to a protocol. Up to 0.5 they are virtual themselves.
+// Forwards TProtocol's calls to a protocol. Up to 0.5 they are virtual themselves.
 #ifdef TESTS_HAVE_TVIRTUALPROTOCOL
 template <typename Protocol>
 using VirtualProtocol = apache::thrift::protocol::TVirtualProtocol<Protocol>;
@@ -116,20 +116,20 @@ template <typename>
 using VirtualProtocol = apache::thrift::protocol::TProtocol;
 #endif
 
-// Calls that the library has no use for are left to libthrift, which throws
-// NOT_IMPLEMENTED. A skip is one call: what it skips is not read one by one.
+// Calls that the library does not use are left to libthrift, which throws NOT_IMPLEMENTED.
+// A skip is one call: the skipped values are not read one by one.
 class RecordingProtocol : public VirtualProtocol<RecordingProtocol> {
     using Base = VirtualProtocol<RecordingProtocol>;
 
 public:
-    // `speaker` begins each line, to tell several protocols apart.
+    // `speaker` begins each line, to distinguish several protocols.
     explicit RecordingProtocol(Log& log, const std::string& speaker = "");
 
-    // Has `body` read next, without an envelope.
+    // Plays back `body` next, without an envelope.
     void playRecord(Struct body) { announced_.assign(1, Value(std::move(body))); }
-    // Has `message` read after those that are to come already.
+    // Plays back `message` after the pending ones.
     void playMessage(Message message);
-    // Whether all that was to be read has been.
+    // Whether everything has been read.
     bool playedToItsEnd() const;
 
     void dropTransport() { ptrans_.reset(); }
@@ -159,7 +159,7 @@ public:
 
 private:
     uint32_t call(const std::string& what) { return log_.call(speaker_, what); }
-    // The value that a field begin, or a message begin, has announced.
+    // The value that a field begin or message begin has announced.
     Value take(TType type);
 
     Log& log_;
@@ -169,13 +169,13 @@ private:
     std::vector<Struct> openStructs_;  // with the fields still to come, the next one last
 };
 
-// A new object, held as libthrift holds its own.
+// A new object in libthrift's pointer type.
 template <typename T, typename... Arguments>
 TavIDL::shared_ptr<T> make(Arguments&&... arguments) {
     return TavIDL::shared_ptr<T>(new T(std::forward<Arguments>(arguments)...));
 }
 
-// Calls process() as a server does: through libthrift's class, in the form that it declares.
+// Calls process() like a server: through libthrift's class, in the form that it declares.
 template <typename Processor>
 auto processInForm(Processor& processor, const TavIDL::ProtocolPointer& input,
                    const TavIDL::ProtocolPointer& output, int)
@@ -192,13 +192,13 @@ inline bool process(apache::thrift::TProcessor& processor, const TavIDL::Protoco
     return processInForm(processor, input, output, 0);
 }
 
-// What `action` threw, as text: its type, for a TApplicationException its kind, and
-// its message.
+// What `action` throws, as text: the type, for a TApplicationException the kind, and the
+// message.
 std::string failureOf(const std::function<void()>& action);
 
-// Runs `path` once untouched, then once for each call that it makes to a protocol or
-// a transport, with that call failing. Each time the very failure must come out, and
-// the log must end with the call that failed.
+// Runs `path` once without failures, then once for each call that it makes to a protocol
+// or a transport, with that call failing. Each time that failure must be thrown, and the
+// log must end with the failed call.
 void expectEveryFailureToPass(const std::function<void(Log&)>& path);
 
 // Calls a record's write, or its read of `body`. The number of bytes that it returns
@@ -206,8 +206,8 @@ void expectEveryFailureToPass(const std::function<void(Log&)>& path);
 std::string checkedSum(const std::function<uint32_t(RecordingProtocol&)>& action,
                        const Struct& body = {});
 
-// All that there is to know about a record's write: its calls, their sum, and that
-// every failure passes. Returns the calls.
+// Checks a record's write completely: its calls, their sum, and that every failure passes
+// through. Returns the calls.
 template <typename Record>
 std::string writing(const Record& record) {
     expectEveryFailureToPass([&](Log& log) {
@@ -217,7 +217,7 @@ std::string writing(const Record& record) {
     return checkedSum([&](RecordingProtocol& protocol) { return record.write(&protocol); });
 }
 
-// The same of its read, from `body`, which leaves `record` filled.
+// The same for its read, from `body`, which fills `record`.
 template <typename Record>
 std::string reading(Record& record, const Struct& body) {
     expectEveryFailureToPass([&](Log& log) {

@@ -4,7 +4,7 @@
 #include <TavIDL/records/ConnectionInfo.h>
 #include <TavIDL/records/ParamList.h>
 
-// Records whose fields all differ.
+// Records whose fields are all different.
 namespace recording {
 
 inline ConnectionInfo someConnectionInfo() {

@@ -195,9 +195,9 @@ class CompletionTest(ToolTest):
                                ("tavctl open a:1 n v --run ExecuteW\tcm\t", "cmd="),
                                ("tavctl serve emp --reply Cl\t3", "--reply Close=3")]:
             with self.subTest(text):
-                # The shell prints its words back.
-                shown = typed("\x01printf '<%s>' \x05" .replace("\x05", "") + "\x05" + text +
-                              "; echo en''d\n", "end\r\n")
+                # Completed, it becomes the arguments of a command that shows them: Ctrl-A is the
+                # start of the line.
+                shown = typed(text + "; echo en''d\x01printf '<%s>' \n", "end\r\n")
                 self.assertIn("".join("<%s>" % word for word in expected.split()), shown)
 
     def testZshIsOfferedThem(self):

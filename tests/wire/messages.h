@@ -4,13 +4,13 @@
 #include <map>
 #include <string>
 
-// Messages kept as text: a line "<name>, <encoding>:", a blank line, and the message
-// in lines indented by four spaces. Binary and compact ones are hexadecimal, and what
-// follows two spaces is a comment; JSON ones are as sent, wherever lines break.
-// Other text between messages is passed over.
+// Messages stored as text: a line "<name>, <encoding>:", a blank line, and the message in
+// lines indented by four spaces. Binary and compact messages are hexadecimal, with comments
+// after two spaces; JSON messages are as sent, with any line breaks. Other text between
+// messages is ignored.
 std::map<std::string, std::string> readMessages(const std::string& path);
 
-// The other way round, as one line.
+// The reverse, in one line.
 std::string asText(const std::string& encoding, const std::string& message);
 
 #endif

@@ -9,7 +9,7 @@
 
 namespace {
 
-// One call of each operation, and each failure. Both messages of it are compared.
+// One call of each operation, and each failure. Both messages of each are compared.
 struct Call {
     const char* name;
     const char* service;
@@ -33,7 +33,7 @@ constexpr Call kCalls[] = {
 
 const char* const kEncodings[] = {"binary", "compact", "json"};
 
-// All that a library client and a library processor write, by name.
+// Everything that a library client and a library processor write, by name.
 std::map<std::string, std::string> writtenMessages() {
     std::map<std::string, std::string> messages;
     for (const Call& call : kCalls) {
@@ -55,7 +55,7 @@ std::string encodingOf(const std::string& name) {
     return name.substr(name.rfind(' ') + 1);
 }
 
-// A message as it is kept, to be compared and to be copied from a failed test.
+// A message in its stored form, to compare, or to copy from a failed test.
 std::string kept(const std::map<std::string, std::string>& messages, const std::string& name) {
     const auto message = messages.find(name);
     return message == messages.end() ? "not there: " + name
@@ -89,7 +89,7 @@ TEST(KeptMessages, AreReadBackByProcessorsAndClients) {
             ASSERT_NE(request, messages.end()) << stem;
             const auto reply = messages.find(stem + " reply, " + encoding);
 
-            // A processor that is handed the kept request; a client, the kept reply.
+            // A processor gets the stored request, a client the stored reply.
             Journal journal;
             const auto processor = makeProcessor<Library>(operation.service, journal);
             Exchange exchange(encoding, "memory", [&](const ProtocolPtr&, const ProtocolPtr& out) {

@@ -54,7 +54,10 @@ std::vector<Field> fieldsOf(const std::string& name, protocol::TMessageType type
         }
         const std::vector<Field> result = {{0, "success", operation.result}};
         for (const Field& field : type == protocol::T_REPLY ? result : operation.arguments) {
-            if (auto* known = const_cast<Field*>(fieldOf(fields, field.id)); known == nullptr) {
+            const auto known = std::find_if(fields.begin(), fields.end(), [&](const Field& other) {
+                return other.id == field.id;
+            });
+            if (known == fields.end()) {
                 fields.push_back(field);
             } else if (known->name != field.name) {
                 known->name += "/" + field.name;

@@ -38,7 +38,7 @@ static ThriftProtocol *protocol_over(ThriftTransport *socket) {
     return protocol;
 }
 
-/* These objects do not own what they were made over: all three are the caller's to end. */
+/* These objects do not own what they use: the caller must release all three. */
 static void disconnect(ThriftProtocol *protocol) {
     ThriftTransport *transport = protocol->transport;
     ThriftTransport *socket = NULL;
@@ -226,7 +226,7 @@ struct server {
     ThriftProcessor *processor;
 };
 
-/* What ThriftSimpleServer does, which however cannot tell a port that the system chose. */
+/* Like ThriftSimpleServer, which cannot report a port that the system chose. */
 static gpointer serve_connections(gpointer data) {
     struct server *server = data;
     for (;;) {
@@ -241,7 +241,7 @@ static gpointer serve_connections(gpointer data) {
     return NULL;
 }
 
-/* Serves on a port of this machine that the system chooses, and tells it. */
+/* Serves on a local port that the system chooses, and prints it. */
 static void start_server(GType handler_type, GType processor_type) {
     struct server *server = g_new0(struct server, 1);
     struct sockaddr_in address = {.sin_family = AF_INET, .sin_addr.s_addr = htonl(INADDR_LOOPBACK)};
@@ -288,7 +288,7 @@ static gpointer client_over(GType type, ThriftProtocol *protocol) {
     return g_object_new(type, "input_protocol", protocol, "output_protocol", protocol, NULL);
 }
 
-/* Takes over `result` and `error`. */
+/* Takes ownership of `result` and `error`. */
 static void report(const char *what, gboolean done, gchar *result, GError *error) {
     const char *own_words = "application error: ";
     printf("%s = ", what);
@@ -298,10 +298,10 @@ static void report(const char *what, gboolean done, gchar *result, GError *error
         printf("FALSE without an error");
     } else if (error->domain == THRIFT_APPLICATION_EXCEPTION_ERROR) {
         printf("exception %d", error->code);
-        /* Of these two the text is empty, and each language has its own words for that. */
+        /* These two have an empty text, for which each language prints something else. */
         if (error->code != THRIFT_APPLICATION_EXCEPTION_ERROR_INVALID_MESSAGE_TYPE &&
             error->code != THRIFT_APPLICATION_EXCEPTION_ERROR_WRONG_METHOD_NAME) {
-            /* It puts this before the text that came. */
+            /* GLib's library puts this before the peer's text. */
             g_assert_true(g_str_has_prefix(error->message, own_words));
             printf(": %s", error->message + strlen(own_words));
         }
@@ -478,8 +478,8 @@ static void call_event(int broker_port, int event_port) {
     disconnect(broker);
 }
 
-/* Requests get this message type while it is set. An object has no method of its own in
- * GObject, so it is the class of all protocols that is changed. */
+/* Requests get this message type while it is set. In GObject a single object cannot have its
+ * own method, so this changes the class of all protocols. */
 static ThriftMessageType retyped;
 static gint32 (*write_message_begin)(ThriftProtocol *, const gchar *, const ThriftMessageType,
                                      const gint32, GError **);

@@ -6,9 +6,9 @@
 //
 // PROTOCOL is binary, compact or json; TRANSPORT is buffered or framed.
 //
-// `serve` writes its ports in a line to standard output and ends when its standard
-// input does. `call` writes a line "case = outcome" for each case. The peers in the
-// other languages do the same, case by case.
+// `serve` prints its ports in one line and ends at the end of its standard input.
+// `call` prints a line "case = outcome" for each case. The peers in the other
+// languages have the same cases.
 
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/protocol/TCompactProtocol.h>
@@ -76,7 +76,7 @@ const std::string kNotUtf8("\xff\xfe");
 
 // --- Serving side
 
-// The events that the callback service was given. The broker tells them.
+// The events that the callback service received. The broker returns them.
 class Events {
 public:
     void add(const std::string& event) {
@@ -84,7 +84,7 @@ public:
         events_.push_back(event);
     }
 
-    std::string told() const {
+    std::string reported() const {
         const std::lock_guard<std::mutex> lock(mutex_);
         return joined(events_);
     }
@@ -119,14 +119,14 @@ public:
                                         "the broker cannot: failwell");
         }
         if (cmd == "events") {
-            result = events_.told();
+            result = events_.reported();
         } else if (cmd == "length") {
             result = std::to_string(param1.size());
         } else if (cmd == "long") {
             result = kLong;
         } else if (cmd == "nul") {
             result = kWithNul;
-        } else if (cmd != "nothing") {  // for which there is no way here: it answers ""
+        } else if (cmd != "nothing") {  // which is not possible here: it answers ""
             result = joined({std::to_string(fromPort), cmd, param1, param2, param3, param4});
         }
     }
@@ -197,7 +197,7 @@ private:
     Events& events_;
 };
 
-// Answers any call as no server of ours would: what it takes for its command says how.
+// Answers any call as none of our servers would: the command says how.
 class OddProcessor : public TProcessor {
 public:
     bool process(std::shared_ptr<TProtocol> input, std::shared_ptr<TProtocol> output,
@@ -302,7 +302,7 @@ void serve(const Wire& wire) {
 
 // --- Calling side
 
-// Writes requests with another message type than the client chose.
+// Writes requests with another message type than the client's.
 class Retyped : public TProtocolDecorator {
 public:
     Retyped(std::shared_ptr<TProtocol> wrapped, TMessageType type)
@@ -332,7 +332,7 @@ std::string outcomeOf(Call call) {
         return call();
     } catch (const TApplicationException& failure) {
         std::string kind = "exception " + std::to_string(failure.getType());
-        // Of these two the text is empty, and each language has its own words for that.
+        // These two have an empty text, for which each language prints something else.
         if (failure.getType() == TApplicationException::INVALID_MESSAGE_TYPE ||
             failure.getType() == TApplicationException::WRONG_METHOD_NAME) {
             return kind;
@@ -449,8 +449,8 @@ void callEvent(const Wire& wire, int brokerPort, int eventPort) {
         for (const Event& each : events) {
             event.Callback(each.type, each.param1, each.param2);
         }
-        // Had an event been answered, its answer would be read here. And once this is
-        // answered, all events have been taken.
+        // If an event had been answered, this would read its answer. After this answer,
+        // all events have been received.
         TavEmpClient misled(protocol);
         report(what + ", then an unknown operation",
                [&] { return std::to_string(misled.Close(3)); });
@@ -460,7 +460,7 @@ void callEvent(const Wire& wire, int brokerPort, int eventPort) {
     send("Callback fails", {{0, "fail", ""}});
 }
 
-// What may cost the connection has one of its own, with a good call behind it.
+// Cases that may end the connection have their own, and a valid call follows.
 template <typename Client, typename Call, typename GoodCall>
 void reportApart(const std::string& what, const Wire& wire, int port, Call call,
                  GoodCall goodCall) {
@@ -497,8 +497,8 @@ void callWrongly(const Wire& wire, int brokerPort, int empPort, int eventPort) {
                                  openGood);
     reportApart<TavEmpClient>("T_REPLY request at the EMP", wire, empPort, closeAs(T_REPLY),
                               closeGood);
-    // At a callback service an operation that it does not know, since a server that
-    // took a T_REPLY "Callback" for a call would answer nothing, and keep us waiting.
+    // Calls an operation that a callback service does not know: a server that accepted
+    // a T_REPLY "Callback" as a call would not answer, and this would hang.
     const auto protocol = connection(wire, eventPort);
     report("T_REPLY request at the callback service", [&] { return openAs(T_REPLY)(protocol); });
 
@@ -521,7 +521,7 @@ void callWrongly(const Wire& wire, int brokerPort, int empPort, int eventPort) {
 void callOdd(const Wire& wire, int port) {
     for (const std::string command :
          {"otherseqid", "othertype", "othername", "unknownfield", "nosuccess", "othersuccess"}) {
-        // Generated clients wait for another reply if the name or the type is odd.
+        // Generated clients wait for another reply if the name or the type is wrong.
         TavBrokerClient broker(connection(wire, port, 2000));
         report("Reply: " + command, [&] { return executed(broker, command, ""); });
         report("Reply: " + command + ", then", [&] { return executed(broker, "good", ""); });

@@ -93,8 +93,8 @@ const emp = {
     }
     const result = [clientID, cmd, param1, param2, param3, param4].join("|");
     if (cmd === "later") {
-      // Only this language has handlers that answer after they have returned: here, after the
-      // next call has been answered.
+      // Only in this language can handlers answer after they have returned: here, after the next
+      // call has been answered.
       return new Promise((resolve) => {
         afterNext = () => resolve(result);
       });
@@ -154,7 +154,7 @@ class Connection {
     this.connection.on("timeout", () => this.fail(new NoAnswer()));
   }
 
-  // A client over this connection, whose requests have the given message type.
+  // A client on this connection whose requests have the given message type.
   client(service, type) {
     const client = thrift.createClient(service, this.connection);
     if (type !== undefined) {
@@ -167,8 +167,8 @@ class Connection {
     return client;
   }
 
-  // What a call comes to, or the failure of the connection under it: a call that is
-  // never answered is told nothing of that.
+  // The outcome of a call, or the failure of its connection, of which a pending call is
+  // not informed.
   wait(call) {
     return new Promise((resolve, reject) => {
       if (this.closed) {
@@ -186,7 +186,7 @@ async function report(what, connection, call) {
     outcome = await connection.wait(call());
   } catch (failure) {
     if (failure instanceof TApplicationException) {
-      // Of these two the text is empty, and each language has its own words for that.
+      // These two have an empty text, for which each language prints something else.
       outcome = [2, 3].includes(failure.type)
         ? `exception ${failure.type}`
         : `exception ${failure.type}: ${failure.message}`;
@@ -324,8 +324,8 @@ async function callOdd(wire, port) {
   ]) {
     const connection = new Connection(wire, port, 2000);
     const client = connection.client(TavBroker);
-    // This client drops a reply to a request that it does not know of, and tells
-    // nobody. Replies come in order: with the second there, the first comes no more.
+    // This client silently drops a reply to an unknown request. Replies arrive in order:
+    // after the second, the first cannot arrive any more.
     let second;
     await report(`Reply: ${command}`, connection, () => {
       const first = executed(client, command);
@@ -335,8 +335,8 @@ async function callOdd(wire, port) {
     });
     await report(`Reply: ${command}, then`, connection, () => second);
   }
-  // Has no "then": the body of the reply stays in the buffer, and what becomes of the
-  // next reply depends on how the bytes happen to arrive.
+  // Has no "then": the body of the reply stays in the buffer, and what happens to the
+  // next reply depends on how the bytes arrive.
   let connection = new Connection(wire, port, 2000);
   const misnamed = connection.client(TavBroker);
   await report("Reply: othername", connection, () => executed(misnamed, "othername"));

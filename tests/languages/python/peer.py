@@ -133,7 +133,7 @@ def serve(protocol, transport):
 
 
 class Retyped:
-    """A protocol that writes requests with another message type than the client chose."""
+    """A protocol that writes requests with another message type than the client's."""
 
     def __init__(self, protocol, message_type):
         self.protocol = protocol

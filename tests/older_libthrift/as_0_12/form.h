@@ -1,7 +1,7 @@
 #ifndef OLDER_LIBTHRIFT_FORM_H
 #define OLDER_LIBTHRIFT_FORM_H
 
-// What newer headers need, they include themselves.
+// Newer headers include what they need.
 #include <netinet/in.h>
 #include <thrift/config.h>
 

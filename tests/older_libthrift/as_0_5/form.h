@@ -4,8 +4,8 @@
 #include <boost/shared_ptr.hpp>
 
 #define OLDER_LIBTHRIFT_GETTYPE_CONST
-// Real ones read the value, call by call. The tests define it (skip.cpp) so that it is one
-// call here as well, and a log is the same for all releases.
+// In real releases it reads the value with several calls. The tests define it as one call
+// (skip.cpp), so that logs are the same for all releases.
 #define OLDER_LIBTHRIFT_SKIP uint32_t skip(TType type)
 
 namespace apache {

@@ -1,4 +1,4 @@
-// Compiles where libthrift holds its objects by Boost's pointers, as all before 0.11 do.
+// Compiles with a libthrift that uses Boost's pointers, like all before 0.11.
 
 #include <TavIDL/TavIDL.h>
 #include <boost/shared_ptr.hpp>

@@ -1,7 +1,7 @@
 #ifndef TESTS_LANGUAGES_SERVICES_H
 #define TESTS_LANGUAGES_SERVICES_H
 
-// The services as libTavIDL has them.
+// The services of libTavIDL.
 #include <TavIDL/TavIDL.h>
 
 #endif

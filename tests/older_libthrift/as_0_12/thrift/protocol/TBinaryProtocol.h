@@ -11,7 +11,7 @@ struct TNetworkBigEndian {
     static uint32_t toWire32(uint32_t value) { return htonl(value); }
 };
 
-/// A name to compare types with. No test makes one.
+/// A type to compare with. No test creates one.
 template <typename Transport_, typename ByteOrder_ = TNetworkBigEndian>
 class TBinaryProtocolT : public TVirtualProtocol<TBinaryProtocolT<Transport_, ByteOrder_>> {};
 

@@ -7,7 +7,7 @@ namespace apache {
 namespace thrift {
 namespace protocol {
 
-/// A name to compare types with. No test makes one.
+/// A type to compare with. No test creates one.
 class TBinaryProtocol : public TProtocol {};
 
 }  // namespace protocol

@@ -7,10 +7,10 @@ namespace apache {
 namespace thrift {
 namespace protocol {
 
-/// A name to compare types with. No test makes one.
+/// A type to compare with. No test creates one.
 template <typename Transport_>
 class TBinaryProtocolT : public TVirtualProtocol<TBinaryProtocolT<Transport_>> {
-    // Up to 0.9.0 nothing that it includes declares htonl: a program must.
+    // Up to 0.9.0 none of its includes declares htonl: the program must do so.
     static uint32_t toWire(uint32_t value) { return htonl(value); }
 };
 

@@ -25,8 +25,8 @@ enum TType {
 
 enum TMessageType { T_CALL = 1, T_REPLY = 2, T_EXCEPTION = 3, T_ONEWAY = 4 };
 
-/// Of the calls only those that the library and its tests make. All are virtual
-/// themselves, as in the oldest releases.
+/// Only the calls that the library and its tests make. All are virtual, as in the oldest
+/// releases.
 class TProtocol {
 public:
     virtual ~TProtocol() = default;

@@ -7,7 +7,7 @@ namespace apache {
 namespace thrift {
 namespace transport {
 
-/// A name for a protocol's static transport. No test makes one.
+/// A type for a protocol's static transport. No test creates one.
 class TBufferBase : public TTransport {};
 
 }  // namespace transport

@@ -7,7 +7,7 @@ namespace apache {
 namespace thrift {
 namespace protocol {
 
-/// A name to compare types with. No test makes one.
+/// A type to compare with. No test creates one.
 template <typename Transport_>
 class TCompactProtocolT : public TVirtualProtocol<TCompactProtocolT<Transport_>> {};
 

@@ -7,7 +7,7 @@ namespace apache {
 namespace thrift {
 namespace protocol {
 
-/// Nothing to pass on: TProtocol's calls are virtual themselves here.
+/// Forwards nothing: here TProtocol's calls are virtual.
 template <typename Protocol>
 class TVirtualProtocol : public TProtocol {
 protected:

@@ -5,6 +5,7 @@
 #include <TavIDL/host/Server.h>
 #include <event2/event.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <thrift/concurrency/ThreadFactory.h>
 #include <thrift/concurrency/ThreadManager.h>
@@ -14,18 +15,26 @@
 #include <thrift/server/TThreadPoolServer.h>
 #include <thrift/server/TThreadedServer.h>
 #include <thrift/transport/TBufferTransports.h>
+#include <thrift/transport/TNonblockingSSLServerSocket.h>
 #include <thrift/transport/TNonblockingServerSocket.h>
+#include <thrift/transport/TSSLServerSocket.h>
+#include <thrift/transport/TSSLSocket.h>
 #include <thrift/transport/TServerSocket.h>
 #include <thrift/transport/TSocket.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <stdexcept>
 #include <system_error>
+#include <thread>
 #include <vector>
+
+#include "../host/Certificates.h"
 
 using namespace apache::thrift;
 using apache::thrift::protocol::TBinaryProtocol;
@@ -47,11 +56,15 @@ struct Precautions {
     bool timeouts = false;
     bool frames = false;
     bool littleMemory = false;
+    const Certificate* tls = nullptr;
 };
 
 // --- The server's process
 
 class Handler : public TavEmpIf {
+public:
+    explicit Handler(int parent) : parent_(parent) {}
+
     bool Open(int32_t, const std::string&, const std::string&, const std::string&) override {
         return true;
     }
@@ -67,44 +80,68 @@ class Handler : public TavEmpIf {
         if (cmd == "int") {
             throw 7;
         }
+        if (cmd == "when told") {
+            char byte = 0;
+            if (write(parent_, &byte, 1) != 1 || read(parent_, &byte, 1) != 1) {
+                throw std::runtime_error("not told");
+            }
+            result.assign(1000000, 'x');
+            return;
+        }
         result = cmd;
     }
     void ExecuteWithParamList(std::string&, int32_t, const std::string&,
                               const ParamList&) override {}
+
+private:
+    const int parent_;
 };
 
-void tellPort(int number, int pipe) {
-    if (write(pipe, &number, sizeof number) != sizeof number) {
+void tellPort(int number, int parent) {
+    if (write(parent, &number, sizeof number) != sizeof number) {
         _exit(1);
     }
 }
 
 struct TellPort : server::TServerEventHandler {
     TellPort(std::function<int()> listening, int output)
-        : port(std::move(listening)), pipe(output) {}
-    void preServe() override { tellPort(port(), pipe); }
+        : port(std::move(listening)), parent(output) {}
+    void preServe() override { tellPort(port(), parent); }
     std::function<int()> port;
-    int pipe;
+    int parent;
 };
 
-void serveByHost(const Precautions& with, int pipe) {
+std::shared_ptr<transport::TSSLSocketFactory> tlsOf(const Certificate& certificate) {
+    auto factory = std::make_shared<transport::TSSLSocketFactory>();
+    factory->loadCertificate(certificate.file.c_str());
+    factory->loadPrivateKey(certificate.keyFile.c_str());
+    factory->authenticate(false);
+    return factory;
+}
+
+void serveByHost(const Precautions& with, int parent) {
     TavIDL::Settings settings;
     settings.framed = with.frames;
+    if (with.tls) {
+        settings.tls.enabled = true;
+        settings.tls.certificate = with.tls->file;
+        settings.tls.key = with.tls->keyFile;
+    }
     if (with.timeouts) {
         settings.idleTimeout = settings.receiveTimeout = std::chrono::milliseconds(200);
     }
-    TavIDL::Server server("127.0.0.1:0", std::make_shared<Handler>(), settings);
+    TavIDL::Server server("127.0.0.1:0", std::make_shared<Handler>(parent), settings);
     const std::string& address = server.address();
-    tellPort(std::stoi(address.substr(address.rfind(':') + 1)), pipe);
+    tellPort(std::stoi(address.substr(address.rfind(':') + 1)), parent);
     server.runUntilSignal();
 }
 
-void serve(Kind kind, const Precautions& with, int pipe) {
+void serve(Kind kind, const Precautions& with, int parent) {
     if (kind == Kind::Host) {
-        serveByHost(with, pipe);
+        serveByHost(with, parent);
         return;
     }
-    const auto processor = std::make_shared<TavEmpProcessor>(std::make_shared<Handler>());
+    const auto processor = std::make_shared<TavEmpProcessor>(std::make_shared<Handler>(parent));
     const auto protocols = with.limits
                                ? std::make_shared<TBinaryProtocolFactory>(1 << 20, 1000, true, true)
                                : std::make_shared<TBinaryProtocolFactory>();
@@ -115,18 +152,25 @@ void serve(Kind kind, const Precautions& with, int pipe) {
     }
 
     if (kind == Kind::Nonblocking) {
-        const auto socket = std::make_shared<transport::TNonblockingServerSocket>("127.0.0.1", 0);
+        const auto socket =
+            with.tls == nullptr
+                ? std::make_shared<transport::TNonblockingServerSocket>("127.0.0.1", 0)
+                : std::make_shared<transport::TNonblockingSSLServerSocket>("127.0.0.1", 0,
+                                                                           tlsOf(*with.tls));
         if (with.timeouts) {
             socket->setRecvTimeout(200);
             socket->setSendTimeout(200);
         }
         server::TNonblockingServer server(processor, protocols, socket);
         server.setServerEventHandler(
-            std::make_shared<TellPort>([&] { return socket->getListenPort(); }, pipe));
+            std::make_shared<TellPort>([&] { return socket->getListenPort(); }, parent));
         server.serve();
         return;
     }
-    const auto socket = std::make_shared<transport::TServerSocket>("127.0.0.1", 0);
+    const auto socket =
+        with.tls == nullptr
+            ? std::make_shared<transport::TServerSocket>("127.0.0.1", 0)
+            : std::make_shared<transport::TSSLServerSocket>("127.0.0.1", 0, tlsOf(*with.tls));
     if (with.timeouts) {
         socket->setRecvTimeout(200);
         socket->setSendTimeout(200);
@@ -145,7 +189,7 @@ void serve(Kind kind, const Precautions& with, int pipe) {
                                                              protocols, workers);
     }
     server->setServerEventHandler(
-        std::make_shared<TellPort>([&] { return socket->getPort(); }, pipe));
+        std::make_shared<TellPort>([&] { return socket->getPort(); }, parent));
     server->serve();
 }
 
@@ -153,8 +197,8 @@ class ServerProcess {
 public:
     ServerProcess(Kind kind, const Precautions& with) {
         int ends[2];
-        if (pipe(ends) != 0) {
-            throw std::system_error(errno, std::generic_category(), "pipe");
+        if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
+            throw std::system_error(errno, std::generic_category(), "socketpair");
         }
         pid_ = fork();
         if (pid_ == 0) {
@@ -167,12 +211,17 @@ public:
             if (freopen("/dev/null", "w", stderr) == nullptr) {
                 _exit(1);
             }
-            serve(kind, with, ends[1]);
+            close(ends[0]);
+            try {
+                serve(kind, with, ends[1]);
+            } catch (...) {
+                std::abort();  // as a program ends that does not catch it
+            }
             _exit(0);
         }
         close(ends[1]);
-        const bool told = read(ends[0], &port_, sizeof port_) == sizeof port_;
-        close(ends[0]);
+        child_ = ends[0];
+        const bool told = read(child_, &port_, sizeof port_) == sizeof port_;
         if (!told) {
             throw std::runtime_error("a server does not start");
         }
@@ -183,12 +232,26 @@ public:
             kill(pid_, SIGKILL);
             waitpid(pid_, nullptr, 0);
         }
+        close(child_);
     }
 
     ServerProcess(const ServerProcess&) = delete;
     ServerProcess& operator=(const ServerProcess&) = delete;
 
     int port() const { return port_; }
+
+    // Waits until the handler of "when told" runs; lets it go on.
+    void awaitHandler() const {
+        char byte = 0;
+        check(read(child_, &byte, 1));
+    }
+    void tellHandler() const { check(write(child_, "", 1)); }
+
+    // How many there are; one once it has ended.
+    std::ptrdiff_t threads() const {
+        const std::filesystem::directory_iterator all("/proc/" + std::to_string(pid_) + "/task");
+        return std::distance(begin(all), end(all));
+    }
 
     // Waits for its end.
     void awaitEnd() {
@@ -204,14 +267,26 @@ public:
     }
 
 private:
+    static void check(ssize_t bytes) {
+        if (bytes != 1) {
+            throw std::runtime_error("a server cannot be talked with");
+        }
+    }
+
     pid_t pid_ = 0;
     int port_ = 0;
+    int child_ = -1;
 };
 
 // --- What is done to it
 
-std::shared_ptr<TSocket> connected(int port, int timeout) {
+std::shared_ptr<TSocket> connected(int port, int timeout, const Certificate* tls = nullptr) {
     auto socket = std::make_shared<TSocket>("127.0.0.1", port);
+    if (tls != nullptr) {
+        transport::TSSLSocketFactory factory;
+        factory.loadTrustedCertificates(tls->file.c_str());
+        socket = factory.createSocket("127.0.0.1", port);
+    }
     socket->setConnTimeout(timeout);
     socket->setSendTimeout(timeout);
     socket->setRecvTimeout(timeout);
@@ -219,8 +294,7 @@ std::shared_ptr<TSocket> connected(int port, int timeout) {
     return socket;
 }
 
-TavEmpClient clientOf(bool framed, int port, int timeout) {
-    const auto socket = connected(port, timeout);
+TavEmpClient clientOf(bool framed, const std::shared_ptr<TSocket>& socket) {
     std::shared_ptr<transport::TTransport> transport;
     if (framed) {
         transport = std::make_shared<TFramedTransport>(socket);
@@ -230,9 +304,11 @@ TavEmpClient clientOf(bool framed, int port, int timeout) {
     return TavEmpClient(std::make_shared<TBinaryProtocol>(transport));
 }
 
-std::string executed(Kind kind, int port, const std::string& command, int timeout) {
+std::string executed(Kind kind, const Precautions& with, int port, const std::string& command,
+                     int timeout = 10000) {
     try {
-        TavEmpClient client = clientOf(kind == Kind::Nonblocking, port, timeout);
+        TavEmpClient client =
+            clientOf(kind == Kind::Nonblocking, connected(port, timeout, with.tls));
         std::string result;
         client.Execute(result, 0, command, "", "", "", "");
         return result;
@@ -258,8 +334,8 @@ std::string sent(int port, const std::string& bytes, int timeout = 10000) {
 
 std::string answeredCall(Kind kind, const Precautions& with, const std::string& command) {
     ServerProcess server(kind, with);
-    const std::string outcome = executed(kind, server.port(), command, 10000);
-    const std::string then = executed(kind, server.port(), "good", 10000);
+    const std::string outcome = executed(kind, with, server.port(), command);
+    const std::string then = executed(kind, with, server.port(), "good");
     if (then == "good") {
         return outcome == "closed" ? "closes the connection" : outcome;
     }
@@ -270,7 +346,7 @@ std::string answeredCall(Kind kind, const Precautions& with, const std::string& 
 std::string hostileBytes(Kind kind, const Precautions& with, const std::string& bytes) {
     ServerProcess server(kind, with);
     const std::string outcome = sent(server.port(), bytes);
-    const std::string then = executed(kind, server.port(), "good", 10000);
+    const std::string then = executed(kind, with, server.port(), "good");
     if (then == "good") {
         return outcome == "closed" ? "closes the connection" : outcome;
     }
@@ -281,10 +357,12 @@ std::string hostileBytes(Kind kind, const Precautions& with, const std::string& 
 std::string silentClient(Kind kind, const Precautions& with) {
     ServerProcess server(kind, with);
     const auto silent = connected(server.port(), 10000);
-    const uint8_t half[] = {0x80, 0x01};  // of a call's first four bytes
-    silent->write(half, sizeof half);
+    const uint8_t half[] = {0x80, 0x01};   // of a call's first four bytes
+    const uint8_t hello[] = {0x16, 0x03};  // the same of a TLS handshake
+    silent->write(with.tls == nullptr ? half : hello, sizeof half);
     // A server that is to get rid of a silent client is given the time to do so.
-    const std::string then = executed(kind, server.port(), "good", with.timeouts ? 10000 : 3000);
+    const std::string then =
+        executed(kind, with, server.port(), "good", with.timeouts ? 10000 : 3000);
     if (server.hasEnded()) {
         return "**ends the process**";
     }
@@ -296,13 +374,38 @@ std::string idleClient(Kind kind, const Precautions& with) {
     return sent(server.port(), "", 3000) == "closed" ? "closes the connection" : "keeps it";
 }
 
+// A client that gives up while its call runs.
+std::string impatientClient(Kind kind, const Precautions& with) {
+    ServerProcess server(kind, with);
+    const std::ptrdiff_t before = server.threads();
+    {
+        const auto socket = connected(server.port(), 10000, with.tls);
+        TavEmpClient client = clientOf(kind == Kind::Nonblocking, socket);
+        std::string result;
+        client.Execute(result, 0, "good", "", "", "", "");
+        client.send_Execute(0, "when told", "", "", "", "");
+        server.awaitHandler();
+        socket->close();
+    }
+    server.tellHandler();
+    while (server.threads() > before) {  // those that have one for the connection
+        std::this_thread::yield();
+    }
+    const std::string then = executed(kind, with, server.port(), "good");
+    if (then == "good") {
+        return "serves others";
+    }
+    server.awaitEnd();
+    return "**ends the process**";
+}
+
 // Calls of one megabyte each, over one connection.
 std::string manyCalls(Kind kind, const Precautions& with) {
     if (kind == Kind::Nonblocking && !with.frames) {
         return "it has frames only";
     }
     const ServerProcess server(kind, with);
-    TavEmpClient client = clientOf(with.frames, server.port(), 10000);
+    TavEmpClient client = clientOf(with.frames, connected(server.port(), 10000));
     const std::string megabyte(1000000, 'x');
     std::string result;
     int answered = 0;
@@ -321,9 +424,45 @@ struct Row {
     std::function<std::string(Kind)> cell;
 };
 
+std::string outcomeOf(const Row& row, Kind kind) {
+    try {
+        return row.cell(kind);
+    } catch (const std::exception& failure) {
+        return std::string("failed: ") + failure.what();
+    }
+}
+
+// The cells wait for their servers' time-outs, so they do it together, each in a process.
+std::string lineOf(const Row& row) {
+    std::vector<int> results;
+    for (const Kind kind : kKinds) {
+        int ends[2];
+        if (pipe(ends) != 0) {
+            throw std::system_error(errno, std::generic_category(), "pipe");
+        }
+        if (fork() == 0) {
+            const std::string cell = outcomeOf(row, kind);
+            _exit(write(ends[1], cell.data(), cell.size()) < 0 ? 1 : 0);
+        }
+        close(ends[1]);
+        results.push_back(ends[0]);
+    }
+    std::string line = std::string("| ") + row.what;
+    for (const int result : results) {
+        line += " | ";
+        char bytes[200];
+        for (ssize_t size; (size = read(result, bytes, sizeof bytes)) > 0;) {
+            line.append(bytes, static_cast<std::size_t>(size));
+        }
+        close(result);
+        wait(nullptr);
+    }
+    return line + " |";
+}
+
 }  // namespace
 
-int main() {
+int main() try {
     // In front of a frame where the server expects frames, these four bytes are the
     // length of the frame; else they are that of the operation's name.
     const std::string huge("\x7f\xff\xff\xff", 4);
@@ -338,6 +477,12 @@ int main() {
     frames.frames = true;
     Precautions littleMemory;
     littleMemory.littleMemory = true;
+    const Directory directory;
+    const Certificate certificate = makeCertificate(directory, "server", "IP:127.0.0.1", nullptr);
+    Precautions tls;
+    tls.tls = &certificate;
+    Precautions tlsAndTimeouts = tls;
+    tlsAndTimeouts.timeouts = true;
     Precautions littleMemoryAndLimits = littleMemory;
     littleMemoryAndLimits.limits = true;
 
@@ -356,6 +501,12 @@ int main() {
         {"A client stops in the middle of a call",
          [&](Kind kind) { return silentClient(kind, none); }},
         {"the same, with timeouts", [&](Kind kind) { return silentClient(kind, timeouts); }},
+        {"A client closes the connection before it gets a result of 1 MB",
+         [&](Kind kind) { return impatientClient(kind, none); }},
+        {"the same, with TLS", [&](Kind kind) { return impatientClient(kind, tls); }},
+        {"A client stops in the middle of the TLS handshake",
+         [&](Kind kind) { return silentClient(kind, tls); }},
+        {"the same, with timeouts", [&](Kind kind) { return silentClient(kind, tlsAndTimeouts); }},
         {"A client is idle for longer than the timeouts",
          [&](Kind kind) { return idleClient(kind, timeouts); }},
         {"110 calls of 1 MB each over one connection, with frames",
@@ -368,11 +519,9 @@ int main() {
                  "TavIDL::Server |\n"
               << "| --- | --- | --- | --- | --- | --- |" << std::endl;
     for (const Row& row : rows) {
-        // At once, since what is in the buffer would be in that of a forked process too.
-        std::string line = std::string("| ") + row.what;
-        for (const Kind kind : kKinds) {
-            line += " | " + row.cell(kind);
-        }
-        std::cout << line << " |" << std::endl;
+        std::cout << lineOf(row) << std::endl;
     }
+} catch (const std::exception& failure) {
+    std::cerr << failure.what() << '\n';
+    return 1;
 }
