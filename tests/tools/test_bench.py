@@ -161,14 +161,19 @@ class BenchTest(ToolTest):
         emp = Emp()
         words = ["bench", self.peer(emp), "TavEmp.Open", "name=n", "--seconds", "0.01"]
         self.assertEndsWith(2, "needs a credential", tavctl(*words))
-        self.assertEndsWith(2, "a credential is not taken from the command line",
+        self.assertEndsWith(2, "a credential cannot be given on the command line",
                             tavctl(*words, "credential=sesame"))
         self.assertEqual([], emp.calls)
         self.assertEqual(0, tavctl(*words, TAV_CREDENTIAL="sesame")[0])
         self.assertEqual({(0, "n", "", "sesame")}, set(emp.calls))
 
+    def testTheAddressMayComeFromTheEnvironmentAndTheServiceBeOmitted(self):
+        status, _, err = tavctl("bench", "Close", "--seconds", "0.01",
+                                TAVCTL_ADDRESS=self.peer(Emp()))
+        self.assertEqual((0, ""), (status, err))
+
     def testBadUsageIsToldWithoutCalling(self):
-        for words, error in [(("127.0.0.1:1",), "see tavctl bench --help"),
+        for words, error in [(("127.0.0.1:1",), "an OPERATION is missing"),
                              (("127.0.0.1:1", "TavEmp.Close", "--connections", "0"), "0"),
                              (("127.0.0.1:1", "TavEmp.Close", "--seconds", "nan"), "nan"),
                              (("127.0.0.1:1", "TavEmp.Close", "--batch", "100000"), "100000")]:

@@ -180,8 +180,8 @@ class StatusTest(ToolTest):
     def testBadUsageIsTwo(self):
         for words, error in [
             ([], "a verb is missing"),
-            (["call"], "call takes ADDRESS OPERATION"),
-            (["call", "a:1"], "call takes ADDRESS OPERATION"),
+            (["call"], "an ADDRESS is missing; give one, or set TAVCTL_ADDRESS"),
+            (["call", "a:1"], "an OPERATION is missing; see tavctl describe"),
             (["call", "a:1", "Execute"],
              "write TavBroker.Execute or TavEmp.Execute"),
             (["call", "a:1", "TavEmp.ExecuteWithParamList", "paramList.param11=x"],

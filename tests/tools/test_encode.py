@@ -177,7 +177,7 @@ class CredentialTest(ToolTest):
     def testOnTheCommandLineItIsRefused(self):
         status, data, err = encode("TavBroker.OpenEmp", "credential=sesame")
         self.assertEqual((2, b""), (status, data))
-        self.assertIn("a credential is not taken from the command line", err)
+        self.assertIn("a credential cannot be given on the command line", err)
 
 
 class CallTest(ToolTest):

@@ -58,12 +58,13 @@ struct Figures {
     }
 };
 
-// Calls until it is time, or the peer is gone.
+// Calls until it is time, or the peer is gone, but at least once.
 void callUntil(Clock::time_point end, const Operation& operation, const Json& arguments,
                TavIDL::Remote& peer, std::size_t batchSize, Figures& figures) {
     const auto batch = batchOf(peer);
     std::vector<Reply> replies(batchSize);
-    for (bool connected = true; connected && !stop::requested() && Clock::now() < end;) {
+    bool connected = true;
+    do {
         const auto begin = Clock::now();
         std::generate(replies.begin(), replies.end(),
                       [&] { return addTo(*batch, operation, arguments); });
@@ -91,16 +92,18 @@ void callUntil(Clock::time_point end, const Operation& operation, const Json& ar
                 }
             }
         }
-    }
+    } while (connected && !stop::requested() && Clock::now() < end);
 }
 
 int bench(const Options& options) {
-    const Operation& operation = operationNamed(options.words.at(1));
-    Json arguments = argumentsFrom(operation, {options.words.begin() + 2, options.words.end()});
+    auto words = options.words;
+    const std::string address = takeAddress(words);
+    const Operation& operation = operationNamed(words[0]);
+    Json arguments = argumentsFrom(operation, {words.begin() + 1, words.end()});
     options.credential.addTo(operation, arguments);
     std::vector<std::unique_ptr<TavIDL::Remote>> peers(options.connections);
     for (auto& peer : peers) {
-        peer = remoteOf(operation.service, options.words[0], clientSettings(options.settings));
+        peer = remoteOf(operation.service, address, clientSettings(options.settings));
     }
 
     stop::watch();
@@ -160,10 +163,8 @@ void addBench(CLI::App& app, Run& run) {
     const auto [verb, options] =
         addVerb(app, run, bench, "bench", "Make a call again and again and measure it",
                 "tavctl bench 127.0.0.1:9090 TavBroker.CloseEmp --seconds 2");
-    addOption(verb, "words", options->words, "ADDRESS SERVICE.OPERATION [KEY=VALUE]...",
-              "What to call, as for call")
-        ->required()
-        ->expected(2, 1000);
+    addOption(verb, "words", options->words, "[ADDRESS] [SERVICE.]OPERATION [KEY=VALUE]...",
+              "What to call, as for call");
     addOption(verb, "--connections", options->connections, "N",
               "Connections that call at the same time (1 by default)")
         ->check(CLI::Range(1, 1000));

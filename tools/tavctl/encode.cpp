@@ -99,7 +99,7 @@ void addEncode(CLI::App& app, Run& run) {
     const auto [verb, options] = addVerb(
         app, run, encode, "encode", "Write the bytes of a call, or of messages that decode printed",
         "tavctl encode TavEmp.Close clientID=7 --format hex");
-    addOption(verb, "words", options->words, "[SERVICE.OPERATION [KEY=VALUE]...]",
+    addOption(verb, "words", options->words, "[[SERVICE.]OPERATION [KEY=VALUE]...]",
               "A call, as for call. Without it, messages are read from standard input, as decode "
               "--json prints them");
     addOption(verb, "--format", options->format, "NAME",
