@@ -240,9 +240,20 @@ class StatusTest(ToolTest):
             with self.subTest(text[:20]):
                 self.assertEndsWith(2, "tavctl: ", tavctl("call", "a:1", "TavEmp.Close", "-",
                                                           stdin=text))
-        deep = 100000 * b'{"x":' + b"1" + 100000 * b"}"
-        self.assertEndsWith(2, "nested too deeply", tavctl("call", "a:1", "TavEmp.Close", "-",
-                                                           stdin=deep))
+
+    def testArgumentsAreNestedUpTo8Deep(self):
+        for levels, error in [(7, "Close has no field 'x'"), (8, "Close has no field 'x'"),
+                              (9, "nested too deeply"), (100000, "nested too deeply")]:
+            with self.subTest(levels):
+                deep = levels * b'{"x":' + b"1" + levels * b"}"
+                self.assertEndsWith(2, error, tavctl("call", "a:1", "TavEmp.Close", "-",
+                                                     stdin=deep))
+
+    def testHalfAByteOfHexInArgumentsIsTwo(self):
+        for digits, status in [(b"0a", 3), (b"0", 2), (b"0a0", 2)]:
+            with self.subTest(digits):
+                self.assertEqual(status, tavctl("call", "unix:/nonexistent", "TavEmp.Execute", "-",
+                                                stdin=b'{"cmd":{"hex":"%s"}}' % digits)[0])
 
     def testNoConnectionIsThree(self):
         with socket.create_server(("127.0.0.1", 0)) as closed:
