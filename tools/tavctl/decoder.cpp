@@ -1,7 +1,9 @@
 #include "decoder.h"
 
 #include <algorithm>
+#include <cinttypes>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -19,21 +21,6 @@ namespace {
 // No message of these services has more values, but each costs many times the byte that it may
 // have on the wire.
 constexpr int kValueLimit = 100000;
-
-std::string typeName(protocol::TType type) {
-    for (const auto& [known, name] : kTypeNames) {
-        if (type == known) {
-            return name;
-        }
-    }
-    throw TException("unknown type " + std::to_string(static_cast<int>(type)));
-}
-
-std::string messageTypeName(protocol::TMessageType type) {
-    return type >= protocol::T_CALL && type <= protocol::T_ONEWAY
-               ? kMessageTypeNames[type - 1]
-               : "type " + std::to_string(static_cast<int>(type));
-}
 
 const Field* fieldOf(const std::vector<Field>& fields, int16_t id) {
     const auto found = std::find_if(fields.begin(), fields.end(),
@@ -74,11 +61,9 @@ Json withoutLoss(double number) {
     }
     uint64_t bits = 0;
     std::memcpy(&bits, &number, sizeof number);
-    std::string bytes;
-    for (int shift = 56; shift >= 0; shift -= 8) {
-        bytes += static_cast<char>(bits >> shift);
-    }
-    return {{"hex", toHex(bytes)}};
+    char hex[2 * sizeof bits + 1];
+    (void)std::snprintf(hex, sizeof hex, "%016" PRIx64, bits);
+    return {{"hex", hex}};
 }
 
 }  // namespace
@@ -100,7 +85,7 @@ void Decoder::decode(Json& message) {
     int32_t seqid = 0;
     protocol_->readMessageBegin(name, type, seqid);
     message["operation"] = name;
-    message["type"] = messageTypeName(type);
+    message["type"] = nameOf(type);
     message["seqid"] = seqid;
     message["fields"] = Json::array();
     readFields(message["fields"], fieldsOf(name, type), 0);
@@ -175,7 +160,7 @@ void Decoder::readFields(Json& fields, const std::vector<Field>& known, int dept
         if (type == protocol::T_STOP) {
             break;
         }
-        const std::string nameOfType = typeName(type);
+        const std::string nameOfType = nameOf(type);
         const Field* field = fieldOf(known, id);
         Json& place = fields.emplace_back(Json{{"id", id}});
         if (field != nullptr) {
@@ -257,7 +242,7 @@ void Decoder::readValue(Json& value, Json& shape, TType type, const Record* reco
             return readFields(value, record == nullptr ? std::vector<Field>() : record->fields,
                               depth + 1);
         default:
-            (void)typeName(type);
+            (void)nameOf(type);
             return readContainer(value, shape, type, depth + 1);
     }
 }
@@ -288,10 +273,10 @@ void Decoder::readContainer(Json& value, Json& shape, TType container, int depth
                          " elements is over the limit, or nested too deeply");
     }
     // An empty one may come without types.
-    const auto nameOf = [&](TType of) {
-        return size == 0 && of == protocol::T_STOP ? Json() : Json(typeName(of));
+    const auto nameIfAny = [&](TType of) {
+        return size == 0 && of == protocol::T_STOP ? Json() : Json(nameOf(of));
     };
-    shape["of"] = isMap ? Json::array({nameOf(keyType), nameOf(type)}) : nameOf(type);
+    shape["of"] = isMap ? Json::array({nameIfAny(keyType), nameIfAny(type)}) : nameIfAny(type);
     for (uint32_t i = 0; i < size; ++i) {
         Json* element = &value.emplace_back();
         Json keyShape;

@@ -49,26 +49,6 @@ double real(const Json& value) {
     return number;
 }
 
-TType typeNamed(const Json& name) {
-    for (const auto& [type, known] : kTypeNames) {
-        if (name == known) {
-            return type;
-        }
-    }
-    throw std::invalid_argument("there is no such type");
-}
-
-TMessageType messageTypeNamed(const std::string& name) {
-    int number = 1;
-    for (const char* known : kMessageTypeNames) {
-        if (name == known) {
-            return static_cast<TMessageType>(number);
-        }
-        ++number;
-    }
-    return static_cast<TMessageType>(std::stoi(name.substr(name.find(' ') + 1)));  // "type 7"
-}
-
 class Encoder {
 public:
     explicit Encoder(TavIDL::ProtocolPointer protocol) : protocol_(std::move(protocol)) {}

@@ -1,9 +1,7 @@
 #include <TavIDL/host/Remote.h>
 #include <TavIDL/host/Server.h>
 
-#include <chrono>
-#include <cmath>
-#include <fstream>
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -45,20 +43,11 @@ TavIDL::Settings unhurried(TavIDL::Settings settings) {
 class Spy {
 public:
     explicit Spy(const Options& options)
-        : options_(options), settings_(unhurried(serverSettings(options.settings))) {
+        : options_(options),
+          settings_(unhurried(serverSettings(options.settings))),
+          file_(options.file, options.settings) {
         // It checks the address.
         (void)TavIDL::RemoteEmp(options.target, settings_);
-        if (options.file == "-") {
-            throw Failure(Exit::Usage, "--write takes the name of a file",
-                          "--json prints the messages to standard output");
-        }
-        if (!options.file.empty()) {
-            file_.open(options.file, std::ios::binary);
-            file_ << captureHead(options.settings).dump() << std::endl;
-            if (!file_) {
-                throw cannotWrite();
-            }
-        }
         if (options.follow) {
             follow_ = std::make_unique<Follow>(
                 options.listen, options.target, settings_,
@@ -81,7 +70,7 @@ public:
         interrupt();
         server.stop();
         follow_.reset();
-        return incomplete_ ? static_cast<int>(Exit::Broken) : 0;
+        return file_.complete() ? 0 : static_cast<int>(Exit::Broken);
     }
 
 private:
@@ -153,7 +142,7 @@ private:
             line.update(message);
             show(line, tinted(Tint::Dim, "[" + connection + "] " + from + "  " + localTime()) +
                            "\n" + described(message, "  ") + hintLine(reader.mismatch()));
-            write(std::move(head), reader.bytes());
+            file_.write(std::move(head), reader.bytes());
             if (broken || link.follow == nullptr) {
                 passage->release();
                 continue;
@@ -173,34 +162,13 @@ private:
         }
     }
 
-    void write(Json line, const std::string& bytes) {
-        const std::chrono::duration<double, std::milli> time =
-            std::chrono::steady_clock::now() - begin_;
-        line["ms"] = std::round(time.count() * 10) / 10;
-        line["hex"] = toHex(bytes);
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (file_.is_open() && !(file_ << line.dump() << std::endl)) {
-            // The two processes must not be affected.
-            printError(cannotWrite());
-            incomplete_ = true;
-            file_.close();
-        }
-    }
-
-    Failure cannotWrite() const {
-        return {Exit::Broken, "cannot write to '" + options_.file + "'",
-                "check the path, and that there is room"};
-    }
-
     const Options& options_;
     const TavIDL::Settings settings_;
-    const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+    CaptureFile file_;
     std::atomic<int> connections_{0};
     std::mutex mutex_;  // of what follows
     std::map<int, ConnectionPointer> targets_;
     bool interrupted_ = false;
-    std::ofstream file_;
-    bool incomplete_ = false;
     std::unique_ptr<Follow> follow_;  // last: its servers end first
 };
 

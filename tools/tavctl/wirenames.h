@@ -3,20 +3,20 @@
 
 #include <thrift/protocol/TProtocol.h>
 
-#include <utility>
+#include <string>
 
 namespace tavctl {
 
-// What decode calls the types of values and messages, and encode knows them by.
-constexpr std::pair<apache::thrift::protocol::TType, const char*> kTypeNames[] = {
-    {apache::thrift::protocol::T_BOOL, "bool"},     {apache::thrift::protocol::T_BYTE, "byte"},
-    {apache::thrift::protocol::T_I16, "i16"},       {apache::thrift::protocol::T_I32, "i32"},
-    {apache::thrift::protocol::T_I64, "i64"},       {apache::thrift::protocol::T_DOUBLE, "double"},
-    {apache::thrift::protocol::T_STRING, "string"}, {apache::thrift::protocol::T_MAP, "map"},
-    {apache::thrift::protocol::T_STRUCT, "struct"}, {apache::thrift::protocol::T_SET, "set"},
-    {apache::thrift::protocol::T_LIST, "list"}};
+// What decode calls the types of values and messages, and encode knows them by. A message of a type
+// without a name is of "type 7".
 
-constexpr const char* kMessageTypeNames[] = {"call", "reply", "exception", "oneway"};  // from 1 on
+// Both throw if there is no such type.
+std::string nameOf(apache::thrift::protocol::TType type);
+apache::thrift::protocol::TType typeNamed(const std::string& name);
+
+std::string nameOf(apache::thrift::protocol::TMessageType type);
+// Throws if it is not a name that nameOf() gives.
+apache::thrift::protocol::TMessageType messageTypeNamed(const std::string& name);
 
 }  // namespace tavctl
 
