@@ -98,7 +98,7 @@ class JsonTest(ToolTest):
         status, out, err = tavctl("decode", "--protocol", "json", "--json", stdin=message)
         self.assertEqual((0, ""), (status, err))
         self.assertEqual(
-            [True, -128, -32768, -9223372036854775808, -1.5e-300, None, {"hex": "e4015c225b7b"},
+            [True, -128, -32768, -9223372036854775808, -1.5e-300, {"hex": "7ff0000000000000"}, {"hex": "e4015c225b7b"},
              [{"id": 1, "type": "i32", "value": 7}], [[], [{"id": 1, "type": "byte", "value": 1}]],
              ["]"], [[-1, []], [2, [5]]]],
             [field["value"] for field in json.loads(out)["fields"]])

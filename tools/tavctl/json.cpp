@@ -222,10 +222,6 @@ void CheckedJson::receive() {
             throw TTransportException(TTransportException::END_OF_FILE);
         }
         text_ += static_cast<char>(byte);
-        if (text_.size() > kMessageLimit) {
-            throw BrokenJson(
-                0, "the message is longer than " + std::to_string(kMessageLimit) + " bytes");
-        }
         if (quoted) {
             quoted = escaped || byte != '"';
             escaped = !escaped && byte == '\\';
