@@ -40,6 +40,7 @@ ROWS = (
     Row("differential", program("differential"), release=("--runs=100000000",)),
     Row("mutation", ("tests/proof/mutation.py", "{build}"), changed_files=True),
     Row("coverage", ("tests/proof/coverage.py",)),
+    Row("system-calls", program("system_calls")),
 )
 
 
