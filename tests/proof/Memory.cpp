@@ -15,6 +15,7 @@ std::atomic<std::size_t> allocations{0};
 std::atomic<std::size_t> failingNumber{0};
 std::atomic<bool> failingOn{false};
 std::atomic<bool> counting{false};
+std::atomic<bool> failed{false};
 std::atomic<proof::Side> countedSide{proof::Side::any};
 
 }  // namespace
@@ -39,6 +40,7 @@ bool mustFail() {
     const std::size_t first = failingNumber;
     const bool fails = first != 0 && (number == first || (failingOn && number > first));
     if (fails) {
+        failed = true;
         errno = ENOMEM;
     }
     return fails;
@@ -97,6 +99,7 @@ namespace proof::memory {
 
 void failAt(std::size_t number, Failing failing, Side side) {
     allocations = 0;
+    failed = false;
     countedSide = side;
     failingNumber = number;
     failingOn = failing == Failing::fromThereOn;
@@ -107,6 +110,10 @@ std::size_t stopFailing() {
     counting = false;
     failingNumber = 0;
     return allocations;
+}
+
+bool hasFailed() {
+    return failed;
 }
 
 std::size_t blocks() {

@@ -18,6 +18,8 @@ void failAt(std::size_t number, Failing failing, Side side = Side::any);
 // No allocation fails any more. Returns how many there were after failAt(), before the first of
 // these calls.
 std::size_t stopFailing();
+// Whether one has failed since failAt().
+bool hasFailed();
 
 // Allocated and not freed.
 std::size_t blocks();

@@ -41,6 +41,7 @@ ROWS = (
     Row("mutation", ("tests/proof/mutation.py", "{build}"), changed_files=True),
     Row("coverage", ("tests/proof/coverage.py",)),
     Row("system-calls", program("system_calls")),
+    Row("host-allocations", program("host_allocations")),
 )
 
 

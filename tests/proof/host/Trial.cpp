@@ -53,8 +53,7 @@ extern "C" void onEnd(int signal) {
     ::_exit(1);
 }
 
-}  // namespace
-
+// From here on, a crash or more than a minute ends the process, and says that it did this.
 void watch(const std::string& option) {
     std::snprintf(watched, sizeof watched, "--only=%s", option.c_str());
     for (const int signal : {SIGSEGV, SIGABRT, SIGALRM, SIGPIPE}) {
@@ -62,6 +61,8 @@ void watch(const std::string& option) {
     }
     ::alarm(60);
 }
+
+}  // namespace
 
 Trial::Trial(const Way& way, Disturbance& disturbance)
     : way_(way),
@@ -155,7 +156,15 @@ std::string outcomeOf(const Scenario& scenario, const Way& way, Disturbance& dis
         std::string problems;
         {
             Trial trial(way, disturbance);
-            scenario.run(trial);
+            try {
+                scenario.run(trial);
+            } catch (const std::bad_alloc&) {
+                trial.end();
+                if (!disturbance.isOfMemory()) {
+                    throw;
+                }
+                trial.goOnWithNewServer();
+            }
             trial.end();
             problems = trial.problems();
         }
@@ -172,6 +181,19 @@ std::string outcomeOf(const Scenario& scenario, const Way& way, Disturbance& dis
         lost = memory::blocks() - blocks;
     }
     return "it leaves " + std::to_string(lost) + " blocks of memory each time";
+}
+
+void prove(Report& report, const std::string& name, const Scenario& scenario, const Way& way,
+           Disturbance& disturbance) {
+    if (!report.selected(name)) {
+        return;
+    }
+    watch(name);
+    const std::string problems = outcomeOf(scenario, way, disturbance);
+    report.countRun();
+    if (!problems.empty()) {
+        report.fail("--only=" + name, name + ": " + problems);
+    }
 }
 
 }  // namespace proof

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "../../host/Support.h"
+#include "../Report.h"
 #include "Ledger.h"
 
 namespace proof {
@@ -60,6 +61,7 @@ public:
                 !disturbance_.isHarmless() &&
                 (isOfMemory(failure) || ... || (dynamic_cast<const Allowed*>(&failure) != nullptr));
             if (!expected) {
+                end();
                 problem(std::string(what) + " throws " + failure.what());
             }
         }
@@ -102,9 +104,10 @@ const std::vector<Scenario>& scenarios();
 // Does one run. Returns what was wrong, including what it left behind; empty if nothing.
 std::string outcomeOf(const Scenario& scenario, const Way& way, Disturbance& disturbance);
 
-// From here on, a crash or a trial of more than a minute ends the process, and says that this was
-// what it did.
-void watch(const std::string& option);
+// The same for the report, if this name is selected. A crash, or more than a minute, ends the
+// process, which then names this run.
+void prove(Report& report, const std::string& name, const Scenario& scenario, const Way& way,
+           Disturbance& disturbance);
 
 }  // namespace proof
 

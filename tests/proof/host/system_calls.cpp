@@ -35,72 +35,46 @@ private:
     const faults::Fault fault_;
 };
 
-class Prover {
-public:
-    Prover(Report& report, const Scenario& scenario, const Way& way)
-        : report_(report),
-          scenario_(scenario),
-          way_(way),
-          name_(std::string(scenario.name) + " " + way.name) {}
+std::string nameOf(const faults::Fault& fault) {
+    return std::string(fault.side == Side::main ? " main " : " others ") +
+           faults::manuals()[fault.function].name + " " + std::to_string(fault.number) + " " +
+           faults::nameOf(fault.function, fault.error) + (fault.calls == 1 ? " once" : " often");
+}
 
-    void prove() {
-        FailingCall none({});
-        outcomeOf(scenario_, way_, none);  // creates what is kept permanently
-        run(name_ + " without faults", {});
-        for (std::size_t i = 0; i < faults::kFunctions; ++i) {
-            for (const Side side : {Side::main, Side::others}) {
-                const auto function = static_cast<faults::Function>(i);
-                places_.push_back({function, side, faults::count(function, side), 0, 0});
-            }
-        }
-        for (const faults::Fault& place : places_) {
-            for (faults::Fault fault = place; fault.number > 0; --fault.number) {
-                failWithEach(fault);
-            }
+void failAt(Report& report, const Scenario& scenario, const Way& way, faults::Fault fault) {
+    for (const int error : faults::manuals()[fault.function].errors) {
+        fault.error = error;
+        for (const std::size_t calls : {std::size_t{1}, kMany}) {
+            fault.calls = calls;
+            FailingCall failing(fault);
+            prove(report, std::string(scenario.name) + " " + way.name + nameOf(fault), scenario,
+                  way, failing);
         }
     }
+}
 
-private:
-    void failWithEach(faults::Fault fault) {
-        const auto& manual = faults::manuals()[fault.function];
-        for (const int error : manual.errors) {
-            fault.error = error;
-            for (const std::size_t calls : {std::size_t{1}, kMany}) {
-                fault.calls = calls;
-                run(name_ + (fault.side == Side::main ? " main " : " others ") + manual.name + " " +
-                        std::to_string(fault.number) + " " + faults::nameOf(fault.function, error) +
-                        (calls == 1 ? " once" : " often"),
-                    fault);
+void failEach(Report& report, const Scenario& scenario, const Way& way) {
+    FailingCall none({});
+    outcomeOf(scenario, way, none);  // creates what is kept permanently
+    prove(report, std::string(scenario.name) + " " + way.name, scenario, way, none);
+    std::vector<faults::Fault> places;
+    for (std::size_t i = 0; i < faults::kFunctions; ++i) {
+        for (const Side side : {Side::main, Side::others}) {
+            const auto function = static_cast<faults::Function>(i);
+            for (std::size_t count = faults::count(function, side); count > 0; --count) {
+                places.push_back({function, side, count, 0, 0});
             }
         }
     }
-
-    void run(const std::string& name, const faults::Fault& fault) {
-        if (fault.calls > 0 && !report_.selected(name)) {
-            return;
-        }
-        watch(name);
-        FailingCall failing(fault);
-        const std::string problems = outcomeOf(scenario_, way_, failing);
-        if (fault.calls > 0) {
-            report_.countRun();
-        }
-        if (!problems.empty()) {
-            report_.fail("--only=" + name, name + ": " + problems);
-        }
+    for (const faults::Fault& place : places) {
+        failAt(report, scenario, way, place);
     }
+}
 
-    Report& report_;
-    const Scenario& scenario_;
-    const Way way_;
-    const std::string name_;
-    std::vector<faults::Fault> places_;
-};
-
-void prove(Report& report) {
+void proveAll(Report& report) {
     for (const Scenario& scenario : scenarios()) {
         for (const Way& way : scenario.ways) {
-            Prover(report, scenario, way).prove();
+            failEach(report, scenario, way);
         }
     }
 }
@@ -108,5 +82,5 @@ void prove(Report& report) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    return proof::run(argc, argv, prove);
+    return proof::run(argc, argv, proveAll);
 }
