@@ -148,7 +148,7 @@ def files(page, directory):
         if block.file:
             path = Path(directory) / block.file
             path.parent.mkdir(parents=True, exist_ok=True)
-            # Nothing is built anew that is as it was.
+            # What has not changed is not built again.
             if not path.exists() or path.read_text(encoding="utf-8") != block.text:
                 path.write_text(block.text, encoding="utf-8")
     return True

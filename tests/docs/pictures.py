@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Draws the pictures of the pages by graphviz.
 
-    pictures.py draw DIRECTORY     every .dot there to a .svg beside it
-    pictures.py check DIRECTORY    or tells whether each .svg shows what its .dot says
+    pictures.py draw DIRECTORY     every .dot there to a .svg next to it
+    pictures.py check DIRECTORY    or says whether each .svg shows what its .dot says
 
 Two releases of graphviz place the same picture differently. So what is compared is what
 stands in it: nodes, edges and clusters by name, and all their texts, in their order.

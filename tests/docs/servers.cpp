@@ -80,10 +80,10 @@ public:
         if (cmd == "int") {
             throw 7;
         }
-        if (cmd == "when told") {
+        if (cmd == "when asked") {
             char byte = 0;
             if (write(parent_, &byte, 1) != 1 || read(parent_, &byte, 1) != 1) {
-                throw std::runtime_error("not told");
+                throw std::runtime_error("not asked");
             }
             result.assign(1000000, 'x');
             return;
@@ -221,8 +221,8 @@ public:
         }
         close(ends[1]);
         child_ = ends[0];
-        const bool told = read(child_, &port_, sizeof port_) == sizeof port_;
-        if (!told) {
+        const bool known = read(child_, &port_, sizeof port_) == sizeof port_;
+        if (!known) {
             throw std::runtime_error("a server does not start");
         }
     }
@@ -240,7 +240,7 @@ public:
 
     int port() const { return port_; }
 
-    // Waits until the handler of "when told" runs; lets it go on.
+    // Waits until the handler of "when asked" runs; lets it go on.
     void awaitHandler() const {
         char byte = 0;
         check(read(child_, &byte, 1));
@@ -383,7 +383,7 @@ std::string impatientClient(Kind kind, const Precautions& with) {
         TavEmpClient client = clientOf(kind == Kind::Nonblocking, socket);
         std::string result;
         client.Execute(result, 0, "good", "", "", "", "");
-        client.send_Execute(0, "when told", "", "", "", "");
+        client.send_Execute(0, "when asked", "", "", "", "");
         server.awaitHandler();
         socket->close();
     }

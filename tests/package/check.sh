@@ -516,6 +516,7 @@ prepared() {
 
 add_subdirectory() {
     local build=$WORK/add_subdirectory
+    rm -rf "$build"  # what an earlier run has built is not of interest
     build_project add_subdirectory "$build" -DTAVIDL_SOURCE_DIR="$SOURCE"
     expect "$("$build/program")" <<<"camera 1.0"
     expect "$(shared_by "$build/program")" <<<"static"

@@ -54,7 +54,7 @@ def tavctl(*words, stdin=b"", **extra):
 
 
 class Process:
-    """A process that runs beside the test and is ended with it."""
+    """A process that runs next to the test and is ended with it."""
 
     def __init__(self, test, command, stdout=subprocess.PIPE, stdin=subprocess.PIPE,
                  preexec_fn=None, **extra):

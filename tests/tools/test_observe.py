@@ -172,7 +172,7 @@ class SpyTest(ToolTest):
             for wire in COMBINATIONS:
                 if wire == (protocol, transport):
                     continue
-                with self.subTest(speaks=(protocol, transport), told=wire):
+                with self.subTest(speaks=(protocol, transport), spy_expects=wire):
                     peer = generated_peer(self, TavEmp.Processor(Emp()), protocol, transport)
                     file = os.path.join(self.directory(), "capture")
                     spy = start(self, "spy", "127.0.0.1:0", peer.address, "--write", file,

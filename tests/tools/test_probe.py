@@ -13,9 +13,11 @@ from thrift.transport import THttpClient
 PEER = os.environ["PEER"]
 PROBES = 100
 
-# The beginnings of these are lengths of more than this much memory. (The stacks of threads take
-# some of it, and so would the arenas that malloc reserves for each.)
+# The beginnings of these are lengths of more than this much memory. The stacks of threads take
+# some of it, at most this much each: a server may have a thread for each of the probes. (So would
+# the arenas that malloc reserves for each.)
 MEMORY = 320 << 20
+STACK = 512 << 10
 TEXT = {"JSON": b'[1,"', "HTTP": b"GET / HTTP/1.0\r\n\r\n", "TLS": bytes.fromhex("16030100")}
 
 
@@ -26,6 +28,7 @@ class Frugal:
         def limit():
             if "UNLIMITED" not in os.environ:
                 resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
+                resource.setrlimit(resource.RLIMIT_STACK, (STACK, STACK))
             resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
         self.words = words

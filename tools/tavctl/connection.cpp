@@ -153,7 +153,9 @@ Failure failureFrom(const std::exception& thrown, const std::string& operation,
     const std::string probe = "see tavctl probe " + peer.address();
     if (const auto* answer = dynamic_cast<const TApplicationException*>(&thrown)) {
         if (!refused) {
-            return {Exit::Broken, where + "what came is not an answer: " + textOf(thrown), probe};
+            return {Exit::Broken,
+                    where + "the peer sent something that is not a reply: " + textOf(thrown),
+                    probe};
         }
         const std::string kind = kindOf(answer->getType());
         Failure failure(Exit::Refused, where + "the peer answered " + kind + ": " + answer->what(),

@@ -220,7 +220,8 @@ void addOpen(CLI::App& app, Run& run) {
               "and its version");
     addOption(verb, "--run", options->calls, "OPERATION [KEY=VALUE]... ...",
               "Call an operation of the EMP. Name, version and credential are known; other "
-              "arguments that are omitted are sent as 0, false or empty. Without any, the EMP stays open until a "
+              "arguments that are omitted are sent as 0, false or empty. Without any, the EMP "
+              "stays open until a "
               "signal comes");
     verb->add_flag("--stay", options->stay, "After the calls, stay open until a signal comes");
     verb->add_flag("--expect-true", options->expectTrue,
