@@ -184,8 +184,8 @@ std::size_t count(Function function, Side side) {
 using namespace proof::faults;
 
 extern "C" {
-// The C library's names of the parameters are reserved.
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+// The C library's names of the parameters are reserved, and its types are as they are.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name, readability-non-const-parameter)
 
 int socket(int domain, int type, int protocol) noexcept {
     return pass<&socket>(kSocket, domain, type, protocol);
@@ -307,5 +307,5 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
     return passReturned<&pthread_create>(kPthreadCreate, thread, attributes, body, argument);
 }
 
-// NOLINTEND(readability-inconsistent-declaration-parameter-name)
+// NOLINTEND(readability-inconsistent-declaration-parameter-name, readability-non-const-parameter)
 }  // extern "C"

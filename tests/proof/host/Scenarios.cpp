@@ -149,7 +149,7 @@ void session(Trial& trial) {
 
 // A server that a signal ends. All signals of the test must arrive before the next trial.
 void signals(Trial& trial) {
-    ::signal(SIGTERM, SIG_IGN);
+    (void)::signal(SIGTERM, SIG_IGN);
     Server server(trial.where(), trial.emp(), trial.serverSettings());
     std::atomic<bool> ended{false};
     std::thread sender([&ended] {

@@ -11,7 +11,6 @@
 
 namespace proof {
 
-using TavIDL::CallFailed;
 using TavIDL::RemoteEmp;
 using TavIDL::Server;
 using TavIDL::Settings;
@@ -55,9 +54,9 @@ extern "C" void onEnd(int signal) {
 
 // From here on, a crash or more than a minute ends the process, and says that it did this.
 void watch(const std::string& option) {
-    std::snprintf(watched, sizeof watched, "--only=%s", option.c_str());
+    (void)std::snprintf(watched, sizeof watched, "--only=%s", option.c_str());
     for (const int signal : {SIGSEGV, SIGABRT, SIGALRM, SIGPIPE}) {
-        ::signal(signal, onEnd);
+        (void)::signal(signal, onEnd);
     }
     ::alarm(60);
 }
