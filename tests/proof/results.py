@@ -42,6 +42,10 @@ ROWS = (
     Row("coverage", ("tests/proof/coverage.py",)),
     Row("system-calls", program("system_calls")),
     Row("host-allocations", program("host_allocations")),
+    Row("soak", program("soak"), release=("--runs=10000000",)),
+    Row("threads", program("threads"), release=("--runs=10000000",)),
+    Row("hostile-peers", ("tests/proof/host/hostile.py", "{build}/tools/tavctl/tavctl",
+                          "{build}/examples"), release=("--all",)),
 )
 
 
@@ -91,7 +95,9 @@ def arguments(row, size):
         return sources or None
     if not row.release or size == "ci":
         return ()
-    return row.release if size == "release" else (f"--runs={size}",)
+    if size == "release":
+        return row.release
+    return (f"--runs={size}",) if row.release[0].startswith("--runs=") else ()
 
 
 def measure(row, build, size):

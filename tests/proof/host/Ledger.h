@@ -16,7 +16,7 @@
 
 namespace proof {
 
-// Gives each call a number, and records how often it was executed and what its caller was told.
+// Gives each call a number, and records how often it was executed and what its caller got.
 class Ledger {
 public:
     explicit Ledger(std::size_t calls) : entries_(calls) {}
@@ -37,12 +37,13 @@ public:
     void record(std::size_t number, Call call) {
         Entry& entry = entries_.at(number);
         try {
-            entry.told = call() == std::to_string(number) ? Told::result : Told::otherResult;
+            entry.outcome =
+                call() == std::to_string(number) ? Outcome::result : Outcome::otherResult;
         } catch (const TavIDL::CallFailed& failure) {
-            entry.told = failure.sent() ? Told::perhaps : Told::notSent;
+            entry.outcome = failure.sent() ? Outcome::perhaps : Outcome::notSent;
             throw;
         } catch (...) {
-            entry.told = Told::perhaps;
+            entry.outcome = Outcome::perhaps;
             throw;
         }
     }
@@ -84,9 +85,9 @@ public:
         Entry& entry = entries_.at(number);
         try {
             callback.Callback(1, std::to_string(number), "");
-            entry.told = Told::written;
+            entry.outcome = Outcome::written;
         } catch (...) {
-            entry.told = Told::perhaps;
+            entry.outcome = Outcome::perhaps;
             throw;
         }
     }
@@ -104,30 +105,30 @@ public:
     }
 
 private:
-    enum class Told : uint8_t { nothing, result, otherResult, notSent, perhaps, written };
+    enum class Outcome : uint8_t { nothing, result, otherResult, notSent, perhaps, written };
     struct Entry {
         std::atomic<uint8_t> executions{0};
-        std::atomic<Told> told{Told::nothing};
+        std::atomic<Outcome> outcome{Outcome::nothing};
     };
 
     static std::string problemOf(const Entry& entry, bool complete) {
-        const Told told = entry.told;
+        const Outcome outcome = entry.outcome;
         if (entry.executions > 1) {
             return "was executed twice";
         }
-        if (told == Told::otherResult) {
+        if (outcome == Outcome::otherResult) {
             return "got the result of another call";
         }
-        if (told == Told::result && entry.executions == 0) {
+        if (outcome == Outcome::result && entry.executions == 0) {
             return "has a result, but was not executed";
         }
-        if (told == Told::notSent && entry.executions != 0) {
+        if (outcome == Outcome::notSent && entry.executions != 0) {
             return "was executed, but is said not to have been sent";
         }
-        if (complete && (told == Told::notSent || told == Told::perhaps)) {
+        if (complete && (outcome == Outcome::notSent || outcome == Outcome::perhaps)) {
             return "failed";
         }
-        return complete && told == Told::written && entry.executions == 0 ? "was lost" : "";
+        return complete && outcome == Outcome::written && entry.executions == 0 ? "was lost" : "";
     }
 
     std::vector<Entry> entries_;
