@@ -79,6 +79,9 @@ private:
 class Requests {
 public:
     explicit Requests(Pool& pool) : pool_(pool), encoder_(pool.settings()) {}
+    ~Requests() { failFrom(0, abandoned_); }
+    Requests(const Requests&) = delete;
+    Requests& operator=(const Requests&) = delete;
 
     std::size_t size() const { return pending_.size(); }
     const Settings& settings() const { return pool_.settings(); }
@@ -87,9 +90,11 @@ public:
     auto add(Send send, Receive receive) {
         using Result = decltype(receive(std::declval<Client&>()));
         auto call = std::make_unique<Promised<Client, Result, Receive>>(receive);
-        auto result = call->promise.get_future();
+        auto& promise = call->promise;
         enqueue<Client>(send, std::move(call));
-        return result;
+        // Last: a promise that breaks while it has a future allocates, and ends the process if it
+        // cannot.
+        return promise.get_future();
     }
 
     template <typename Client, typename Send>
@@ -114,8 +119,16 @@ private:
         pending_.back()->size = bytes_.size() - before;
     }
 
+    void failFrom(std::size_t first, const std::exception_ptr& failure) {
+        for (; first < pending_.size(); ++first) {
+            pending_[first]->fail(failure);
+        }
+    }
     void exchange(Channel& channel);
 
+    // Made in time: a promise that breaks without memory would end the process.
+    const std::exception_ptr abandoned_ =
+        std::make_exception_ptr(std::future_error(std::future_errc::broken_promise));
     Pool& pool_;
     Encoder encoder_;
     std::vector<std::unique_ptr<Pending>> pending_;
@@ -124,13 +137,13 @@ private:
 };
 
 void Requests::run(milliseconds timeout) {
-    const std::string what = "a batch of " + std::to_string(size()) + " calls";
     const auto forget = [this] {
         pending_.clear();
         bytes_.clear();
     };
     answered_ = 0;
     try {
+        const std::string what = "a batch of " + std::to_string(size()) + " calls";
         Call call(pool_, what.c_str(), timeout);
         try {
             exchange(call.channel());
@@ -139,9 +152,7 @@ void Requests::run(milliseconds timeout) {
         }
         call.keep();
     } catch (...) {
-        for (; answered_ < pending_.size(); ++answered_) {
-            pending_[answered_]->fail(std::current_exception());
-        }
+        failFrom(answered_, std::current_exception());
         forget();
         throw;
     }

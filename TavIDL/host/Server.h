@@ -61,6 +61,9 @@ public:
     /// Waits for SIGINT or SIGTERM, stops the server and returns. After the first signal both have
     /// their previous effect, so a second one ends the process as usual while running calls finish.
     /// Any thread may call this, but only one in a process at a time.
+    ///
+    /// Throws std::system_error, and has done nothing, if the process has no free descriptor to
+    /// wait with.
     void runUntilSignal();
 
     /// Stops accepting, closes idle connections, and waits until all handlers have returned.

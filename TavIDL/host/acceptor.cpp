@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -64,8 +65,7 @@ void Acceptor::stop(bool finishFirst) {
         for (const Worker& worker : workers_) {
             if (!worker.ended) {
                 if (isBusy(worker.calls)) {
-                    report(worker.socket->peer(),
-                           "disconnected: its call takes longer than stopTimeout");
+                    report(*worker.socket, "disconnected: its call takes longer than stopTimeout");
                 }
                 worker.socket->close();
             }
@@ -143,7 +143,7 @@ bool Acceptor::acceptOne() {
     if (error != EAGAIN) {
         // Out of descriptors or memory: wait until a connection ends, or retry in case others free
         // some.
-        reportOnce("cannot accept connections: " + std::generic_category().message(error));
+        reportOnce("cannot accept connections: ", std::strerror(error));
         waitForWake(kRetryMs);
     }
     return false;
@@ -156,7 +156,7 @@ void Acceptor::startWorker(Descriptor descriptor) {
         Worker& worker = started.emplace_back(std::move(descriptor));
         worker.thread.emplace(settings_.stackSize, [this, &worker] { serve(worker); });
     } catch (const std::exception& failure) {
-        reportOnce(std::string("a connection was closed: ") + failure.what());
+        reportOnce("a connection was closed: ", failure.what());
         return;
     }
     obstacle_.clear();
@@ -182,16 +182,16 @@ void Acceptor::serve(Worker& worker) noexcept {
         if (state_ != State::serving) {
             // The server is stopping and has ended its clients' input: not a failure.
         } else if (type == TTransportException::END_OF_FILE) {
-            report(socket.peer(), "closed by the client in the middle of a call");
+            report(socket, "closed by the client in the middle of a call");
         } else if (type == TTransportException::TIMED_OUT) {
-            report(socket.peer(), "closed: sends a request or reads a reply too slowly");
+            report(socket, "closed: sends a request or reads a reply too slowly");
         } else {
-            report(socket.peer(), std::string("closed: ") + failure.what());
+            report(socket, "closed: ", failure.what());
         }
     } catch (const std::exception& failure) {
-        report(socket.peer(), std::string("closed: ") + failure.what());
+        report(socket, "closed: ", failure.what());
     } catch (...) {
-        report(socket.peer(), "closed: the handler threw something that is not a std::exception");
+        report(socket, "closed: the handler threw something that is not a std::exception");
     }
     socket.closeGently();
     socket.close();
@@ -231,23 +231,25 @@ void Acceptor::serveConnection(Worker& worker) {
     }
 }
 
-void Acceptor::report(const std::string& who, const std::string& what) noexcept {
+void Acceptor::report(const Socket& socket, const char* what, const char* reason) noexcept {
     try {
         if (settings_.onFailure) {
-            settings_.onFailure(who + ": " + what);
+            settings_.onFailure(socket.peer() + ": " + what + reason);
         }
-    } catch (...) {  // NOLINT(bugprone-empty-catch): as Settings::onFailure says
+    } catch (...) {  // NOLINT(bugprone-empty-catch): as Settings::onFailure says, or no memory
     }
 }
 
-void Acceptor::reportOnce(const std::string& obstacle) noexcept {
-    if (obstacle_ != obstacle) {
-        report(addressText_, obstacle);
-        try {
-            obstacle_ = obstacle;
-        } catch (const std::bad_alloc&) {
-            // Then it may be reported again.
+void Acceptor::reportOnce(const char* what, const char* reason) noexcept {
+    try {
+        std::string obstacle = addressText_ + ": " + what + reason;
+        if (obstacle_ != obstacle) {
+            obstacle_ = std::move(obstacle);
+            if (settings_.onFailure) {
+                settings_.onFailure(obstacle_);
+            }
         }
+    } catch (...) {  // NOLINT(bugprone-empty-catch): the same
     }
 }
 

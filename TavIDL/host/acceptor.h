@@ -63,9 +63,10 @@ private:
     void waitUntilQuiet();
     bool waitForEnds(milliseconds time);
 
-    void report(const std::string& who, const std::string& what) noexcept;
+    // Both make the text themselves, so that they can be called when memory has run out.
+    void report(const Socket& socket, const char* what, const char* reason = "") noexcept;
     // Reports why the server cannot accept connections, but not repeatedly.
-    void reportOnce(const std::string& obstacle) noexcept;
+    void reportOnce(const char* what, const char* reason = "") noexcept;
 
     const Settings settings_;
     const std::shared_ptr<apache::thrift::TProcessor> processor_;

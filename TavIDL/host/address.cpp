@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <netdb.h>
+#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/file.h>
@@ -13,6 +14,7 @@
 #include <algorithm>
 #include <charconv>
 #include <climits>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
@@ -65,15 +67,17 @@ sockaddr* generic(T& address) {
     return reinterpret_cast<sockaddr*>(&address);
 }
 
-std::string numericHost(const sockaddr_storage& address, socklen_t size, std::string* port) {
+// Empty if the system fails.
+std::string numericHost(const sockaddr_storage& address, socklen_t size) {
     char host[NI_MAXHOST] = "";
-    char service[NI_MAXSERV] = "";
-    getnameinfo(generic(address), size, host, sizeof host, service, sizeof service,
-                NI_NUMERICHOST | NI_NUMERICSERV);
-    if (port != nullptr) {
-        *port = service;
-    }
-    return host;
+    const int error =
+        getnameinfo(generic(address), size, host, sizeof host, nullptr, 0, NI_NUMERICHOST);
+    return error == 0 ? host : "";
+}
+
+int portOf(const sockaddr_storage& address) {
+    static_assert(offsetof(sockaddr_in, sin_port) == offsetof(sockaddr_in6, sin6_port));
+    return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
 }
 
 std::string bracketed(const std::string& host) {
@@ -213,9 +217,7 @@ Descriptor listenOnPort(Address& address) {
         getsockname(listener.get(), generic(bound), &size) != 0) {
         failed("cannot listen on " + address.text());
     }
-    std::string port;
-    numericHost(bound, size, &port);
-    address.port = std::stoi(port);
+    address.port = portOf(bound);
     return listener;
 }
 
@@ -279,9 +281,8 @@ std::string peerOf(int descriptor) {
         getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &process, &length);
         return "unix: process " + std::to_string(process.pid);
     }
-    std::string port;
-    const std::string host = numericHost(address, size, &port);
-    return bracketed(host) + ":" + port;
+    const std::string host = numericHost(address, size);
+    return host.empty() ? "unknown" : bracketed(host) + ":" + std::to_string(portOf(address));
 }
 
 std::string localHostOf(int descriptor) {
@@ -290,7 +291,14 @@ std::string localHostOf(int descriptor) {
     if (getsockname(descriptor, generic(local), &size) != 0) {
         failed("getsockname");
     }
-    return local.ss_family == AF_UNIX ? "127.0.0.1" : numericHost(local, size, nullptr);
+    if (local.ss_family == AF_UNIX) {
+        return "127.0.0.1";
+    }
+    std::string host = numericHost(local, size);
+    if (host.empty()) {
+        throw std::runtime_error("cannot get the connection's local address");
+    }
+    return host;
 }
 
 Descriptor::~Descriptor() {

@@ -7,14 +7,22 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <system_error>
 
 namespace TavIDL::host {
 
 namespace {
 
 // Never closed, because a signal handler may run at any time.
+int newSignalled() {
+    const int descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (descriptor < 0) {
+        throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
+    return descriptor;
+}
 int signalled() {
-    static const int descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    static const int descriptor = newSignalled();
     return descriptor;
 }
 
@@ -28,7 +36,9 @@ void onSignal(int) {
 
 void wake(int eventfd) {
     const uint64_t one = 1;
-    (void)!write(eventfd, &one, sizeof one);  // fails only if the thread is already awake
+    // Other failures mean that the thread is already awake.
+    while (write(eventfd, &one, sizeof one) < 0 && errno == EINTR) {
+    }
 }
 
 void rest(int eventfd) {

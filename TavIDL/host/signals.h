@@ -3,7 +3,8 @@
 
 namespace TavIDL::host {
 
-// Waits for SIGINT or SIGTERM, and restores what both did before.
+// Waits for SIGINT or SIGTERM, and restores what both did before. Throws std::system_error if there
+// is no free descriptor to wait with.
 void waitForSignal();
 
 // Wakes a thread that polls the eventfd. Signal handlers may call it.

@@ -5,6 +5,7 @@
 #include <linux/sockios.h>
 #include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@
 #include <ostream>
 #include <set>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -467,6 +469,44 @@ TEST(ServerDeathTest, ASecondSignalEndsTheProcess) {
             },
             testing::KilledBySignal(number), "");
     }
+}
+
+// In its own process, which has not waited for a signal before.
+void runWithoutDescriptors() {
+    Server server("127.0.0.1:0", std::make_shared<Emp>());
+    rlimit before = {};
+    getrlimit(RLIMIT_NOFILE, &before);
+    rlimit none = before;
+    none.rlim_cur = 0;
+    setrlimit(RLIMIT_NOFILE, &none);
+    bool thrown = false;
+    try {
+        server.runUntilSignal();
+    } catch (const std::system_error&) {
+        thrown = true;
+    }
+    setrlimit(RLIMIT_NOFILE, &before);
+    if (!thrown) {
+        std::exit(1);
+    }
+    auto run = std::async(std::launch::async, [&] { server.runUntilSignal(); });
+    waitUntil([] {
+        struct sigaction now = {};
+        sigaction(SIGTERM, nullptr, &now);
+        return now.sa_handler != SIG_DFL;
+    });
+    kill(getpid(), SIGTERM);
+    run.get();
+}
+
+TEST(ServerDeathTest, RunUntilSignalThrowsWithoutADescriptorAndWorksLater) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            runWithoutDescriptors();
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

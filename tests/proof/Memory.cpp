@@ -3,17 +3,20 @@
 #include <malloc.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 
 namespace {
 
-std::size_t blockCount = 0;
-std::size_t byteCount = 0;
-std::size_t bytePeak = 0;
-std::size_t allocations = 0;
-std::size_t failingNumber = 0;
-bool failingOn = false;
-bool counting = false;
+std::atomic<std::size_t> blockCount{0};
+std::atomic<std::size_t> byteCount{0};
+std::atomic<std::size_t> bytePeak{0};
+std::atomic<std::size_t> allocations{0};
+std::atomic<std::size_t> failingNumber{0};
+std::atomic<bool> failingOn{false};
+std::atomic<bool> counting{false};
+std::atomic<bool> failed{false};
+std::atomic<proof::Side> countedSide{proof::Side::any};
 
 }  // namespace
 
@@ -30,10 +33,14 @@ void __libc_free(void* block);
 namespace {
 
 bool mustFail() {
-    allocations += counting ? 1 : 0;
-    const bool fails = failingNumber != 0 &&
-                       (allocations == failingNumber || (failingOn && allocations > failingNumber));
+    if (!counting || !proof::isOn(countedSide)) {
+        return false;
+    }
+    const std::size_t number = ++allocations;
+    const std::size_t first = failingNumber;
+    const bool fails = first != 0 && (number == first || (failingOn && number > first));
     if (fails) {
+        failed = true;
         errno = ENOMEM;
     }
     return fails;
@@ -43,7 +50,7 @@ void* allocated(void* block) {
     if (block != nullptr) {
         ++blockCount;
         byteCount += malloc_usable_size(block);
-        bytePeak = std::max(bytePeak, byteCount);
+        bytePeak = std::max<std::size_t>(bytePeak, byteCount);
     }
     return block;
 }
@@ -90,17 +97,23 @@ void free(void* block) {
 
 namespace proof::memory {
 
-void failAt(std::size_t number, Failing failing) {
+void failAt(std::size_t number, Failing failing, Side side) {
     allocations = 0;
+    failed = false;
+    countedSide = side;
     failingNumber = number;
     failingOn = failing == Failing::fromThereOn;
     counting = true;
 }
 
 std::size_t stopFailing() {
-    failingNumber = 0;
     counting = false;
+    failingNumber = 0;
     return allocations;
+}
+
+bool hasFailed() {
+    return failed;
 }
 
 std::size_t blocks() {
@@ -116,7 +129,7 @@ std::size_t peak() {
 }
 
 void resetPeak() {
-    bytePeak = byteCount;
+    bytePeak = byteCount.load();
 }
 
 }  // namespace proof::memory

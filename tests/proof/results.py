@@ -40,6 +40,12 @@ ROWS = (
     Row("differential", program("differential"), release=("--runs=100000000",)),
     Row("mutation", ("tests/proof/mutation.py", "{build}"), changed_files=True),
     Row("coverage", ("tests/proof/coverage.py",)),
+    Row("system-calls", program("system_calls")),
+    Row("host-allocations", program("host_allocations")),
+    Row("soak", program("soak"), release=("--runs=10000000",)),
+    Row("threads", program("threads"), release=("--runs=10000000",)),
+    Row("hostile-peers", ("tests/proof/host/hostile.py", "{build}/tools/tavctl/tavctl",
+                          "{build}/examples"), release=("--all",)),
 )
 
 
@@ -89,7 +95,9 @@ def arguments(row, size):
         return sources or None
     if not row.release or size == "ci":
         return ()
-    return row.release if size == "release" else (f"--runs={size}",)
+    if size == "release":
+        return row.release
+    return (f"--runs={size}",) if row.release[0].startswith("--runs=") else ()
 
 
 def measure(row, build, size):
