@@ -448,7 +448,7 @@ class Peer:
                    (message[0], kind, message[2], record))
 
     def call_unknown(self, dice, wire, server):
-        names = [b"", b"execute", b"Execut", b"Execute ", b"TavBroker:OpenEmp",
+        names = [b"", b"execute", b"Exec", b"Execute ", b"TavBroker:OpenEmp",
                  b"Execute\1" if server.protocol == "json" else b"Execute\0",
                  random_string(dice, server.protocol)]
         names += [each.encode() for service in SERVICES for each in SERVICES[service]]
