@@ -38,6 +38,8 @@ ROWS = (
     Row("calls", program("calls")),
     Row("messages", program("messages")),
     Row("differential", program("differential"), release=("--runs=100000000",)),
+    Row("python-peer", ("tests/proof/python_peer.py", "{build}"), release=("--runs=1000000",)),
+    Row("fuzzing", ("tests/proof/fuzz.py",), release=("--runs=125000000", "--seconds=7200")),
     Row("mutation", ("tests/proof/mutation.py", "{build}"), changed_files=True),
     Row("coverage", ("tests/proof/coverage.py",)),
     Row("system-calls", program("system_calls")),

@@ -40,7 +40,8 @@ COMBINATIONS = [(p, t) for p in PROTOCOLS for t in TRANSPORTS]
 
 def environment(**extra):
     """A user's environment, without what would change the output."""
-    variables = {k: v for k, v in os.environ.items() if k not in ("NO_COLOR", "TAV_CREDENTIAL")}
+    ours = ("NO_COLOR", "TAV_CREDENTIAL", "TAVCTL_ADDRESS")
+    variables = {k: v for k, v in os.environ.items() if k not in ours}
     variables["TERM"] = "xterm"
     variables.update(extra)
     return variables

@@ -180,8 +180,8 @@ class StatusTest(ToolTest):
     def testBadUsageIsTwo(self):
         for words, error in [
             ([], "a verb is missing"),
-            (["call"], "call takes ADDRESS OPERATION"),
-            (["call", "a:1"], "call takes ADDRESS OPERATION"),
+            (["call"], "an ADDRESS is missing; give one, or set TAVCTL_ADDRESS"),
+            (["call", "a:1"], "an OPERATION is missing; see tavctl describe"),
             (["call", "a:1", "Execute"],
              "write TavBroker.Execute or TavEmp.Execute"),
             (["call", "a:1", "TavEmp.ExecuteWithParamList", "paramList.param11=x"],
@@ -240,9 +240,22 @@ class StatusTest(ToolTest):
             with self.subTest(text[:20]):
                 self.assertEndsWith(2, "tavctl: ", tavctl("call", "a:1", "TavEmp.Close", "-",
                                                           stdin=text))
-        deep = 100000 * b'{"x":' + b"1" + 100000 * b"}"
-        self.assertEndsWith(2, "nested too deeply", tavctl("call", "a:1", "TavEmp.Close", "-",
-                                                           stdin=deep))
+
+    def testArgumentsAreNestedUpTo8Deep(self):
+        for levels, error in [(7, "Close has no field 'x'"), (8, "Close has no field 'x'"),
+                              (9, "nested too deeply"), (100000, "nested too deeply")]:
+            with self.subTest(levels):
+                deep = levels * b'{"x":' + b"1" + levels * b"}"
+                self.assertEndsWith(2, error, tavctl("call", "a:1", "TavEmp.Close", "-",
+                                                     stdin=deep))
+
+    def testHalfAByteOfHexInArgumentsIsTwo(self):
+        for digits, status, error in [(b"0a", 3, "cannot connect"), (b"0", 2, "half a byte"),
+                                      (b"0a0", 2, "half a byte")]:
+            with self.subTest(digits):
+                self.assertEndsWith(status, error,
+                                    tavctl("call", "unix:/nonexistent", "TavEmp.Execute", "-",
+                                           stdin=b'{"cmd":{"hex":"%s"}}' % digits))
 
     def testNoConnectionIsThree(self):
         with socket.create_server(("127.0.0.1", 0)) as closed:

@@ -202,9 +202,15 @@ class BrokenTest(ToolTest):
             return (bytes.fromhex("80010001 00000001 78 00000000") +
                     levels * bytes.fromhex("0c0001") + (levels + 1) * b"\0")
 
+        def lists(levels):
+            return (bytes.fromhex("80010001 00000001 78 00000000 0f 0001") +
+                    (levels - 1) * bytes.fromhex("0f 00000001") +
+                    bytes.fromhex("02 00000001 01 00"))
+
         for levels, status in [(63, 0), (64, 0), (65, 6)]:
             with self.subTest(levels):
                 self.assertEqual(status, decode(nested(levels))[0])
+                self.assertEqual(status, decode(lists(levels))[0])
 
     def testTheMessageThatIsDecodedHas16MiB(self):
         head = bytes.fromhex("80010001 00000001 78 00000000 0b 0001")

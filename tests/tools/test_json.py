@@ -34,6 +34,7 @@ BROKEN = [
     (b'[1,"Close",1,0,{"9":{"set":["i8",1,1,2]}}]', 38, "this set has the wrong number of values"),
     (b'[1,"Close",1,0,{"9":{"set":["i8",10001]}}]', 33, "to 10000, as number of elements"),
     (b'[1,"Close",1,0,{"9":{"map":["i8","str",1,{"300":"x"}]}}]', 42, "as i8"),
+    (b'[1,"Close",1,0,{"9":{"map":["dbl","i8",1,{"nan":1}]}}]', 42, "this must be a dbl"),
     (b'[1,"Close",1,0,{"9":{"map":["str","i8",2,{"a":1}]}}]', 47, "this pairs has the wrong number"),
     (b'[2,"Close",1,0,{}]', 1, "from 1 to 1, as version"),
     (b'[1,"Close",5,0,{}]', 11, "from 1 to 4, as message type"),
@@ -94,13 +95,14 @@ class JsonTest(ToolTest):
                    b'"4":{"i64":-9223372036854775808},"5":{"dbl":-1.5e-300},"6":{"dbl":"Infinity"},'
                    b'"7":{"str":"\xe4\\u0001\\\\\\"[{"},"8":{"rec":{"1":{"i32":7}}},'
                    b'"9":{"lst":["rec",2,{},{"1":{"i8":1}}]},"10":{"set":["str",1,"]"]},'
-                   b'"11":{"map":["i16","lst",2,{"-1":["i8",0],"2":["i8",1,5]}]}}]')
+                   b'"11":{"map":["i16","lst",2,{"-1":["i8",0],"2":["i8",1,5]}]},'
+                   b'"12":{"map":["dbl","tf",1,{"-Infinity":1}]}}]')
         status, out, err = tavctl("decode", "--protocol", "json", "--json", stdin=message)
         self.assertEqual((0, ""), (status, err))
         self.assertEqual(
-            [True, -128, -32768, -9223372036854775808, -1.5e-300, None, {"hex": "e4015c225b7b"},
+            [True, -128, -32768, -9223372036854775808, -1.5e-300, {"hex": "7ff0000000000000"}, {"hex": "e4015c225b7b"},
              [{"id": 1, "type": "i32", "value": 7}], [[], [{"id": 1, "type": "byte", "value": 1}]],
-             ["]"], [[-1, []], [2, [5]]]],
+             ["]"], [[-1, []], [2, [5]]], [[None, True]]],
             [field["value"] for field in json.loads(out)["fields"]])
 
     def testNothingOfABrokenMessageIsKeptByASpy(self):

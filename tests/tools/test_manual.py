@@ -8,7 +8,8 @@ from support import *
 
 SOURCE = os.environ["SOURCE"]
 MANUAL = os.path.join(SOURCE, "tools/tavctl/tavctl.1")
-VERBS = ["describe", "call", "open", "listen", "probe", "spy", "decode", "serve"]
+VERBS = ["describe", "call", "open", "listen", "probe", "spy", "decode", "serve", "bench",
+         "encode"]
 
 
 def manual():
@@ -140,11 +141,19 @@ class CompletionTest(ToolTest):
         (["tavctl", "serve", "emp", "--reply", "Cl"], "Close="),
         (["tavctl", "serve", "broker", "--fail", "Exe"], "Execute="),
         (["tavctl", "serve", "event", "--delay", "Ca"], "Callback="),
+        (["tavctl", "bench", "a:1", "TavEmp.Cl"], "TavEmp.Close"),
+        (["tavctl", "bench", "a:1", "TavEmp.Close", "cl"], "clientID="),
+        (["tavctl", "encode", "TavEmp.Cl"], "TavEmp.Close"),
+        (["tavctl", "encode", "TavEmp.Close", "cl"], "clientID="),
+        (["tavctl", "decode", "--format", "pc"], "pcap"),
+        (["tavctl", "decode", "--seq"], "--sequence"),
+        (["tavctl", "spy", "--fol"], "--follow"),
     ]
     ALL = [
         (["tavctl", "open", "a:1", "n", "v", "--run", ""],
          ["Open", "Close", "Execute", "ExecuteWithParamList"]),
         (["tavctl", "call", "a:1", "OpenEmp", ""], ["name=", "version="]),
+        (["tavctl", "encode", "--format", ""], ["raw", "hex"]),
         (["tavctl", "serve", "emp", "--reply", ""],
          ["Open=", "Close=", "Execute=", "ExecuteWithParamList="]),
     ]

@@ -23,13 +23,7 @@ int makeCall(const Options& options) {
     const auto dash = std::remove(words.begin(), words.end(), "-");
     const bool fromInput = dash != words.end();
     words.erase(dash, words.end());
-    // Operations have no colon, addresses have one.
-    const bool hasAddress = !words.empty() && (words[0].find(':') != std::string::npos ||
-                                               std::getenv("TAVCTL_ADDRESS") == nullptr);
-    if (words.size() < (hasAddress ? 2 : 1)) {
-        throw Failure(Exit::Usage, "call takes ADDRESS OPERATION", "see tavctl call --help");
-    }
-    const std::string address = takeAddress(words, hasAddress);
+    const std::string address = takeAddress(words);
     const Operation& operation = operationNamed(words[0]);
     const auto peer = remoteOf(operation.service, address, clientSettings(options.settings));
     if (options.expectTrue && operation.result.kind != Kind::Bool) {

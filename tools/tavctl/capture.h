@@ -1,6 +1,9 @@
 #ifndef TAVCTL_CAPTURE_H
 #define TAVCTL_CAPTURE_H
 
+#include <chrono>
+#include <fstream>
+#include <mutex>
 #include <string>
 
 #include "connection.h"
@@ -19,7 +22,27 @@ namespace tavctl {
 
 constexpr char kCaptureBegin[] = "{\"capture\":";
 
-Json captureHead(const Settings& settings);
+// The file that spy writes.
+class CaptureFile {
+public:
+    // Throws a Failure. Nothing is written if `path` is empty.
+    CaptureFile(const std::string& path, const Settings& settings);
+
+    // A message; `line` has the members before "ms". Any thread may call it.
+    void write(Json line, const std::string& bytes);
+
+    // Whether everything was written.
+    bool complete();
+
+private:
+    Failure cannotWrite() const;
+
+    const std::string path_;
+    const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+    std::mutex mutex_;  // of what follows
+    std::ofstream file_;
+    bool complete_ = true;
+};
 
 // Takes the settings from the first line. Throws a Failure.
 void readCaptureHead(const std::string& line, Settings& settings);

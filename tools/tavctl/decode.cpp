@@ -6,9 +6,12 @@
 #include <cstring>
 
 #include "capture.h"
+#include "conversations.h"
 #include "lookahead.h"
 #include "message.h"
+#include "pcap.h"
 #include "print.h"
+#include "sequence.h"
 #include "verbs.h"
 
 namespace tavctl {
@@ -112,20 +115,16 @@ bool readLine(Lookahead& input, std::string& line) {
 // Prints messages, and remembers the first that breaks.
 class Decoding {
 public:
-    explicit Decoding(Settings settings) : settings_(std::move(settings)) {}
+    Decoding(Settings settings, bool sequence)
+        : settings_(std::move(settings)), isSequence_(sequence) {}
 
-    // `head` stands before each message, with --json; `headLine` otherwise.
-    void stream(std::shared_ptr<TTransport> bytes, const Json& head = Json::object(),
-                const std::string& headLine = "") {
+    // `head` stands before each message.
+    void stream(std::shared_ptr<TTransport> bytes, const Json& head = Json::object()) {
         MessageReader reader(std::move(bytes), settings_);
         Json message;
         while (reader.next(message)) {
-            ++count_;
-            Json line = head;
-            line.update(message);
-            show(line, headLine + described(message, headLine.empty() ? "" : "  "));
+            take(head, message, reader.mismatch());
             if (message.contains("broken")) {
-                note(message["broken"], reader.mismatch());
                 return;
             }
         }
@@ -142,11 +141,15 @@ public:
             stream(
                 std::make_shared<apache::thrift::transport::TMemoryBuffer>(
                     reinterpret_cast<uint8_t*>(bytes.data()), static_cast<uint32_t>(bytes.size())),
-                head,
-                tinted(Tint::Dim,
-                       "[" + shown(head["connection"]) + "] " + head["from"].get<std::string>()) +
-                    "\n");
+                head);
         }
+    }
+
+    void pcap(Lookahead& input) {
+        decodePcap(input, settings_,
+                   [this](const Json& head, const Json& message, const std::string& mismatch) {
+                       take(head, message, mismatch);
+                   });
     }
 
     // The status: of the first message that breaks.
@@ -158,6 +161,32 @@ public:
     }
 
 private:
+    void take(const Json& head, const Json& message, const std::string& mismatch) {
+        ++count_;
+        if (isSequence_) {
+            sequence_.add(head, message);
+        } else {
+            Json line = head;
+            line.update(message);
+            show(line, headLine(head) + described(message, head.empty() ? "" : "  "));
+        }
+        if (message.contains("broken")) {
+            note(message["broken"], mismatch);
+        }
+    }
+
+    static std::string headLine(const Json& head) {
+        if (head.empty()) {
+            return "";
+        }
+        const std::string from = head["from"];
+        std::string line = "[" + shown(head["connection"]) + "] " + from;
+        if (head.contains(from)) {
+            line += " " + head[from].get<std::string>();
+        }
+        return tinted(Tint::Dim, line) + "\n";
+    }
+
     void note(const Json& broken, const std::string& mismatch) {
         if (broken_.empty()) {
             broken_ = "message " + std::to_string(count_) + " breaks at byte " +
@@ -169,6 +198,8 @@ private:
     }
 
     Settings settings_;
+    const bool isSequence_;
+    Sequence sequence_;
     int count_ = 0;
     std::string broken_;
     std::string hint_;
@@ -185,6 +216,9 @@ std::string formatOf(Lookahead& input) {
     };
     while (input.ahead().size() < kEnough && (isHex() || isCapture()) && input.receive()) {
     }
+    if (isPcap(input.ahead())) {
+        return "pcap";
+    }
     if (isCapture() && !input.ahead().empty()) {
         return "capture";
     }
@@ -195,14 +229,20 @@ struct Options {
     Settings settings;
     std::string path = "-";
     std::string format = "auto";
+    bool sequence = false;
 };
 
 int decode(const Options& options) {
     const auto input = std::make_shared<Lookahead>(std::make_shared<Input>(options.path));
     const std::string format = options.format == "auto" ? formatOf(*input) : options.format;
-    Decoding decoding(options.settings);
+    if (options.sequence && format != "pcap" && format != "capture") {
+        throw Failure(Exit::Usage, "--sequence takes a capture, of spy or of tcpdump");
+    }
+    Decoding decoding(options.settings, options.sequence);
     if (format == "capture") {
         decoding.capture(*input);
+    } else if (format == "pcap") {
+        decoding.pcap(*input);
     } else if (format == "hex") {
         decoding.stream(std::make_shared<HexBytes>(input));
     } else {
@@ -219,8 +259,10 @@ void addDecode(CLI::App& app, Run& run) {
                 "tavctl decode capture.json");
     addOption(verb, "file", options->path, "[FILE]", "What to read; standard input if omitted");
     addOption(verb, "--format", options->format, "NAME",
-              "raw, hex, or capture as spy writes it; detected if omitted")
-        ->check(CLI::IsMember({"auto", "raw", "hex", "capture"}));
+              "raw, hex, capture as spy writes it, or pcap as tcpdump does; detected if omitted")
+        ->check(CLI::IsMember({"auto", "raw", "hex", "capture", "pcap"}));
+    verb->add_flag("--sequence", options->sequence, "Print a Mermaid sequence diagram of a capture")
+        ->excludes("--json");
     addProtocolOptions(verb, options->settings);
 }
 

@@ -1,9 +1,14 @@
 #include "decoder.h"
 
 #include <algorithm>
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
 #include <utility>
 
 #include "interface.h"
+#include "wirenames.h"
 
 namespace tavctl {
 
@@ -16,27 +21,6 @@ namespace {
 // No message of these services has more values, but each costs many times the byte that it may
 // have on the wire.
 constexpr int kValueLimit = 100000;
-
-std::string typeName(protocol::TType type) {
-    static const std::pair<protocol::TType, const char*> kNames[] = {
-        {protocol::T_BOOL, "bool"},     {protocol::T_BYTE, "byte"}, {protocol::T_I16, "i16"},
-        {protocol::T_I32, "i32"},       {protocol::T_I64, "i64"},   {protocol::T_DOUBLE, "double"},
-        {protocol::T_STRING, "string"}, {protocol::T_MAP, "map"},   {protocol::T_STRUCT, "struct"},
-        {protocol::T_SET, "set"},       {protocol::T_LIST, "list"}};
-    for (const auto& [known, name] : kNames) {
-        if (type == known) {
-            return name;
-        }
-    }
-    throw TException("unknown type " + std::to_string(static_cast<int>(type)));
-}
-
-std::string messageTypeName(protocol::TMessageType type) {
-    constexpr const char* kNames[] = {"call", "reply", "exception", "oneway"};  // from 1 on
-    return type >= protocol::T_CALL && type <= protocol::T_ONEWAY
-               ? kNames[type - 1]
-               : "type " + std::to_string(static_cast<int>(type));
-}
 
 const Field* fieldOf(const std::vector<Field>& fields, int16_t id) {
     const auto found = std::find_if(fields.begin(), fields.end(),
@@ -70,6 +54,18 @@ std::vector<Field> fieldsOf(const std::string& name, protocol::TMessageType type
     return fields;
 }
 
+// JSON has only finite numbers.
+Json withoutLoss(double number) {
+    if (std::isfinite(number)) {
+        return number;
+    }
+    uint64_t bits = 0;
+    std::memcpy(&bits, &number, sizeof number);
+    char hex[2 * sizeof bits + 1];
+    (void)std::snprintf(hex, sizeof hex, "%016" PRIx64, bits);
+    return {{"hex", hex}};
+}
+
 }  // namespace
 
 Decoder::Decoder(std::shared_ptr<Source> source, const Settings& settings)
@@ -89,7 +85,7 @@ void Decoder::decode(Json& message) {
     int32_t seqid = 0;
     protocol_->readMessageBegin(name, type, seqid);
     message["operation"] = name;
-    message["type"] = messageTypeName(type);
+    message["type"] = nameOf(type);
     message["seqid"] = seqid;
     message["fields"] = Json::array();
     readFields(message["fields"], fieldsOf(name, type), 0);
@@ -164,7 +160,7 @@ void Decoder::readFields(Json& fields, const std::vector<Field>& known, int dept
         if (type == protocol::T_STOP) {
             break;
         }
-        const std::string nameOfType = typeName(type);
+        const std::string nameOfType = nameOf(type);
         const Field* field = fieldOf(known, id);
         Json& place = fields.emplace_back(Json{{"id", id}});
         if (field != nullptr) {
@@ -172,11 +168,13 @@ void Decoder::readFields(Json& fields, const std::vector<Field>& known, int dept
         }
         place["type"] = nameOfType;
         Json& value = place["value"];
+        Json shape;
         if (field != nullptr && field->secret()) {
             readSecret(value, type, depth);
         } else {
-            readValue(value, type, field == nullptr ? nullptr : field->type.record, depth);
+            readValue(value, shape, type, field == nullptr ? nullptr : field->type.record, depth);
         }
+        place.update(shape.is_null() ? Json::object() : shape);
         item("the end of a field");
         protocol_->readFieldEnd();
     }
@@ -192,7 +190,8 @@ void Decoder::readSecret(Json& value, TType type, int depth) {
     Json unseen;
     secret_ = true;
     try {
-        readValue(unseen, type, nullptr, depth);
+        Json shape;
+        readValue(unseen, shape, type, nullptr, depth);
     } catch (...) {
         hide(begin, source_->message.size());
         throw;
@@ -210,7 +209,7 @@ void Decoder::readSecret(Json& value, TType type, int depth) {
     hide(begin, end);
 }
 
-void Decoder::readValue(Json& value, TType type, const Record* record, int depth) {
+void Decoder::readValue(Json& value, Json& shape, TType type, const Record* record, int depth) {
     if (++values_ > kValueLimit) {
         throw TException("more values than a message may have");
     }
@@ -232,7 +231,9 @@ void Decoder::readValue(Json& value, TType type, const Record* record, int depth
             return readPlain<int64_t>(value, &TProtocol::readI64);
         case protocol::T_DOUBLE:
             item("a double");
-            return readPlain<double>(value, &TProtocol::readDouble);
+            readPlain<double>(value, &TProtocol::readDouble);
+            value = withoutLoss(value.get<double>());
+            return;
         case protocol::T_STRING:
             item("a string");
             return readPlain<std::string>(value, &TProtocol::readString);
@@ -241,8 +242,8 @@ void Decoder::readValue(Json& value, TType type, const Record* record, int depth
             return readFields(value, record == nullptr ? std::vector<Field>() : record->fields,
                               depth + 1);
         default:
-            (void)typeName(type);
-            return readContainer(value, type, depth + 1);
+            (void)nameOf(type);
+            return readContainer(value, shape, type, depth + 1);
     }
 }
 
@@ -253,8 +254,9 @@ void Decoder::readPlain(Json& value, uint32_t (TProtocol::*read)(T&)) {
     value = std::move(plain);
 }
 
-// A map's elements are pairs.
-void Decoder::readContainer(Json& value, TType container, int depth) {
+// A map's elements are pairs. `shape` gets the types that the elements have, each of them if these
+// are containers too.
+void Decoder::readContainer(Json& value, Json& shape, TType container, int depth) {
     const bool isMap = container == protocol::T_MAP;
     const bool isList = container == protocol::T_LIST;
     item(isMap ? "the head of a map" : "the head of a list or set");
@@ -270,14 +272,24 @@ void Decoder::readContainer(Json& value, TType container, int depth) {
         throw TException("a container of " + std::to_string(size) +
                          " elements is over the limit, or nested too deeply");
     }
+    // An empty one may come without types.
+    const auto nameIfAny = [&](TType of) {
+        return size == 0 && of == protocol::T_STOP ? Json() : Json(nameOf(of));
+    };
+    shape["of"] = isMap ? Json::array({nameIfAny(keyType), nameIfAny(type)}) : nameIfAny(type);
     for (uint32_t i = 0; i < size; ++i) {
         Json* element = &value.emplace_back();
+        Json keyShape;
+        Json elementShape;
         if (isMap) {
             *element = {nullptr, nullptr};
-            readValue((*element)[0], keyType, nullptr, depth);
+            readValue((*element)[0], keyShape, keyType, nullptr, depth);
             element = &(*element)[1];
         }
-        readValue(*element, type, nullptr, depth);
+        readValue(*element, elementShape, type, nullptr, depth);
+        if (keyShape.is_object() || elementShape.is_object()) {
+            shape["each"].push_back(isMap ? Json::array({keyShape, elementShape}) : elementShape);
+        }
     }
     isMap ? protocol_->readMapEnd() : isList ? protocol_->readListEnd() : protocol_->readSetEnd();
 }

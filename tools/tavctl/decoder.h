@@ -36,8 +36,8 @@ private:
     void readFrameLength();
     void readFields(Json& fields, const std::vector<Field>& known, int depth);
     void readSecret(Json& value, TType type, int depth);
-    void readValue(Json& value, TType type, const Record* record, int depth);
-    void readContainer(Json& value, TType container, int depth);
+    void readValue(Json& value, Json& shape, TType type, const Record* record, int depth);
+    void readContainer(Json& value, Json& shape, TType container, int depth);
     template <typename T>
     void readPlain(Json& value, uint32_t (TProtocol::*read)(T&));
 

@@ -73,8 +73,9 @@ public:
             level.types = {key};
         } else {
             const std::string type = level.kind == "rec" ? "i16" : level.types.front();
-            // Only numbers and text can be keys.
-            check(type, type == "str" ? json(key) : json::parse(key, nullptr, false));
+            // Only numbers and text can be keys; "NaN" and its like are numbers.
+            const json number = json::parse(key, nullptr, false);
+            check(type, type == "str" || number.is_discarded() ? json(key) : number);
         }
         begin_ = position();
         return true;
@@ -222,10 +223,6 @@ void CheckedJson::receive() {
             throw TTransportException(TTransportException::END_OF_FILE);
         }
         text_ += static_cast<char>(byte);
-        if (text_.size() > kMessageLimit) {
-            throw BrokenJson(
-                0, "the message is longer than " + std::to_string(kMessageLimit) + " bytes");
-        }
         if (quoted) {
             quoted = escaped || byte != '"';
             escaped = !escaped && byte == '\\';

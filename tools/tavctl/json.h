@@ -22,7 +22,8 @@ struct BrokenJson : apache::thrift::protocol::TProtocolException {
     std::size_t offset;  // in the text, of the first byte that is wrong
 };
 
-// The stream under a JSON protocol. It takes no more from below than the message that is read.
+// The stream under a JSON protocol. It takes no more from below than the message that is read; what
+// is below limits its length.
 class CheckedJson : public apache::thrift::transport::TVirtualTransport<CheckedJson> {
 public:
     using TTransport = apache::thrift::transport::TTransport;

@@ -95,8 +95,8 @@ int start(int argc, char** argv) {
     app.require_subcommand(0, 1);
     app.footer("tavctl VERB --help explains a verb; man tavctl explains all of them.");
     Run run;
-    for (const auto add :
-         {addDescribe, addCall, addOpen, addListen, addProbe, addSpy, addDecode, addServe}) {
+    for (const auto add : {addDescribe, addCall, addOpen, addListen, addProbe, addSpy, addDecode,
+                           addServe, addBench, addEncode}) {
         add(app, run);
     }
 

@@ -86,6 +86,17 @@ std::string takeAddress(std::vector<std::string>& words, bool given) {
     return address;
 }
 
+std::string takeAddress(std::vector<std::string>& words) {
+    // Operations have no colon, addresses have one.
+    const bool given = !words.empty() && (words[0].find(':') != std::string::npos ||
+                                          std::getenv("TAVCTL_ADDRESS") == nullptr);
+    const std::string address = takeAddress(words, given);
+    if (words.empty()) {
+        throw Failure(Exit::Usage, "an OPERATION is missing", "see tavctl describe");
+    }
+    return address;
+}
+
 void addListenOptions(CLI::App* verb, ListenAddress& address) {
     CLI::Option* port =
         addOption(verb, "--port", address.port, "N", "Port on 127.0.0.1; 0, the default, is any")

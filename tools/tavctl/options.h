@@ -53,6 +53,9 @@ void addClientOptions(CLI::App* verb, Settings& settings);
 // TAVCTL_ADDRESS; throws a Failure if there is none.
 std::string takeAddress(std::vector<std::string>& words, bool given);
 
+// The same for words that go on with an operation, or begin with one.
+std::string takeAddress(std::vector<std::string>& words);
+
 // Where a server is to listen.
 struct ListenAddress {
     int port = 0;

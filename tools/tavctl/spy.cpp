@@ -1,24 +1,21 @@
 #include <TavIDL/host/Remote.h>
 #include <TavIDL/host/Server.h>
-#include <thrift/transport/TVirtualTransport.h>
 
-#include <chrono>
-#include <cmath>
-#include <fstream>
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <thread>
 
 #include "capture.h"
+#include "encoder.h"
+#include "follow.h"
 #include "message.h"
+#include "passage.h"
 #include "print.h"
 #include "stop.h"
 #include "verbs.h"
 
 namespace tavctl {
-
-using apache::thrift::transport::TTransportException;
-using ConnectionPointer = std::shared_ptr<TavIDL::Connection>;
 
 namespace {
 
@@ -27,82 +24,71 @@ struct Options {
     std::string listen;
     std::string target;
     std::string file;
-};
-
-// One direction of a connection. What was read is passed on when more is asked for: by then all
-// that is complete in it has been printed, so a request always stands before its reply. Nothing
-// is held back meanwhile, since a reader that waits for the rest of a message asks for more.
-class Passage : public apache::thrift::transport::TVirtualTransport<Passage> {
-public:
-    Passage(ConnectionPointer from, ConnectionPointer to)
-        : from_(std::move(from)), to_(std::move(to)) {}
-
-    bool isOpen() const override { return true; }
-
-    uint32_t read(uint8_t* bytes, uint32_t count) {
-        uint32_t got = 0;
-        try {
-            to_->write(reinterpret_cast<const uint8_t*>(waiting_.data()),
-                       static_cast<uint32_t>(waiting_.size()));
-            got = from_->read(bytes, count);
-        } catch (const TTransportException&) {
-            // One of the two is gone: so is the connection.
-            from_->close();
-            to_->close();
-        }
-        waiting_.assign(reinterpret_cast<const char*>(bytes), got);
-        if (got == 0) {
-            to_->closeOutput();  // nothing more comes this way; answers still may
-        }
-        return got;
-    }
-
-private:
-    const ConnectionPointer from_;
-    const ConnectionPointer to_;
-    std::string waiting_;
+    bool follow = false;
 };
 
 std::string hintLine(const std::string& mismatch) {
     return mismatch.empty() ? "" : "  " + mismatch + "\n";
 }
 
+// Neither end has to hurry.
+TavIDL::Settings unhurried(TavIDL::Settings settings) {
+    settings.callTimeout = kNoLimit;
+    settings.sendTimeout = kNoLimit;
+    settings.stopTimeout = std::chrono::milliseconds(0);
+    settings.onFailure = nullptr;  // spy says more itself
+    return settings;
+}
+
 class Spy {
 public:
     explicit Spy(const Options& options)
-        : options_(options), settings_(serverSettings(options.settings)) {
-        // Neither end is hurried.
-        settings_.callTimeout = kNoLimit;
-        settings_.sendTimeout = kNoLimit;
-        settings_.stopTimeout = std::chrono::milliseconds(0);
-        settings_.onFailure = nullptr;  // it says more itself
+        : options_(options),
+          settings_(unhurried(serverSettings(options.settings))),
+          file_(options.file, options.settings) {
         // It checks the address.
         (void)TavIDL::RemoteEmp(options.target, settings_);
-        if (options.file == "-") {
-            throw Failure(Exit::Usage, "--write takes the name of a file",
-                          "--json prints the messages to standard output");
-        }
-        if (!options.file.empty()) {
-            file_.open(options.file, std::ios::binary);
-            file_ << captureHead(options.settings).dump() << std::endl;
-            if (!file_) {
-                throw cannotWrite();
-            }
+        if (options.follow) {
+            follow_ = std::make_unique<Follow>(
+                options.listen, options.target, settings_,
+                [this](const ConnectionPointer& client, const std::string& target) {
+                    pass(client, target, nullptr);
+                });
         }
     }
 
-    // Whether everything was written to the file.
-    bool complete() const { return !incomplete_; }
+    // Returns the status.
+    int run() {
+        TavIDL::Server server(
+            options_.listen,
+            [this](const ConnectionPointer& client) {
+                pass(client, options_.target, follow_.get());
+            },
+            settings_);
+        note("spying on " + server.address() + ", for " + options_.target);
+        stop::wait();
+        interrupt();
+        server.stop();
+        follow_.reset();
+        return file_.complete() ? 0 : static_cast<int>(Exit::Broken);
+    }
 
-    const TavIDL::Settings& settings() const { return settings_; }
+private:
+    struct Link {
+        int number;
+        std::string address;  // of the target
+        ConnectionPointer client;
+        ConnectionPointer target;
+        Follow* follow;  // or null
+    };
 
     // Serves one connection.
-    void pass(const ConnectionPointer& client) {
+    void pass(const ConnectionPointer& client, const std::string& address, Follow* follow) {
         const int number = ++connections_;
         const std::string name = "connection " + std::to_string(number);
         ConnectionPointer target;
         try {
-            target = TavIDL::Connection::open(options_.target, settings_);
+            target = TavIDL::Connection::open(address, settings_);
         } catch (const TavIDL::CallFailed& failed) {
             const Failure failure = failureFrom(failed);
             printError({failure.status, name + ": " + failure.what(), failure.hint});
@@ -115,9 +101,10 @@ public:
             }
             targets_[number] = target;
         }
-        note(name + " made");
-        std::thread answers([&] { watch(number, "target", target, client); });
-        watch(number, "client", client, target);
+        note(name + " made" + (address == options_.target ? "" : ", for " + address));
+        const Link link = {number, address, client, target, follow};
+        std::thread answers([&] { watch(link, false); });
+        watch(link, true);
         answers.join();
         {
             const std::lock_guard<std::mutex> lock(mutex_);
@@ -126,7 +113,7 @@ public:
         note(name + " ended");
     }
 
-    // Ends all that wait for a target. The server ends what waits for a client.
+    // Ends all that wait for a target. The servers end what waits for a client.
     void interrupt() {
         const std::lock_guard<std::mutex> lock(mutex_);
         interrupted_ = true;
@@ -135,20 +122,34 @@ public:
         }
     }
 
-private:
-    void watch(int connection, const char* from, const ConnectionPointer& source,
-               const ConnectionPointer& sink) {
-        MessageReader reader(std::make_shared<Passage>(source, sink), options_.settings);
+    void watch(const Link& link, bool fromClient) {
+        const std::string from = fromClient ? "client" : "target";
+        const std::string connection = std::to_string(link.number);
+        const auto passage = std::make_shared<Passage>(fromClient ? link.client : link.target,
+                                                       fromClient ? link.target : link.client,
+                                                       link.follow != nullptr);
+        MessageReader reader(passage, options_.settings);
         bool broken = false;
         Json message;
         while (!broken && reader.next(message)) {
             broken = message.contains("broken");
-            Json shownMessage = {{"connection", connection}, {"from", from}, {"time", utcTime()}};
-            shownMessage.update(message);
-            show(shownMessage, tinted(Tint::Dim, "[" + std::to_string(connection) + "] " + from +
-                                                     "  " + localTime()) +
-                                   "\n" + described(message, "  ") + hintLine(reader.mismatch()));
-            write(connection, from, reader.bytes());
+            Json head = {{"connection", link.number}, {"from", from}};
+            if (options_.follow) {
+                head["target"] = link.address;
+            }
+            Json line = head;
+            line["time"] = utcTime();
+            line.update(message);
+            show(line, tinted(Tint::Dim, "[" + connection + "] " + from + "  " + localTime()) +
+                           "\n" + described(message, "  ") + hintLine(reader.mismatch()));
+            file_.write(std::move(head), reader.bytes());
+            if (broken || link.follow == nullptr) {
+                passage->release();
+                continue;
+            }
+            const Json changed = link.follow->rewritten(message, fromClient, link.client->peer());
+            passage->pass(message["offset"].get<uint64_t>() + message["size"].get<uint64_t>(),
+                          changed == message ? "" : encoded(changed, options_.settings, from));
         }
         // It is passed on all the same. But it is not kept: it may hold a credential.
         uint64_t undecoded = 0;
@@ -156,53 +157,25 @@ private:
             undecoded += size;
         }
         if (undecoded > 0) {
-            note("connection " + std::to_string(connection) + ": " + std::to_string(undecoded) +
+            note("connection " + connection + ": " + std::to_string(undecoded) +
                  " more bytes from the " + from + " could not be decoded");
         }
     }
 
-    void write(int connection, const char* from, const std::string& bytes) {
-        const std::chrono::duration<double, std::milli> time =
-            std::chrono::steady_clock::now() - begin_;
-        const Json line = {{"connection", connection},
-                           {"from", from},
-                           {"ms", std::round(time.count() * 10) / 10},
-                           {"hex", toHex(bytes)}};
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (file_.is_open() && !(file_ << line.dump() << std::endl)) {
-            // The two processes must not be affected.
-            printError(cannotWrite());
-            incomplete_ = true;
-            file_.close();
-        }
-    }
-
-    Failure cannotWrite() const {
-        return {Exit::Broken, "cannot write to '" + options_.file + "'",
-                "check the path, and that there is room"};
-    }
-
     const Options& options_;
-    TavIDL::Settings settings_;
-    const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+    const TavIDL::Settings settings_;
+    CaptureFile file_;
     std::atomic<int> connections_{0};
     std::mutex mutex_;  // of what follows
     std::map<int, ConnectionPointer> targets_;
     bool interrupted_ = false;
-    std::ofstream file_;
-    bool incomplete_ = false;
+    std::unique_ptr<Follow> follow_;  // last: its servers end first
 };
 
 int spy(const Options& options) {
     Spy spy(options);
     stop::watch();
-    TavIDL::Server server(
-        options.listen, [&](const ConnectionPointer& client) { spy.pass(client); }, spy.settings());
-    note("spying on " + server.address() + ", for " + options.target);
-    stop::wait();
-    spy.interrupt();
-    server.stop();
-    return spy.complete() ? 0 : static_cast<int>(Exit::Broken);
+    return spy.run();
 }
 
 }  // namespace
@@ -216,6 +189,10 @@ void addSpy(CLI::App& app, Run& run) {
         ->required();
     addOption(verb, "target", options->target, "TARGET", "Where the server is")->required();
     addOption(verb, "--write", options->file, "FILE", "Keep the bytes of all messages, for decode");
+    verb->add_flag(
+        "--follow", options->follow,
+        "In front of a broker, also relay the EMPs that it opens and their events, which "
+        "spy does not see otherwise: rewrites the ports in the reply to OpenEmp");
     addProtocolOptions(verb, options->settings);
 }
 

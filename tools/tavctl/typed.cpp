@@ -1,6 +1,6 @@
 #include "typed.h"
 
-#include <TavIDL/host/Remote.h>
+#include <TavIDL/host/Batch.h>
 
 #include <map>
 #include <tuple>
@@ -11,12 +11,7 @@ namespace tavctl {
 
 namespace {
 
-using Call = std::function<Json(TavIDL::Remote&, const Json&)>;
-
-template <typename Interface>
-Interface& as(TavIDL::Remote& peer) {
-    return dynamic_cast<Interface&>(peer);
-}
+using Call = std::function<Reply(TavIDL::Batch&, const Json&)>;
 
 // The fields of the arguments are in the order of the operation's parameters.
 template <typename... Parameters>
@@ -25,42 +20,32 @@ std::tuple<std::decay_t<Parameters>...> parametersFrom(const Json& arguments) {
     return {(next++)->template get<std::decay_t<Parameters>>()...};
 }
 
-template <typename Interface, typename Result, typename... Parameters>
-Call call(Result (Interface::*operation)(Parameters...)) {
-    return [operation](TavIDL::Remote& peer, const Json& arguments) -> Json {
-        const auto invoke = [&](const auto&... values) {
-            return (as<Interface>(peer).*operation)(values...);
+template <typename Batch, typename Result, typename... Parameters>
+Call call(Result (Batch::*operation)(Parameters...)) {
+    return [operation](TavIDL::Batch& batch, const Json& arguments) -> Reply {
+        const auto add = [&](const auto&... values) {
+            return (dynamic_cast<Batch&>(batch).*operation)(values...);
         };
         if constexpr (std::is_void_v<Result>) {
-            std::apply(invoke, parametersFrom<Parameters...>(arguments));
-            return nullptr;
+            std::apply(add, parametersFrom<Parameters...>(arguments));
+            return [] { return Json(); };
         } else {
-            return std::apply(invoke, parametersFrom<Parameters...>(arguments));
+            return [result = std::apply(add, parametersFrom<Parameters...>(arguments)).share()] {
+                return Json(result.get());
+            };
         }
     };
 }
 
-// A text or a record is returned by the first parameter.
-template <typename Interface, typename Result, typename... Parameters>
-Call call(void (Interface::*operation)(Result&, Parameters...)) {
-    return [operation](TavIDL::Remote& peer, const Json& arguments) -> Json {
-        Result result;
-        std::apply(
-            [&](const auto&... values) { (as<Interface>(peer).*operation)(result, values...); },
-            parametersFrom<Parameters...>(arguments));
-        return result;
-    };
-}
-
 const std::map<std::string, Call> kCalls = {
-    {"TavBroker.OpenEmp", call(&TavBrokerIf::OpenEmp)},
-    {"TavBroker.Execute", call(&TavBrokerIf::Execute)},
-    {"TavBroker.CloseEmp", call(&TavBrokerIf::CloseEmp)},
-    {"TavEmp.Open", call(&TavEmpIf::Open)},
-    {"TavEmp.Close", call(&TavEmpIf::Close)},
-    {"TavEmp.Execute", call(&TavEmpIf::Execute)},
-    {"TavEmp.ExecuteWithParamList", call(&TavEmpIf::ExecuteWithParamList)},
-    {"TavEmpEvent.Callback", call(&TavEmpEventIf::Callback)},
+    {"TavBroker.OpenEmp", call(&TavIDL::BrokerBatch::OpenEmp)},
+    {"TavBroker.Execute", call(&TavIDL::BrokerBatch::Execute)},
+    {"TavBroker.CloseEmp", call(&TavIDL::BrokerBatch::CloseEmp)},
+    {"TavEmp.Open", call(&TavIDL::EmpBatch::Open)},
+    {"TavEmp.Close", call(&TavIDL::EmpBatch::Close)},
+    {"TavEmp.Execute", call(&TavIDL::EmpBatch::Execute)},
+    {"TavEmp.ExecuteWithParamList", call(&TavIDL::EmpBatch::ExecuteWithParamList)},
+    {"TavEmpEvent.Callback", call(&TavIDL::CallbackBatch::Callback)},
 };
 
 // What the three handlers share.
@@ -145,9 +130,26 @@ std::unique_ptr<TavIDL::Remote> remoteOf(const std::string& service, const std::
     return std::make_unique<TavIDL::RemoteCallback>(address, settings);
 }
 
+std::unique_ptr<TavIDL::Batch> batchOf(TavIDL::Remote& peer) {
+    if (auto* const broker = dynamic_cast<TavIDL::RemoteBroker*>(&peer)) {
+        return std::make_unique<TavIDL::BrokerBatch>(*broker);
+    }
+    if (auto* const emp = dynamic_cast<TavIDL::RemoteEmp*>(&peer)) {
+        return std::make_unique<TavIDL::EmpBatch>(*emp);
+    }
+    return std::make_unique<TavIDL::CallbackBatch>(dynamic_cast<TavIDL::RemoteCallback&>(peer));
+}
+
+Reply addTo(TavIDL::Batch& batch, const Operation& operation, const Json& arguments) {
+    return kCalls.at(operation.fullName())(batch, arguments);
+}
+
 Json call(const Operation& operation, TavIDL::Remote& peer, const Json& arguments) {
     try {
-        return kCalls.at(operation.fullName())(peer, arguments);
+        const auto batch = batchOf(peer);
+        const Reply reply = addTo(*batch, operation, arguments);
+        batch->run();
+        return reply();
     } catch (const apache::thrift::TException& thrown) {
         throw failureFrom(thrown, operation.fullName(), peer);
     }

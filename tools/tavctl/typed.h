@@ -11,8 +11,9 @@
 #include "values.h"
 
 namespace TavIDL {
+class Batch;
 class Remote;
-}
+}  // namespace TavIDL
 
 namespace tavctl {
 
@@ -21,6 +22,14 @@ namespace tavctl {
 // A peer that serves `service`. Throws what Host does.
 std::unique_ptr<TavIDL::Remote> remoteOf(const std::string& service, const std::string& address,
                                          const TavIDL::Settings& settings);
+
+// A batch of calls to this peer.
+std::unique_ptr<TavIDL::Batch> batchOf(TavIDL::Remote& peer);
+
+// The result of a call in a batch that has run; throws what the call failed with.
+using Reply = std::function<Json()>;
+
+Reply addTo(TavIDL::Batch& batch, const Operation& operation, const Json& arguments);
 
 // Calls a peer that serves the operation's service. `arguments` has all the fields. Throws a
 // Failure.

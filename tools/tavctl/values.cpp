@@ -185,12 +185,11 @@ Json argumentsFrom(const Operation& operation, const std::vector<std::string>& w
     return completeFields(operation.arguments, given, where);
 }
 
-Json parseJson(const std::string& text, const std::string& where) {
-    // The records need no nesting, and it costs the parser and everything that walks the value.
-    constexpr int kDepth = 8;
+// The records need no nesting, and it costs the parser and everything that walks the value.
+Json parseJson(const std::string& text, const std::string& where, int depthLimit) {
     std::vector<std::set<std::string>> keys;  // of each object that is open
     const auto checked = [&](int depth, Json::parse_event_t event, Json& parsed) {
-        if (depth > kDepth) {
+        if (depth > depthLimit) {
             throw std::length_error("it is nested too deeply");
         }
         if (event == Json::parse_event_t::object_start) {

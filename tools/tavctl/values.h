@@ -45,7 +45,7 @@ Json argumentsFrom(const Operation& operation, const std::vector<std::string>& w
                    Json given = Json::object());
 
 // Reads JSON text, however hostile.
-Json parseJson(const std::string& text, const std::string& where);
+Json parseJson(const std::string& text, const std::string& where, int depthLimit = 8);
 
 std::string toHex(const std::string& bytes);
 // Throws std::invalid_argument.

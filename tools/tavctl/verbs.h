@@ -14,6 +14,8 @@ void addProbe(CLI::App& app, Run& run);
 void addSpy(CLI::App& app, Run& run);
 void addDecode(CLI::App& app, Run& run);
 void addServe(CLI::App& app, Run& run);
+void addBench(CLI::App& app, Run& run);
+void addEncode(CLI::App& app, Run& run);
 
 }  // namespace tavctl
 

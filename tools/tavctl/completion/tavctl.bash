@@ -3,7 +3,7 @@
 _tavctl() {
     local cur prev words cword
     _init_completion -n := || return
-    local program=$1 verb=${words[1]}
+    local program=$1 verb=${words[1]} choices="auto raw hex capture pcap"
     local -A services=([broker]=TavBroker [emp]=TavEmp [event]=TavEmpEvent)
     if ((cword == 1)); then
         _tavctl_offer "--help --version $("$program" --help 2>/dev/null |
@@ -13,7 +13,9 @@ _tavctl() {
     case $prev in
         --protocol) _tavctl_offer "binary compact json" ;;
         --transport) _tavctl_offer "buffered framed" ;;
-        --format) _tavctl_offer "auto raw hex capture" ;;
+        --format)
+            [[ $verb == encode ]] && choices="raw hex"
+            _tavctl_offer "$choices" ;;
         --ca | --cert | --key | --credential-file | --write) _filedir ;;
         --run) _tavctl_offer "$(_tavctl_operations TavEmp)" ;;
         --reply | --fail | --delay)
@@ -22,7 +24,7 @@ _tavctl() {
             if [[ $cur == -* ]]; then
                 _tavctl_offer "$("$program" "$verb" --help 2>/dev/null |
                     grep -o -- '--[a-z-]*' | sort -u)"
-            elif [[ $verb == @(call|bench|open) ]]; then
+            elif [[ $verb == @(call|bench|encode|open) ]]; then
                 _tavctl_call
             elif [[ $verb == describe ]]; then
                 _tavctl_offer "$("$program" describe --quiet 2>/dev/null)"

@@ -1,0 +1,106 @@
+// `tavctl decode` as a whole: raw messages, hexadecimal digits and captures, in each protocol and
+// transport. What it prints is lines of JSON, or text that cannot move the cursor.
+
+#include <print.h>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <verbs.h>
+
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <utility>
+
+#include "Input.h"
+
+namespace {
+
+// A file in memory.
+class File {
+public:
+    File() : descriptor_(memfd_create("fuzz", MFD_CLOEXEC)) {
+        fuzz::require(descriptor_ >= 0, "memfd_create");
+    }
+
+    int descriptor() const { return descriptor_; }
+    std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
+
+    void fill(const std::string& bytes) {
+        clear();
+        fuzz::require(
+            ::write(descriptor_, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()),
+            "write");
+        ::lseek(descriptor_, 0, SEEK_SET);
+    }
+    void clear() {
+        fuzz::require(::ftruncate(descriptor_, 0) == 0, "ftruncate");
+        ::lseek(descriptor_, 0, SEEK_SET);
+    }
+    std::string text() const {
+        std::string text(static_cast<std::size_t>(::lseek(descriptor_, 0, SEEK_END)), '\0');
+        fuzz::require(
+            ::pread(descriptor_, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()),
+            "pread");
+        return text;
+    }
+
+private:
+    const int descriptor_;
+};
+
+File& standardOutput() {
+    static File file;
+    static const int moved = ::dup2(file.descriptor(), STDOUT_FILENO);
+    fuzz::require(moved == STDOUT_FILENO, "dup2");
+    return file;
+}
+
+// The verb, with the options that were chosen.
+tavctl::Run verbWith(const std::string& file, std::size_t protocol, bool framed) {
+    CLI::App app;
+    tavctl::Run run;
+    tavctl::addDecode(app, run);
+    // CLI11 takes the words from the end.
+    app.parse({framed ? "framed" : "buffered", "--transport",
+               std::vector<std::string>{"binary", "compact", "json"}.at(protocol), "--protocol",
+               file, "decode"});
+    return run;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, std::size_t size) {
+    static File file;
+    static std::map<std::pair<std::size_t, bool>, tavctl::Run> verbs;
+    fuzz::Input input(bytes, size);
+    const std::size_t protocol = input.choose(3);
+    const std::size_t choice = input.choose(4);
+    tavctl::Run& verb = verbs[{protocol, choice >= 2}];
+    if (!verb) {
+        verb = verbWith(file.path(), protocol, choice >= 2);
+    }
+    tavctl::output.quiet = true;
+    tavctl::output.json = choice % 2 == 1;
+
+    file.fill(input.rest());
+    standardOutput().clear();
+    try {
+        verb();
+    } catch (const tavctl::Failure& failure) {
+        fuzz::require(
+            failure.status == tavctl::Exit::Broken || failure.status == tavctl::Exit::Usage,
+            failure.what());
+    }
+    std::istringstream lines(standardOutput().text());
+    for (std::string line; std::getline(lines, line);) {
+        if (tavctl::output.json) {
+            fuzz::require(nlohmann::json::accept(line), "this is not JSON: " + line);
+        }
+        for (const char each : line) {
+            fuzz::require(
+                static_cast<uint8_t>(each) >= ' ' && (each != '\x7f' || tavctl::output.json),
+                "this moves the cursor: " + line);
+        }
+    }
+    return 0;
+}

@@ -1,0 +1,289 @@
+#include "pcap.h"
+
+#include <arpa/inet.h>
+#include <pcap/pcap.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+#include <memory>
+#include <utility>
+
+#include "failure.h"
+
+namespace tavctl {
+
+namespace {
+
+constexpr std::size_t kByteLimit = 64 << 20;
+constexpr std::size_t kConversationLimit = 10000;
+constexpr std::size_t kFirstBytes = 16;
+constexpr std::size_t kPerSegment = 100;  // bytes that a segment costs besides its own
+
+using Bytes = std::string_view;
+
+uint32_t number(Bytes bytes, std::size_t at, std::size_t size) {
+    uint32_t value = 0;
+    for (const char byte : bytes.substr(at, size)) {
+        value = value << 8 | static_cast<uint8_t>(byte);
+    }
+    return value;
+}
+
+// A segment, with addresses as keys have them.
+struct Segment {
+    std::string from;
+    std::string to;
+    uint32_t sequence = 0;
+    unsigned flags = 0;
+    std::size_t length = 0;   // as it was sent
+    Bytes payload;            // as far as it was captured
+    bool isFragment = false;  // of an IP packet
+};
+
+std::string addressOf(int family, Bytes address, uint32_t port) {
+    char text[INET6_ADDRSTRLEN] = "";
+    inet_ntop(family, address.data(), text, sizeof text);
+    return (family == AF_INET6 ? "[" + std::string(text) + "]" : text) + ":" + std::to_string(port);
+}
+
+// The IP packet within a packet of the link, or nothing.
+Bytes ipPacket(int link, Bytes packet) {
+    std::size_t type = 0;  // where its type is
+    switch (link) {
+        case DLT_RAW:
+        case DLT_IPV4:
+        case DLT_IPV6:
+            return packet;
+        case DLT_NULL:
+        case DLT_LOOP:
+            return packet.substr(std::min<std::size_t>(4, packet.size()));
+        case DLT_LINUX_SLL:
+            type = 14;
+            break;
+        case DLT_LINUX_SLL2:
+            type = 0;
+            break;
+        default:
+            type = 12;
+    }
+    std::size_t begin = link == DLT_LINUX_SLL2 ? 20 : type + 2;
+    while (packet.size() >= begin + 4 &&
+           (number(packet, type, 2) == 0x8100 || number(packet, type, 2) == 0x88A8)) {
+        type = begin + 2;  // a VLAN's tag is between
+        begin += 4;
+    }
+    const bool isIp = packet.size() > begin &&
+                      (number(packet, type, 2) == 0x0800 || number(packet, type, 2) == 0x86DD);
+    return isIp ? packet.substr(begin) : Bytes();
+}
+
+// Reads the headers. Returns false if it is not a whole TCP segment.
+bool parse(Bytes ip, std::size_t sentSize, Segment& segment) {
+    const bool v6 = !ip.empty() && (ip[0] & 0xF0) == 0x60;
+    if (ip.size() < (v6 ? 40 : 20) || (!v6 && (ip[0] & 0xF0) != 0x40)) {
+        return false;
+    }
+    std::size_t begin = v6 ? 40 : std::size_t{4} * (ip[0] & 0xF);
+    uint32_t protocol = number(ip, v6 ? 6 : 9, 1);
+    const std::size_t said = v6 ? number(ip, 4, 2) + 40 : number(ip, 2, 2);
+    const std::size_t whole = said <= (v6 ? 40 : 0) ? sentSize : said;  // offloading leaves it out
+    // Extensions: for hops, routers and destinations.
+    while (v6 && (protocol == 0 || protocol == 43 || protocol == 60) && ip.size() >= begin + 8) {
+        protocol = number(ip, begin, 1);
+        begin += 8 * (number(ip, begin + 1, 1) + 1);
+    }
+    const bool fragment = !v6 && (number(ip, 6, 2) & 0x3FFF) != 0;
+    segment.isFragment = fragment || (v6 && protocol == 44);
+    if (fragment || protocol != IPPROTO_TCP || ip.size() < begin + 20) {
+        return false;
+    }
+    const Bytes tcp = ip.substr(begin);
+    const std::size_t data = begin + 4 * (number(tcp, 12, 1) >> 4);
+    if (data < begin + 20 || data > whole) {
+        return false;
+    }
+    const int family = v6 ? AF_INET6 : AF_INET;
+    segment.from = addressOf(family, ip.substr(v6 ? 8 : 12), number(tcp, 0, 2));
+    segment.to = addressOf(family, ip.substr(v6 ? 24 : 16), number(tcp, 2, 2));
+    segment.sequence = number(tcp, 4, 4);
+    segment.flags = number(tcp, 13, 1);
+    segment.length = whole - data;
+    segment.payload = ip.substr(std::min(data, ip.size())).substr(0, segment.length);
+    return true;
+}
+
+constexpr unsigned kSyn = 2;
+constexpr unsigned kAck = 16;
+
+class Reassembly {
+public:
+    Reassembly(PcapFile& file, const std::function<bool(const std::string&)>& isOurs)
+        : file_(file), isOurs_(isOurs) {}
+
+    void add(const Segment& segment, uint64_t packet, double ms) {
+        const bool opens = (segment.flags & (kSyn | kAck)) == kSyn;
+        const auto key = std::minmax(segment.from, segment.to);
+        Conversation*& conversation = open_[key];
+        const bool again = conversation != nullptr && opens &&
+                           flowOf(*conversation, segment).first != segment.sequence + 1;
+        if (conversation == nullptr || again) {
+            if (file_.conversations.size() == kConversationLimit) {
+                throw tooMuch(std::to_string(kConversationLimit) + " conversations");
+            }
+            conversation = &file_.conversations.emplace_back();
+            conversation->flows[0].address = segment.from;
+            conversation->flows[1].address = segment.to;
+        }
+        Flow& flow = flowOf(*conversation, segment);
+        if ((segment.flags & kSyn) != 0) {
+            conversation->client =
+                &conversation->flows[(&flow == &conversation->flows[0]) == opens ? 0 : 1];
+        }
+        if (!flow.begun) {
+            flow.begun = true;
+            flow.first = segment.sequence + ((segment.flags & kSyn) != 0 ? 1 : 0);
+        }
+        if (segment.length > 0) {
+            addData(flow, segment, packet, ms);
+        }
+    }
+
+private:
+    static Flow& flowOf(Conversation& conversation, const Segment& segment) {
+        return conversation.flows[conversation.flows[0].address == segment.from ? 0 : 1];
+    }
+
+    static Failure tooMuch(const std::string& limit) {
+        return {Exit::Usage, "the capture has more than " + limit,
+                "take a part of it, with tcpdump -r FILE -w PART port NUMBER"};
+    }
+
+    void addData(Flow& flow, const Segment& segment, uint64_t packet, double ms) {
+        // Numbers wrap around: what is near to the bytes that are there is meant.
+        const uint64_t there = flow.foreign ? flow.end : flow.bytes.size();
+        const auto expected = flow.first + static_cast<uint32_t>(there);
+        const int64_t begin =
+            static_cast<int64_t>(there) + static_cast<int32_t>(segment.sequence - expected);
+        const int64_t end = begin + static_cast<int64_t>(segment.length);
+        flow.end = std::max(flow.end, static_cast<uint64_t>(std::max<int64_t>(end, 0)));
+        if (flow.foreign || end <= static_cast<int64_t>(there)) {
+            return;  // sent again, or from before the capture
+        }
+        const std::size_t known =
+            begin < static_cast<int64_t>(there)
+                ? static_cast<std::size_t>(static_cast<int64_t>(there) - begin)
+                : 0;
+        Bytes rest = segment.payload.substr(std::min(known, segment.payload.size()));
+        std::string& part = flow.waiting[static_cast<uint64_t>(begin) + known];
+        if (rest.size() <= part.size()) {
+            return;
+        }
+        total_ += rest.size() - part.size() + kPerSegment;
+        part = rest;
+        if (total_ > kByteLimit) {
+            throw tooMuch(std::to_string(kByteLimit >> 20) + " MiB of messages");
+        }
+        append(flow, packet, ms);
+    }
+
+    // What is no longer preceded by missing bytes.
+    void append(Flow& flow, uint64_t packet, double ms) {
+        auto next = flow.waiting.begin();
+        while (next != flow.waiting.end() && next->first <= flow.bytes.size()) {
+            const auto known = static_cast<std::size_t>(flow.bytes.size() - next->first);
+            if (known < next->second.size()) {
+                flow.bytes.append(next->second, known);
+                flow.marks.push_back({flow.bytes.size(), packet, ms});
+            }
+            next = flow.waiting.erase(next);
+        }
+        if (!flow.checked && flow.bytes.size() >= kFirstBytes) {
+            flow.checked = true;
+            flow.foreign = !isOurs_(flow.bytes);
+        }
+        if (flow.foreign) {
+            total_ -= flow.bytes.size() - kFirstBytes;
+            flow.bytes.resize(kFirstBytes);
+            flow.bytes.shrink_to_fit();
+            flow.waiting.clear();
+        }
+    }
+
+    PcapFile& file_;
+    const std::function<bool(const std::string&)>& isOurs_;
+    std::map<std::pair<std::string, std::string>, Conversation*> open_;
+    std::size_t total_ = 0;
+};
+
+ssize_t readInput(void* input, char* bytes, std::size_t count) try {
+    return static_cast<Lookahead*>(input)->read(reinterpret_cast<uint8_t*>(bytes),
+                                                static_cast<uint32_t>(count));
+} catch (const std::exception&) {
+    return -1;
+}
+
+}  // namespace
+
+PcapFile readPcap(Lookahead& input, const std::function<bool(const std::string&)>& isOurs) {
+    char error[PCAP_ERRBUF_SIZE] = "";
+    std::FILE* stream = fopencookie(&input, "r", {readInput, nullptr, nullptr, nullptr});
+    pcap_t* opened = stream == nullptr ? nullptr : pcap_fopen_offline(stream, error);
+    if (opened == nullptr) {
+        if (stream != nullptr) {
+            (void)std::fclose(stream);
+        }
+        throw Failure(Exit::Broken,
+                      std::string("this is not a capture that can be read: ") + error);
+    }
+    const std::unique_ptr<pcap_t, decltype(&pcap_close)> file(opened, pcap_close);
+    const int link = pcap_datalink(opened);
+    const int known[] = {DLT_EN10MB, DLT_LINUX_SLL, DLT_LINUX_SLL2, DLT_RAW,
+                         DLT_IPV4,   DLT_IPV6,      DLT_NULL,       DLT_LOOP};
+    if (std::find(std::begin(known), std::end(known), link) == std::end(known)) {
+        const char* name = pcap_datalink_val_to_name(link);
+        throw Failure(Exit::Usage,
+                      std::string("packets of link type ") +
+                          (name == nullptr ? std::to_string(link) : name) + " cannot be read",
+                      "capture on another interface, tcpdump -i any for instance");
+    }
+    PcapFile result;
+    Reassembly reassembly(result, isOurs);
+    pcap_pkthdr* head = nullptr;
+    const u_char* bytes = nullptr;
+    double first = 0;
+    int status = 0;
+    for (uint64_t packet = 1; (status = pcap_next_ex(opened, &head, &bytes)) == 1; ++packet) {
+        const double ms = static_cast<double>(head->ts.tv_sec) * 1e3 +
+                          static_cast<double>(head->ts.tv_usec) / 1e3;
+        first = packet == 1 ? ms : first;
+        const Bytes whole(reinterpret_cast<const char*>(bytes), head->caplen);
+        const Bytes ip = ipPacket(link, whole);
+        Segment segment;
+        if (parse(ip, head->len - (whole.size() - ip.size()), segment)) {
+            reassembly.add(segment, packet, ms - first);
+        }
+        result.fragments += segment.isFragment ? 1 : 0;
+    }
+    if (status == PCAP_ERROR) {
+        result.broken = pcap_geterr(opened);
+    }
+    for (Conversation& conversation : result.conversations) {
+        for (Flow& flow : conversation.flows) {
+            flow.foreign = flow.foreign || (!flow.bytes.empty() && !isOurs(flow.bytes));
+        }
+    }
+    return result;
+}
+
+bool isPcap(std::string_view begin) {
+    for (const char* magic : {"\xa1\xb2\xc3\xd4", "\xd4\xc3\xb2\xa1", "\xa1\xb2\x3c\x4d",
+                              "\x4d\x3c\xb2\xa1", "\x0a\x0d\x0d\x0a"}) {
+        if (begin.substr(0, 4) == magic) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace tavctl
