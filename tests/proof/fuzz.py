@@ -67,6 +67,18 @@ def framed(message):
     return struct.pack(">I", len(message)) + message
 
 
+def tcpdumped(message):
+    """A capture of tcpdump: a connection is opened, and the message goes over it."""
+    packets = []
+    for sequence, flags, payload in ((0, 2, b""), (1, 24, message)):
+        tcp = struct.pack(">HHIIBBHHH", 40000, 9090, sequence, 0, 0x50, flags, 512, 0, 0) + payload
+        ip = struct.pack(">BBHHHBBH4s4s", 0x45, 0, 20 + len(tcp), 0, 0, 64, 6, 0, b"\x7f\0\0\1",
+                         b"\x7f\0\0\1") + tcp
+        packets.append(struct.pack("<IIII", 1, 0, len(ip), len(ip)) + ip)
+    raw_ip = 101
+    return struct.pack("<IHHiIII", 0xa1b2c3d4, 2, 4, 0, 0, 65535, raw_ip) + b"".join(packets)
+
+
 def service_of(operation):
     return (0, 0, 0, 1, 1, 1, 1, 2)[OPERATIONS.index(operation)]
 
@@ -86,6 +98,7 @@ def seeds(target):
                 yield bytes([compact, choice + 2]) + framed(message)
                 yield bytes([compact, choice]) + digits
                 yield bytes([compact, choice]) + head + line * 2
+                yield bytes([compact, choice]) + tcpdumped(message)
         elif target == "json":
             if wire == "json":
                 yield bytes([service_of(operation) if request else 3 + number]) + message * 2
