@@ -125,8 +125,8 @@ struct Settings {
     unsigned unixMode = 0600;
 
     /// If set, is called with a line of text for each connection that fails, and when a server
-    /// cannot accept more connections. The library itself never prints anything. Must be
-    /// thread-safe; exceptions are ignored.
+    /// cannot accept more connections, unless there is no memory for the text. The library itself
+    /// never prints anything. Must be thread-safe; exceptions are ignored.
     std::function<void(const std::string&)> onFailure;
 
     /// If set, is called for each call that a server has served, for logs and traces. If set, the
