@@ -19,6 +19,8 @@ import struct
 import subprocess
 import sys
 
+from peer_encodings import PROTOCOLS
+
 HERE = os.path.dirname(os.path.abspath(__file__))
 SOURCE = os.path.dirname(os.path.dirname(HERE))
 BUILD = os.path.join(SOURCE, "build/fuzz")
@@ -38,8 +40,20 @@ OPERATIONS = ["OpenEmp", "TavBroker Execute", "CloseEmp", "Open", "Close", "TavE
 RECORDS = [(operation, kind) for operation in OPERATIONS for kind in ("request", "reply")][:-1]
 
 
+# Fields that nobody knows, of each type.
+FOREIGN = [(20, "tf", True), (21, "i8", 100), (22, "i16", 7), (40, "i64", 7), (41, "dbl", 1.5),
+           (42, "str", b"text"), (43, "rec", [(1, "tf", False)]), (44, "lst", ("i8", [1, 2])),
+           (45, "set", ("rec", [[(1, "i32", 7)], []])),
+           (46, "map", ("i16", "str", [(1, b"one"), (2, b"two")])), (47, "map", ("dbl", "tf", []))]
+
+
 def messages():
-    """The stored messages: operation, request or reply, encoding, bytes."""
+    """The stored messages: operation, request or reply, encoding, bytes. And two with more fields."""
+    for wire, protocol in PROTOCOLS.items():
+        yield ("Close", "request", wire,
+               protocol.write_message(b"Close", 1, 0, [(1, "i32", 7), *FOREIGN]))
+        yield ("Close", "reply", wire,
+               protocol.write_message(b"Close", 2, 0, [(0, "i32", 7), *FOREIGN]))
     with open(os.path.join(SOURCE, "tests/wire/messages.txt"), encoding="utf-8") as file:
         text = file.read()
     for name, kind, wire, lines in re.findall(
@@ -51,6 +65,18 @@ def messages():
 
 def framed(message):
     return struct.pack(">I", len(message)) + message
+
+
+def tcpdumped(message):
+    """A capture of tcpdump: a connection is opened, and the message goes over it."""
+    packets = []
+    for sequence, flags, payload in ((0, 2, b""), (1, 24, message)):
+        tcp = struct.pack(">HHIIBBHHH", 40000, 9090, sequence, 0, 0x50, flags, 512, 0, 0) + payload
+        ip = struct.pack(">BBHHHBBH4s4s", 0x45, 0, 20 + len(tcp), 0, 0, 64, 6, 0, b"\x7f\0\0\1",
+                         b"\x7f\0\0\1") + tcp
+        packets.append(struct.pack("<IIII", 1, 0, len(ip), len(ip)) + ip)
+    raw_ip = 101
+    return struct.pack("<IHHiIII", 0xa1b2c3d4, 2, 4, 0, 0, 65535, raw_ip) + b"".join(packets)
 
 
 def service_of(operation):
@@ -72,6 +98,7 @@ def seeds(target):
                 yield bytes([compact, choice + 2]) + framed(message)
                 yield bytes([compact, choice]) + digits
                 yield bytes([compact, choice]) + head + line * 2
+                yield bytes([compact, choice]) + tcpdumped(message)
         elif target == "json":
             if wire == "json":
                 yield bytes([service_of(operation) if request else 3 + number]) + message * 2

@@ -102,7 +102,7 @@ class JsonTest(ToolTest):
         self.assertEqual(
             [True, -128, -32768, -9223372036854775808, -1.5e-300, {"hex": "7ff0000000000000"}, {"hex": "e4015c225b7b"},
              [{"id": 1, "type": "i32", "value": 7}], [[], [{"id": 1, "type": "byte", "value": 1}]],
-             ["]"], [[-1, []], [2, [5]]], [[None, True]]],
+             ["]"], [[-1, []], [2, [5]]], [[{"hex": "fff0000000000000"}, True]]],
             [field["value"] for field in json.loads(out)["fields"]])
 
     def testNothingOfABrokenMessageIsKeptByASpy(self):

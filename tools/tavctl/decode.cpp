@@ -30,6 +30,9 @@ public:
             throw cannotRead();
         }
     }
+    ~Input() override { ::close(descriptor_); }
+    Input(const Input&) = delete;
+    Input& operator=(const Input&) = delete;
 
     bool isOpen() const override { return true; }
 

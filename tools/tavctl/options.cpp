@@ -74,7 +74,7 @@ void addClientOptions(CLI::App* verb, Settings& settings) {
 
 std::string takeAddress(std::vector<std::string>& words, bool given) {
     if (given) {
-        const std::string address = words.front();
+        std::string address = words.front();
         words.erase(words.begin());
         return address;
     }
@@ -90,7 +90,7 @@ std::string takeAddress(std::vector<std::string>& words) {
     // Operations have no colon, addresses have one.
     const bool given = !words.empty() && (words[0].find(':') != std::string::npos ||
                                           std::getenv("TAVCTL_ADDRESS") == nullptr);
-    const std::string address = takeAddress(words, given);
+    std::string address = takeAddress(words, given);
     if (words.empty()) {
         throw Failure(Exit::Usage, "an OPERATION is missing", "see tavctl describe");
     }
