@@ -43,8 +43,10 @@ public:
 
     // Where to listen.
     std::string where() const;
-    TavIDL::Settings clientSettings() const;
-    TavIDL::Settings serverSettings() const;
+    // With short time-outs while something fails.
+    enum class Time { asNeeded, any };
+    TavIDL::Settings clientSettings(Time time = Time::asNeeded) const;
+    TavIDL::Settings serverSettings(Time time = Time::asNeeded) const;
     const std::shared_ptr<Emp>& emp() const { return emp_; }
     Ledger& ledger() { return ledger_; }
 
@@ -87,7 +89,7 @@ private:
     const Way way_;
     Disturbance& disturbance_;
     Directory directory_;
-    Ledger ledger_{100};
+    Ledger ledger_{1000};
     std::shared_ptr<Emp> emp_;
     std::vector<std::string> problems_;
 };
