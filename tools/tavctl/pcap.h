@@ -48,7 +48,7 @@ struct PcapFile {
     std::string broken;      // why the file ends too early, or empty
 };
 
-// `isOurs` says whether the first bytes of a flow are worth to be kept. Throws a Failure if it is
+// `isOurs` says whether the first bytes of a flow are worth keeping. Throws a Failure if it is
 // not a capture at all, or has more than fits into the memory that is allowed for it.
 PcapFile readPcap(Lookahead& input, const std::function<bool(const std::string&)>& isOurs);
 
