@@ -62,14 +62,14 @@ class FollowTest(ToolTest):
         return broker, generated_peer(self, TavBroker.Processor(broker)).address
 
     def end(self, spy):
-        """Returns its messages, without times."""
+        """Ends the spy. Returns its messages."""
         spy.signal(signal.SIGTERM)
         status, out, _ = spy.wait()
         self.assertEqual(0, status)
         return [json.loads(line) for line in out.splitlines()]
 
     def events(self, spied, count, *words):
-        """Opens an EMP through a spy until so many events have come. Returns them."""
+        """Opens an EMP through a spy, and waits for this many events. Returns them."""
         process = start(self, "open", spied, "thermometer", "1.0", "--json", "--stay", "--run",
                         *words, TAV_CREDENTIAL="sesame")
         events = []

@@ -30,7 +30,7 @@ struct Options {
     double seconds = 10;
 };
 
-// What became of the calls, in the same memory for any number of them.
+// The outcome of any number of calls, in a fixed amount of memory.
 struct Figures {
     static constexpr int kFine = 64;  // counters for each doubling of a time: 1.1 % apart
 
@@ -48,7 +48,7 @@ struct Figures {
         max = std::max(max, time.count());
     }
 
-    // In ms, what this share of the calls did not exceed.
+    // The time in ms that this share of the calls did not exceed.
     double percentile(double share) const {
         std::size_t i = 0;
         for (auto left = static_cast<double>(calls) * share; i < counters.size() && left > 0;) {
@@ -58,7 +58,7 @@ struct Figures {
     }
 };
 
-// Calls until it is time, or the peer is gone, but at least once.
+// Calls until `end`, or until the peer is gone, but at least once.
 void callUntil(Clock::time_point end, const Operation& operation, const Json& arguments,
                TavIDL::Remote& peer, std::size_t batchSize, Figures& figures) {
     const auto batch = batchOf(peer);
@@ -71,7 +71,7 @@ void callUntil(Clock::time_point end, const Operation& operation, const Json& ar
         try {
             batch->run();
         } catch (const TavIDL::CallFailed&) {
-            if (operation.result.kind == Kind::Nothing) {  // else each reply says so
+            if (operation.result.kind == Kind::Nothing) {  // otherwise each reply throws
                 replies.assign(batchSize, [thrown = std::current_exception()]() -> Json {
                     std::rethrow_exception(thrown);
                 });
@@ -86,7 +86,7 @@ void callUntil(Clock::time_point end, const Operation& operation, const Json& ar
             } catch (const apache::thrift::TException& thrown) {
                 const Failure failure = failureFrom(thrown, operation.fullName(), peer);
                 connected = failure.status != Exit::NoConnection;
-                if (!stop::requested()) {  // else it was cancelled, perhaps
+                if (!stop::requested()) {  // otherwise it may have been cancelled
                     ++figures.failures;
                     figures.first = figures.first ? figures.first : failure;
                 }
@@ -164,14 +164,15 @@ void addBench(CLI::App& app, Run& run) {
         addVerb(app, run, bench, "bench", "Make a call again and again and measure it",
                 "tavctl bench 127.0.0.1:9090 TavBroker.CloseEmp --seconds 2");
     addOption(verb, "words", options->words, "[ADDRESS] [SERVICE.]OPERATION [KEY=VALUE]...",
-              "What to call, as for call");
+              "What to call, as in tavctl call");
     addOption(verb, "--connections", options->connections, "N",
               "Connections that call at the same time (1 by default)")
         ->check(CLI::Range(1, 1000));
     addOption(verb, "--batch", options->batch, "N",
               "Calls that are sent before their replies are read (1 by default)")
         ->check(CLI::Range(1, 10000));
-    addOption(verb, "--seconds", options->seconds, "SECONDS", "For how long (10 by default)")
+    addOption(verb, "--seconds", options->seconds, "SECONDS",
+              "How long to keep calling (10 by default)")
         ->check(seconds());
     addClientOptions(verb, options->settings);
     addCredentialOption(verb, options->credential);

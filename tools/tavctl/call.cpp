@@ -52,10 +52,9 @@ void addCall(CLI::App& app, Run& run) {
         addVerb(app, run, makeCall, "call", "Make one call and print its result",
                 "tavctl call 127.0.0.1:9090 TavBroker.OpenEmp name=thermometer version=1.0");
     addOption(verb, "words", options->words, "[ADDRESS] [SERVICE.]OPERATION [KEY=VALUE]... [-]",
-              "What to call. Without ADDRESS, that in TAVCTL_ADDRESS; without SERVICE, the one "
-              "that has the operation. Arguments that are omitted are sent as 0, false or empty; "
-              "- reads "
-              "them, as a JSON object, from standard input");
+              "What to call. ADDRESS is TAVCTL_ADDRESS if omitted; SERVICE may be omitted if only "
+              "one has the operation. Arguments that are omitted are sent as 0, false or empty; - "
+              "reads them, as a JSON object, from standard input");
     addClientOptions(verb, options->settings);
     addCredentialOption(verb, options->credential);
     verb->add_flag("--expect-true", options->expectTrue, "Exit with status 1 on a false reply");

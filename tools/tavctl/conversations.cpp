@@ -46,7 +46,7 @@ public:
         return message_.contains("operation") || message_.contains("broken");
     }
 
-    // Of the packet that completes the message.
+    // The mark of the packet that completes the message.
     Flow::Mark mark() const {
         const std::size_t end =
             message_["offset"].get<std::size_t>() + message_["size"].get<std::size_t>();
@@ -90,7 +90,7 @@ void decodePcap(Lookahead& input, const Settings& settings, const TakeMessage& t
     const std::string wire = settings.protocol + " over " + settings.transport;
     PcapFile file = readPcap(input, [&](const std::string& begin) { return guess(begin) == wire; });
     std::list<Side> sides;
-    // By the packet that completes their next message, and then by their number.
+    // Sorted by the packet that completes their next message, and then by their number.
     std::map<std::pair<uint64_t, std::size_t>, Side*> waiting;
     int number = 0;
     int foreign = 0;

@@ -9,12 +9,13 @@
 
 namespace tavctl {
 
-// Gets a message, what stands before it with --json, and why it may be broken; see MessageReader.
+// Gets a message, the members that --json puts before it, and why it may be broken; see
+// MessageReader.
 using TakeMessage =
     std::function<void(const Json& head, const Json& message, const std::string& mismatch)>;
 
-// Decodes the TCP connections of a file that tcpdump wrote, messages in the order in which they
-// were complete.
+// Decodes the TCP connections in a file that tcpdump wrote. Messages come in the order in which
+// they were completed.
 void decodePcap(Lookahead& input, const Settings& settings, const TakeMessage& take);
 
 }  // namespace tavctl

@@ -46,12 +46,12 @@ Json messageFrom(const Options& options) {
     Json arguments = argumentsFrom(operation, {options.words.begin() + 1, options.words.end()});
     options.credential.addTo(operation, arguments);
     return {{"operation", operation.name},
-            {"type", "call"},  // of events as well: the library sends them so
+            {"type", "call"},  // also for events: the library sends them this way
             {"seqid", 0},
             {"fields", fieldsFrom(operation.arguments, arguments)}};
 }
 
-// Puts the credential where decode has masked it.
+// Fills in the credential where decode has masked it.
 void unmask(Json& message, const Credential& credential, const std::string& where) try {
     for (Json& field : message["fields"]) {
         if (field.value("name", "") == "credential" && field["value"] == kMasked) {
@@ -100,11 +100,11 @@ void addEncode(CLI::App& app, Run& run) {
         app, run, encode, "encode", "Write the bytes of a call, or of messages that decode printed",
         "tavctl encode TavEmp.Close clientID=7 --format hex");
     addOption(verb, "words", options->words, "[[SERVICE.]OPERATION [KEY=VALUE]...]",
-              "A call, as for call. Without it, messages are read from standard input, as decode "
-              "--json prints them");
+              "A call, as in tavctl call. Without it, messages are read from standard input, as "
+              "decode --json prints them");
     addOption(verb, "--format", options->format, "NAME",
-              "raw bytes, or hex digits with a message a line. By default hex on a terminal, and "
-              "raw elsewhere")
+              "raw bytes, or hex digits with one message per line. By default hex on a terminal, "
+              "and raw elsewhere")
         ->check(CLI::IsMember({"raw", "hex"}));
     addProtocolOptions(verb, options->settings);
     addCredentialOption(verb, options->credential);

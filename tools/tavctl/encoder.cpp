@@ -31,7 +31,7 @@ std::string bytesOf(const Json& value) {
     return value.is_object() ? fromHex(value.at("hex")) : value.get<std::string>();
 }
 
-// The inverse of what the decoder makes of numbers that JSON does not have.
+// The inverse of what the decoder does with numbers that JSON does not have.
 double real(const Json& value) {
     if (value.is_number()) {
         return value;

@@ -8,8 +8,8 @@
 
 namespace tavctl {
 
-// The bytes of a message that has the form MessageReader gives it; see message.h. Throws a Failure,
-// which begins with `where`.
+// The bytes of a message in the form that MessageReader returns; see message.h. Throws a Failure
+// whose text begins with `where`.
 std::string encoded(const Json& message, const Settings& settings, const std::string& where);
 
 }  // namespace tavctl

@@ -6,7 +6,7 @@ namespace tavctl {
 
 namespace {
 
-// Each has a thread that listens.
+// Each relay has a thread that listens.
 constexpr std::size_t kRelayLimit = 64;
 
 // Empty for this machine, as in ":PORT".
@@ -22,12 +22,13 @@ int32_t portOf(const TavIDL::Server& server) {
     return std::stoi(server.address().substr(server.address().rfind(':') + 1));
 }
 
-// It was free a moment ago, at least on this machine.
+// A port that was free a moment ago, at least on this machine.
 int32_t freePort() {
     return portOf(TavIDL::Server(":0", [](const std::shared_ptr<TavIDL::Connection>&) {}));
 }
 
-// Where the EMP sends its events: to the broker's client, which for the broker is this machine.
+// Where to listen for the EMP's events. It sends them to the broker's client: this machine, as far
+// as the broker knows.
 std::string eventHost(const std::string& brokerHost) {
     const bool isHere = brokerHost.empty() || brokerHost == "localhost" || brokerHost == "[::1]" ||
                         brokerHost.rfind("127.", 0) == 0;
@@ -87,7 +88,7 @@ Json Follow::rewritten(Json message, bool fromClient, const std::string& client)
     return message;
 }
 
-// Both return the port for the client, which is the actual one if it cannot be relayed.
+// Both return the port that the client gets: the actual one if it cannot be relayed.
 
 int32_t Follow::followEmp(int32_t port) try {
     Relay& emp = emps_[port];

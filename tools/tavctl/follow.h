@@ -13,20 +13,20 @@
 
 namespace tavctl {
 
-// Leads the clients of a broker to relays of its own, instead of to the EMPs that the broker opens,
-// and the EMPs' events likewise.
+// Directs the clients of a broker to its own relays instead of to the EMPs that the broker opens,
+// and the EMPs' events to relays, too.
 class Follow {
 public:
     // Serves a connection that is meant for `target`.
     using Serve = std::function<void(const std::shared_ptr<TavIDL::Connection>& connection,
                                      const std::string& target)>;
 
-    // Clients find the relays at the host of `listen`.
+    // The relays for clients listen on the host of `listen`.
     Follow(const std::string& listen, const std::string& broker, TavIDL::Settings settings,
            Serve serve);
 
     // The message with other ports: those of relays for the client at this address, or the actual
-    // ones for the broker. Other messages come back as they are.
+    // ones for the broker. Other messages are returned unchanged.
     Json rewritten(Json message, bool fromClient, const std::string& client);
 
 private:
@@ -45,7 +45,7 @@ private:
     const std::string brokerHost_;
     const TavIDL::Settings settings_;
     const Serve serve_;
-    std::mutex mutex_;  // of what follows. Relays stay: clients may return.
+    std::mutex mutex_;  // guards what follows. Relays are kept: clients may come back.
     Relays emps_;
     Relays callbacks_;
 };

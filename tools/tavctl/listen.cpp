@@ -59,7 +59,7 @@ void addListen(CLI::App& app, Run& run) {
         addVerb(app, run, listen, "listen", "Serve TavEmpEvent and print the events that come",
                 "tavctl listen --port 4711");
     addListenOptions(verb, options->address);
-    addOption(verb, "--count", options->count, "N", "End after so many events")
+    addOption(verb, "--count", options->count, "N", "End after this many events")
         ->check(CLI::Range(1, 1000000000));
     addOption(verb, "--timeout", options->timeout, "SECONDS",
               "End after this time; with status 4 if fewer events came than --count says")

@@ -216,13 +216,11 @@ void addOpen(CLI::App& app, Run& run) {
         app, run, openEmp, "open", "Open an EMP at the broker, call it, show its events, close it",
         "tavctl open 127.0.0.1:9090 thermometer 1.0 --run Open --run Execute cmd=read --run Close");
     addOption(verb, "words", options->words, "[ADDRESS] NAME VERSION",
-              "Where the broker serves (that in TAVCTL_ADDRESS if omitted), the name of the EMP "
-              "and its version");
+              "The broker's address (TAVCTL_ADDRESS if omitted), and the EMP's name and version");
     addOption(verb, "--run", options->calls, "OPERATION [KEY=VALUE]... ...",
-              "Call an operation of the EMP. Name, version and credential are known; other "
-              "arguments that are omitted are sent as 0, false or empty. Without any, the EMP "
-              "stays open until a "
-              "signal comes");
+              "Call an operation of the EMP. Name, version and credential are filled in; other "
+              "arguments that are omitted are sent as 0, false or empty. Without --run, the EMP "
+              "stays open until a signal comes");
     verb->add_flag("--stay", options->stay, "After the calls, stay open until a signal comes");
     verb->add_flag("--expect-true", options->expectTrue,
                    "End with status 1 on the first false reply");

@@ -56,7 +56,7 @@ void addTlsOptions(CLI::App* verb, Settings& settings) {
     const auto add = [&](const char* name, std::string& file, const char* description) {
         addOption(verb, name, file, "FILE", description)->needs(tls);
     };
-    add("--ca", settings.ca, "CA certificates to check the peer's with (PEM)");
+    add("--ca", settings.ca, "CA certificates to check the peer's certificate with (PEM)");
     add("--cert", settings.cert, "This side's certificate (PEM)");
     add("--key", settings.key, "Its private key (PEM)");
 }
@@ -68,7 +68,7 @@ void addClientOptions(CLI::App* verb, Settings& settings) {
               "How long to wait for a connection (5 by default)")
         ->check(seconds());
     addOption(verb, "--timeout", settings.timeout, "SECONDS",
-              "How long a call may take, connecting included (10 by default)")
+              "How long a call may take, including connecting (10 by default)")
         ->check(seconds());
 }
 
@@ -98,9 +98,9 @@ std::string takeAddress(std::vector<std::string>& words) {
 }
 
 void addListenOptions(CLI::App* verb, ListenAddress& address) {
-    CLI::Option* port =
-        addOption(verb, "--port", address.port, "N", "Port on 127.0.0.1; 0, the default, is any")
-            ->check(CLI::Range(0, 65535));
+    CLI::Option* port = addOption(verb, "--port", address.port, "N",
+                                  "Port on 127.0.0.1; 0, the default, is any free one")
+                            ->check(CLI::Range(0, 65535));
     addOption(verb, "--listen", address.text, "ADDRESS", "Where to listen, if not on 127.0.0.1")
         ->excludes(port);
 }
@@ -111,8 +111,8 @@ std::string ListenAddress::get() const {
 
 void addCredentialOption(CLI::App* verb, Credential& credential) {
     addOption(verb, "--credential-file", credential.file, "FILE",
-              "Read the credential from here; - is standard input. Without this option it comes "
-              "from TAV_CREDENTIAL in the environment");
+              "Read the credential from this file; - is standard input. Without this option it "
+              "comes from TAV_CREDENTIAL in the environment");
 }
 
 std::string Credential::get() const {

@@ -13,11 +13,11 @@ namespace tavctl {
 
 using ConnectionPointer = std::shared_ptr<TavIDL::Connection>;
 
-// One direction of a connection. What was read is passed on when more is asked for: by then all
-// that is complete in it has been printed, so a request always stands before its reply. Nothing
-// is held back meanwhile, since a reader that waits for the rest of a message asks for more.
+// One direction of a connection. Bytes that were read are passed on when the reader asks for more.
+// By then every message that they complete has been printed, so a request is always printed before
+// its reply. This holds nothing back: a reader that waits for the rest of a message asks for more.
 //
-// Unless it holds: then only pass() passes on, so that whole messages can be replaced.
+// If `holds` is set, only pass() passes bytes on, so that whole messages can be replaced.
 class Passage : public apache::thrift::transport::TVirtualTransport<Passage> {
 public:
     Passage(ConnectionPointer from, ConnectionPointer to, bool holds)
@@ -38,12 +38,12 @@ public:
         waiting_.append(reinterpret_cast<const char*>(bytes), got);
         if (got == 0) {
             passAll();
-            to_->closeOutput();  // nothing more comes this way; answers still may
+            to_->closeOutput();  // nothing more comes this way, but answers may
         }
         return got;
     }
 
-    // Passes on what came before byte `end` of the stream, or `instead` if there is any.
+    // Passes on what came before byte `end` of the stream, or `instead` if it is not empty.
     void pass(uint64_t end, const std::string& instead = "") {
         const std::string came = waiting_.substr(0, end - passed_);
         const std::string& bytes = instead.empty() ? came : instead;
@@ -64,7 +64,7 @@ private:
 
     void passAll() { pass(passed_ + waiting_.size()); }
 
-    // One of the two is gone: so is the connection.
+    // One side is gone, so the connection ends.
     void close() {
         from_->close();
         to_->close();

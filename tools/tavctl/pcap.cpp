@@ -18,7 +18,7 @@ namespace {
 constexpr std::size_t kByteLimit = 64 << 20;
 constexpr std::size_t kConversationLimit = 10000;
 constexpr std::size_t kFirstBytes = 16;
-constexpr std::size_t kPerSegment = 100;  // bytes that a segment costs besides its own
+constexpr std::size_t kPerSegment = 100;  // bytes that a segment takes in addition to its own
 
 using Bytes = std::string_view;
 
@@ -30,7 +30,7 @@ uint32_t number(Bytes bytes, std::size_t at, std::size_t size) {
     return value;
 }
 
-// A segment, with addresses as keys have them.
+// A segment. Its addresses have the form "address:port".
 struct Segment {
     std::string from;
     std::string to;
@@ -47,7 +47,7 @@ std::string addressOf(int family, Bytes address, uint32_t port) {
     return (family == AF_INET6 ? "[" + std::string(text) + "]" : text) + ":" + std::to_string(port);
 }
 
-// The IP packet within a packet of the link, or nothing.
+// The IP packet inside a packet of the link, or nothing.
 Bytes ipPacket(int link, Bytes packet) {
     std::size_t type = 0;  // where its type is
     switch (link) {
@@ -70,7 +70,7 @@ Bytes ipPacket(int link, Bytes packet) {
     std::size_t begin = link == DLT_LINUX_SLL2 ? 20 : type + 2;
     while (packet.size() >= begin + 4 &&
            (number(packet, type, 2) == 0x8100 || number(packet, type, 2) == 0x88A8)) {
-        type = begin + 2;  // a VLAN's tag is between
+        type = begin + 2;  // a VLAN tag comes first
         begin += 4;
     }
     const bool isIp = packet.size() > begin &&
@@ -87,8 +87,8 @@ bool parse(Bytes ip, std::size_t sentSize, Segment& segment) {
     std::size_t begin = v6 ? 40 : std::size_t{4} * (ip[0] & 0xF);
     uint32_t protocol = number(ip, v6 ? 6 : 9, 1);
     const std::size_t said = v6 ? number(ip, 4, 2) + 40 : number(ip, 2, 2);
-    const std::size_t whole = said <= (v6 ? 40 : 0) ? sentSize : said;  // offloading leaves it out
-    // Extensions: for hops, routers and destinations.
+    const std::size_t whole = said <= (v6 ? 40 : 0) ? sentSize : said;  // offloading omits it
+    // Extension headers for hops, routing and destinations.
     while (v6 && (protocol == 0 || protocol == 43 || protocol == 60) && ip.size() >= begin + 8) {
         protocol = number(ip, begin, 1);
         begin += 8 * (number(ip, begin + 1, 1) + 1);
@@ -160,7 +160,7 @@ private:
     }
 
     void addData(Flow& flow, const Segment& segment, uint64_t packet, double ms) {
-        // Numbers wrap around: what is near to the bytes that are there is meant.
+        // Sequence numbers wrap around: this takes the position closest to the known bytes.
         const uint64_t there = flow.foreign ? flow.end : flow.bytes.size();
         const auto expected = flow.first + static_cast<uint32_t>(there);
         const int64_t begin =
@@ -187,7 +187,7 @@ private:
         append(flow, packet, ms);
     }
 
-    // What is no longer preceded by missing bytes.
+    // Appends what is no longer preceded by missing bytes.
     void append(Flow& flow, uint64_t packet, double ms) {
         auto next = flow.waiting.begin();
         while (next != flow.waiting.end() && next->first <= flow.bytes.size()) {

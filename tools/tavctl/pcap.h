@@ -14,7 +14,7 @@
 
 namespace tavctl {
 
-// One direction of a TCP connection, put together from its segments.
+// One direction of a TCP connection, reassembled from its segments.
 struct Flow {
     // When the bytes up to `end` were complete.
     struct Mark {
@@ -28,12 +28,12 @@ struct Flow {
     std::vector<Mark> marks;
     bool foreign = false;  // another protocol; only the first bytes are kept
 
-    // Of the segments.
+    // For reassembly.
     bool begun = false;
     bool checked = false;  // that it is not foreign
     uint32_t first = 0;    // the sequence number of the first byte
-    uint64_t end = 0;      // of all that was sent: behind `bytes` if some are missing
-    std::map<uint64_t, std::string> waiting;  // for segments before them
+    uint64_t end = 0;      // of all that was sent: past `bytes` if some are missing
+    std::map<uint64_t, std::string> waiting;  // segments after missing bytes
 };
 
 struct Conversation {
@@ -44,15 +44,15 @@ struct Conversation {
 // What tcpdump wrote.
 struct PcapFile {
     std::list<Conversation> conversations;
-    uint64_t fragments = 0;  // of IP packets, which are left out
+    uint64_t fragments = 0;  // IP fragments, which are left out
     std::string broken;      // why the file ends too early, or empty
 };
 
-// `isOurs` says whether the first bytes of a flow are worth keeping. Throws a Failure if it is
-// not a capture at all, or has more than fits into the memory that is allowed for it.
+// `isOurs` decides by a flow's first bytes whether to keep it. Throws a Failure if the input is
+// not a capture, or needs more memory than is allowed.
 PcapFile readPcap(Lookahead& input, const std::function<bool(const std::string&)>& isOurs);
 
-// Whether a file that begins like this is for readPcap().
+// Whether a file that begins like this is one for readPcap().
 bool isPcap(std::string_view begin);
 
 }  // namespace tavctl

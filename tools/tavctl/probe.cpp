@@ -178,7 +178,7 @@ void addProbe(CLI::App& app, Run& run) {
         addVerb(app, run, probe, "probe", "Check that a service is alive, without side effects",
                 "tavctl probe 127.0.0.1:9090");
     addOption(verb, "address", options->words, "[ADDRESS]",
-              "Where it serves; that in TAVCTL_ADDRESS if omitted")
+              "The address of the service; TAVCTL_ADDRESS if omitted")
         ->expected(0, 1);
     verb->add_flag("--try-text", options->tryText,
                    "If there is no answer, try JSON and HTTP, too. Warning: a peer that expects "

@@ -6,8 +6,8 @@ namespace tavctl {
 
 namespace {
 
-// Mermaid would take some characters for its own, or for HTML. A label longer than the limit would
-// hide the others.
+// Mermaid would take some characters for its own syntax, or for HTML. A label longer than the limit
+// would hide the others.
 std::string label(const std::string& text) {
     constexpr std::size_t kLimit = 200;
     std::string safe;

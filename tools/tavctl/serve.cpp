@@ -105,7 +105,7 @@ void addServe(CLI::App& app, Run& run) {
         ->check(CLI::IsMember({"broker", "emp", "event"}));
     addOption(verb, "--reply", options->replies, "OPERATION=VALUE ...",
               "What to answer to an operation: text, a number, true or false, or a record as JSON. "
-              "Without this 0, false or empty")
+              "The default is 0, false or empty")
         ->allow_extra_args(false);
     addOption(verb, "--fail", options->failures, "OPERATION=TEXT ...",
               "Answer an operation with an application exception that has this text")

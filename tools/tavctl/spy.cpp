@@ -188,10 +188,10 @@ void addSpy(CLI::App& app, Run& run) {
               "Where clients connect; port 0 is any free one")
         ->required();
     addOption(verb, "target", options->target, "TARGET", "Where the server is")->required();
-    addOption(verb, "--write", options->file, "FILE", "Keep the bytes of all messages, for decode");
+    addOption(verb, "--write", options->file, "FILE", "Save all messages to this file, for decode");
     verb->add_flag(
         "--follow", options->follow,
-        "In front of a broker, also relay the EMPs that it opens and their events, which "
+        "In front of a broker, also relay calls to the EMPs that it opens, and their events, which "
         "spy does not see otherwise: rewrites the ports in the reply to OpenEmp");
     addProtocolOptions(verb, options->settings);
 }
