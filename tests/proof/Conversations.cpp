@@ -26,7 +26,7 @@ const Operation& foreignTo(const Operation& operation) {
         operation.service == Service::broker ? Call::close : Call::openEmp)];
 }
 
-// With a result, and not of the same name.
+// One that has a result, and another name.
 const Operation& otherThan(const Operation& operation) {
     return kOperations[static_cast<std::size_t>(operation.call == Call::close ? Call::open
                                                                               : Call::close)];

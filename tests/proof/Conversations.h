@@ -17,8 +17,8 @@
 #include "TavEmp.h"
 #include "TavEmpEvent.h"
 
-// What all proofs are about: each operation, each thing that a client or a processor can do with a
-// message of it, in each encoding.
+// What the proofs go through: each operation, everything that a client or a processor can do with
+// one of its messages, and each encoding.
 namespace proof {
 
 using apache::thrift::TProcessor;
@@ -27,7 +27,7 @@ using apache::thrift::protocol::TProtocol;
 using apache::thrift::transport::TBufferBase;
 using apache::thrift::transport::TMemoryBuffer;
 
-// The same services by the library and by the Thrift compiler.
+// The same services, from the library and from the Thrift compiler.
 struct Library {
     using ConnectionInfo = ::ConnectionInfo;
     using ParamList = ::ParamList;
@@ -59,9 +59,9 @@ struct Generated {
 
 enum class Wire { binary, compact, json };
 
-// What protocol class speaks it. The library calls the first two directly, one over any transport
-// and one over TBufferBase, and those of the third kind, which are derived from libthrift's, by
-// virtual calls. There is one class for JSON, called by virtual calls.
+// Which kind of protocol class is used. The library calls the first two directly: one over any
+// transport, one over TBufferBase. It calls the third kind, derived from libthrift's classes, by
+// virtual calls. The only class for JSON is called by virtual calls, too.
 enum class Calls { exact, exactOverBuffer, virtually };
 
 struct Encoding {
@@ -227,7 +227,7 @@ public:
         note("OpenEmp", 0, {&name, &version, &credential});
         result = infoOf<Family>(answer);
     }
-    // Both of TavBroker's and of TavEmp's.
+    // For both TavBroker and TavEmp.
     void Execute(std::string& result, int32_t number, const std::string& cmd,
                  const std::string& param1, const std::string& param2, const std::string& param3,
                  const std::string& param4) override {
@@ -312,13 +312,13 @@ struct Conversation {
 
     std::string name() const;
 };
-// Nothing is received by the one-way operation.
+// The one-way operation has none of those that receive.
 std::vector<Conversation> conversations();
 
-// What is sent with someValues(), and what is answered to that.
+// The request with someValues(), and the reply to it.
 std::string requestOf(const Operation& operation, const Encoding& encoding);
 std::string replyTo(const Operation& operation, const Encoding& encoding, bool refused = false);
-// What the conversation begins with: nothing if it is sending.
+// The message that the conversation begins with: empty if it is sending.
 std::string messageOf(const Conversation& conversation, const Encoding& encoding);
 
 }  // namespace proof

@@ -22,7 +22,7 @@ std::atomic<proof::Side> countedSide{proof::Side::any};
 
 #ifndef PROOF_WITHOUT_MALLOC
 
-// The C library's own, under the names that it has for those who replace the public ones.
+// The C library's own functions, under the names that it has for programs that replace them.
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);

@@ -5,27 +5,28 @@
 
 #include "Side.h"
 
-// A program that links this has a malloc of its own, which all of its libraries use: operator new
-// and libthrift's own calls alike. It counts, and fails when it is asked to. With the sanitizers,
-// which have a malloc too, PROOF_WITHOUT_MALLOC leaves this one out, and all figures are 0.
+// A program that links this has its own malloc, which all of its libraries use, through operator
+// new and in libthrift's direct calls. It counts allocations, and fails when it is asked to. With
+// the sanitizers, which have a malloc, too, PROOF_WITHOUT_MALLOC leaves this one out, and all
+// figures are 0.
 namespace proof::memory {
 
 enum class Failing { once, fromThereOn };
 
-// Numbers this side's allocations from 1 on. The one with this number fails, or it and all after
-// it; 0: none.
+// Numbers this side's allocations from 1 on. The one with this number fails, alone or with all
+// later ones. With 0, none fails.
 void failAt(std::size_t number, Failing failing, Side side = Side::any);
-// No allocation fails any more. Returns how many there were after failAt(), before the first of
-// these calls.
+// From here on, no allocation fails. Returns how many there were after failAt(), before this was
+// first called.
 std::size_t stopFailing();
-// Whether one has failed since failAt().
+// Whether an allocation has failed since failAt().
 bool hasFailed();
 
 // Allocated and not freed.
 std::size_t blocks();
 std::size_t bytes();
 
-// The most bytes that there were since resetPeak(). For programs with one thread.
+// The most bytes that were allocated at one time since resetPeak(). For programs with one thread.
 std::size_t peak();
 void resetPeak();
 

@@ -241,9 +241,9 @@ private:
     TProtocol& output_;
 };
 
-// What libthrift's JSON makes of anything but digits where it expects a number is uninitialised
-// memory, and of bytes above 255 the end of the process: digits are exchanged with digits, bytes
-// have one, and types (i8, i32) keep theirs. proof_messages flips the bits of JSON, too.
+// If libthrift's JSON expects a number and there are no digits, it uses uninitialized memory, and a
+// byte above 255 ends the process. So digits are only exchanged with digits, bytes have only one,
+// and types (i8, i32) keep theirs. proof_messages flips the bits of JSON, too.
 void exchangeDigit(Random& random, std::string& message) {
     static const char* const kDigits = "0123456789";
     const std::size_t at = message.find_first_of(kDigits, random.below(message.size()));

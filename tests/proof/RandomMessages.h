@@ -18,7 +18,7 @@ public:
     bool happens(unsigned percent) { return below(100) < percent; }
     // Often small, sometimes any.
     int32_t number();
-    // Any bytes, seldom many.
+    // Any bytes, rarely many.
     std::string text();
     Values values();
 
@@ -26,8 +26,8 @@ private:
     std::mt19937_64 engine_;
 };
 
-// A message for the processor or the client of `operation`: fields are missing, doubled, unknown,
-// in another order or of another type, and the header may be wrong; then bytes of it may be.
+// A message for the processor or the client of `operation`: fields are missing, repeated, unknown,
+// in another order or of another type; the header may be wrong; then bytes may be changed.
 std::string randomRequest(Random& random, const Operation& operation, const Encoding& encoding);
 std::string randomReply(Random& random, const Operation& operation, const Encoding& encoding);
 

@@ -11,7 +11,7 @@ namespace proof {
 //
 //   PROGRAM [--only=TEXT] [--seed=N] [--runs=N]
 //
-// `--only` leaves out all cases whose name does not hold the text. The last line is
+// `--only` leaves out all cases whose name does not contain the text. The last line is
 // "proof: R runs, F failures", and the exit status 1 if there were failures.
 class Report {
 public:
@@ -38,7 +38,7 @@ private:
     uint64_t failures_ = 0;
 };
 
-// What main() is: makes the report, calls `prove` and returns the exit status.
+// What main() does: makes the report, calls `prove` and returns the exit status.
 int run(int argc, char** argv, void (*prove)(Report&));
 
 }  // namespace proof

@@ -1,6 +1,6 @@
-// Each allocation of each conversation fails: once, and from there on. Nothing may leak, nothing
-// may be flagged that was not read, and whatever was not in the middle of a message must go on
-// working.
+// Each allocation of each conversation fails: alone, and together with all later ones. Nothing may
+// leak, nothing may be flagged that was not read, and whatever was not in the middle of a message
+// must keep working.
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -137,10 +137,10 @@ private:
     Values result_;
 };
 
-// What is wrong with what a client has done, its allocation having failed; empty if nothing is.
+// What is wrong with what a client did when an allocation failed; empty if nothing is.
 std::string judgeClient(Side& side, const std::string& outcome, Side& undisturbed,
                         const std::string& undisturbedOutcome, bool sends) {
-    if (outcome == undisturbedOutcome) {  // the failure was made up for
+    if (outcome == undisturbedOutcome) {  // it recovered from the failure
         return side.written() == undisturbed.written() && side.result() == undisturbed.result()
                    ? ""
                    : "came to another result, without a failure";
@@ -179,13 +179,13 @@ std::string judgeServer(Side& side, const std::string& outcome, Side& undisturbe
     return side.servesNext(false) ? "" : "does not serve other connections any more";
 }
 
-// Has one allocation of a conversation fail. Returns what is wrong.
+// Makes one allocation of a conversation fail. Returns what is wrong.
 std::string disturb(const Conversation& conversation, const Encoding& encoding,
                     const std::string& message, std::size_t failingAllocation, Failing failing) {
     Side side(conversation, encoding, message);
     const std::string outcome = side.act(failingAllocation, failing);
 
-    // Only now, since the disturbed one may have to be the process's first.
+    // Made only now, since the disturbed one may have to be the process's first.
     Side undisturbed(conversation, encoding, message);
     const std::string undisturbedOutcome = undisturbed.act();
     if (outcome != undisturbedOutcome && outcome != kBadAlloc && !outcome.empty()) {
@@ -271,7 +271,7 @@ void proveFirstCalls(Report& report) {
             const std::string message = inChild([&] { return messageOf(conversation, encoding); });
             const auto allocations = std::stoul(inChild(
                 [&] { return std::to_string(allocationsOf(conversation, encoding, message)); }));
-            // What a process keeps of its first call, it keeps whether that failed or not.
+            // What a process keeps after its first call, it also keeps if that call failed.
             const auto leaving = [&](std::size_t number, Failing failing) {
                 const std::size_t before = memory::blocks();
                 std::string wrong = disturb(conversation, encoding, message, number, failing);

@@ -1,6 +1,7 @@
-// Each call that a conversation makes to its protocols and transports throws: each of four types,
-// once and from there on. It must come out as it is, nothing may be called after it, nothing may be
-// flagged that was not read, and whatever was not in the middle of a message must go on working.
+// Each call that a conversation makes to its protocols and transports throws, with each of four
+// types: alone, and together with all later ones. The exception must come out unchanged, nothing
+// may be called after it, nothing may be flagged that was not read, and whatever was not in the
+// middle of a message must keep working.
 
 #include <support/Recording.h>
 #include <thrift/protocol/TProtocolException.h>
@@ -183,7 +184,7 @@ public:
     std::size_t calls() const { return log_.calls(); }
     bool handlerCalled() const { return handler_->calls != 0; }
 
-    // The calls that acting makes now, unless there are failures.
+    // Acts again, without failures. Returns the calls that this makes.
     std::string actsAgain() {
         const std::string before = log();
         log_.afterEachCall({});
@@ -237,7 +238,7 @@ std::string logOf(const Conversation& conversation) {
     return side.log();
 }
 
-// Has one call fail. Returns what is wrong.
+// Makes one call fail. Returns what is wrong.
 std::string disturb(const Conversation& conversation, const Fault& fault, const Side& undisturbed) {
     Side side(conversation, fault);
     const Failure outcome = side.act();
@@ -370,7 +371,7 @@ private:
     std::string written_;
 };
 
-// What a side does over a transport that fails, and how far it got.
+// The outcome of a side's work over a failing transport, and how far it got.
 struct Attempt {
     Failure outcome;
     std::size_t calls;

@@ -3,10 +3,10 @@
 
     coverage.py
 
-For each instantiation of each template by itself: regions of code, both ways of each branch, and
-modified condition/decision coverage, for which clang 18 or later is needed. All must be reached but
-what uncovered.toml lists with its reason. The last line is as that of the other programs here; a run
-is something to be reached.
+Separately for each instantiation of each template: regions of code, both directions of each branch,
+and modified condition/decision coverage, which needs clang 18 or later. Everything must be reached
+except what uncovered.toml lists, with reasons. The last line has the same form as in the other
+programs here; a run is one thing to reach.
 """
 
 import glob

@@ -1,6 +1,6 @@
-// Random calls and messages, by this library and by the Thrift compiler's code; and by this library
-// with direct calls to the protocol and with virtual calls. Bytes, calls of the handler, results,
-// exceptions and the number of bytes read must be the same.
+// Random calls and messages go through this library and through the Thrift compiler's code; and
+// through this library with direct calls to the protocol and with virtual calls. Bytes, calls of
+// the handler, results, exceptions and the number of bytes read must be the same.
 
 #include <support/Recording.h>
 #include <thrift/TOutput.h>
@@ -46,7 +46,7 @@ struct Outcome {
     }
 };
 
-// --- Differences from generated code that are meant
+// --- Intended differences from generated code
 
 struct Difference {
     const char* name;
@@ -243,7 +243,7 @@ private:
 void proveAll(Report& report) {
     apache::thrift::GlobalOutput.setOutputFunction([](const char*) {});
     constexpr uint64_t kUsualRuns = 1'000'000;
-    constexpr uint64_t kEnoughForAll = 20'000;  // runs in which each difference turns up
+    constexpr uint64_t kEnoughForAll = 20'000;  // runs after which each difference has occurred
     const uint64_t runs = report.wantedRuns() == 0 ? kUsualRuns : report.wantedRuns();
     std::cout << "seeds " << report.seed() << " to " << report.seed() + runs - 1 << std::endl;
     Comparison comparison(report);

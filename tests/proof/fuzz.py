@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
-"""Runs the targets in tests/proof/fuzz by libFuzzer, with the address and undefined behavior
+"""Runs the targets in tests/proof/fuzz with libFuzzer and the address and undefined behavior
 sanitizers. Builds them first, in build/fuzz.
 
     fuzz.py [--runs=N] [--seconds=N] [--seed=N] [TARGET...]
-        runs of each target, or of those that are named; none goes on after these seconds
+        N runs of each target, or of the named ones; each target ends after that many seconds
     fuzz.py --keep [TARGET...]
         adds to corpus.txt what the last runs found
 
 A target begins with the messages in tests/wire/messages.txt, and with the inputs in corpus.txt, which
-reach code that these do not. The last line is as that of the other programs here.
+reach code that the messages do not. The last line has the same form as in the other programs here.
 """
 
 import concurrent.futures
@@ -28,19 +28,19 @@ KEPT = os.path.join(HERE, "fuzz/corpus.txt")
 FLAGS = ("-O1 -g1 -fno-omit-frame-pointer -fsanitize=fuzzer-no-link,address,undefined "
          "-fno-sanitize=enum -fno-sanitize-recover=all "
          f"-fsanitize-ignorelist={HERE}/fuzz/ignored.txt")
-# One input that takes longer hangs; more memory at once is more than any limit allows.
+# An input that takes longer counts as a hang. No limit allows a larger allocation.
 LIMITS = ("-timeout=60", "-malloc_limit_mb=64", "-max_len=600")
 
-# The corpus is to stay small. Long inputs are quickly found again from short ones.
+# Keeps the corpus small. Long inputs are quickly found again from short ones.
 LONGEST_KEPT = 64
 
 OPERATIONS = ["OpenEmp", "TavBroker Execute", "CloseEmp", "Open", "Close", "TavEmp Execute",
               "ExecuteWithParamList", "Callback"]
-# Of each record that a target reads, the operation whose request or reply has it.
+# For each record that a target reads, the operation whose request or reply has it.
 RECORDS = [(operation, kind) for operation in OPERATIONS for kind in ("request", "reply")][:-1]
 
 
-# Fields that nobody knows, of each type.
+# Unknown fields of each type.
 FOREIGN = [(20, "tf", True), (21, "i8", 100), (22, "i16", 7), (40, "i64", 7), (41, "dbl", 1.5),
            (42, "str", b"text"), (43, "rec", [(1, "tf", False)]), (44, "lst", ("i8", [1, 2])),
            (45, "set", ("rec", [[(1, "i32", 7)], []])),
@@ -48,7 +48,7 @@ FOREIGN = [(20, "tf", True), (21, "i8", 100), (22, "i16", 7), (40, "i64", 7), (4
 
 
 def messages():
-    """The stored messages: operation, request or reply, encoding, bytes. And two with more fields."""
+    """Stored messages, and some with unknown fields: operation, request or reply, encoding, bytes."""
     for wire, protocol in PROTOCOLS.items():
         yield ("Close", "request", wire,
                protocol.write_message(b"Close", 1, 0, [(1, "i32", 7), *FOREIGN]))
@@ -84,7 +84,7 @@ def service_of(operation):
 
 
 def seeds(target):
-    """What the target begins with: the bytes that it chooses by, and a message."""
+    """The target's first inputs: bytes that choose what it does, and a message."""
     for operation, kind, wire, message in messages():
         number = OPERATIONS.index(operation)
         compact = ("binary", "compact", "json").index(wire)
@@ -186,7 +186,7 @@ def fuzz(target, options):
 
 
 def keep(names):
-    """Writes to corpus.txt what reaches more than the messages alone, as little of it as can be."""
+    """Writes to corpus.txt the smallest set of inputs that reaches more than the messages alone."""
     lines = []
     for target in targets():
         inputs = list(kept(target))

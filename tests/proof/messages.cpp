@@ -1,6 +1,6 @@
-// Each beginning of each stored message, and the message with each of its bits flipped, in both
-// transports, sent to the processor and to the client of its operation. Neither may crash, hang,
-// use more memory than the limits allow or throw what is not documented.
+// Each stored message, cut off before each byte, and with each of its bits flipped, in both
+// transports, goes to the processor and to the client of its operation. Neither may crash, hang,
+// use more memory than the limits allow, or throw anything that is not documented.
 
 #include <support/Recording.h>
 
@@ -42,7 +42,7 @@ std::string withLength(const std::string& message) {
     return buffer->getBufferAsString();
 }
 
-// How one side took a message.
+// What one side did with a message.
 struct Outcome {
     std::string undocumented;  // what it threw
     bool threw = false;
@@ -102,7 +102,7 @@ public:
                 Values result;
                 caller.receive(operation_.call, result);
             } catch (const TApplicationException&) {
-                outcome.threw = true;  // is documented of clients
+                outcome.threw = true;  // is documented for clients
             }
         });
         return outcome;
@@ -199,7 +199,7 @@ void prove(Report& report, const Stored& stored, const Encoding& encoding, Frami
         flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << (bit % 8)));
         take(flipped, false, [&] { return "bit " + std::to_string(bit) + " flipped"; });
     }
-    // After all of that, the same processor.
+    // After all of that, the same processor must still work.
     const Outcome last = receiver.serve(framing == Framing::framed
                                             ? withLength(requestOf(*stored.operation, encoding))
                                             : requestOf(*stored.operation, encoding));

@@ -1,11 +1,11 @@
 #!/usr/bin/python3
 """Changes one place of libTavIDL at a time, and sees whether a test notices.
 
-    mutation.py BUILD [--list] [FILE...]    files under TavIDL/; all without Host's if none is named
+    mutation.py BUILD [--list] [FILE...]    files under TavIDL/; by default all of libTavIDL's
 
 BUILD is what script/proof builds: its tests run with each changed library in turn. A change that no
-test notices must be in equivalent.toml, which says why none can. The last line is as that of the
-other programs here.
+test notices must be in equivalent.toml, which says why none can. The last line has the same form as
+in the other programs here.
 """
 
 import os
@@ -20,23 +20,23 @@ from clang import cindex
 from clang.cindex import CursorKind, TokenKind, TypeKind
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-# What is compiled into the library alone. Public headers are compiled into the tests, too.
+# What is compiled only into the library. Public headers are also compiled into the tests.
 SOURCES = ("records/codec.cpp", "records/envelope.cpp", "records/records.cpp",
            "records/TAV_IDLConstants.cpp", "broker/TavBroker.cpp",
            "broker/TavBrokerOperations.cpp", "emp/TavEmp.cpp", "emp/TavEmpOperations.cpp",
            "event/TavEmpEvent.cpp", "event/TavEmpEventOperations.cpp")
-# Each with a source that includes it, and that instantiates its templates in the same way as others.
+# Each header with a source that includes it, and instantiates its templates as other sources do.
 HEADERS = {"records/codec.h": "emp/TavEmpOperations.cpp",
            "records/envelope.h": "emp/TavEmpOperations.cpp"}
-# The quick ones first. Each one can end the search.
+# The quick ones first: the search ends at the first one that notices the change.
 TESTS = ("records/records_test", "emp/emp_test", "broker/broker_test", "event/event_test",
          "wire/wire_test", "proof/unknown_fields_test", "interop/interop_test", "proof/proof_calls",
          "modules/program_test", "proof/proof_differential --runs=20000", "proof/proof_messages",
          "proof/proof_allocations")
-# What only the address sanitizer notices; the other tests above are not for it.
+# For what only the address sanitizer notices; the other tests above are not made for it.
 SANITIZED_TESTS = ("proof/unknown_fields_test", "emp/emp_test")
-SECONDS = 60  # of processor time; a test that takes more hangs
-BYTES = 1 << 30  # one that does not end may also take all memory
+SECONDS = 60  # of processor time; a test that takes longer counts as a hang
+BYTES = 1 << 30  # a test that does not end could also use up all memory
 
 OTHERS = {"==": "!=", "!=": "==", "<": "<=", ">": ">=", "&&": "||", "||": "&&", "+": "-",
           "-": "+", "++": "--", "+=": "=", "!": ""}
@@ -60,14 +60,14 @@ class Mutant(NamedTuple):
 
 
 def describe(text, start, end, new):
-    """A change as its line with the old and the new text: what equivalent.toml names it by."""
+    """A change's name in equivalent.toml: its line, with the old and the new text."""
     line = text[text.rfind("\n", 0, start) + 1:text.find("\n", end)]
     old = " ".join(text[start:end].split())
     return f"{' '.join(line.split())}: '{old}' -> '{' '.join(new.split())}'"
 
 
 class Finder:
-    """Finds the places in one file, and what may stand there instead."""
+    """Finds the places to change in one file, and what to put there instead."""
 
     def __init__(self, file, source):
         self.path = os.path.join("TavIDL", file)
@@ -77,7 +77,7 @@ class Finder:
         assert self.text.isascii(), "offsets are of bytes"
         index = cindex.Index.create()
         self.unit = index.parse(os.path.join("TavIDL", source), ["-std=c++17", "-I."])
-        # A header is known by the folder in which it was found.
+        # libclang knows a header by the folder in which it found it.
         self.unit_path = self.path if file == source else os.path.join(".", self.path)
         self.found = {}
 
@@ -119,7 +119,7 @@ class Finder:
                 self.add(condition.start.offset, condition.end.offset, value)
         if kind == CursorKind.RETURN_STMT and self.text[start:end] != "return":
             self.returned(cursor)
-        # To compare and to swap, the order does not matter.
+        # When comparing and swapping, the order does not matter.
         if kind == CursorKind.CALL_EXPR and not cursor.spelling.startswith("operator") \
                 and not re.match(r"std::(tie|swap)\(", self.text[start:end]):
             self.swap_arguments(cursor)
@@ -169,20 +169,20 @@ class Finder:
                         CursorKind.DECL_REF_EXPR, CursorKind.OVERLOADED_DECL_REF):
                 self.add(start, end, OTHERS[token.spelling])
         elif token.kind == TokenKind.LITERAL:
-            # What a static_assert says is seen by the compiler alone.
+            # Only the compiler sees what a static_assert says.
             before = re.split(r"[;{}]", self.text[:start])[-1]
             if "static_assert" in before or "#" in before:
                 return
             if re.fullmatch(r"\d+", token.spelling):
                 self.add(start, end, str(int(token.spelling) + 1))
             elif token.spelling.startswith('"'):
-                # Not only longer: tests may look for a part of a text.
+                # Not just longer: tests may look for a part of the text.
                 self.add(start, end, '"X' + token.spelling[2 if len(token.spelling) > 2 else 1:])
         elif token.kind == TokenKind.KEYWORD and token.spelling in ("true", "false"):
             self.add(start, end, "false" if token.spelling == "true" else "true")
 
     def rows(self):
-        """Neighbors in the tables of fields, exchanged."""
+        """Exchanges neighboring rows in the tables of fields."""
         row = re.compile(r"TAVIDL_(?:ARGUMENT|FIELD)\([^()]*\)")
         found = [m for m in row.finditer(self.text) if "\\" not in m[0] and "#define" not in
                  self.text[self.text.rfind("\n", 0, m.start()) + 1:m.start()]]
@@ -229,7 +229,7 @@ class Library:
                         "-o", os.path.join(self.work, "libTavIDL.so.1")), check=True)
 
     def build_with(self, mutant, sanitized=False):
-        """Whether it compiles."""
+        """Returns whether it compiles."""
         flags = ("-fsanitize=address",) if sanitized else ()
         place = os.path.join(self.sources, "TavIDL", mutant.file)
         with open(place, encoding="utf-8") as file:
@@ -256,7 +256,7 @@ class Library:
             return f"<TavIDL/{header}>" in file.read()
 
     def run(self, test, **variables):
-        """The test, if it notices something."""
+        """Returns the test if it notices something, or None."""
         program, *arguments = test.split()
 
         def limit():
@@ -270,7 +270,7 @@ class Library:
         return program if status != 0 else None
 
     def noticed_by(self):
-        """The test that notices what the library has become, or None."""
+        """Returns the test that notices the change, or None."""
         return next(filter(None, map(self.run, TESTS)), None)
 
     def noticed_by_sanitizer(self, mutant):

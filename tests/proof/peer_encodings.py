@@ -206,7 +206,7 @@ class Text:
         return (f'[1,{self.text(name)},{kind},{seqid},{self.record(record)}]').encode()
 
     def text(self, value):
-        # All that is not ASCII as it is, or as \u and digits; both are allowed.
+        # Characters beyond ASCII as they are, or as \u and digits; both are allowed.
         return json.dumps(value.decode(), ensure_ascii=len(value) % 2 == 0)
 
     def record(self, fields):
@@ -319,5 +319,5 @@ class Wire:
         return message
 
     def ended(self):
-        """Whether nothing comes any more."""
+        """Whether nothing more comes."""
         return self.at == len(self.received) and self.connection.recv(1) == b""

@@ -5,7 +5,7 @@ a server for the EMP's events, `tavctl call` and `tavctl open`.
 
     python_peer.py BUILD [--runs=N] [--seed=N] [--first=N]
 
-BUILD has the examples and tavctl. A conversation follows from the seed and its number alone.
+BUILD has the examples and tavctl. The seed and its number alone determine a conversation.
 """
 
 import json
@@ -31,7 +31,7 @@ LIST = tuple((f"param{number}", "str") for number in range(1, 11))
 FOUR = tuple((f"param{number}", "str") for number in range(1, 5))
 NAMED = (("name", "str"), ("version", "str"), ("credential", "str"))
 
-# Of each operation the arguments, with ids from 1, and the result. A tuple is a record.
+# The arguments of each operation, with ids from 1, and its result. A tuple is a record.
 SERVICES = {
     "TavBroker": {
         "OpenEmp": (NAMED, INFO),
@@ -50,9 +50,9 @@ SERVICES = {
 }
 SERVED = {"TavBroker": "broker", "TavEmp": "emp", "TavEmpEvent": "event"}
 
-# No wait is meant to last that long: a conversation that comes to it fails.
+# No wait should take this long: a conversation that does so fails.
 PATIENCE = 60
-# So many conversations go to a server that answers the same.
+# A server gives the same answers for this many conversations.
 CONVERSATIONS_OF_A_SERVER = 200
 CREDENTIAL = "swordfish"
 
@@ -173,7 +173,7 @@ def as_read(fields, expected, values=None):
 
 
 def record_of(values, expected):
-    """The fields of the values, as they have to be written."""
+    """The fields of the values, as they must be written."""
     return [(number, wire_type(kind),
              record_of(values[name], kind) if isinstance(kind, tuple) else values[name])
             for number, (name, kind) in enumerate(expected, 1)]
@@ -343,7 +343,7 @@ class Peer:
     # Starting and ending processes.
 
     def begin_period(self, number):
-        """Other servers, with other answers, from time to time."""
+        """From time to time, starts other servers with other answers."""
         period = number // CONVERSATIONS_OF_A_SERVER
         if period != self.period:
             self.end(good=True)

@@ -22,11 +22,11 @@ HEADER = ("Row", "Size", "Runs", "Processor time", "Found", "When", "Commit")
 
 
 class Row(NamedTuple):
-    """What is run; {build} stands for the directory of the build."""
+    """What is run; {build} stands for the build directory."""
     name: str
     command: tuple
     release: tuple = ()  # added before a release
-    changed_files: bool = False  # added in CI: those since the row's last run
+    changed_files: bool = False  # added in CI: those that changed since the row's last run
 
 
 def program(name):

@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""Runs the tests of a build often, to see whether one depends on luck: in random order, four at a
-time, while all processors are busy with something else; then each alone.
+"""Runs the tests of a build many times, to find those that depend on luck: in random order, four at
+a time, while all processors are busy with something else; then each alone.
 
     suite.py BUILD [--repeat=N] [--only=TEXT]
 
 Each test runs N times (20) in the first part, and once in the second. `--only` is a regular
-expression for the tests' names. The last line is as that of the other programs here; a run is one
-of one test.
+expression for the tests' names. The last line has the same form as in the other programs here; a
+run is one execution of one test.
 """
 
 import os

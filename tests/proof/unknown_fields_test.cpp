@@ -11,7 +11,7 @@ using namespace apache::thrift::protocol;
 
 namespace {
 
-// In each encoding, by each way that the library has to call a protocol.
+// In each encoding, in each way in which the library calls a protocol.
 class UnknownFields : public testing::TestWithParam<Encoding> {
 protected:
     // Writes a field that no record has, and reads it as a part of TavEmp_Close_args.

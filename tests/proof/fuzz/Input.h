@@ -7,9 +7,9 @@
 #include <iostream>
 #include <string>
 
-// What every target shares. Each is a program that libFuzzer calls with bytes: the first ones
-// choose what is done with the rest. An exception that gets out of a target ends it, and so is
-// found.
+// What all targets share. Each is a program that libFuzzer calls with bytes: the first ones choose
+// what is done with the rest. An exception that leaves a target ends the program, so libFuzzer
+// reports it.
 namespace fuzz {
 
 class Input {

@@ -26,7 +26,7 @@ inline std::shared_ptr<proof::TMemoryBuffer> bufferWith(const std::string& bytes
     return buffer;
 }
 
-// What a handler got, or a caller, as text.
+// What a handler or a caller got, as text.
 inline std::string described(const proof::Values& values) {
     std::string text = std::to_string(values.number) + " " + std::to_string(values.secondNumber) +
                        (values.flag ? " true" : " false");

@@ -11,8 +11,8 @@
 
 extern "C" std::size_t LLVMFuzzerMutate(uint8_t* bytes, std::size_t size, std::size_t most);
 
-// Each second time, only puts another number for one of those that are there: libFuzzer alone
-// seldom finds those at the limits of the types.
+// Every second time, only replaces one of the numbers: libFuzzer alone rarely finds those at the
+// limits of the types.
 extern "C" std::size_t LLVMFuzzerCustomMutator(uint8_t* bytes, std::size_t size, std::size_t most,
                                                unsigned seed) {
     static const char* const kNumbers[] = {

@@ -1,4 +1,4 @@
-// Each record is read. What it then writes is read back as the same.
+// Each record is read. What it then writes must be read back as the same record.
 
 #include "Messages.h"
 

@@ -46,7 +46,7 @@ public:
     uint32_t readFieldBegin(std::string&, TType& type, int16_t& id) {
         step();
         require(!open_.empty() && open_.back() == Open::record, "a field begins out of a record");
-        // Those that the records have are likelier than others.
+        // Types that the records have are more likely than others.
         constexpr TType kTypes[] = {
             T_STOP,   T_BOOL, T_I32,  T_STRING, T_STRUCT, T_I32,    T_STOP, T_STRING,
             T_STRING, T_MAP,  T_LIST, T_VOID,   T_BYTE,   T_DOUBLE, T_SET,  static_cast<TType>(99)};

@@ -42,7 +42,7 @@ bool mustFail(Function function) {
     return fails;
 }
 
-// The function of the library that would have been called without this file.
+// The library function that would have been called without this file.
 template <auto Own, typename... Arguments>
 auto real(Function function, Arguments... arguments) {
     static const auto next =
@@ -63,7 +63,7 @@ auto pass(Function function, Arguments... arguments) {
     return real<Own>(function, arguments...);
 }
 
-// As the system does where a call that reports this has had its effect.
+// For calls that have their effect even if they report an error.
 template <auto Own, typename... Arguments>
 auto passAfterEffect(Function function, Arguments... arguments) {
     const bool fails = mustFail(function);
@@ -94,8 +94,8 @@ ssize_t transfer(Function function, int descriptor, Bytes bytes, std::size_t cou
 }  // namespace
 
 const std::array<Manual, kFunctions>& manuals() {
-    // Left out is what only a wrong argument can cause and leaves no other way to go on: EBADF,
-    // EFAULT, EINVAL of the eventfd that wakes a thread.
+    // Without errors that only a wrong argument can cause and that leave no way to continue: EBADF,
+    // EFAULT and EINVAL of the eventfd that wakes a thread.
     static const std::array<Manual, kFunctions> all = {{
         {"socket",
          {EACCES, EAFNOSUPPORT, EINVAL, EMFILE, ENFILE, ENOBUFS, ENOMEM, EPROTONOSUPPORT}},
@@ -184,7 +184,7 @@ std::size_t count(Function function, Side side) {
 using namespace proof::faults;
 
 extern "C" {
-// The C library's names of the parameters are reserved, and its types are as they are.
+// The C library's parameter names are reserved, and its types cannot be changed.
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name, readability-non-const-parameter)
 
 int socket(int domain, int type, int protocol) noexcept {

@@ -8,8 +8,7 @@
 
 #include "../Side.h"
 
-// A program that links this has system calls that fail when they are asked to, for all of its
-// libraries.
+// In a program that links this, system calls fail on request, for all of its libraries.
 namespace proof::faults {
 
 // Those that Host makes.
@@ -56,17 +55,17 @@ struct Fault {
     Function function = kFunctions;
     Side side = Side::any;
     std::size_t number = 0;  // of the first call that fails, from 1 on
-    std::size_t calls = 0;   // that fail
+    std::size_t calls = 0;   // how many fail
     int error = 0;
 };
 
-// Calls are counted from here on.
+// From here on, calls are counted, and may fail.
 void arm(const Fault& fault);
-// Calls neither fail nor are counted any more.
+// From here on, calls neither fail nor are counted.
 void disarm();
 // Whether a call has failed since arm().
 bool fired();
-// Of calls between arm() and disarm().
+// The number of calls between arm() and disarm().
 std::size_t count(Function function, Side side);
 
 }  // namespace proof::faults

@@ -23,7 +23,7 @@ public:
 
     std::size_t issued() const { return next_; }
 
-    // The next number. It is what the call has as its parameter.
+    // The next number, which is the call's parameter.
     std::size_t issue() { return next_++; }
 
     // For handlers: returns the call's result.
@@ -32,7 +32,7 @@ public:
         return number;
     }
 
-    // Makes a call, or receives the result of one, by `call`.
+    // Makes a call, or receives the result of one, with `call`.
     template <typename Call>
     void record(std::size_t number, Call call) {
         Entry& entry = entries_.at(number);

@@ -17,7 +17,7 @@ using TavIDL::Settings;
 
 namespace {
 
-// For what is waited for when something has failed.
+// The time-outs for what may never come after a failure.
 constexpr std::chrono::milliseconds kShortTime(100);
 
 struct Certificates {
@@ -52,7 +52,7 @@ extern "C" void onEnd(int signal) {
     ::_exit(1);
 }
 
-// From here on, a crash or more than a minute ends the process, and says that it did this.
+// From here on, a crash, or more than a minute, ends the process, which then names this option.
 void watch(const std::string& option) {
     (void)std::snprintf(watched, sizeof watched, "--only=%s", option.c_str());
     for (const int signal : {SIGSEGV, SIGABRT, SIGALRM, SIGPIPE}) {
@@ -101,7 +101,7 @@ bool Trial::isOfMemory(const std::exception& failure) const {
             dynamic_cast<const apache::thrift::TApplicationException*>(&failure) != nullptr);
 }
 
-// On a busy machine, short time-outs may pass: the server's, and those of a client that has them.
+// On a busy machine, short time-outs may run out: the server's, and those of a client with them.
 void Trial::mustAnswer(const char* who, RemoteEmp& emp) {
     std::string why;
     for (int tries = 20; tries > 0;) {
@@ -121,7 +121,7 @@ void Trial::mustAnswer(const char* who, RemoteEmp& emp) {
 
 void Trial::goOn(RemoteEmp& same, const std::string& address) {
     if (!disturbance_.happened()) {
-        return;  // it comes later
+        return;  // the failure comes later
     }
     end();
     mustAnswer("the same client", same);

@@ -30,9 +30,9 @@ public:
     virtual void end() = 0;
     // Whether anything has failed since begin().
     virtual bool happened() const = 0;
-    // Whether nobody may notice.
+    // Whether it must go unnoticed.
     virtual bool isHarmless() const = 0;
-    // Whether memory runs out: then anything may throw std::bad_alloc, and handlers answer so.
+    // Whether memory runs out: then anything may throw std::bad_alloc, or be answered with it.
     virtual bool isOfMemory() const { return false; }
 };
 
@@ -52,7 +52,7 @@ public:
 
     void begin() { disturbance_.begin(); }
     void end() { disturbance_.end(); }
-    // Does a step, which may throw these. Returns whether it did not throw.
+    // Does a step, which may throw these types. Returns whether it did not throw.
     template <typename... Allowed, typename Work>
     bool step(const char* what, Work work) {
         try {

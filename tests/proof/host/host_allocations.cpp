@@ -1,5 +1,5 @@
 // Each allocation of the side that calls, and of the side that serves, fails in each scenario:
-// once, and from there on.
+// alone, and together with all later ones.
 
 #include <string>
 
@@ -23,7 +23,7 @@ public:
     bool isHarmless() const override { return number_ == 0; }
     bool isOfMemory() const override { return true; }
 
-    // While it lasted.
+    // How many there were between begin() and end().
     std::size_t allocations() const { return allocations_; }
 
 private:

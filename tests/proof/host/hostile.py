@@ -3,9 +3,10 @@
 
     hostile.py TAVCTL EXAMPLES [--all] [--only=TEXT] [--seed=N]
 
-TAVCTL is the tool, EXAMPLES the directory of the examples. Without --all, all bytes are sent, but a
-third of them in each of the three ways to hold them back or to end. After each attack, a good call must
-succeed; after all of them, the server has no more descriptors and threads than before. Prints
+TAVCTL is the tool, EXAMPLES the directory of the examples. After sending, an attacker closes the
+connection, resets it, or waits: with --all, it sends all bytes in each of these three ways, otherwise
+only in one of them. After each attack, a good call must succeed; after all of them, the server must
+have no more descriptors and threads than before. Prints
 "proof: R runs, F failures" as its last line.
 """
 
@@ -36,7 +37,7 @@ for (name, _), begin in list(EXECUTE.items()):
 
 
 def payloads(seed):
-    """What is known to hurt, or might: names and bytes."""
+    """What is known to do harm, or might: names and bytes."""
     message = EXECUTE["binary", "buffered"]
     compact = EXECUTE["compact", "buffered"]
     json = EXECUTE["json", "buffered"].decode()
@@ -109,7 +110,7 @@ class Target:
         return made
 
     def good_call(self):
-        """What is wrong with it; empty if nothing is."""
+        """Makes one. Returns what is wrong; empty if nothing is."""
         done = subprocess.run([TAVCTL, "call", *self.call[0], self.address, *self.call[1:]],
                               capture_output=True, timeout=PATIENCE, check=False)
         return "" if done.returncode == 0 else done.stderr.decode()
@@ -123,7 +124,7 @@ class Target:
         return len(os.listdir(f"/proc/{self.process.pid}/fd")), self.status("Threads")
 
     def problem(self):
-        """What an attack has left."""
+        """What is wrong after an attack; empty if nothing is."""
         try:
             wrong = self.good_call()
         except subprocess.TimeoutExpired:
@@ -157,9 +158,9 @@ class Target:
 
 
 def send(connection, content):
-    """As much as it takes."""
+    """Sends as much as the server accepts."""
     connection.setblocking(False)
-    end = time.monotonic() + 1  # a server that holds back need not read on
+    end = time.monotonic() + 1  # a server may stop reading
     while content and time.monotonic() < end:
         try:
             content = content[connection.send(content[:65536]):]
@@ -198,7 +199,7 @@ def attacks(seed, all_ways):
     yield "a request that drips", drip
 
     def half_open(target, stack):
-        for _ in range(40):  # of the 64 that a server takes
+        for _ in range(40):  # of the 64 that a server accepts
             send(stack.enter_context(target.connect()), EXECUTE[target.key])
     yield "40 halves of requests", half_open
 
@@ -227,7 +228,7 @@ def free_port():
 
 
 def targets(examples, directory):
-    """Names, and functions that start them with a stack that ends them."""
+    """Names, and functions that start them; a stack that they take ends them."""
     execute = ("TavEmp.Execute", "clientID=7", "cmd=read")
     event = ("TavEmpEvent.Callback", "eventType=1")
 

@@ -1,6 +1,7 @@
 // Very many calls: over sockets, with servers that restart, handlers that end connections, peers
 // that reset them, callers that do not wait long and calls that are cancelled; and in memory, 100
-// times as many. Nothing may grow, no call is lost without a failure, and none is executed twice.
+// times as many. Nothing may grow, no call may be lost without a failure, and none may be executed
+// twice.
 //
 // --runs=N: that many calls over sockets.
 

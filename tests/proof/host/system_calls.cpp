@@ -1,5 +1,5 @@
 // Each of Host's system calls fails with each error that its manual lists, once and many times in a
-// row, at each place of each scenario, on the side that calls and on the side that serves.
+// row, at each place in each scenario, on the side that calls and on the side that serves.
 
 #include <cerrno>
 #include <string>
@@ -13,7 +13,7 @@ using namespace proof;
 
 namespace {
 
-// Longer than a trial without failures.
+// More calls of a function than a trial makes without failures.
 constexpr std::size_t kMany = 200;
 
 class FailingCall : public Disturbance {
@@ -23,7 +23,7 @@ public:
     void begin() override { faults::arm(fault_); }
     void end() override { faults::disarm(); }
     bool happened() const override { return faults::fired(); }
-    // A signal, and parts of a message, are nobody's business.
+    // A signal, or a message that comes in parts, must go unnoticed.
     bool isHarmless() const override {
         return fault_.calls == 0 ||
                ((fault_.function == faults::kRecv || fault_.function == faults::kSend) &&

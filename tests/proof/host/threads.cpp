@@ -1,5 +1,6 @@
-// 64 threads call one RemoteEmp, from its first use on, of one processor in three servers: by TCP,
-// with TLS, and one that starts and stops meanwhile. For the thread sanitizer, too.
+// 64 threads call one RemoteEmp, from its first use on, over TCP or TLS. Its server shares a
+// processor with another one, which starts and stops in the meantime. Also for the thread
+// sanitizer.
 //
 // --runs=N: that many calls.
 
