@@ -93,7 +93,7 @@ def random_string(dice, protocol):
 
 
 def random_value(dice, kind, protocol, depth=0):
-    """A value of one of the twelve types, or of a record of the services."""
+    """A value of one of the eleven types, or of a record of the services."""
     if isinstance(kind, tuple):
         return [(number, wire_type(of), random_value(dice, of, protocol))
                 for number, (_, of) in enumerate(kind, 1)]
@@ -237,7 +237,7 @@ class Lines:
         return line.decode()
 
     def end(self):
-        """Ends it by a signal, and checks that it had nothing more to say."""
+        """Ends it with a signal, and checks that it printed nothing more."""
         self.process.terminate()
         out, _ = self.process.communicate(timeout=PATIENCE)
         expect("what is left of the output", self.unread[self.process.stdout] + out, b"")
@@ -587,7 +587,7 @@ class Peer:
         return Wire(connection, protocol, framed)
 
     def called(self, dice):
-        """`tavctl call` calls this side, which answers well or not."""
+        """`tavctl call` calls this side, which answers correctly or not."""
         protocol, framed = dice.choice(list(PROTOCOLS)), dice.random() < 0.5
         service = dice.choice(list(SERVICES))
         operation = dice.choice(list(SERVICES[service]))
@@ -628,7 +628,7 @@ class Peer:
             expect("what tavctl prints", json.loads(err).get("exception"), expected)
 
     def answer(self, dice, wire, protocol, operation, result, good):
-        """Answers a request, and says with which status tavctl has to end, and what it has to
+        """Answers a request. Returns the status that tavctl must end with, and what it must
         print."""
         name, seqid = operation.encode(), random_i32(dice)
         value = random_value(dice, result, protocol)
