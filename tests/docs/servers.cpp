@@ -219,6 +219,9 @@ public:
             }
             _exit(0);
         }
+        // A TLS client writes to a server that has just ended; this must not end the client. Not
+        // before the fork: the server would inherit it.
+        (void)signal(SIGPIPE, SIG_IGN);
         close(ends[1]);
         child_ = ends[0];
         const bool known = read(child_, &port_, sizeof port_) == sizeof port_;
@@ -247,10 +250,15 @@ public:
     }
     void tellHandler() const { check(write(child_, "", 1)); }
 
-    // How many there are; one once it has ended.
-    std::ptrdiff_t threads() const {
-        const std::filesystem::directory_iterator all("/proc/" + std::to_string(pid_) + "/task");
-        return std::distance(begin(all), end(all));
+    // How many there are; at most one once it has ended.
+    int threads() const {
+        std::error_code gone;  // if it ends while they are counted
+        int count = 0;
+        std::filesystem::directory_iterator each("/proc/" + std::to_string(pid_) + "/task", gone);
+        for (; !gone && each != std::filesystem::directory_iterator(); each.increment(gone)) {
+            ++count;
+        }
+        return count;
     }
 
     // Waits for its end.
@@ -377,7 +385,7 @@ std::string idleClient(Kind kind, const Precautions& with) {
 // A client that gives up while its call runs.
 std::string impatientClient(Kind kind, const Precautions& with) {
     ServerProcess server(kind, with);
-    const std::ptrdiff_t before = server.threads();
+    const int before = server.threads();
     {
         const auto socket = connected(server.port(), 10000, with.tls);
         TavEmpClient client = clientOf(kind == Kind::Nonblocking, socket);
