@@ -26,7 +26,7 @@ class Row(NamedTuple):
     name: str
     command: tuple
     release: tuple = ()  # added before a release
-    changed_files: bool = False  # added in CI: those that changed since the row's last run
+    changed_files: bool = False  # added to size ci: those that changed since the row's last run
 
 
 def program(name):
