@@ -33,7 +33,7 @@ public:
         try {
             got = from_->read(bytes, count);
         } catch (const TTransportException&) {
-            close();
+            disconnect();
         }
         waiting_.append(reinterpret_cast<const char*>(bytes), got);
         if (got == 0) {
@@ -53,7 +53,7 @@ public:
             to_->write(reinterpret_cast<const uint8_t*>(bytes.data()),
                        static_cast<uint32_t>(bytes.size()));
         } catch (const TTransportException&) {
-            close();
+            disconnect();
         }
     }
 
@@ -65,7 +65,7 @@ private:
     void passAll() { pass(passed_ + waiting_.size()); }
 
     // One side is gone, so the connection ends.
-    void close() {
+    void disconnect() {
         from_->close();
         to_->close();
     }
