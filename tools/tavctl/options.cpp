@@ -147,10 +147,11 @@ void Credential::addTo(const Operation& operation, Json& arguments) const {
         if (!field.secret()) {
             continue;
         }
-        if (arguments[field.name] == "") {
-            arguments[field.name] = get();
+        Json& value = arguments[field.name];
+        if (value.get_ref<const std::string&>().empty()) {
+            value = get();
         } else {
-            keepSecret(arguments[field.name]);
+            keepSecret(value);
         }
     }
 }
