@@ -45,7 +45,7 @@ public:
 
     // Passes on what came before byte `end` of the stream, or `instead` if it is not empty.
     void pass(uint64_t end, const std::string& instead = "") {
-        const std::string came = waiting_.substr(0, end - passed_);
+        const std::string came = waiting_.substr(0, static_cast<std::size_t>(end - passed_));
         const std::string& bytes = instead.empty() ? came : instead;
         waiting_.erase(0, came.size());
         passed_ = end;
