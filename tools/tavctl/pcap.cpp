@@ -217,8 +217,8 @@ private:
 };
 
 ssize_t readInput(void* input, char* bytes, std::size_t count) try {
-    return static_cast<Lookahead*>(input)->read(reinterpret_cast<uint8_t*>(bytes),
-                                                static_cast<uint32_t>(count));
+    return static_cast<ssize_t>(static_cast<Lookahead*>(input)->read(
+        reinterpret_cast<uint8_t*>(bytes), static_cast<uint32_t>(count)));
 } catch (const std::exception&) {
     return -1;
 }
