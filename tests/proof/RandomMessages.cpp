@@ -289,7 +289,7 @@ int32_t Random::number() {
 }
 
 std::string Random::text() {
-    const uint64_t length = happens(95) ? below(24) : below(happens(95) ? 200 : 5000);
+    const std::size_t length = happens(95) ? below(24) : below(happens(95) ? 200 : 5000);
     std::string text(length, ' ');
     const bool printable = happens(70);
     uint64_t bits = 0;

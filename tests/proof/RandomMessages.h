@@ -14,7 +14,7 @@ public:
     explicit Random(uint64_t seed) : engine_(seed) {}
 
     // One of 0 to `end` - 1.
-    uint64_t below(uint64_t end) { return engine_() % end; }
+    std::size_t below(std::size_t end) { return static_cast<std::size_t>(engine_() % end); }
     bool happens(unsigned percent) { return below(100) < percent; }
     // Often small, sometimes any.
     int32_t number();

@@ -44,7 +44,8 @@ bool isTurnOf(const std::string& number, uint64_t seed, uint64_t often) {
 }
 
 struct Lap {
-    Lap(uint64_t wanted, uint64_t number) : ledger(wanted + 100), calls(wanted), seed(number) {}
+    Lap(uint64_t wanted, uint64_t number)
+        : ledger(static_cast<std::size_t>(wanted + 100)), calls(wanted), seed(number) {}
 
     Ledger ledger;
     const uint64_t calls;
