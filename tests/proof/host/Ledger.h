@@ -67,7 +67,7 @@ public:
         } catch (...) {
             for (auto& [number, result] : results) {
                 try {
-                    record(number, [&result = result] { return result.get(); });
+                    record(number, [&future = result] { return future.get(); });
                 } catch (const std::exception&) {
                     // It is in the ledger.
                 }
@@ -75,7 +75,7 @@ public:
             throw;
         }
         for (auto& [number, result] : results) {
-            record(number, [&result = result] { return result.get(); });
+            record(number, [&future = result] { return future.get(); });
         }
     }
 

@@ -9,7 +9,9 @@
 #include <thrift/transport/TBufferTransports.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <iostream>
+#include <mutex>
 #include <optional>
 #include <random>
 #include <thread>
@@ -47,11 +49,35 @@ struct Lap {
     Lap(uint64_t wanted, uint64_t number)
         : ledger(static_cast<std::size_t>(wanted + 100)), calls(wanted), seed(number) {}
 
+    // Waits until that many calls were made. Returns false if no caller is left.
+    bool waitForCalls(uint64_t count) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        awaited_ = count;
+        advanced_.wait(lock, [this] { return callers_ == 0 || ledger.issued() >= awaited_; });
+        return callers_ > 0;
+    }
+    void callEnded() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (ledger.issued() >= awaited_) {
+            advanced_.notify_one();
+        }
+    }
+    void callerEnded() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        --callers_;
+        advanced_.notify_one();
+    }
+
     Ledger ledger;
     const uint64_t calls;
     const uint64_t seed;
     std::atomic<uint64_t> failures{0};
-    std::atomic<int> callers{kThreads};
+
+private:
+    std::mutex mutex_;  // for all members below
+    std::condition_variable advanced_;
+    uint64_t awaited_ = 0;
+    int callers_ = kThreads;
 };
 
 Settings settingsFor(const Lap& lap) {
@@ -75,8 +101,9 @@ void makeCalls(Lap& lap, RemoteEmp& patient, RemoteEmp& hurried, unsigned seed) 
         } catch (const CallFailed&) {
             ++lap.failures;
         }
+        lap.callEnded();
     }
-    --lap.callers;
+    lap.callerEnded();
 }
 
 // Sends a part of a request, and resets the connection.
@@ -93,13 +120,7 @@ void interrupt(const std::string& address, const std::string& request, std::mt19
 void disturb(Lap& lap, RestartingServer* restarting, const std::string& address, RemoteEmp& emp) {
     std::mt19937 random(static_cast<unsigned>(lap.seed));
     const std::string request = requestFor("read", "none", settingsFor(lap));
-    uint64_t next = 0;
-    while (lap.callers > 0) {
-        if (lap.ledger.issued() < next) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            continue;
-        }
-        next = lap.ledger.issued() + random() % 500;
+    while (lap.waitForCalls(lap.ledger.issued() + random() % 500)) {
         if (restarting != nullptr && random() % 4 == 0) {
             restarting->restart();
         } else if (random() % 2 == 0) {
