@@ -62,6 +62,8 @@ public:
         ::setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     }
 
+    int descriptor() const { return socket_.get(); }
+
     // Receives `count` bytes; fewer only if the other side has closed.
     std::string receive(std::size_t count) {
         std::string bytes(count, '\0');

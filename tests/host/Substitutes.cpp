@@ -1,10 +1,13 @@
 #include "Substitutes.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <netdb.h>
+#include <sys/socket.h>
 #include <time.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <new>
 #include <string>
@@ -13,6 +16,7 @@ namespace {
 
 std::atomic<std::chrono::nanoseconds::rep> passed{0};
 std::atomic<long> live{0};
+std::atomic<bool> connectsImmediately{false};
 
 }  // namespace
 
@@ -20,6 +24,14 @@ namespace substitutes {
 
 void passTime(std::chrono::milliseconds time) {
     passed += std::chrono::nanoseconds(time).count();
+}
+
+ImmediateConnect::ImmediateConnect() {
+    connectsImmediately = true;
+}
+
+ImmediateConnect::~ImmediateConnect() {
+    connectsImmediately = false;
 }
 
 long liveObjects() {
@@ -46,6 +58,19 @@ extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo
     }
     const int error = real("::1", service, hints, found);
     return error != 0 ? error : real("127.0.0.1", service, hints, &(*found)->ai_next);
+}
+
+extern "C" int connect(int descriptor, const sockaddr* address, socklen_t size) {
+    static const auto real = reinterpret_cast<decltype(&connect)>(dlsym(RTLD_NEXT, "connect"));
+    if (!connectsImmediately) {
+        return real(descriptor, address, size);
+    }
+    const int flags = fcntl(descriptor, F_GETFL);
+    fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK);
+    const int result = real(descriptor, address, size);
+    fcntl(descriptor, F_SETFL, flags);
+    errno = EIO;  // says nothing if there was no error
+    return result;
 }
 
 void* operator new(std::size_t size) {

@@ -12,6 +12,15 @@ void passTime(std::chrono::milliseconds time);
 // A host name with the addresses ::1 and then 127.0.0.1, like "localhost" on many machines.
 constexpr const char* kBothLoopbacks = "both-loopbacks.test";
 
+// In its lifetime, connect() returns only when the connection is made.
+class ImmediateConnect {
+public:
+    ImmediateConnect();
+    ~ImmediateConnect();
+    ImmediateConnect(const ImmediateConnect&) = delete;
+    ImmediateConnect& operator=(const ImmediateConnect&) = delete;
+};
+
 // The number of objects that were created by `new` and not deleted.
 long liveObjects();
 

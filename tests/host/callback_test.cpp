@@ -125,6 +125,14 @@ TEST_P(CallbackTest, FailsIfThereIsNoServer) {
     EXPECT_EQ(std::string(failure.what()).find("TavEmpEvent.Callback at "), 0U);
 }
 
+TEST_P(CallbackTest, BatchFailsIfThereIsNoServer) {
+    listener_.close();
+    TavIDL::CallbackBatch batch(*callback_);
+    batch.Callback(1, "warm", "");
+    EXPECT_EQ(failureOf([&] { batch.run(); }).reason(), CallFailed::CannotConnect);
+    EXPECT_EQ(batch.size(), 0U);
+}
+
 TEST_P(CallbackTest, BatchSendsItsEventsInOrder) {
     TavIDL::CallbackBatch batch(*callback_);
     std::string expected;

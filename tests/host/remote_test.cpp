@@ -1,3 +1,4 @@
+#include <TavIDL/host/Connection.h>
 #include <TavIDL/host/Remote.h>
 #include <TavIDL/host/Server.h>
 #include <gmock/gmock.h>
@@ -233,6 +234,31 @@ TEST_P(RemoteTest, CallsAllOperationsOfAnEmp) {
     EXPECT_EQ(emp_.Close(7), 8);
     emp_.ExecuteWithParamList(result, 7, "scan", list);
     EXPECT_EQ(result, "scan last");
+}
+
+TEST_P(RemoteTest, ConnectsAgainAfterAMessageThatIsNotAReply) {
+    Running call([&] { return execute(emp_, "read"); });
+    peers::Peer peer = listener_.accept();
+    peer.receive(request_.size());
+    peer.send(request_);
+    try {
+        call.result();
+        FAIL() << "accepted";
+    } catch (const TApplicationException& refusal) {
+        EXPECT_EQ(refusal.getType(), TApplicationException::INVALID_MESSAGE_TYPE);
+    }
+    Running next([&] { return execute(emp_, "read"); });
+    peers::Peer other = listener_.accept();
+    other.receive(request_.size());
+    other.send(reply_);
+    EXPECT_EQ(next.result(), "21.5");
+}
+
+TEST_P(RemoteTest, AConnectionIsOpenUntilItIsClosed) {
+    const auto connection = TavIDL::Connection::open(listener_.address(), settings());
+    EXPECT_TRUE(connection->isOpen());
+    connection->close();
+    EXPECT_FALSE(connection->isOpen());
 }
 
 TEST(RemoteFailureTest, NamesOperationAddressAndReason) {

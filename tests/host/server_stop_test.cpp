@@ -256,6 +256,22 @@ TEST_P(Stopping, AnswersOnlyTheRunningCallOfABatch) {
     EXPECT_THAT(emp->handled.all(), ElementsAre("one", "wait"));
 }
 
+// The reply to "much" leaves together with those of the next calls, and does not fit.
+TEST_P(Stopping, DisconnectsAClientThatDoesNotReadTheRepliesOfABatch) {
+    settings.stopTimeout = milliseconds(200);
+    settings.bufferSize = 2 * kMuch;
+    serve();
+    const auto client = connect();
+    send(client, requestFor("much") + requestFor("wait") + requestFor("three"));
+    emp->entered.wait();
+    const auto idle = connect();
+    auto stopped = std::async(std::launch::async, [&] { server->stop(); });
+    receive(idle, 1);  // it stops
+    emp->leave.open();
+    stopped.get();
+    EXPECT_THAT(emp->handled.all(), ElementsAre("much", "wait"));
+}
+
 TEST_P(Stopping, IsPossibleFromManyThreadsAndRepeatedly) {
     serve();
     const auto client = connect();
@@ -330,6 +346,42 @@ TEST_P(Stopping, FinishServesWhatHasArrived) {
         EXPECT_EQ(events->count, 200);
         server.reset();
     }
+}
+
+TEST_P(Stopping, FinishDisconnectsACallThatTakesTooLong) {
+    settings.stopTimeout = milliseconds(200);
+    serve();
+    const auto idle = connect();
+    send(idle, requestFor("read"));
+    receive(idle, 1);
+    const auto client = connect();
+    send(client, requestFor("wait"));
+    emp->entered.wait();
+    std::thread watcher([&] {
+        receive(client, 1);  // the connection ends
+        emp->leave.open();   // only then the handler ends
+    });
+    server->finish();
+    watcher.join();
+    EXPECT_THAT(reports.all(),
+                ElementsAre(HasSubstr("disconnected: its call takes longer than stopTimeout")));
+}
+
+TEST(ServerTest, FinishLeavesOutConnectionsBeyondMaxClients) {
+    Reports<std::string> reports;
+    Settings settings = patient(reports);
+    settings.maxClients = 1;
+    const auto emp = std::make_shared<WaitingEmp>();
+    Server server("127.0.0.1:0", emp, settings);
+    Caller first(server.address());
+    first.send(requestFor("one"));
+    first.receive(1);
+    Caller second(server.address());
+    second.send(requestFor("two"));
+    reports.waitFor(1);  // it waits
+    server.finish();
+    EXPECT_EQ(second.receive(1), "");
+    EXPECT_THAT(emp->handled.all(), ElementsAre("one"));
 }
 
 // --- Signals

@@ -521,6 +521,20 @@ TEST(ServerTest, LetsFurtherConnectionsWaitAndServesThemLater) {
     EXPECT_EQ(third.result(), "third done");
 }
 
+TEST(ServerTest, LetsFurtherConnectionsWaitEvenWithoutAFunctionForFailures) {
+    Settings settings;
+    settings.maxClients = 1;
+    const Server server("127.0.0.1:0", kEmp, settings);
+    Caller first(server.address());
+    Caller second(server.address());
+    second.send(requestFor("second"));
+    first.send(requestFor("first"));
+    EXPECT_EQ(first.result(), "first done");
+    EXPECT_FALSE(second.hearsWithin(0));
+    first.close();
+    EXPECT_EQ(second.result(), "second done");
+}
+
 TEST(ServerTest, ReleasesConnectionsThatHaveEnded) {
     Reports<std::string> reports;
     const Server server("127.0.0.1:0", kEmp, patient(reports));

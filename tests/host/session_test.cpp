@@ -292,6 +292,22 @@ TEST_F(SessionTest, ContinuesAfterTheFunctionForEventsThrowsANonStandardExceptio
                 ElementsAre("event 1: the function threw something that is not a std::exception"));
 }
 
+TEST_F(SessionTest, NeedsNoFunctionForFailures) {
+    settings_.onFailure = nullptr;
+    auto session = open([this](int32_t type, const std::string& text, const std::string&) {
+        if (type == 1) {
+            throw std::runtime_error("no room for it");
+        }
+        log_.note("event " + text);
+    });
+    TavIDL::RemoteCallback callback(callbackAddress());
+    callback.Callback(1, "warm", "");
+    callback.Callback(2, "hot", "");
+    brokerServer_.reset();
+    EXPECT_NO_THROW(session.reset());
+    EXPECT_THAT(events(), ElementsAre("event hot"));
+}
+
 TEST_F(SessionTest, CannotBeConstructedIfTheBrokerDoesNotOpenTheEmp) {
     handler_->onOpen = [] { throw std::runtime_error("no such EMP"); };
     EXPECT_THROW(open(), apache::thrift::TApplicationException);

@@ -5,14 +5,20 @@
 #include <gmock/gmock.h>
 #include <openssl/err.h>
 
+#include <algorithm>
 #include <atomic>
 #include <future>
 #include <memory>
+#include <new>
+#include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "Caller.h"
+#include "Calls.h"
 #include "Certificates.h"
 #include "Emp.h"
+#include "OpensslSubstitutes.h"
 #include "Support.h"
 
 // TLS on both sides.
@@ -96,6 +102,15 @@ TEST_F(TlsTest, CallsByNameAndByNumber) {
         EXPECT_EQ(failureOf(server->address()), "");
     }
     EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+TEST_F(TlsTest, AnIpv6AddressMustBeInTheCertificate) {
+    const std::string here = peers::hasIpv6() ? "[::1]:0" : "127.0.0.1:0";
+    use(makeCertificate(directory, "numbers", "IP:127.0.0.1,IP:::1", &authority));
+    EXPECT_EQ(failureOf(serve(here)->address()), "");
+
+    use(makeCertificate(directory, "other", "IP:192.0.2.1,IP:::2", &authority));
+    EXPECT_THAT(failureOf(serve(here)->address()), HasSubstr("address mismatch"));
 }
 
 TEST_F(TlsTest, CarriesLongMessagesFramedOrNot) {
@@ -204,6 +219,9 @@ TEST_F(TlsTest, NamesTheUnusableFile) {
     EXPECT_THAT(failure(settings), HasSubstr("other.key"));
     settings.tls.key = "";
     EXPECT_THAT(failure(settings), HasSubstr("needs a certificate and its key"));
+    settings = forServer;
+    settings.tls.certificate = "";
+    EXPECT_THAT(failure(settings), HasSubstr("needs a certificate and its key"));
 }
 
 TEST_F(TlsTest, IsNotForUnixSockets) {
@@ -291,6 +309,105 @@ TEST_F(TlsTest, ErrorsThatAHandlerLeavesInOpensslDoNotAffectTheConnection) {
     }
     waitUntil([&] { return countThreads() <= threads; });  // its connection has ended
     EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+TEST_F(TlsTest, AConnectionThatTheServerClosedIsNotUsedIfAnotherOneHasFailed) {
+    auto server = serve();
+    RemoteEmp remote(server->address(), forClient);
+    auto waiting = std::async(std::launch::async, [&] { return execute(remote, "wait"); });
+    entered.wait();
+    EXPECT_EQ(execute(remote, "read"), "read done");  // over a second connection
+    leave.open();
+    waiting.get();
+    const std::string address = server->address();
+    server.reset();
+    server = serve(address);
+    EXPECT_THROW(execute(remote, "read"), CallFailed);
+    EXPECT_EQ(execute(remote, "read"), "read done");
+}
+
+// A server that a test controls.
+class TlsPeer {
+public:
+    TlsPeer(peers::Peer peer, const Certificate& own)
+        : peer_(std::move(peer)),
+          context_(SSL_CTX_new(TLS_server_method()), SSL_CTX_free),
+          session_(SSL_new(context_.get()), SSL_free) {
+        SSL_use_certificate(session_.get(), own.content.get());
+        SSL_use_PrivateKey(session_.get(), own.key.get());
+        SSL_set_fd(session_.get(), peer_.descriptor());
+        EXPECT_EQ(SSL_accept(session_.get()), 1);
+    }
+
+    std::string receive(std::size_t count) {
+        std::string bytes(count, '\0');
+        const int got = SSL_read(session_.get(), bytes.data(), static_cast<int>(count));
+        return bytes.substr(0, static_cast<std::size_t>(std::max(got, 0)));
+    }
+    void send(const std::string& bytes) {
+        SSL_write(session_.get(), bytes.data(), static_cast<int>(bytes.size()));
+    }
+    // Sends a record of TLS itself.
+    void updateKey() {
+        EXPECT_EQ(SSL_key_update(session_.get(), SSL_KEY_UPDATE_NOT_REQUESTED), 1);
+        EXPECT_EQ(SSL_do_handshake(session_.get()), 1);
+    }
+    void close() { peer_.close(); }
+
+private:
+    peers::Peer peer_;
+    std::shared_ptr<SSL_CTX> context_;
+    std::shared_ptr<SSL> session_;
+};
+
+TEST_F(TlsTest, AConnectionOnWhichOnlyTlsHasSentSomethingIsUsedEvenIfAnotherOneHasFailed) {
+    const calls::Messages messages{Settings()};
+    const std::string request = messages.request("read");
+    peers::Listener listener;
+    RemoteEmp remote(listener.address(), forClient);
+    const auto read = [&] { return execute(remote, "read"); };
+    calls::Running first(read);
+    TlsPeer kept(listener.accept(), certificate);
+    kept.receive(request.size());
+    calls::Running second(read);
+    TlsPeer failing(listener.accept(), certificate);
+    failing.receive(request.size());
+    kept.send(messages.reply("21.5"));
+    first.result();
+    failing.send(messages.reply("21.5"));
+    second.result();
+
+    calls::Running third(read);
+    failing.receive(request.size());
+    failing.close();
+    third.failure();
+    kept.updateKey();
+    calls::Running fourth(read);
+    EXPECT_EQ(kept.receive(request.size()), request);
+    kept.send(messages.reply("21.7"));
+    EXPECT_EQ(fourth.result(), "21.7");
+}
+
+// --- Without memory
+
+TEST_F(TlsTest, AServerWithoutMemoryForOpensslIsNotStarted) {
+    substitutes::failNext("SSL_CTX_new");
+    try {
+        serve();
+        FAIL() << "it has started";
+    } catch (const std::runtime_error& failure) {
+        EXPECT_STREQ(failure.what(), "TLS: cannot start OpenSSL: unknown reason");
+    }
+}
+
+TEST_F(TlsTest, AClientWithoutMemoryForOpensslCanCallAgain) {
+    const auto server = serve();
+    RemoteEmp remote(server->address(), forClient);
+    for (const char* const function : {"SSL_new", "BIO_new", "X509_VERIFY_PARAM_set1_ip_asc"}) {
+        substitutes::failNext(function);
+        EXPECT_THROW(execute(remote, "read"), std::bad_alloc) << function;
+    }
+    EXPECT_EQ(execute(remote, "read"), "read done");
 }
 
 // --- Time limits and the end of connections

@@ -98,6 +98,30 @@ void connections(Trial& trial) {
     trial.goOnWithNewServer();
 }
 
+// A client that sends more than the system's buffers hold.
+void stream(Trial& trial) {
+    constexpr std::size_t kMuch = 1 << 20;
+    const auto drain = [](const std::shared_ptr<Connection>& connection) {
+        std::vector<uint8_t> bytes(kMuch);
+        while (connection->read(bytes.data(), static_cast<uint32_t>(bytes.size())) > 0) {
+        }
+    };
+    Server server(trial.where(), drain, trial.serverSettings());
+    trial.begin();
+    std::shared_ptr<Connection> connection;
+    if (trial.step<CallFailed>("Connection::open", [&] {
+            connection = Connection::open(server.address(), trial.clientSettings());
+        })) {
+        trial.step<apache::thrift::transport::TTransportException>("a long write", [&] {
+            const std::vector<uint8_t> sent(kMuch);
+            connection->write(sent.data(), static_cast<uint32_t>(sent.size()));
+        });
+        connection->close();
+    }
+    server.stop();
+    trial.goOnWithNewServer();
+}
+
 class Broker : public TavBrokerIf {
 public:
     explicit Broker(ConnectionInfo info) : info_(std::move(info)) {}
@@ -177,6 +201,7 @@ const std::vector<Scenario>& scenarios() {
         {"calls", {kTcp, kUnix, kTls}, calls},
         {"events", {kTcp, kUnix}, events},
         {"connections", {kTcp, kUnix}, connections},
+        {"stream", {kUnix}, stream},
         {"session", {kTcp}, session},
         {"signals", {kUnix}, signals},
     };
