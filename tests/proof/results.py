@@ -48,6 +48,7 @@ ROWS = (
     Row("threads", program("threads"), release=("--runs=10000000",)),
     Row("hostile-peers", ("tests/proof/host/hostile.py", "{build}/tools/tavctl/tavctl",
                           "{build}/examples"), release=("--all",)),
+    Row("test-suite", ("tests/proof/suite.py",), release=("--all",)),
 )
 
 
