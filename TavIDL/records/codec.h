@@ -46,13 +46,13 @@ inline constexpr WireType wireType<std::string> = {apache::thrift::protocol::T_S
 struct Field {
     const char* name;
     WireType wire;
-    std::size_t value;    // offset of the value in a record that holds values
-    std::size_t pointer;  // offset of the pointer to it in a record that holds pointers
+    std::size_t value;        // offset of the value in a record that holds values
+    std::size_t pointer = 0;  // offset of the pointer to it in a record that holds pointers
 };
 
 template <typename Record, typename Value>
 constexpr Field field(const char* name, Value Record::*, std::size_t value) {
-    return {name, wireType<Value>, value, 0};
+    return {name, wireType<Value>, value};
 }
 
 // An argument, which _args holds as a value and _pargs as a pointer.
@@ -74,10 +74,10 @@ constexpr Field argument(const char* name, Value Args::*, std::size_t value, con
 struct Table {
     const Field* rows;
     unsigned count;
-    int firstId;
+    int firstId = 1;
 };
 template <const auto& rows>
-inline constexpr Table table = {rows, sizeof(rows) / sizeof(Field), 1};
+inline constexpr Table table = {rows, sizeof(rows) / sizeof(Field)};
 
 enum class Holds { values, pointers };
 
@@ -113,11 +113,11 @@ uint32_t writePointers(TProtocol* oprot, const char* name, const Record& record)
 
 // Each _result and _presult: field 0, "success", which is omitted unless it is set.
 template <typename Value>
-inline constexpr Field kSuccess = {"success", wireType<Value>, 0, 0};
+inline constexpr Field kSuccess = {"success", wireType<Value>, 0};
 template <typename Value>
 inline constexpr Table kResult = {&kSuccess<Value>, 1, 0};
 template <typename Value>
-inline constexpr Table kNoResult = {&kSuccess<Value>, 0, 0};
+inline constexpr Table kNoResult = {&kSuccess<Value>, 0};
 
 template <typename Value, typename Flags>
 uint32_t writeResult(TProtocol* oprot, const char* name, const Value& success, const Flags& isset) {
