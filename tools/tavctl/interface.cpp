@@ -1,5 +1,8 @@
 #include "interface.h"
 
+#include <algorithm>
+#include <map>
+
 #include "failure.h"
 
 namespace tavctl {
@@ -97,6 +100,31 @@ const Operation& operationNamed(const std::string& name, const std::string& serv
     }
     throw Failure(Exit::Usage, (service.empty() ? "there is" : service + " has") +
                                    (" no operation '" + name + "'; there are " + names));
+}
+
+const Field* fieldOf(const std::vector<Field>& fields, int16_t id) {
+    const auto found = std::find_if(fields.begin(), fields.end(),
+                                    [&](const Field& field) { return field.id == id; });
+    return found == fields.end() ? nullptr : &*found;
+}
+
+std::vector<Field> fieldsOf(const std::string& name, bool isReply) {
+    std::map<int16_t, Field> fields;
+    for (const Operation& operation : operations()) {
+        if (operation.name != name) {
+            continue;
+        }
+        const std::vector<Field> result = {{0, "success", operation.result}};
+        for (const Field& field : isReply ? result : operation.arguments) {
+            Field& known = fields.emplace(field.id, field).first->second;
+            known.name += known.name == field.name ? "" : "/" + field.name;
+        }
+    }
+    std::vector<Field> all;
+    for (const auto& field : fields) {
+        all.push_back(field.second);
+    }
+    return all;
 }
 
 std::string nameOf(const Type& type) {

@@ -2,7 +2,6 @@
 
 #include <atomic>
 
-#include "events.h"
 #include "print.h"
 #include "stop.h"
 #include "typed.h"
@@ -46,13 +45,6 @@ int listen(const Options& options) {
 }
 
 }  // namespace
-
-void showEvent(const Json& event) {
-    show({{"event", event}, {"time", utcTime()}},
-         tinted(Tint::Dim, localTime()) + "  " +
-             tinted(Tint::Good, "event " + shown(event["eventType"])) + "  " +
-             shown(event["param1"]) + "  " + shown(event["param2"]) + "\n");
-}
 
 void addListen(CLI::App& app, Run& run) {
     const auto [verb, options] =
