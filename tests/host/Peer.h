@@ -162,6 +162,43 @@ inline bool hasIpv6() {
            ::bind(probe.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0;
 }
 
+// A socket with this address, which another socket with SO_REUSEADDR can have as well until one of
+// the two listens.
+template <typename Name>
+Handle boundTo(int family, const Name& name) {
+    Handle bound(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const int on = 1;
+    ::setsockopt(bound.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    if (::bind(bound.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0) {
+        failed("bind");
+    }
+    return bound;
+}
+
+inline int portOf(const Handle& bound) {
+    sockaddr_in6 name = {};  // the port is at the same offset as for IPv4
+    socklen_t size = sizeof name;
+    ::getsockname(bound.get(), reinterpret_cast<sockaddr*>(&name), &size);
+    return ntohs(name.sin6_port);
+}
+
+// A port of 127.0.0.1 on which only a server of this test listens, if any: the system gives it to
+// no other process.
+class ReservedPort {
+public:
+    ReservedPort() {
+        sockaddr_in name = {};
+        name.sin_family = AF_INET;
+        name.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        bound_ = boundTo(AF_INET, name);
+    }
+
+    int number() const { return portOf(bound_); }
+
+private:
+    Handle bound_;
+};
+
 // Listens on "127.0.0.1:PORT", "[::1]:PORT" or "unix:PATH".
 class Listener {
 public:
@@ -188,10 +225,7 @@ public:
             name.sin_port = port;
             listenAs(AF_INET, name, backlog);
         }
-        sockaddr_in6 bound = {};  // the port is at the same offset as for IPv4
-        socklen_t size = sizeof bound;
-        ::getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&bound), &size);
-        address_ = address.substr(0, colon + 1) + std::to_string(ntohs(bound.sin6_port));
+        address_ = address.substr(0, colon + 1) + std::to_string(portOf(socket_));
     }
     ~Listener() { close(); }
 
@@ -225,11 +259,8 @@ public:
 private:
     template <typename Name>
     void listenAs(int family, const Name& name, int backlog) {
-        socket_ = Handle(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        const int on = 1;
-        ::setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-        if (::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0 ||
-            ::listen(socket_.get(), backlog) != 0) {
+        socket_ = boundTo(family, name);
+        if (::listen(socket_.get(), backlog) != 0) {
             failed("listen");
         }
     }

@@ -72,16 +72,11 @@ int portOf(const std::string& address) {
     return std::stoi(address.substr(address.rfind(':') + 1));
 }
 
-// A port on which no process listens.
-int freePort() {
-    return portOf(peers::Listener().address());
-}
-
 class SessionTest : public testing::Test {
 protected:
     SessionTest() {
         handler_->info.empServicePort = portOf(emp_.address());
-        handler_->info.callbackServicePort = freePort();
+        handler_->info.callbackServicePort = eventPort_.number();
         settings_.onFailure = [this](const std::string& failure) { failures_.note(failure); };
     }
 
@@ -119,6 +114,7 @@ protected:
     TavIDL::Settings settings_;
     const std::shared_ptr<Broker> handler_ = std::make_shared<Broker>(log_);
     TavIDL::Server emp_{":0", std::make_shared<Emp>()};
+    peers::ReservedPort eventPort_;
     std::unique_ptr<TavIDL::Server> brokerServer_ =
         std::make_unique<TavIDL::Server>(":0", handler_);
     std::unique_ptr<TavIDL::RemoteBroker> broker_ =

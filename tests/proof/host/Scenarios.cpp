@@ -123,7 +123,8 @@ void session(Trial& trial) {
     ConnectionInfo info;
     info.empID = "7";
     info.empServicePort = portOf(emp.address());
-    info.callbackServicePort = portOf(peers::Listener().address());  // free again
+    const peers::ReservedPort events;
+    info.callbackServicePort = events.number();
     const Server broker(trial.where(), std::make_shared<Broker>(info), trial.serverSettings());
     {
         RemoteBroker remote(broker.address(), trial.clientSettings());

@@ -222,9 +222,12 @@ def certificate(directory):
     return [f"--cert={directory}/certificate", f"--key={directory}/key"]
 
 
-def free_port():
-    with socket.create_server(("127.0.0.1", 0)) as listener:
-        return listener.getsockname()[1]
+def free_port(stack):
+    """A port that the system gives to no other process. A server may listen on it."""
+    bound = stack.enter_context(socket.socket())
+    bound.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    bound.bind(("127.0.0.1", 0))
+    return bound.getsockname()[1]
 
 
 def targets(examples, directory):
@@ -253,9 +256,10 @@ def targets(examples, directory):
     yield starter("serve TLS", [TAVCTL, "serve", "emp", "--tls", *certificate(directory)], execute,
                   ["--tls", f"--ca={directory}/certificate"])
     yield starter("broker", [f"{examples}/broker"], ("TavBroker.CloseEmp",))
-    port, events = str(free_port()), str(free_port())
-    yield starter("emp", [f"{examples}/emp", "7", port, events], ("TavEmp.Close", "clientID=7"))
-    yield starter("callback", [f"{examples}/callback", events], event)
+    with contextlib.ExitStack() as reserved:
+        port, events = str(free_port(reserved)), str(free_port(reserved))
+        yield starter("emp", [f"{examples}/emp", "7", port, events], ("TavEmp.Close", "clientID=7"))
+        yield starter("callback", [f"{examples}/callback", events], event)
 
 
 def run(name, target, attack, again):
