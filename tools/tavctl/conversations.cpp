@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <list>
 #include <map>
@@ -77,7 +78,7 @@ struct Flow {
                 marks[bytes.size()] = {segment.packet, segment.ms};
             }
         }
-        const std::size_t before = static_cast<std::size_t>(there);
+        const auto before = static_cast<std::size_t>(there);
         if (before < kFirstBytes && bytes.size() >= kFirstBytes && !isOurs(bytes)) {
             foreign = true;
             memory = kFirstBytes;

@@ -1,7 +1,6 @@
 #include "interface.h"
 
 #include <algorithm>
-#include <map>
 
 #include "failure.h"
 
@@ -108,23 +107,25 @@ const Field* fieldOf(const std::vector<Field>& fields, int16_t id) {
     return found == fields.end() ? nullptr : &*found;
 }
 
-std::vector<Field> fieldsOf(const std::string& name, bool isReply) {
-    std::map<int16_t, Field> fields;
-    for (const Operation& operation : operations()) {
-        if (operation.name != name) {
+std::vector<Field> fieldsOf(const std::string& operation, bool isReply) {
+    std::vector<Field> fields;
+    for (const Operation& each : operations()) {
+        if (each.name != operation) {
             continue;
         }
-        const std::vector<Field> result = {{0, "success", operation.result}};
-        for (const Field& field : isReply ? result : operation.arguments) {
-            Field& known = fields.emplace(field.id, field).first->second;
-            known.name += known.name == field.name ? "" : "/" + field.name;
+        const std::vector<Field> result = {{0, "success", each.result}};
+        for (const Field& field : isReply ? result : each.arguments) {
+            const auto known = std::find_if(fields.begin(), fields.end(), [&](const Field& other) {
+                return other.id == field.id;
+            });
+            if (known == fields.end()) {
+                fields.push_back(field);
+            } else if (known->name != field.name) {
+                known->name += "/" + field.name;
+            }
         }
     }
-    std::vector<Field> all;
-    for (const auto& field : fields) {
-        all.push_back(field.second);
-    }
-    return all;
+    return fields;
 }
 
 std::string nameOf(const Type& type) {

@@ -88,7 +88,7 @@ private:
         const std::string written = token();
         const json parsed = json::parse(written, nullptr, false);
         const bool quoted = parsed.is_string();
-        const std::string text = quoted ? parsed.get<std::string>() : written;
+        std::string text = quoted ? parsed.get<std::string>() : written;
         const auto integer = kIntegers.find(type);
         if (integer != kIntegers.end()) {
             const auto [min, max] = integer->second;
