@@ -21,15 +21,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
-struct Options {
-    Settings settings;
-    Credential credential;
-    std::vector<std::string> words;
-    std::size_t connections = 1;
-    std::size_t batch = 1;
-    double seconds = 10;
-};
-
 // The outcome of any number of calls, in a fixed amount of memory.
 struct Figures {
     static constexpr int kFine = 64;  // counters for each doubling of a time: 1.1 % apart
@@ -95,7 +86,9 @@ void callUntil(Clock::time_point end, const Operation& operation, const Json& ar
     } while (connected && !stop::requested() && Clock::now() < end);
 }
 
-int bench(const Options& options) {
+}  // namespace
+
+int bench(const BenchOptions& options) {
     auto words = options.words;
     const std::string address = takeAddress(words);
     const Operation& operation = operationNamed(words[0]);
@@ -156,27 +149,6 @@ int bench(const Options& options) {
             figures.first->hint);
     }
     return 0;
-}
-
-}  // namespace
-
-void addBench(CLI::App& app, Run& run) {
-    const auto [verb, options] =
-        addVerb(app, run, bench, "bench", "Make a call again and again and measure it",
-                "tavctl bench 127.0.0.1:9090 TavBroker.CloseEmp --seconds 2");
-    addOption(verb, "words", options->words, "[ADDRESS] [SERVICE.]OPERATION [KEY=VALUE]...",
-              "What to call, as in tavctl call");
-    addOption(verb, "--connections", options->connections, "N",
-              "Connections that call at the same time (1 by default)")
-        ->check(CLI::Range(1, 1000));
-    addOption(verb, "--batch", options->batch, "N",
-              "Calls that are sent before their replies are read (1 by default)")
-        ->check(CLI::Range(1, 10000));
-    addOption(verb, "--seconds", options->seconds, "SECONDS",
-              "How long to keep calling (10 by default)")
-        ->check(seconds());
-    addClientOptions(verb, options->settings);
-    addCredentialOption(verb, options->credential);
 }
 
 }  // namespace tavctl

@@ -8,16 +8,7 @@
 
 namespace tavctl {
 
-namespace {
-
-struct Options {
-    Settings settings;
-    Credential credential;
-    bool expectTrue = false;
-    std::vector<std::string> words;
-};
-
-int makeCall(const Options& options) {
+int makeCall(const CallOptions& options) {
     auto words = options.words;
     // "-", in any place, means that the arguments come from standard input.
     const auto dash = std::remove(words.begin(), words.end(), "-");
@@ -43,21 +34,6 @@ int makeCall(const Options& options) {
     show({{"operation", operation.fullName()}, {"result", result}},
          operation.result.kind == Kind::Nothing ? "" : described(result));
     return options.expectTrue && result == false ? static_cast<int>(Exit::False) : 0;
-}
-
-}  // namespace
-
-void addCall(CLI::App& app, Run& run) {
-    const auto [verb, options] =
-        addVerb(app, run, makeCall, "call", "Make one call and print its result",
-                "tavctl call 127.0.0.1:9090 TavBroker.OpenEmp name=thermometer version=1.0");
-    addOption(verb, "words", options->words, "[ADDRESS] [SERVICE.]OPERATION [KEY=VALUE]... [-]",
-              "What to call. ADDRESS is TAVCTL_ADDRESS if omitted; SERVICE may be omitted if only "
-              "one has the operation. Arguments that are omitted are sent as 0, false or empty; - "
-              "reads them, as a JSON object, from standard input");
-    addClientOptions(verb, options->settings);
-    addCredentialOption(verb, options->credential);
-    verb->add_flag("--expect-true", options->expectTrue, "Exit with status 1 on a false reply");
 }
 
 }  // namespace tavctl

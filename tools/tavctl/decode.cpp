@@ -206,14 +206,9 @@ std::string formatOf(Lookahead& input) {
     return isHex() ? "hex" : "raw";
 }
 
-struct Options {
-    Settings settings;
-    std::string path = "-";
-    std::string format = "auto";
-    bool sequence = false;
-};
+}  // namespace
 
-int decode(const Options& options) {
+int decode(const DecodeOptions& options) {
     const auto input = std::make_shared<Lookahead>(inputFrom(options.path));
     const std::string format = options.format == "auto" ? formatOf(*input) : options.format;
     if (options.sequence && format != "pcap" && format != "capture") {
@@ -230,21 +225,6 @@ int decode(const Options& options) {
         decoding.stream(input);
     }
     return decoding.finish();
-}
-
-}  // namespace
-
-void addDecode(CLI::App& app, Run& run) {
-    const auto [verb, options] =
-        addVerb(app, run, decode, "decode", "Print the messages in a file or standard input",
-                "tavctl decode capture.json");
-    addOption(verb, "file", options->path, "[FILE]", "What to read; standard input if omitted");
-    addOption(verb, "--format", options->format, "NAME",
-              "raw, hex, capture as spy writes it, or pcap as tcpdump does; detected if omitted")
-        ->check(CLI::IsMember({"auto", "raw", "hex", "capture", "pcap"}));
-    verb->add_flag("--sequence", options->sequence, "Print a Mermaid sequence diagram of a capture")
-        ->excludes("--json");
-    addProtocolOptions(verb, options->settings);
 }
 
 }  // namespace tavctl

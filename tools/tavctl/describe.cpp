@@ -14,12 +14,9 @@ Json fieldsAsJson(const std::vector<Field>& fields) {
     return list;
 }
 
-struct Options {
-    std::string wanted;  // an operation, a service, a record, or everything if it is empty
-    bool thrift = false;
-};
+}  // namespace
 
-int describe(const Options& options) {
+int describe(const DescribeOptions& options) {
     const std::string& wanted = options.wanted;
     if (options.thrift) {
         if (!wanted.empty()) {
@@ -62,17 +59,6 @@ int describe(const Options& options) {
     }
     show(all, output.quiet ? names : lines);
     return 0;
-}
-
-}  // namespace
-
-void addDescribe(CLI::App& app, Run& run) {
-    const auto [verb, options] =
-        addVerb(app, run, describe, "describe", "Show the interface, or a part of it",
-                "tavctl describe TavBroker.OpenEmp");
-    addOption(verb, "wanted", options->wanted, "[SERVICE[.OPERATION] or RECORD]",
-              "What to show; everything if omitted");
-    verb->add_flag("--thrift", options->thrift, "Print the interface definition");
 }
 
 }  // namespace tavctl

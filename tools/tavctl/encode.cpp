@@ -10,13 +10,6 @@ namespace tavctl {
 
 namespace {
 
-struct Options {
-    Settings settings;
-    Credential credential;
-    std::vector<std::string> words;
-    std::string format = "auto";
-};
-
 // The next line of standard input. Returns false at its end.
 bool readLine(std::string& line) {
     line.clear();
@@ -41,7 +34,7 @@ Json fieldsFrom(const std::vector<Field>& fields, const Json& values) {
     return list;
 }
 
-Json messageFrom(const Options& options) {
+Json messageFrom(const EncodeOptions& options) {
     const Operation& operation = operationNamed(options.words[0]);
     Json arguments = argumentsFrom(operation, {options.words.begin() + 1, options.words.end()});
     options.credential.addTo(operation, arguments);
@@ -64,14 +57,16 @@ void unmask(Json& message, const Credential& credential, const std::string& wher
     throw Failure(failure.status, where + ", whose credential is masked: " + failure.what());
 }
 
-void write(const Json& message, const Options& options, const std::string& where) {
+void write(const Json& message, const EncodeOptions& options, const std::string& where) {
     const std::string bytes = encoded(message, options.settings, where);
     const bool hex =
         options.format == "hex" || (options.format == "auto" && isatty(STDOUT_FILENO) != 0);
     show({{"hex", toHex(bytes)}}, hex ? toHex(bytes) + "\n" : bytes);
 }
 
-int encode(const Options& options) {
+}  // namespace
+
+int encode(const EncodeOptions& options) {
     if (!options.words.empty()) {
         write(messageFrom(options), options, options.words[0]);
         return 0;
@@ -91,23 +86,6 @@ int encode(const Options& options) {
         write(message, options, where);
     }
     return 0;
-}
-
-}  // namespace
-
-void addEncode(CLI::App& app, Run& run) {
-    const auto [verb, options] = addVerb(
-        app, run, encode, "encode", "Write the bytes of a call, or of messages that decode printed",
-        "tavctl encode TavEmp.Close clientID=7 --format hex");
-    addOption(verb, "words", options->words, "[[SERVICE.]OPERATION [KEY=VALUE]...]",
-              "A call, as in tavctl call. Without it, messages are read from standard input, as "
-              "decode --json prints them");
-    addOption(verb, "--format", options->format, "NAME",
-              "raw bytes, or hex digits with one message per line. By default hex on a terminal, "
-              "and raw elsewhere")
-        ->check(CLI::IsMember({"raw", "hex"}));
-    addProtocolOptions(verb, options->settings);
-    addCredentialOption(verb, options->credential);
 }
 
 }  // namespace tavctl

@@ -9,16 +9,7 @@
 
 namespace tavctl {
 
-namespace {
-
-struct Options {
-    Settings settings;
-    ListenAddress address;
-    int count = 0;
-    double timeout = 0;
-};
-
-int listen(const Options& options) {
+int listen(const ListenOptions& options) {
     stop::watch();
     std::atomic<int> count{0};
     const auto answer = [&](const Operation&, const Json& event) {
@@ -42,22 +33,6 @@ int listen(const Options& options) {
     }
     server.stop();
     return 0;
-}
-
-}  // namespace
-
-void addListen(CLI::App& app, Run& run) {
-    const auto [verb, options] =
-        addVerb(app, run, listen, "listen", "Serve TavEmpEvent and print the events that come",
-                "tavctl listen --port 4711");
-    addListenOptions(verb, options->address);
-    addOption(verb, "--count", options->count, "N", "End after this many events")
-        ->check(CLI::Range(1, 1000000000));
-    addOption(verb, "--timeout", options->timeout, "SECONDS",
-              "End after this time; with status 4 if fewer events came than --count says")
-        ->check(seconds());
-    addProtocolOptions(verb, options->settings);
-    addTlsOptions(verb, options->settings);
 }
 
 }  // namespace tavctl

@@ -8,8 +8,9 @@
 #include <sstream>
 #include <system_error>
 
+#include "commandline.h"
+#include "connection.h"
 #include "print.h"
-#include "verbs.h"
 
 namespace tavctl {
 
@@ -95,10 +96,7 @@ int start(int argc, char** argv) {
     app.require_subcommand(0, 1);
     app.footer("tavctl VERB --help explains a verb; man tavctl explains all of them.");
     Run run;
-    for (const auto add : {addDescribe, addCall, addOpen, addListen, addProbe, addSpy, addDecode,
-                           addServe, addBench, addEncode}) {
-        add(app, run);
-    }
+    addVerbs(app, run);
 
     int status = 0;
     try {

@@ -16,15 +16,6 @@ using apache::thrift::transport::TTransportException;
 
 namespace {
 
-struct Options {
-    Settings settings;
-    Credential credential;
-    std::vector<std::string> words;  // address, name and version
-    std::vector<std::string> calls;
-    bool stay = false;
-    bool expectTrue = false;
-};
-
 struct Step {
     const Operation& operation;
     Json arguments;
@@ -65,7 +56,7 @@ void beginOnlyClosing(std::string& operation) {
 class Session : public std::enable_shared_from_this<Session> {
 public:
     // `words` are the name of the EMP and its version.
-    Session(const Options& options, const std::string& address, std::vector<std::string> words)
+    Session(const OpenOptions& options, const std::string& address, std::vector<std::string> words)
         : options_(options),
           broker_(address, clientSettings(options.settings, beginOnlyClosing)),
           words_(std::move(words)),
@@ -188,7 +179,7 @@ private:
         }
     }
 
-    const Options& options_;
+    const OpenOptions& options_;
     TavIDL::RemoteBroker broker_;
     const std::vector<std::string> words_;
     const std::string credential_;
@@ -199,32 +190,15 @@ private:
     int status_ = 0;
 };
 
-int openEmp(const Options& options) {
+}  // namespace
+
+int openEmp(const OpenOptions& options) {
     std::vector<std::string> words = options.words;
     if (words.size() < 2 || words.size() > 3) {
         throw Failure(Exit::Usage, "open takes ADDRESS NAME VERSION", "see tavctl open --help");
     }
     const std::string address = takeAddress(words, words.size() == 3);
     return std::make_shared<Session>(options, address, words)->run();
-}
-
-}  // namespace
-
-void addOpen(CLI::App& app, Run& run) {
-    const auto [verb, options] = addVerb(
-        app, run, openEmp, "open", "Open an EMP at the broker, call it, show its events, close it",
-        "tavctl open 127.0.0.1:9090 thermometer 1.0 --run Open --run Execute cmd=read --run Close");
-    addOption(verb, "words", options->words, "[ADDRESS] NAME VERSION",
-              "The broker's address (TAVCTL_ADDRESS if omitted), and the EMP's name and version");
-    addOption(verb, "--run", options->calls, "OPERATION [KEY=VALUE]... ...",
-              "Call an operation of the EMP. Name, version and credential are filled in; other "
-              "arguments that are omitted are sent as 0, false or empty. Without --run, the EMP "
-              "stays open until a signal comes");
-    verb->add_flag("--stay", options->stay, "After the calls, stay open until a signal comes");
-    verb->add_flag("--expect-true", options->expectTrue,
-                   "End with status 1 on the first false reply");
-    addClientOptions(verb, options->settings);
-    addCredentialOption(verb, options->credential);
 }
 
 }  // namespace tavctl

@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include <cstdlib>
 #include <fstream>
 #include <iostream>
 
@@ -22,55 +23,6 @@ std::string readAll(std::istream& input, std::size_t limit, const std::string& w
 }
 
 }  // namespace
-
-CLI::App* addVerb(CLI::App& app, const std::string& name, const std::string& description,
-                  const std::string& example) {
-    CLI::App* verb = app.add_subcommand(name, description);
-    verb->add_flag("--json", output.json, "Print one JSON object per line");
-    verb->add_flag("--quiet", output.quiet, "Print only results and errors, not notes");
-    verb->footer("Example:\n  " + example);
-    return verb;
-}
-
-CLI::Validator seconds() {
-    return {[](const std::string& text) -> std::string {
-                double value = 0;
-                // A value that is not a number is in no range.
-                return CLI::detail::lexical_cast(text, value) && value >= 0.001 && value <= 86400
-                           ? ""
-                           : "'" + text + "' is not a number of seconds from 0.001 to 86400";
-            },
-            ""};
-}
-
-void addProtocolOptions(CLI::App* verb, Settings& settings) {
-    addOption(verb, "--protocol", settings.protocol, "NAME",
-              "binary (the default), compact or json")
-        ->check(CLI::IsMember(kProtocols));
-    addOption(verb, "--transport", settings.transport, "NAME", "buffered (the default) or framed")
-        ->check(CLI::IsMember(kTransports));
-}
-
-void addTlsOptions(CLI::App* verb, Settings& settings) {
-    CLI::Option* tls = verb->add_flag("--tls", settings.tls, "Use TLS");
-    const auto add = [&](const char* name, std::string& file, const char* description) {
-        addOption(verb, name, file, "FILE", description)->needs(tls);
-    };
-    add("--ca", settings.ca, "CA certificates to check the peer's certificate with (PEM)");
-    add("--cert", settings.cert, "This side's certificate (PEM)");
-    add("--key", settings.key, "Its private key (PEM)");
-}
-
-void addClientOptions(CLI::App* verb, Settings& settings) {
-    addProtocolOptions(verb, settings);
-    addTlsOptions(verb, settings);
-    addOption(verb, "--connect-timeout", settings.connectTimeout, "SECONDS",
-              "How long to wait for a connection (5 by default)")
-        ->check(seconds());
-    addOption(verb, "--timeout", settings.timeout, "SECONDS",
-              "How long a call may take, including connecting (10 by default)")
-        ->check(seconds());
-}
 
 std::string takeAddress(std::vector<std::string>& words, bool given) {
     if (given) {
@@ -97,22 +49,17 @@ std::string takeAddress(std::vector<std::string>& words) {
     return address;
 }
 
-void addListenOptions(CLI::App* verb, ListenAddress& address) {
-    CLI::Option* port = addOption(verb, "--port", address.port, "N",
-                                  "Port on 127.0.0.1; 0, the default, is any free one")
-                            ->check(CLI::Range(0, 65535));
-    addOption(verb, "--listen", address.text, "ADDRESS", "Where to listen, if not on 127.0.0.1")
-        ->excludes(port);
+std::string secondsProblem(const std::string& text) {
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    // A value that is not a number is in no range.
+    return !text.empty() && *end == '\0' && value >= 0.001 && value <= 86400
+               ? ""
+               : "'" + text + "' is not a number of seconds from 0.001 to 86400";
 }
 
 std::string ListenAddress::get() const {
     return text.empty() ? "127.0.0.1:" + std::to_string(port) : text;
-}
-
-void addCredentialOption(CLI::App* verb, Credential& credential) {
-    addOption(verb, "--credential-file", credential.file, "FILE",
-              "Read the credential from this file; - is standard input. Without this option it "
-              "comes from TAV_CREDENTIAL in the environment");
 }
 
 std::string Credential::get() const {

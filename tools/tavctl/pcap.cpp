@@ -75,7 +75,7 @@ bool parse(Bytes ip, std::size_t sentSize, Segment& segment) {
     // Extension headers for hops, routing and destinations.
     while (v6 && (protocol == 0 || protocol == 43 || protocol == 60) && ip.size() >= begin + 8) {
         protocol = number(ip, begin, 1);
-        begin += 8 * (number(ip, begin + 1, 1) + 1);
+        begin += std::size_t{8} * (number(ip, begin + 1, 1) + 1);
     }
     const bool fragment = !v6 && (number(ip, 6, 2) & 0x3FFF) != 0;
     segment.isFragment = fragment || (v6 && protocol == 44);
@@ -83,7 +83,7 @@ bool parse(Bytes ip, std::size_t sentSize, Segment& segment) {
         return false;
     }
     const Bytes tcp = ip.substr(begin);
-    const std::size_t data = begin + 4 * (number(tcp, 12, 1) >> 4);
+    const std::size_t data = begin + std::size_t{4} * (number(tcp, 12, 1) >> 4);
     if (data < begin + 20 || data > whole) {
         return false;
     }
@@ -150,13 +150,10 @@ std::string readPcap(Lookahead& input, const std::function<void(const Segment&)>
 }
 
 bool isPcap(std::string_view begin) {
-    for (const char* magic : {"\xa1\xb2\xc3\xd4", "\xd4\xc3\xb2\xa1", "\xa1\xb2\x3c\x4d",
-                              "\x4d\x3c\xb2\xa1", "\x0a\x0d\x0d\x0a"}) {
-        if (begin.substr(0, 4) == magic) {
-            return true;
-        }
-    }
-    return false;
+    constexpr const char* kMagics[] = {"\xa1\xb2\xc3\xd4", "\xd4\xc3\xb2\xa1", "\xa1\xb2\x3c\x4d",
+                                       "\x4d\x3c\xb2\xa1", "\x0a\x0d\x0d\x0a"};
+    return std::find(std::begin(kMagics), std::end(kMagics), begin.substr(0, 4)) !=
+           std::end(kMagics);
 }
 
 }  // namespace tavctl

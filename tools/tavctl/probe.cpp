@@ -20,12 +20,6 @@ namespace {
 // No service has it, so calling it changes nothing anywhere.
 constexpr char kNoOperation[] = "tavctl.probe";
 
-struct Options {
-    Settings settings;
-    std::vector<std::string> words;  // the address
-    bool tryText = false;
-};
-
 // Calls the operation that does not exist. Returns the kind of exception that the peer answers.
 std::string ask(const std::string& address, const Settings& settings) {
     TavIDL::RemoteEmp peer(address, clientSettings(settings, [](std::string& operation) {
@@ -79,7 +73,7 @@ std::string answerTo(const std::string& question, const std::string& address,
 // begins with a byte over 127, which no one takes for a length, or with a frame of a few bytes.
 // Text begins with letters, and those are a length of more than a gigabyte: it is sent only if the
 // user wants that.
-std::vector<std::string> questions(const Options& options) {
+std::vector<std::string> questions(const ProbeOptions& options) {
     std::vector<std::string> all = {questionIn(options.settings)};
     const auto add = [&](const std::string& protocol) {
         for (const std::string& transport : kTransports) {
@@ -101,7 +95,7 @@ std::vector<std::string> questions(const Options& options) {
 }
 
 // What the peer speaks, as options, or what else it seems to be.
-std::string findOut(const std::string& address, Options options, Clock::time_point end) {
+std::string findOut(const std::string& address, ProbeOptions options, Clock::time_point end) {
     constexpr double kPatience = 1;  // for each: a peer that misreads a question waits for more
     for (const std::string& question : questions(options)) {
         const std::chrono::duration<double> left = end - Clock::now();
@@ -125,7 +119,9 @@ std::string findOut(const std::string& address, Options options, Clock::time_poi
            (options.settings.tls ? "a certificate, see --cert and --key" : "--tls");
 }
 
-int probe(const Options& options) {
+}  // namespace
+
+int probe(const ProbeOptions& options) {
     const auto& settings = options.settings;
     std::vector<std::string> words = options.words;
     const std::string address = takeAddress(words, !words.empty());
@@ -157,22 +153,6 @@ int probe(const Options& options) {
              settings.transport + (settings.tls ? " over TLS" : "") + ", answered " + kind +
              " in " + Json(ms).dump() + " ms\n");
     return 0;
-}
-
-}  // namespace
-
-void addProbe(CLI::App& app, Run& run) {
-    const auto [verb, options] =
-        addVerb(app, run, probe, "probe", "Check that a service is alive, without side effects",
-                "tavctl probe 127.0.0.1:9090");
-    addOption(verb, "address", options->words, "[ADDRESS]",
-              "The address of the service; TAVCTL_ADDRESS if omitted")
-        ->expected(0, 1);
-    verb->add_flag("--try-text", options->tryText,
-                   "If there is no answer, try JSON and HTTP, too. Warning: a peer that expects "
-                   "neither can take their first bytes for a length of more than a gigabyte, and "
-                   "run out of memory");
-    addClientOptions(verb, options->settings);
 }
 
 }  // namespace tavctl

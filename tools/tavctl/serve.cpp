@@ -14,15 +14,6 @@ namespace {
 const std::map<std::string, std::string> kServices = {
     {"broker", "TavBroker"}, {"emp", "TavEmp"}, {"event", "TavEmpEvent"}};
 
-struct Options {
-    Settings settings;
-    ListenAddress address;
-    std::string service;
-    std::vector<std::string> replies;
-    std::vector<std::string> failures;
-    std::vector<std::string> delays;
-};
-
 using Texts = std::map<const Operation*, std::string>;
 
 // Words as "OPERATION=text", for the service that is served, in addition to `texts`.
@@ -52,13 +43,15 @@ void showCall(const Operation& operation, const Json& arguments) {
     show({{"operation", operation.fullName()}, {"arguments", arguments}}, line + "\n");
 }
 
-int serve(const Options& options) {
+}  // namespace
+
+int serve(const ServeOptions& options) {
     const std::string& service = kServices.at(options.service);
     const Texts replies = textsFrom(service, options.replies, "--reply");
     const Texts answers = textsFrom(service, options.failures, "--fail", replies);
     std::map<const Operation*, double> delays;
     for (const auto& [operation, text] : textsFrom(service, options.delays, "--delay")) {
-        const std::string problem = seconds()(text);
+        const std::string problem = secondsProblem(text);
         if (!problem.empty()) {
             throw Failure(Exit::Usage, "--delay " + operation->name + ": " + problem);
         }
@@ -92,30 +85,6 @@ int serve(const Options& options) {
     stop::wait();
     server.stop();
     return 0;
-}
-
-}  // namespace
-
-void addServe(CLI::App& app, Run& run) {
-    const auto [verb, options] = addVerb(
-        app, run, serve, "serve", "Stand in for a peer and print the calls it gets",
-        R"(tavctl serve emp --port 4712 --reply Open=true --fail Execute="no such command")");
-    addOption(verb, "service", options->service, "broker|emp|event", "Which peer to stand in for")
-        ->required()
-        ->check(CLI::IsMember({"broker", "emp", "event"}));
-    addOption(verb, "--reply", options->replies, "OPERATION=VALUE ...",
-              "What to answer to an operation: text, a number, true or false, or a record as JSON. "
-              "The default is 0, false or empty")
-        ->allow_extra_args(false);
-    addOption(verb, "--fail", options->failures, "OPERATION=TEXT ...",
-              "Answer an operation with an application exception that has this text")
-        ->allow_extra_args(false);
-    addOption(verb, "--delay", options->delays, "OPERATION=SECONDS ...",
-              "How long to wait before an operation is answered")
-        ->allow_extra_args(false);
-    addListenOptions(verb, options->address);
-    addProtocolOptions(verb, options->settings);
-    addTlsOptions(verb, options->settings);
 }
 
 }  // namespace tavctl

@@ -18,14 +18,6 @@ namespace tavctl {
 
 namespace {
 
-struct Options {
-    Settings settings;
-    std::string listen;
-    std::string target;
-    std::string file;
-    bool follow = false;
-};
-
 std::string hintLine(const std::string& mismatch) {
     return mismatch.empty() ? "" : "  " + mismatch + "\n";
 }
@@ -41,7 +33,7 @@ TavIDL::Settings unhurried(TavIDL::Settings settings) {
 
 class Spy {
 public:
-    explicit Spy(const Options& options)
+    explicit Spy(const SpyOptions& options)
         : options_(options),
           settings_(unhurried(serverSettings(options.settings))),
           file_(options.file, options.settings) {
@@ -161,7 +153,7 @@ private:
         }
     }
 
-    const Options& options_;
+    const SpyOptions& options_;
     const TavIDL::Settings settings_;
     CaptureFile file_;
     std::atomic<int> connections_{0};
@@ -171,28 +163,12 @@ private:
     std::unique_ptr<Follow> follow_;  // last: its servers end first
 };
 
-int spy(const Options& options) {
+}  // namespace
+
+int spy(const SpyOptions& options) {
     Spy spy(options);
     stop::watch();
     return spy.run();
-}
-
-}  // namespace
-
-void addSpy(CLI::App& app, Run& run) {
-    const auto [verb, options] =
-        addVerb(app, run, spy, "spy", "Stand between two processes and print their messages",
-                "tavctl spy 127.0.0.1:9091 127.0.0.1:9090 --write capture.json");
-    addOption(verb, "listen", options->listen, "LISTEN",
-              "Where clients connect; port 0 is any free one")
-        ->required();
-    addOption(verb, "target", options->target, "TARGET", "Where the server is")->required();
-    addOption(verb, "--write", options->file, "FILE", "Save all messages to this file, for decode");
-    verb->add_flag(
-        "--follow", options->follow,
-        "In front of a broker, also relay calls to the EMPs that it opens, and their events, which "
-        "spy does not see otherwise: rewrites the ports in the reply to OpenEmp");
-    addProtocolOptions(verb, options->settings);
 }
 
 }  // namespace tavctl

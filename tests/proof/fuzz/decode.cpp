@@ -6,10 +6,8 @@
 #include <unistd.h>
 #include <verbs.h>
 
-#include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
-#include <utility>
 
 #include "Input.h"
 
@@ -55,37 +53,23 @@ File& standardOutput() {
     return file;
 }
 
-// The verb, with the options that were chosen.
-tavctl::Run verbWith(const std::string& file, std::size_t protocol, bool framed) {
-    CLI::App app;
-    tavctl::Run run;
-    tavctl::addDecode(app, run);
-    // CLI11 takes the words from the end.
-    app.parse({framed ? "framed" : "buffered", "--transport",
-               std::vector<std::string>{"binary", "compact", "json"}.at(protocol), "--protocol",
-               file, "decode"});
-    return run;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, std::size_t size) {
     static File file;
-    static std::map<std::pair<std::size_t, bool>, tavctl::Run> verbs;
     fuzz::Input input(bytes, size);
-    const std::size_t protocol = input.choose(3);
+    tavctl::DecodeOptions options;
+    options.path = file.path();
+    options.settings.protocol = tavctl::kProtocols.at(input.choose(tavctl::kProtocols.size()));
     const std::size_t choice = input.choose(4);
-    tavctl::Run& verb = verbs[{protocol, choice >= 2}];
-    if (!verb) {
-        verb = verbWith(file.path(), protocol, choice >= 2);
-    }
+    options.settings.transport = tavctl::kTransports.at(choice / 2);
     tavctl::output.quiet = true;
     tavctl::output.json = choice % 2 == 1;
 
     file.fill(input.rest());
     standardOutput().clear();
     try {
-        verb();
+        tavctl::decode(options);
     } catch (const tavctl::Failure& failure) {
         const std::string what = failure.what();
         fuzz::require(failure.status == tavctl::Exit::Broken ||
