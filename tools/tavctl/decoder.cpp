@@ -1,6 +1,5 @@
 #include <arpa/inet.h>
 
-#include <algorithm>
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
@@ -141,9 +140,7 @@ std::size_t MessageReader::position() const {
 }
 
 void MessageReader::hide(std::size_t begin, std::size_t end) {
-    const auto bytes = source_->message.begin();
-    std::fill(bytes + static_cast<std::ptrdiff_t>(begin), bytes + static_cast<std::ptrdiff_t>(end),
-              '*');
+    source_->message.replace(begin, end - begin, end - begin, '*');
 }
 
 void MessageReader::readFrameLength() {
