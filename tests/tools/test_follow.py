@@ -251,6 +251,24 @@ class FollowTest(ToolTest):
             for line in written.readlines()[1:]:
                 self.assertEqual(["connection", "from", "ms", "hex"], list(json.loads(line)))
 
+    def testWithoutItTheCallsToAnEmpAndItsEventsAreNeverSeen(self):
+        spy, spied = self.spy(example_broker(self), "--json")
+        self.assertEqual(3, len(self.events(spied, 3, "Open", "--run", "Execute", "cmd=watch",
+                                            "param1=oven")))
+        self.assertEqual([(1, "client", "OpenEmp"), (1, "target", "OpenEmp"),
+                          (1, "client", "CloseEmp"), (1, "target", "CloseEmp")],
+                         [(line["connection"], line["from"], line["operation"])
+                          for line in self.end(spy)])
+
+    def testTheManualSaysThatItIsNeededToSeeCallsToAnEmp(self):
+        with open(os.path.join(os.environ["SOURCE"], "tools/tavctl/tavctl.1")) as file:
+            manual = " ".join(file.read().split())
+        self.assertIn("In front of a broker it sees the calls to the broker, but without .Fl "
+                      "-follow it never sees the calls to the EMP, which clients call directly, or "
+                      "the events.", manual)
+        self.assertIn("calls to the EMPs that it opens, and their events, which spy does not see "
+                      "otherwise", " ".join(tavctl("spy", "--help")[1].split()))
+
     def testASignalEndsConnectionsToEmps(self):
         never = threading.Event()
         self.addCleanup(never.set)

@@ -52,7 +52,7 @@ struct Figures {
 // Calls until `end`, or until the peer is gone, but at least once.
 void callUntil(Clock::time_point end, const Operation& operation, const Json& arguments,
                TavIDL::Remote& peer, std::size_t batchSize, Figures& figures) {
-    const auto batch = batchOf(peer);
+    const auto batch = batchOf(operation.service, peer);
     std::vector<Reply> replies(batchSize);
     bool connected = true;
     do {

@@ -1,12 +1,12 @@
 #include <fcntl.h>
 #include <thrift/transport/TBufferTransports.h>
+#include <thrift/transport/TFDTransport.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
 #include "capture.h"
-#include "conversations.h"
 #include "lookahead.h"
 #include "message.h"
 #include "pcap.h"
@@ -16,46 +16,24 @@
 
 namespace tavctl {
 
+using apache::thrift::transport::TFDTransport;
+
 namespace {
 
 constexpr std::string_view kSpace = " \t\r\n";
 
 // The bytes of a file or of standard input ("-"), as they come.
-class Input : public apache::thrift::transport::TVirtualTransport<Input> {
-public:
-    explicit Input(const std::string& path)
-        : name_(path == "-" ? "standard input" : "'" + path + "'"),
-          descriptor_(path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
-        if (descriptor_ < 0) {
-            throw cannotRead();
-        }
+std::shared_ptr<TTransport> inputFrom(const std::string& path) {
+    const int descriptor = path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    // Reading nothing fails like reading something does.
+    if (descriptor < 0 || ::read(descriptor, nullptr, 0) < 0) {
+        throw Failure(Exit::Usage,
+                      "cannot read " + (path == "-" ? "standard input" : "'" + path + "'") + ": " +
+                          std::strerror(errno),
+                      "check that the file exists and that you may read it");
     }
-    ~Input() override { ::close(descriptor_); }
-    Input(const Input&) = delete;
-    Input& operator=(const Input&) = delete;
-
-    bool isOpen() const override { return true; }
-
-    uint32_t read(uint8_t* bytes, uint32_t count) {
-        ssize_t got = 0;
-        do {
-            got = ::read(descriptor_, bytes, count);
-        } while (got < 0 && errno == EINTR);
-        if (got < 0) {
-            throw cannotRead();
-        }
-        return static_cast<uint32_t>(got);
-    }
-
-private:
-    Failure cannotRead() const {
-        return {Exit::Usage, "cannot read " + name_ + ": " + std::strerror(errno),
-                "check that the file exists and that you may read it"};
-    }
-
-    const std::string name_;
-    const int descriptor_;
-};
+    return std::make_shared<TFDTransport>(descriptor, TFDTransport::CLOSE_ON_DESTROY);
+}
 
 // Bytes as hexadecimal digits, with space anywhere between bytes.
 class HexBytes : public apache::thrift::transport::TVirtualTransport<HexBytes> {
@@ -231,7 +209,7 @@ std::string formatOf(Lookahead& input) {
 }  // namespace
 
 int decode(const DecodeOptions& options) {
-    const auto input = std::make_shared<Lookahead>(std::make_shared<Input>(options.path));
+    const auto input = std::make_shared<Lookahead>(inputFrom(options.path));
     const std::string format = options.format == "auto" ? formatOf(*input) : options.format;
     if (options.sequence && format != "pcap" && format != "capture") {
         throw Failure(Exit::Usage, "--sequence takes a capture, of spy or of tcpdump");

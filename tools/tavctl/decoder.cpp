@@ -1,6 +1,5 @@
-#include "decoder.h"
+#include <arpa/inet.h>
 
-#include <algorithm>
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
@@ -8,7 +7,9 @@
 #include <utility>
 
 #include "interface.h"
-#include "wirenames.h"
+#include "json.h"
+#include "message.h"
+#include "source.h"
 
 namespace tavctl {
 
@@ -21,38 +22,6 @@ namespace {
 // No message of these services has more values, but each costs many times the byte that it may
 // have on the wire.
 constexpr int kValueLimit = 100000;
-
-const Field* fieldOf(const std::vector<Field>& fields, int16_t id) {
-    const auto found = std::find_if(fields.begin(), fields.end(),
-                                    [&](const Field& field) { return field.id == id; });
-    return found == fields.end() ? nullptr : &*found;
-}
-
-// The fields that a message may have. Two services may have an operation of one name: a field
-// whose names differ has both.
-std::vector<Field> fieldsOf(const std::string& name, protocol::TMessageType type) {
-    if (type == protocol::T_EXCEPTION) {
-        return {{1, "message", {Kind::String}}, {2, "type", {Kind::I32}}};
-    }
-    std::vector<Field> fields;
-    for (const Operation& operation : operations()) {
-        if (operation.name != name) {
-            continue;
-        }
-        const std::vector<Field> result = {{0, "success", operation.result}};
-        for (const Field& field : type == protocol::T_REPLY ? result : operation.arguments) {
-            const auto known = std::find_if(fields.begin(), fields.end(), [&](const Field& other) {
-                return other.id == field.id;
-            });
-            if (known == fields.end()) {
-                fields.push_back(field);
-            } else if (known->name != field.name) {
-                known->name += "/" + field.name;
-            }
-        }
-    }
-    return fields;
-}
 
 // JSON has only finite numbers.
 Json withoutLoss(double number) {
@@ -68,15 +37,57 @@ Json withoutLoss(double number) {
 
 }  // namespace
 
-Decoder::Decoder(std::shared_ptr<Source> source, const Settings& settings)
-    : source_(std::move(source)),
-      settings_(settings),
+MessageReader::MessageReader(std::shared_ptr<TTransport> stream, const Settings& settings)
+    : source_(std::make_shared<Source>(std::move(stream))),
+      wire_(settings.protocol + " over " + settings.transport),
+      framed_(settings.framed()),
       protocol_(protocolOver(settings, source_)),
       json_(std::dynamic_pointer_cast<CheckedJson>(protocol_->getTransport())) {
 }
 
-void Decoder::decode(Json& message) {
-    if (settings_.framed()) {
+bool MessageReader::next(Json& message) {
+    source_->beginMessage();
+    // Files of JSON have their messages on lines.
+    while (json_ != nullptr && source_->stream.more() &&
+           std::isspace(static_cast<unsigned char>(source_->stream.ahead()[0])) != 0) {
+        uint8_t space = 0;
+        source_->read(&space, 1);
+        source_->beginMessage();
+    }
+    if (!source_->stream.more()) {
+        return false;
+    }
+    values_ = 0;
+    message = {{"offset", source_->begin}, {"size", 0}};
+    try {
+        decode(message);
+    } catch (const TException& failure) {
+        guess_ = guess(source_->message + std::string(source_->stream.ahead().substr(0, 16)));
+        message["broken"] = broken(failure);
+    }
+    message["size"] = source_->message.size();
+    return true;
+}
+
+const std::string& MessageReader::bytes() const {
+    return source_->message;
+}
+
+std::string MessageReader::mismatch() const {
+    if (guess_.empty() || guess_ == wire_) {
+        return "";
+    }
+    return "it looks like " + guess_ +
+           (guess_ == "TLS" ? ", which only its two ends can read" : ", not " + wire_);
+}
+
+std::size_t MessageReader::skipRest() {
+    uint8_t bytes[1 << 12];
+    return source_->stream.read(bytes, sizeof bytes);
+}
+
+void MessageReader::decode(Json& message) {
+    if (framed_) {
         readFrameLength();
     }
     item("the header");
@@ -88,16 +99,19 @@ void Decoder::decode(Json& message) {
     message["type"] = nameOf(type);
     message["seqid"] = seqid;
     message["fields"] = Json::array();
-    readFields(message["fields"], fieldsOf(name, type), 0);
+    const std::vector<Field> exception = {{1, "message", {Kind::String}}, {2, "type", {Kind::I32}}};
+    readFields(
+        message["fields"],
+        type == protocol::T_EXCEPTION ? exception : fieldsOf(name, type == protocol::T_REPLY), 0);
     item("the end of the message");
     protocol_->readMessageEnd();
-    if (source_->framed() && !source_->frameEnded()) {
+    if (framed_ && !source_->frameEnded()) {
         item("the end of the frame");
         throw TException("the frame is longer than its message");
     }
 }
 
-Json Decoder::broken(const TException& failure) {
+Json MessageReader::broken(const TException& failure) {
     hide(position(), source_->message.size());
     if (const auto* json = dynamic_cast<const BrokenJson*>(&failure)) {
         return {{"offset", begin_ + json->offset}, {"reason", json->what()}};
@@ -115,39 +129,34 @@ Json Decoder::broken(const TException& failure) {
 }
 
 // Remembers where the item that is read next begins.
-void Decoder::item(std::string what) {
-    item_ = std::move(what);
-    begin_ = offset();
+void MessageReader::item(const std::string& what) {
+    item_ = what;
+    begin_ = source_->begin + position();
 }
 
 // How much of the message was read by the protocol.
-std::size_t Decoder::position() const {
+std::size_t MessageReader::position() const {
     return source_->message.size() - (json_ == nullptr ? 0 : json_->ahead());
 }
 
-void Decoder::hide(std::size_t begin, std::size_t end) {
-    const auto bytes = source_->message.begin();
-    std::fill(bytes + static_cast<std::ptrdiff_t>(begin), bytes + static_cast<std::ptrdiff_t>(end),
-              '*');
+void MessageReader::hide(std::size_t begin, std::size_t end) {
+    source_->message.replace(begin, end - begin, end - begin, '*');
 }
 
-void Decoder::readFrameLength() {
+void MessageReader::readFrameLength() {
     item("the length of a frame");
-    uint8_t head[4];
-    source_->readAll(head, sizeof head);
     uint32_t length = 0;
-    for (const uint8_t byte : head) {
-        length = length << 8 | byte;
-    }
+    source_->readAll(reinterpret_cast<uint8_t*>(&length), sizeof length);
+    length = ntohl(length);
     if (length > kMessageLimit) {
         throw TException("a frame of " + std::to_string(length) + " bytes is over the limit");
     }
     source_->beginFrame(length);
 }
 
-void Decoder::readFields(Json& fields, const std::vector<Field>& known, int depth) {
+void MessageReader::readFields(Json& fields, const std::vector<Field>& known, int depth) {
     std::string name;
-    item("a structure");
+    item("a struct");
     if (depth > kDepthLimit) {
         throw TException("nested too deeply");
     }
@@ -178,13 +187,13 @@ void Decoder::readFields(Json& fields, const std::vector<Field>& known, int dept
         item("the end of a field");
         protocol_->readFieldEnd();
     }
-    item("the end of a structure");
+    item("the end of a struct");
     protocol_->readStructEnd();
 }
 
 // Overwrites the credential. A string's bytes are the last ones of its item; in JSON they are
 // between quotes, and what is not a string may have none.
-void Decoder::readSecret(Json& value, TType type, int depth) {
+void MessageReader::readSecret(Json& value, TType type, int depth) {
     value = kMasked;
     auto begin = position();
     Json unseen;
@@ -209,46 +218,41 @@ void Decoder::readSecret(Json& value, TType type, int depth) {
     hide(begin, end);
 }
 
-void Decoder::readValue(Json& value, Json& shape, TType type, const Record* record, int depth) {
+void MessageReader::readValue(Json& value, Json& shape, TType type, const Record* record,
+                              int depth) {
     if (++values_ > kValueLimit) {
         throw TException("more values than a message may have");
     }
+    const std::string name = nameOf(type);
+    item((name[0] == 'i' ? "an " : "a ") + name);
     switch (type) {
         case protocol::T_BOOL:
-            item("a bool");
             return readPlain<bool>(value, &TProtocol::readBool);
         case protocol::T_BYTE:
-            item("a byte");
-            return readPlain<int8_t>(value, &TProtocol::readByte);
+            return readPlain(value, &TProtocol::readByte);
         case protocol::T_I16:
-            item("an i16");
-            return readPlain<int16_t>(value, &TProtocol::readI16);
+            return readPlain(value, &TProtocol::readI16);
         case protocol::T_I32:
-            item("an i32");
-            return readPlain<int32_t>(value, &TProtocol::readI32);
+            return readPlain(value, &TProtocol::readI32);
         case protocol::T_I64:
-            item("an i64");
-            return readPlain<int64_t>(value, &TProtocol::readI64);
+            return readPlain(value, &TProtocol::readI64);
         case protocol::T_DOUBLE:
-            item("a double");
-            readPlain<double>(value, &TProtocol::readDouble);
+            readPlain(value, &TProtocol::readDouble);
             value = withoutLoss(value.get<double>());
             return;
         case protocol::T_STRING:
-            item("a string");
-            return readPlain<std::string>(value, &TProtocol::readString);
+            return readPlain(value, &TProtocol::readString);
         case protocol::T_STRUCT:
             value = Json::array();
             return readFields(value, record == nullptr ? std::vector<Field>() : record->fields,
                               depth + 1);
         default:
-            (void)nameOf(type);
             return readContainer(value, shape, type, depth + 1);
     }
 }
 
 template <typename T>
-void Decoder::readPlain(Json& value, uint32_t (TProtocol::*read)(T&)) {
+void MessageReader::readPlain(Json& value, uint32_t (TProtocol::*read)(T&)) {
     T plain{};
     (*protocol_.*read)(plain);
     value = std::move(plain);
@@ -256,10 +260,9 @@ void Decoder::readPlain(Json& value, uint32_t (TProtocol::*read)(T&)) {
 
 // A map's elements are pairs. `shape` gets the types that the elements have, each of them if these
 // are containers too.
-void Decoder::readContainer(Json& value, Json& shape, TType container, int depth) {
+void MessageReader::readContainer(Json& value, Json& shape, TType container, int depth) {
     const bool isMap = container == protocol::T_MAP;
     const bool isList = container == protocol::T_LIST;
-    item(isMap ? "the head of a map" : "the head of a list or set");
     value = Json::array();
     TType keyType{};
     TType type{};

@@ -1,5 +1,4 @@
-#include <algorithm>
-
+#include "message.h"
 #include "print.h"
 #include "verbs.h"
 
@@ -13,19 +12,6 @@ Json fieldsAsJson(const std::vector<Field>& fields) {
         list.push_back({{"id", field.id}, {"name", field.name}, {"type", nameOf(field.type)}});
     }
     return list;
-}
-
-std::string fieldLines(const std::vector<Field>& fields) {
-    std::size_t width = 0;
-    for (const Field& field : fields) {
-        width = std::max(width, field.name.size());
-    }
-    std::string lines;
-    for (const Field& field : fields) {
-        lines += padded("", 4) + padded(std::to_string(field.id), 3) +
-                 tinted(Tint::Name, padded(field.name, width)) + "  " + nameOf(field.type) + "\n";
-    }
-    return lines;
 }
 
 }  // namespace
@@ -57,14 +43,15 @@ int describe(const DescribeOptions& options) {
                                      {"result", nameOf(operation.result)}});
         lines += tinted(Tint::Value, name) +
                  (oneway ? ", one-way" : ": " + nameOf(operation.result)) + "\n" +
-                 fieldLines(operation.arguments);
+                 describedFields(fieldsAsJson(operation.arguments), "    ");
         names += name + "\n";
     }
     for (const Record& record : records()) {
         if (wanted.empty() || wanted == record.name) {
             all["records"].push_back(
                 {{"name", record.name}, {"fields", fieldsAsJson(record.fields)}});
-            lines += tinted(Tint::Value, record.name) + "\n" + fieldLines(record.fields);
+            lines += tinted(Tint::Value, record.name) + "\n" +
+                     describedFields(fieldsAsJson(record.fields), "    ");
         }
     }
     if (lines.empty()) {

@@ -2,7 +2,7 @@
 
 #include <iostream>
 
-#include "encoder.h"
+#include "message.h"
 #include "print.h"
 #include "verbs.h"
 

@@ -1,11 +1,9 @@
-#include "encoder.h"
+#include "message.h"
 
 #include <thrift/transport/TBufferTransports.h>
 
 #include <cstring>
 #include <limits>
-
-#include "wirenames.h"
 
 namespace tavctl {
 

@@ -1,5 +1,7 @@
 #include "interface.h"
 
+#include <algorithm>
+
 #include "failure.h"
 
 namespace tavctl {
@@ -97,6 +99,33 @@ const Operation& operationNamed(const std::string& name, const std::string& serv
     }
     throw Failure(Exit::Usage, (service.empty() ? "there is" : service + " has") +
                                    (" no operation '" + name + "'; there are " + names));
+}
+
+const Field* fieldOf(const std::vector<Field>& fields, int16_t id) {
+    const auto found = std::find_if(fields.begin(), fields.end(),
+                                    [&](const Field& field) { return field.id == id; });
+    return found == fields.end() ? nullptr : &*found;
+}
+
+std::vector<Field> fieldsOf(const std::string& operation, bool isReply) {
+    std::vector<Field> fields;
+    for (const Operation& each : operations()) {
+        if (each.name != operation) {
+            continue;
+        }
+        const std::vector<Field> result = {{0, "success", each.result}};
+        for (const Field& field : isReply ? result : each.arguments) {
+            const auto known = std::find_if(fields.begin(), fields.end(), [&](const Field& other) {
+                return other.id == field.id;
+            });
+            if (known == fields.end()) {
+                fields.push_back(field);
+            } else if (known->name != field.name) {
+                known->name += "/" + field.name;
+            }
+        }
+    }
+    return fields;
 }
 
 std::string nameOf(const Type& type) {

@@ -50,6 +50,13 @@ const std::vector<Record>& records();
 // Failure that names the operations there are; only those of `service`, if it is given.
 const Operation& operationNamed(const std::string& name, const std::string& service = "");
 
+// The field with this id, or null.
+const Field* fieldOf(const std::vector<Field>& fields, int16_t id);
+
+// The fields that a message may have. Two services may have an operation of one name: a field
+// whose names differ has both.
+std::vector<Field> fieldsOf(const std::string& operation, bool isReply);
+
 std::string nameOf(const Type& type);
 
 // The interface definition, as its file has it.

@@ -3,11 +3,11 @@
 #include <thrift/protocol/TJSONProtocol.h>
 
 #include <algorithm>
+#include <charconv>
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <sstream>
-#include <vector>
+#include <set>
 
 #include "connection.h"
 
@@ -38,155 +38,145 @@ const std::map<std::string, Range> kIntegers = {{"tf", {0, 1}},
                                                 {"message type", {1, 4}},
                                                 {"sequence number", {INT32_MIN, UINT32_MAX}},
                                                 {"number of elements", {0, kContainerLimit}}};
-const std::vector<std::string> kTypes = {"tf",  "i8",  "i16", "i32", "i64", "dbl",
-                                         "str", "rec", "map", "lst", "set"};
+const std::set<std::string> kTypes = {"tf",  "i8",  "i16", "i32", "i64", "dbl",
+                                      "str", "rec", "map", "lst", "set"};
 
-// What arrays begin with.
-const std::map<std::string, std::vector<std::string>> kHeads = {
-    {"message", {"version", "str", "message type", "sequence number", "rec"}},
-    {"lst", {"type", "number of elements"}},
-    {"set", {"type", "number of elements"}},
-    {"map", {"type", "type", "number of elements", "pairs"}}};
+constexpr char kNotJson[] = "this is not JSON";
 
-// Follows the parser through a message. What libthrift reads is then what the text says.
-class Checker : public nlohmann::json_sax<json> {
+// Reads a message as libthrift will, which skips no space. What libthrift reads is then what the
+// text says. The brackets of the text match in number, and its quotes.
+class Checker {
 public:
-    explicit Checker(std::istringstream& text) : text_(text) {}
+    explicit Checker(const std::string& text) : text_(text) {}
 
-    bool null() override { return value(nullptr); }
-    bool boolean(bool) override { return value(nullptr); }
-    bool number_integer(number_integer_t number) override { return value(number); }
-    bool number_unsigned(number_unsigned_t number) override { return value(number); }
-    bool number_float(number_float_t number, const string_t&) override { return value(number); }
-    bool string(string_t& text) override { return value(text); }
-    bool binary(binary_t&) override { return value(nullptr); }
-
-    bool start_object(std::size_t) override { return start({"rec", "field", "pairs"}); }
-    bool start_array(std::size_t) override { return start({"message", "lst", "set", "map"}); }
-    bool end_object() override { return end(); }
-    bool end_array() override { return end(); }
-
-    bool key(string_t& key) override {
-        Level& level = levels_.back();
-        if (level.kind == "field") {
-            check("type", key);
-            level.types = {key};
-        } else {
-            const std::string type = level.kind == "rec" ? "i16" : level.types.front();
-            // Only numbers and text can be keys; "NaN" and its like are numbers.
-            const json number = json::parse(key, nullptr, false);
-            check(type, type == "str" || number.is_discarded() ? json(key) : number);
+    void message() {
+        take('[', "this must be a message");
+        value("version");
+        for (const char* part : {"str", "message type", "sequence number", "rec"}) {
+            take(',', wrongSize("message"));
+            value(part);
         }
-        begin_ = position();
-        return true;
-    }
-
-    bool parse_error(std::size_t position, const std::string&,
-                     const nlohmann::detail::exception&) override {
-        throw BrokenJson(position == 0 ? 0 : position - 1, "this is not JSON");
+        take(']', wrongSize("message"));
     }
 
 private:
-    struct Level {
-        std::string kind;
-        std::vector<std::string> types;  // of its elements
-        std::size_t size = 0;            // as it says
-        std::size_t index = 0;
-    };
-
-    // How far the parser has read.
-    std::size_t position() { return static_cast<std::size_t>(text_.tellg()); }
-
-    [[noreturn]] void refuse(const std::string& reason) const {
-        const std::string& text = text_.str();
-        throw BrokenJson(std::min(text.find_first_not_of(",: \t\r\n", begin_), text.size()),
-                         reason);
+    static std::string wrongSize(const std::string& kind) {
+        return "this " + kind + " has the wrong number of values";
     }
 
-    // What the next value has to be.
-    std::string expected() {
-        if (levels_.empty()) {
-            return "message";
+    void take(char c, const std::string& otherwise) {
+        if (text_[at_] != c) {
+            throw BrokenJson(at_, otherwise);
         }
-        Level& level = levels_.back();
-        const std::size_t index = level.index++;
-        const auto head = kHeads.find(level.kind);
-        if (head != kHeads.end() && index < head->second.size()) {
-            return head->second[index];
-        }
-        if (level.kind == "message" || level.kind == "map") {
-            refuse("this " + level.kind + " has too many values");
-        }
-        return level.kind == "rec" ? "field" : level.types.back();
+        ++at_;
     }
 
-    void check(const std::string& type, const json& value) const {
+    // The number or the string, with its quotes, that comes next.
+    std::string token() const {
+        if (text_[at_] != '"') {
+            return text_.substr(at_, text_.find_first_of(",:]}", at_) - at_);
+        }
+        std::size_t end = at_ + 1;
+        while (text_[end] != '"') {
+            end += text_[end] == '\\' ? 2U : 1U;
+        }
+        return text_.substr(at_, end + 1 - at_);
+    }
+
+    // Takes a number or a string, and returns it without quotes. Keys have them in any case.
+    std::string scalar(const std::string& type, bool isKey = false) {
+        const std::string written = token();
+        const json parsed = json::parse(written, nullptr, false);
+        const bool quoted = parsed.is_string();
+        std::string text = quoted ? parsed.get<std::string>() : written;
         const auto integer = kIntegers.find(type);
         if (integer != kIntegers.end()) {
             const auto [min, max] = integer->second;
-            if (!value.is_number_integer() ||
-                (value.is_number_unsigned() && value.get<uint64_t>() > INT64_MAX) ||
-                value.get<int64_t>() < min || value.get<int64_t>() > max) {
-                refuse("this must be a whole number from " + std::to_string(min) + " to " +
-                       std::to_string(max) + ", as " + type);
+            const char* const end = text.data() + text.size();
+            int64_t number = 0;
+            const auto [next, error] = std::from_chars(text.data(), end, number);
+            if (quoted != isKey || next != end || error != std::errc() || number < min ||
+                number > max) {
+                throw BrokenJson(at_, "this must be a whole number from " + std::to_string(min) +
+                                          " to " + std::to_string(max) + ", as " + type);
             }
-            return;
+        } else if (type == "dbl") {
+            const bool special = text == "NaN" || text == "Infinity" || text == "-Infinity";
+            const bool number = json::parse(text, nullptr, false).is_number() && quoted == isKey;
+            check(number || (special && quoted), type);
+        } else {
+            check(quoted && (type == "str" || (type == "type" && kTypes.count(text) != 0)), type);
         }
-        const bool right = type == "type"  ? std::count(kTypes.begin(), kTypes.end(), value) != 0
-                           : type == "dbl" ? value.is_number() || value == "NaN" ||
-                                                 value == "Infinity" || value == "-Infinity"
-                                           : type == "str" && value.is_string();
+        at_ += written.size();
+        return text;
+    }
+
+    void check(bool right, const std::string& type) const {
         if (!right) {
-            refuse("this must be a " + type);
+            throw BrokenJson(at_, "this must be a " + type);
         }
     }
 
-    bool value(const json& value) {
-        const std::string type = expected();
-        check(type, value);
-        if (type == "type") {
-            levels_.back().types.push_back(value);
-        } else if (type == "number of elements") {
-            levels_.back().size = value;
+    void value(const std::string& type) {
+        if (type == "rec") {
+            record();
+        } else if (type == "map" || type == "lst" || type == "set") {
+            container(type);
+        } else {
+            scalar(type);
         }
-        begin_ = position();
-        return true;
     }
 
-    bool start(const std::vector<std::string>& kinds) {
-        const std::string kind = expected();
-        if (std::count(kinds.begin(), kinds.end(), kind) == 0) {
-            refuse("this must be a " + kind);
+    void record() {
+        take('{', "this must be a rec");
+        for (bool first = true; text_[at_] != '}'; first = false) {
+            if (!first) {
+                take(',', kNotJson);
+            }
+            scalar("i16", true);
+            take(':', kNotJson);
+            take('{', "this must be a field");
+            const std::string type = scalar("type");
+            take(':', kNotJson);
+            value(type);
+            take('}', wrongSize("field"));
         }
-        Level level{kind, {}};
-        if (kind == "pairs") {
-            level.types = levels_.back().types;
-            level.size = levels_.back().size;
-        }
-        levels_.push_back(level);
-        begin_ = position();
-        return true;
+        ++at_;
     }
 
-    bool end() {
-        const Level& level = levels_.back();
-        const auto head = kHeads.find(level.kind);
-        const std::size_t size = (head == kHeads.end() ? 0 : head->second.size()) +
-                                 (level.kind == "map"     ? 0
-                                  : level.kind == "field" ? 1
-                                                          : level.size);
-        if (level.kind != "rec" && level.index != size) {
-            begin_ = position() - 1;  // the bracket
-            refuse("this " + level.kind + " has the wrong number of values");
+    void container(const std::string& kind) {
+        const bool isMap = kind == "map";
+        take('[', "this must be a " + kind);
+        const std::string keyType = scalar("type");
+        take(',', wrongSize(kind));
+        std::string type = keyType;
+        if (isMap) {
+            type = scalar("type");
+            take(',', wrongSize(kind));
         }
-        levels_.pop_back();
-        begin_ = position();
-        return true;
+        const int size = std::stoi(scalar("number of elements"));
+        if (isMap) {
+            take(',', wrongSize(kind));
+            take('{', "this must be pairs");
+        }
+        for (int i = 0; i < size; ++i) {
+            if (i > 0 || !isMap) {
+                take(',', wrongSize(kind));
+            }
+            if (isMap) {
+                scalar(keyType, true);
+                take(':', kNotJson);
+            }
+            value(type);
+        }
+        if (isMap) {
+            take('}', wrongSize(kind));
+        }
+        take(']', wrongSize(kind));
     }
 
-    std::istringstream& text_;
-    std::size_t begin_ = 0;  // of what comes next, but for separators
-    std::vector<Level> levels_;
+    const std::string& text_;
+    std::size_t at_ = 0;
 };
 
 class Protocol : public apache::thrift::protocol::TJSONProtocol {
@@ -239,9 +229,7 @@ void CheckedJson::receive() {
     std::string ascii = text_;
     std::replace_if(
         ascii.begin(), ascii.end(), [](char c) { return (c & 0x80) != 0; }, 'x');
-    std::istringstream text(ascii);
-    Checker checker(text);
-    json::sax_parse(text, &checker);
+    Checker(ascii).message();
     checked_ = text_.size();
 }
 

@@ -2,7 +2,6 @@
 
 #include <atomic>
 
-#include "events.h"
 #include "print.h"
 #include "stop.h"
 #include "typed.h"
@@ -34,12 +33,6 @@ int listen(const ListenOptions& options) {
     }
     server.stop();
     return 0;
-}
-void showEvent(const Json& event) {
-    show({{"event", event}, {"time", utcTime()}},
-         tinted(Tint::Dim, localTime()) + "  " +
-             tinted(Tint::Good, "event " + shown(event["eventType"])) + "  " +
-             shown(event["param1"]) + "  " + shown(event["param2"]) + "\n");
 }
 
 }  // namespace tavctl

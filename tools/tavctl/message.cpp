@@ -2,60 +2,9 @@
 
 #include <algorithm>
 
-#include "decoder.h"
 #include "print.h"
 
 namespace tavctl {
-
-MessageReader::MessageReader(std::shared_ptr<TTransport> stream, Settings settings)
-    : source_(std::make_shared<Source>(std::move(stream))), settings_(std::move(settings)) {
-}
-
-bool MessageReader::next(Json& message) {
-    source_->beginMessage();
-    // Files of JSON have their messages on lines.
-    while (settings_.protocol == "json" && source_->stream.more() &&
-           std::isspace(static_cast<unsigned char>(source_->stream.ahead()[0])) != 0) {
-        uint8_t space = 0;
-        source_->read(&space, 1);
-        source_->beginMessage();
-    }
-    if (!source_->stream.more()) {
-        return false;
-    }
-    message = {{"offset", source_->begin}, {"size", 0}};
-    Decoder decoder(source_, settings_);
-    try {
-        decoder.decode(message);
-    } catch (const apache::thrift::TException& failure) {
-        guess_ = guess(source_->message + std::string(source_->stream.ahead().substr(0, 16)));
-        message["broken"] = decoder.broken(failure);
-    }
-    message["size"] = source_->message.size();
-    return true;
-}
-
-const std::string& MessageReader::bytes() const {
-    return source_->message;
-}
-
-std::string MessageReader::mismatch() const {
-    const std::string expected = settings_.protocol + " over " + settings_.transport;
-    if (guess_.empty() || guess_ == expected) {
-        return "";
-    }
-    return "it looks like " + guess_ +
-           (guess_ == "TLS" ? ", which only its two ends can read" : ", not " + expected);
-}
-
-std::size_t MessageReader::skipRest() {
-    uint8_t bytes[1 << 12];
-    return source_->stream.read(bytes, sizeof bytes);
-}
-
-// --- For people
-
-namespace {
 
 std::string describedFields(const Json& fields, const std::string& indent) {
     std::size_t width = 0;
@@ -65,8 +14,12 @@ std::string describedFields(const Json& fields, const std::string& indent) {
     std::string lines;
     for (const Json& field : fields) {
         lines += indent + padded(std::to_string(field["id"].get<int>()), 2) + " " +
-                 tinted(Tint::Name, padded(field.value("name", ""), width)) + "  " +
-                 tinted(Tint::Dim, padded(field["type"], 6)) + " ";
+                 tinted(Tint::Name, padded(field.value("name", ""), width)) + "  ";
+        if (!field.contains("value")) {
+            lines += field["type"].get<std::string>() + "\n";
+            continue;
+        }
+        lines += tinted(Tint::Dim, padded(field["type"], 6)) + " ";
         const Json& value = field["value"];
         if (field["type"] == "struct" && value.is_array()) {
             lines += "\n" + describedFields(value, indent + "   ");
@@ -79,8 +32,6 @@ std::string describedFields(const Json& fields, const std::string& indent) {
     }
     return lines;
 }
-
-}  // namespace
 
 std::string described(const Json& message, const std::string& indent) {
     std::string lines = indent;

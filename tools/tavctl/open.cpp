@@ -4,7 +4,6 @@
 #include <mutex>
 
 #include "connection.h"
-#include "events.h"
 #include "failure.h"
 #include "print.h"
 #include "stop.h"

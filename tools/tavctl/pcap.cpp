@@ -15,11 +15,6 @@ namespace tavctl {
 
 namespace {
 
-constexpr std::size_t kByteLimit = 64 << 20;
-constexpr std::size_t kConversationLimit = 10000;
-constexpr std::size_t kFirstBytes = 16;
-constexpr std::size_t kPerSegment = 100;  // bytes that a segment takes in addition to its own
-
 using Bytes = std::string_view;
 
 uint32_t number(Bytes bytes, std::size_t at, std::size_t size) {
@@ -29,17 +24,6 @@ uint32_t number(Bytes bytes, std::size_t at, std::size_t size) {
     }
     return value;
 }
-
-// A segment. Its addresses have the form "address:port".
-struct Segment {
-    std::string from;
-    std::string to;
-    uint32_t sequence = 0;
-    unsigned flags = 0;
-    std::size_t length = 0;   // as it was sent
-    Bytes payload;            // as far as it was captured
-    bool isFragment = false;  // of an IP packet
-};
 
 std::string addressOf(int family, Bytes address, uint32_t port) {
     char text[INET6_ADDRSTRLEN] = "";
@@ -91,15 +75,15 @@ bool parse(Bytes ip, std::size_t sentSize, Segment& segment) {
     // Extension headers for hops, routing and destinations.
     while (v6 && (protocol == 0 || protocol == 43 || protocol == 60) && ip.size() >= begin + 8) {
         protocol = number(ip, begin, 1);
-        begin += 8 * (number(ip, begin + 1, 1) + 1);
+        begin += std::size_t{8} * (number(ip, begin + 1, 1) + 1);
     }
     const bool fragment = !v6 && (number(ip, 6, 2) & 0x3FFF) != 0;
     segment.isFragment = fragment || (v6 && protocol == 44);
-    if (fragment || protocol != IPPROTO_TCP || ip.size() < begin + 20) {
+    if (segment.isFragment || protocol != IPPROTO_TCP || ip.size() < begin + 20) {
         return false;
     }
     const Bytes tcp = ip.substr(begin);
-    const std::size_t data = begin + 4 * (number(tcp, 12, 1) >> 4);
+    const std::size_t data = begin + std::size_t{4} * (number(tcp, 12, 1) >> 4);
     if (data < begin + 20 || data > whole) {
         return false;
     }
@@ -107,114 +91,12 @@ bool parse(Bytes ip, std::size_t sentSize, Segment& segment) {
     segment.from = addressOf(family, ip.substr(v6 ? 8 : 12), number(tcp, 0, 2));
     segment.to = addressOf(family, ip.substr(v6 ? 24 : 16), number(tcp, 2, 2));
     segment.sequence = number(tcp, 4, 4);
-    segment.flags = number(tcp, 13, 1);
+    segment.syn = (number(tcp, 13, 1) & 2) != 0;
+    segment.ack = (number(tcp, 13, 1) & 16) != 0;
     segment.length = whole - data;
     segment.payload = ip.substr(std::min(data, ip.size())).substr(0, segment.length);
     return true;
 }
-
-constexpr unsigned kSyn = 2;
-constexpr unsigned kAck = 16;
-
-class Reassembly {
-public:
-    Reassembly(PcapFile& file, const std::function<bool(const std::string&)>& isOurs)
-        : file_(file), isOurs_(isOurs) {}
-
-    void add(const Segment& segment, uint64_t packet, double ms) {
-        const bool opens = (segment.flags & (kSyn | kAck)) == kSyn;
-        const auto key = std::minmax(segment.from, segment.to);
-        Conversation*& conversation = open_[key];
-        const bool again = conversation != nullptr && opens &&
-                           flowOf(*conversation, segment).first != segment.sequence + 1;
-        if (conversation == nullptr || again) {
-            if (file_.conversations.size() == kConversationLimit) {
-                throw tooMuch(std::to_string(kConversationLimit) + " conversations");
-            }
-            conversation = &file_.conversations.emplace_back();
-            conversation->flows[0].address = segment.from;
-            conversation->flows[1].address = segment.to;
-        }
-        Flow& flow = flowOf(*conversation, segment);
-        if ((segment.flags & kSyn) != 0) {
-            conversation->client =
-                &conversation->flows[(&flow == &conversation->flows[0]) == opens ? 0 : 1];
-        }
-        if (!flow.begun) {
-            flow.begun = true;
-            flow.first = segment.sequence + ((segment.flags & kSyn) != 0 ? 1 : 0);
-        }
-        if (segment.length > 0) {
-            addData(flow, segment, packet, ms);
-        }
-    }
-
-private:
-    static Flow& flowOf(Conversation& conversation, const Segment& segment) {
-        return conversation.flows[conversation.flows[0].address == segment.from ? 0 : 1];
-    }
-
-    static Failure tooMuch(const std::string& limit) {
-        return {Exit::Usage, "the capture has more than " + limit,
-                "take a part of it, with tcpdump -r FILE -w PART port NUMBER"};
-    }
-
-    void addData(Flow& flow, const Segment& segment, uint64_t packet, double ms) {
-        // Sequence numbers wrap around: this takes the position closest to the known bytes.
-        const uint64_t there = flow.foreign ? flow.end : flow.bytes.size();
-        const auto expected = flow.first + static_cast<uint32_t>(there);
-        const int64_t begin =
-            static_cast<int64_t>(there) + static_cast<int32_t>(segment.sequence - expected);
-        const int64_t end = begin + static_cast<int64_t>(segment.length);
-        flow.end = std::max(flow.end, static_cast<uint64_t>(std::max<int64_t>(end, 0)));
-        if (flow.foreign || end <= static_cast<int64_t>(there)) {
-            return;  // sent again, or from before the capture
-        }
-        const std::size_t known =
-            begin < static_cast<int64_t>(there)
-                ? static_cast<std::size_t>(static_cast<int64_t>(there) - begin)
-                : 0;
-        Bytes rest = segment.payload.substr(std::min(known, segment.payload.size()));
-        std::string& part = flow.waiting[static_cast<uint64_t>(begin) + known];
-        if (rest.size() <= part.size()) {
-            return;
-        }
-        total_ += rest.size() - part.size() + kPerSegment;
-        part = rest;
-        if (total_ > kByteLimit) {
-            throw tooMuch(std::to_string(kByteLimit >> 20) + " MiB of messages");
-        }
-        append(flow, packet, ms);
-    }
-
-    // Appends what is no longer preceded by missing bytes.
-    void append(Flow& flow, uint64_t packet, double ms) {
-        auto next = flow.waiting.begin();
-        while (next != flow.waiting.end() && next->first <= flow.bytes.size()) {
-            const auto known = static_cast<std::size_t>(flow.bytes.size() - next->first);
-            if (known < next->second.size()) {
-                flow.bytes.append(next->second, known);
-                flow.marks.push_back({flow.bytes.size(), packet, ms});
-            }
-            next = flow.waiting.erase(next);
-        }
-        if (!flow.checked && flow.bytes.size() >= kFirstBytes) {
-            flow.checked = true;
-            flow.foreign = !isOurs_(flow.bytes);
-        }
-        if (flow.foreign) {
-            total_ -= flow.bytes.size() - kFirstBytes;
-            flow.bytes.resize(kFirstBytes);
-            flow.bytes.shrink_to_fit();
-            flow.waiting.clear();
-        }
-    }
-
-    PcapFile& file_;
-    const std::function<bool(const std::string&)>& isOurs_;
-    std::map<std::pair<std::string, std::string>, Conversation*> open_;
-    std::size_t total_ = 0;
-};
 
 ssize_t readInput(void* input, char* bytes, std::size_t count) try {
     return static_cast<ssize_t>(static_cast<Lookahead*>(input)->read(
@@ -225,7 +107,7 @@ ssize_t readInput(void* input, char* bytes, std::size_t count) try {
 
 }  // namespace
 
-PcapFile readPcap(Lookahead& input, const std::function<bool(const std::string&)>& isOurs) {
+std::string readPcap(Lookahead& input, const std::function<void(const Segment&)>& take) {
     char error[PCAP_ERRBUF_SIZE] = "";
     std::FILE* stream = fopencookie(&input, "r", {readInput, nullptr, nullptr, nullptr});
     pcap_t* opened = stream == nullptr ? nullptr : pcap_fopen_offline(stream, error);
@@ -247,8 +129,6 @@ PcapFile readPcap(Lookahead& input, const std::function<bool(const std::string&)
                           (name == nullptr ? std::to_string(link) : name) + " cannot be read",
                       "capture on another interface, tcpdump -i any for instance");
     }
-    PcapFile result;
-    Reassembly reassembly(result, isOurs);
     pcap_pkthdr* head = nullptr;
     const u_char* bytes = nullptr;
     double first = 0;
@@ -260,30 +140,20 @@ PcapFile readPcap(Lookahead& input, const std::function<bool(const std::string&)
         const Bytes whole(reinterpret_cast<const char*>(bytes), head->caplen);
         const Bytes ip = ipPacket(link, whole);
         Segment segment;
-        if (parse(ip, head->len - (whole.size() - ip.size()), segment)) {
-            reassembly.add(segment, packet, ms - first);
-        }
-        result.fragments += segment.isFragment ? 1 : 0;
-    }
-    if (status == PCAP_ERROR) {
-        result.broken = pcap_geterr(opened);
-    }
-    for (Conversation& conversation : result.conversations) {
-        for (Flow& flow : conversation.flows) {
-            flow.foreign = flow.foreign || (!flow.bytes.empty() && !isOurs(flow.bytes));
+        segment.packet = packet;
+        segment.ms = ms - first;
+        if (parse(ip, head->len - (whole.size() - ip.size()), segment) || segment.isFragment) {
+            take(segment);
         }
     }
-    return result;
+    return status == PCAP_ERROR ? pcap_geterr(opened) : "";
 }
 
 bool isPcap(std::string_view begin) {
-    for (const char* magic : {"\xa1\xb2\xc3\xd4", "\xd4\xc3\xb2\xa1", "\xa1\xb2\x3c\x4d",
-                              "\x4d\x3c\xb2\xa1", "\x0a\x0d\x0d\x0a"}) {
-        if (begin.substr(0, 4) == magic) {
-            return true;
-        }
-    }
-    return false;
+    constexpr const char* kMagics[] = {"\xa1\xb2\xc3\xd4", "\xd4\xc3\xb2\xa1", "\xa1\xb2\x3c\x4d",
+                                       "\x4d\x3c\xb2\xa1", "\x0a\x0d\x0d\x0a"};
+    return std::find(std::begin(kMagics), std::end(kMagics), begin.substr(0, 4)) !=
+           std::end(kMagics);
 }
 
 }  // namespace tavctl

@@ -183,6 +183,13 @@ void show(const Json& object, const std::string& lines) {
     }
 }
 
+void showEvent(const Json& event) {
+    show({{"event", event}, {"time", utcTime()}},
+         tinted(Tint::Dim, localTime()) + "  " +
+             tinted(Tint::Good, "event " + shown(event["eventType"])) + "  " +
+             shown(event["param1"]) + "  " + shown(event["param2"]) + "\n");
+}
+
 std::string localTime() {
     return timeIn(localtime_r, "%T", "");
 }

@@ -47,6 +47,9 @@ void printJson(const Json& object);
 // The object with --json, the lines otherwise.
 void show(const Json& object, const std::string& lines);
 
+// An event, which has the fields of TavEmpEvent.Callback.
+void showEvent(const Json& event);
+
 // This moment: "12:30:59.250" here, or "2026-01-31T11:30:59.250Z".
 std::string localTime();
 std::string utcTime();

@@ -1,7 +1,6 @@
 #include <TavIDL/host/Connection.h>
 #include <TavIDL/host/Remote.h>
 #include <thrift/TApplicationException.h>
-#include <thrift/transport/TBufferTransports.h>
 
 #include <algorithm>
 #include <chrono>
@@ -14,7 +13,6 @@
 namespace tavctl {
 
 using apache::thrift::TApplicationException;
-using apache::thrift::transport::TMemoryBuffer;
 using Clock = std::chrono::steady_clock;
 
 namespace {
@@ -49,19 +47,9 @@ std::string ask(const std::string& address, const Settings& settings) {
 
 // The bytes of the same call.
 std::string questionIn(const Settings& settings) {
-    const auto bytes = std::make_shared<TMemoryBuffer>();
-    std::shared_ptr<TTransport> wire = bytes;
-    if (settings.framed()) {
-        wire = std::make_shared<apache::thrift::transport::TFramedTransport>(bytes);
-    }
-    const auto protocol = protocolOver(settings, wire);
-    protocol->writeMessageBegin(kNoOperation, apache::thrift::protocol::T_CALL, 0);
-    protocol->writeStructBegin("");
-    protocol->writeFieldStop();
-    protocol->writeStructEnd();
-    protocol->writeMessageEnd();
-    wire->flush();
-    return bytes->getBufferAsString();
+    return encoded(
+        {{"operation", kNoOperation}, {"type", "call"}, {"seqid", 0}, {"fields", Json::array()}},
+        settings, kNoOperation);
 }
 
 // What the peer's answer to these bytes looks like, if it looks like anything known.

@@ -7,7 +7,6 @@
 #include <thread>
 
 #include "capture.h"
-#include "encoder.h"
 #include "follow.h"
 #include "message.h"
 #include "passage.h"

@@ -48,96 +48,86 @@ const std::map<std::string, Call> kCalls = {
     {"TavEmpEvent.Callback", call(&TavIDL::CallbackBatch::Callback)},
 };
 
-// What the three handlers share.
-class Handler {
-public:
-    explicit Handler(Answer answer) : answer_(std::move(answer)) {}
+using Text = const std::string&;
 
-protected:
+// Serves any of the services: where two have the same operation, it has the same signature.
+class Handler : public TavBrokerIf, public TavEmpIf, public TavEmpEventIf {
+public:
+    Handler(std::string service, Answer answer)
+        : service_(std::move(service)), answer_(std::move(answer)) {}
+
+    void OpenEmp(ConnectionInfo& result, Text name, Text version, Text credential) override {
+        result = answer("OpenEmp", name, version, credential);
+    }
+
+    bool CloseEmp(const ConnectionInfo& connectionInfo) override {
+        return answer("CloseEmp", connectionInfo);
+    }
+
+    bool Open(int32_t clientID, Text name, Text version, Text credential) override {
+        return answer("Open", clientID, name, version, credential);
+    }
+
+    int32_t Close(int32_t clientID) override { return answer("Close", clientID); }
+
+    void Execute(std::string& result, int32_t caller, Text cmd, Text param1, Text param2,
+                 Text param3, Text param4) override {
+        result = answer("Execute", caller, cmd, param1, param2, param3, param4);
+    }
+
+    void ExecuteWithParamList(std::string& result, int32_t clientID, Text cmd,
+                              const ParamList& paramList) override {
+        result = answer("ExecuteWithParamList", clientID, cmd, paramList);
+    }
+
+    void Callback(int32_t eventType, Text param1, Text param2) override {
+        answer("Callback", eventType, param1, param2);
+    }
+
+private:
     template <typename... Values>
     Json answer(const char* name, const Values&... values) const {
-        const Operation& operation = operationNamed(name);
+        const Operation& operation = operationNamed(name, service_);
         Json arguments;
         auto field = operation.arguments.begin();
         ((arguments[(field++)->name] = values), ...);
         return answer_(operation, arguments);
     }
 
-private:
+    const std::string service_;
     const Answer answer_;
 };
 
-using Text = const std::string&;
-
-class Broker : public TavBrokerIf, Handler {
-public:
-    using Handler::Handler;
-
-    void OpenEmp(ConnectionInfo& result, Text name, Text version, Text credential) override {
-        result = answer("TavBroker.OpenEmp", name, version, credential);
-    }
-
-    void Execute(std::string& result, int32_t fromPort, Text cmd, Text param1, Text param2,
-                 Text param3, Text param4) override {
-        result = answer("TavBroker.Execute", fromPort, cmd, param1, param2, param3, param4);
-    }
-
-    bool CloseEmp(const ConnectionInfo& connectionInfo) override {
-        return answer("TavBroker.CloseEmp", connectionInfo);
-    }
+// How a service is called, and served.
+struct Service {
+    std::function<std::unique_ptr<TavIDL::Remote>(Text address, const TavIDL::Settings&)> remote;
+    std::function<std::unique_ptr<TavIDL::Batch>(TavIDL::Remote&)> batch;
+    std::function<std::shared_ptr<apache::thrift::TProcessor>(std::shared_ptr<Handler>)> processor;
 };
 
-class Emp : public TavEmpIf, Handler {
-public:
-    using Handler::Handler;
+template <typename Remote, typename Batch, typename Processor>
+Service service() {
+    return {
+        std::make_unique<Remote, Text, const TavIDL::Settings&>,
+        [](TavIDL::Remote& peer) { return std::make_unique<Batch>(dynamic_cast<Remote&>(peer)); },
+        std::make_shared<Processor, std::shared_ptr<Handler>>};
+}
 
-    bool Open(int32_t clientID, Text name, Text version, Text credential) override {
-        return answer("TavEmp.Open", clientID, name, version, credential);
-    }
-
-    int32_t Close(int32_t clientID) override { return answer("TavEmp.Close", clientID); }
-
-    void Execute(std::string& result, int32_t clientID, Text cmd, Text param1, Text param2,
-                 Text param3, Text param4) override {
-        result = answer("TavEmp.Execute", clientID, cmd, param1, param2, param3, param4);
-    }
-
-    void ExecuteWithParamList(std::string& result, int32_t clientID, Text cmd,
-                              const ParamList& paramList) override {
-        result = answer("TavEmp.ExecuteWithParamList", clientID, cmd, paramList);
-    }
-};
-
-class Event : public TavEmpEventIf, Handler {
-public:
-    using Handler::Handler;
-
-    void Callback(int32_t eventType, Text param1, Text param2) override {
-        answer("TavEmpEvent.Callback", eventType, param1, param2);
-    }
-};
+const std::map<std::string, Service> kServices = {
+    {"TavBroker", service<TavIDL::RemoteBroker, TavIDL::BrokerBatch, TavBrokerProcessor>()},
+    {"TavEmp", service<TavIDL::RemoteEmp, TavIDL::EmpBatch, TavEmpProcessor>()},
+    {"TavEmpEvent",
+     service<TavIDL::RemoteCallback, TavIDL::CallbackBatch, TavEmpEventProcessor>()}};
 
 }  // namespace
 
 std::unique_ptr<TavIDL::Remote> remoteOf(const std::string& service, const std::string& address,
                                          const TavIDL::Settings& settings) {
-    if (service == "TavBroker") {
-        return std::make_unique<TavIDL::RemoteBroker>(address, settings);
-    }
-    if (service == "TavEmp") {
-        return std::make_unique<TavIDL::RemoteEmp>(address, settings);
-    }
-    return std::make_unique<TavIDL::RemoteCallback>(address, settings);
+    return kServices.at(service).remote(address, settings);
 }
 
-std::unique_ptr<TavIDL::Batch> batchOf(TavIDL::Remote& peer) {
-    if (auto* const broker = dynamic_cast<TavIDL::RemoteBroker*>(&peer)) {
-        return std::make_unique<TavIDL::BrokerBatch>(*broker);
-    }
-    if (auto* const emp = dynamic_cast<TavIDL::RemoteEmp*>(&peer)) {
-        return std::make_unique<TavIDL::EmpBatch>(*emp);
-    }
-    return std::make_unique<TavIDL::CallbackBatch>(dynamic_cast<TavIDL::RemoteCallback&>(peer));
+std::unique_ptr<TavIDL::Batch> batchOf(const std::string& service, TavIDL::Remote& peer) {
+    return kServices.at(service).batch(peer);
 }
 
 Reply addTo(TavIDL::Batch& batch, const Operation& operation, const Json& arguments) {
@@ -146,7 +136,7 @@ Reply addTo(TavIDL::Batch& batch, const Operation& operation, const Json& argume
 
 Json call(const Operation& operation, TavIDL::Remote& peer, const Json& arguments) {
     try {
-        const auto batch = batchOf(peer);
+        const auto batch = batchOf(operation.service, peer);
         const Reply reply = addTo(*batch, operation, arguments);
         batch->run();
         return reply();
@@ -156,13 +146,7 @@ Json call(const Operation& operation, TavIDL::Remote& peer, const Json& argument
 }
 
 std::shared_ptr<apache::thrift::TProcessor> processorOf(const std::string& service, Answer answer) {
-    if (service == "TavBroker") {
-        return std::make_shared<TavBrokerProcessor>(std::make_shared<Broker>(std::move(answer)));
-    }
-    if (service == "TavEmp") {
-        return std::make_shared<TavEmpProcessor>(std::make_shared<Emp>(std::move(answer)));
-    }
-    return std::make_shared<TavEmpEventProcessor>(std::make_shared<Event>(std::move(answer)));
+    return kServices.at(service).processor(std::make_shared<Handler>(service, std::move(answer)));
 }
 
 }  // namespace tavctl

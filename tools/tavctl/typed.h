@@ -23,8 +23,8 @@ namespace tavctl {
 std::unique_ptr<TavIDL::Remote> remoteOf(const std::string& service, const std::string& address,
                                          const TavIDL::Settings& settings);
 
-// A batch of calls to this peer.
-std::unique_ptr<TavIDL::Batch> batchOf(TavIDL::Remote& peer);
+// A batch of calls to this peer, which serves `service`.
+std::unique_ptr<TavIDL::Batch> batchOf(const std::string& service, TavIDL::Remote& peer);
 
 // The result of a call in a batch that has run; throws what the call failed with.
 using Reply = std::function<Json()>;

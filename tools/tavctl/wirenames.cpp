@@ -1,4 +1,4 @@
-#include "wirenames.h"
+#include "message.h"
 
 #include <algorithm>
 #include <iterator>
