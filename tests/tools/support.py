@@ -140,6 +140,18 @@ class Peer:
         self.socket.close()
 
 
+reserved = []
+
+
+def free_port():
+    """A port that the system gives to no other process. A server may listen on it."""
+    bound = socket.socket()
+    bound.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    bound.bind(("127.0.0.1", 0))
+    reserved.append(bound)
+    return bound.getsockname()[1]
+
+
 def generated_peer(test, processor, protocol="binary", transport="buffered"):
     """A peer made of code that the Thrift compiler generated."""
 

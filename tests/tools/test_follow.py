@@ -8,11 +8,6 @@ from TAV_IDL import TavBroker, TavEmp, TavEmpEvent
 from TAV_IDL.ttypes import ConnectionInfo
 
 
-def free_port():
-    with socket.create_server(("127.0.0.1", 0)) as reserved:
-        return reserved.getsockname()[1]
-
-
 class Broker:
     """Remembers which ports it gets."""
 

@@ -26,11 +26,6 @@ class Broker:
         return True
 
 
-def free_port():
-    with socket.create_server(("127.0.0.1", 0)) as reserved:
-        return reserved.getsockname()[1]
-
-
 class OpenTest(ToolTest):
     def open(self, *words):
         return tavctl("open", *words, TAV_CREDENTIAL="sesame")
