@@ -98,7 +98,7 @@ std::string timeIn(tm* (*zone)(const time_t*, tm*), const char* format, const ch
     zone(&now.tv_sec, &parts);
     char text[64];
     const std::size_t size = strftime(text, sizeof text, format, &parts);
-    snprintf(text + size, sizeof text - size, ".%03ld%s", now.tv_nsec / 1000000, end);
+    (void)snprintf(text + size, sizeof text - size, ".%03ld%s", now.tv_nsec / 1000000, end);
     return text;
 }
 
