@@ -95,8 +95,8 @@ private:
             const char* const end = text.data() + text.size();
             int64_t number = 0;
             const auto [next, error] = std::from_chars(text.data(), end, number);
-            if (quoted != isKey || next != end || error != std::errc() || number < min ||
-                number > max) {
+            if (parsed.is_discarded() || quoted != isKey || next != end || error != std::errc() ||
+                number < min || number > max) {
                 throw BrokenJson(at_, "this must be a whole number from " + std::to_string(min) +
                                           " to " + std::to_string(max) + ", as " + type);
             }
