@@ -15,6 +15,8 @@ import subprocess
 import sys
 from typing import NamedTuple
 
+from mutation_targets import TARGETS
+
 PAGE = "doc/reliability.md"
 BEGIN, END = "<!-- results: proof -->\n", "<!-- end of results -->\n"
 SIZES = ("ci", "release")
@@ -26,11 +28,17 @@ class Row(NamedTuple):
     name: str
     command: tuple
     release: tuple = ()  # added before a release
-    changed_files: bool = False  # added to size ci: those that changed since the row's last run
+    ci: tuple = ()
+    changed_files: tuple = ()  # of these, those that changed since the row's last run are added in CI
 
 
 def program(name):
     return ("{build}/tests/proof/proof_" + name,)
+
+
+def mutation(name, target, **options):
+    return Row(name, ("tests/proof/mutation.py", "{build}", target),
+               changed_files=TARGETS[target].files(), **options)
 
 
 ROWS = (
@@ -40,7 +48,9 @@ ROWS = (
     Row("differential", program("differential"), release=("--runs=100000000",)),
     Row("python-peer", ("tests/proof/python_peer.py", "{build}"), release=("--runs=1000000",)),
     Row("fuzzing", ("tests/proof/fuzz.py",), release=("--runs=125000000", "--seconds=7200")),
-    Row("mutation", ("tests/proof/mutation.py", "{build}"), changed_files=True),
+    mutation("mutation", "libTavIDL"),
+    mutation("mutation-host", "Host", release=("--runs=200",), ci=("--runs=40",)),
+    mutation("mutation-tavctl", "tavctl", release=("--runs=200",), ci=("--runs=40",)),
     Row("coverage", ("tests/proof/coverage.py",)),
     Row("system-calls", program("system_calls")),
     Row("host-allocations", program("host_allocations")),
@@ -92,12 +102,11 @@ def arguments(row, size):
     if row.changed_files and size == "ci":
         measured = table().get(row.name, [""])[-1].removesuffix(" and changes")
         if not measured or not git("rev-parse", "--verify", "--quiet", measured + "^{commit}"):
-            return ()
-        files = git("diff", "--name-only", measured, "--", "TavIDL", ":!TavIDL/host")
-        sources = [file for file in files.split() if file.endswith((".cpp", "codec.h", "envelope.h"))]
-        return sources or None
+            return row.ci
+        files = git("diff", "--name-only", measured, "--", *row.changed_files).split()
+        return (*row.ci, *files) if files else None
     if not row.release or size == "ci":
-        return ()
+        return row.ci
     if size == "release":
         return row.release
     return (f"--runs={size}",) if row.release[0].startswith("--runs=") else ()
@@ -116,9 +125,9 @@ def measure(row, build, size):
         last = ""
         for last in process.stdout:
             print(last, end="", flush=True)
-    counts = re.fullmatch(r"proof: (\d+) runs, (\d+) failures\n", last)
+    counts = re.fullmatch(r"proof: (\d+) runs, (\d+) failures(?:, (.+))?\n", last)
     good = process.returncode == 0 and counts is not None
-    found = ("nothing" if good else f"{counts[2]} failures" if counts
+    found = (counts[3] or "nothing" if good else f"{counts[2]} failures" if counts
              else f"it ended with status {process.returncode}")
     if row.changed_files and size == "ci":
         label = "changed files"

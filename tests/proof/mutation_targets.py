@@ -1,0 +1,104 @@
+"""What mutation.py changes: which sources, how much of it tests must notice, and which tests."""
+
+import glob
+import os
+from typing import NamedTuple
+
+
+class Target(NamedTuple):
+    """In `tests` and `environment`, {build} stands for what script/proof builds, {changed} for
+    where the changed product is, and {source} for the checkout."""
+    cmake_target: str
+    product: str  # a pattern, in a build directory
+    sources: tuple  # patterns
+    tests: dict  # by source: the search ends at the first test that notices. "": all other sources
+    environment: dict
+    # Each with a source that includes it, and instantiates its templates as other sources do.
+    headers: dict = {}
+    sanitized_tests: tuple = ()  # for what only the address sanitizer notices
+    noticed: int = 100  # per cent
+
+    def files(self):
+        found = [file for pattern in self.sources for file in sorted(glob.glob(pattern))]
+        return [*found, *self.headers]
+
+    def tests_of(self, file):
+        return self.tests.get(os.path.basename(file), self.tests[""])
+
+
+def programs(*tests):
+    return tuple("{build}/tests/" + test for test in tests)
+
+
+def scripts(*tests):
+    return tuple(f"/usr/bin/python3 -B -m unittest --failfast test_{test}" for test in tests)
+
+
+# Public headers are also compiled into the tests, so they are not changed.
+LIBTAVIDL = Target(
+    cmake_target="TavIDL",
+    product="TavIDL/libTavIDL.so.*",
+    sources=("TavIDL/records/*.cpp", "TavIDL/broker/*.cpp", "TavIDL/emp/*.cpp",
+             "TavIDL/event/*.cpp"),
+    headers={"TavIDL/records/codec.h": "TavIDL/emp/TavEmpOperations.cpp",
+             "TavIDL/records/envelope.h": "TavIDL/emp/TavEmpOperations.cpp"},
+    environment={"LD_LIBRARY_PATH": "{changed}/TavIDL"},
+    tests={"": programs(
+        "records/records_test", "emp/emp_test", "broker/broker_test", "event/event_test",
+        "wire/wire_test", "proof/unknown_fields_test", "interop/interop_test", "proof/proof_calls",
+        "modules/program_test", "proof/proof_differential --runs=20000", "proof/proof_messages",
+        "proof/proof_allocations")},
+    # The other tests above are not made for the sanitizer.
+    sanitized_tests=programs("proof/unknown_fields_test", "emp/emp_test"))
+
+CLIENT, SERVER, ALLOCATIONS = programs(
+    "host/host_client_test --gtest_fail_fast", "host/host_server_test --gtest_fail_fast",
+    "proof/proof_host_allocations")
+HOST = Target(
+    cmake_target="TavIDLHost",
+    product="TavIDL/host/libTavIDLHost.so.*",
+    sources=("TavIDL/host/*.cpp",),
+    noticed=95,
+    environment={"LD_LIBRARY_PATH": "{changed}/TavIDL/host"},
+    tests={"": (SERVER, CLIENT, ALLOCATIONS),
+           **dict.fromkeys(("Batch.cpp", "EmpSession.cpp", "Remote.cpp", "address.cpp",
+                            "channel.cpp", "pool.cpp"), (CLIENT, SERVER, ALLOCATIONS))})
+
+TAVCTL = Target(
+    cmake_target="tavctl",
+    product="tools/tavctl/tavctl",
+    sources=("tools/tavctl/*.cpp",),
+    noticed=95,
+    environment={"TAVCTL": "{changed}/tools/tavctl/tavctl",
+                 "PEER": "{build}/tests/tools/tools_peer", "EXAMPLES": "{build}/examples",
+                 "GENERATED": "{build}/tests/tools",
+                 "BUILD": "{build}", "SOURCE": "{source}", "PYTHONPATH": "{source}/tests/tools"},
+    tests={"": scripts("call", "decode", "open", "observe"),
+           "bench.cpp": scripts("bench"),
+           "call.cpp": scripts("call"),
+           "capture.cpp": scripts("observe", "captures", "follow"),
+           "conversations.cpp": scripts("captures"),
+           "decode.cpp": scripts("decode", "captures"),
+           "decoder.cpp": scripts("decode", "json", "encode"),
+           "describe.cpp": scripts("manual.DescribeTest"),
+           "encode.cpp": scripts("encode"),
+           "encoder.cpp": scripts("encode", "probe"),
+           "follow.cpp": scripts("follow"),
+           "interface.cpp": scripts("manual.DescribeTest", "call", "decode"),
+           "json.cpp": scripts("json", "decode", "call"),
+           "listen.cpp": scripts("open.ListenTest"),
+           "message.cpp": scripts("decode", "observe", "encode"),
+           "open.cpp": scripts("open"),
+           "pcap.cpp": scripts("captures"),
+           "probe.cpp": scripts("observe.ProbeTest", "probe", "call.TlsTest"),
+           "sequence.cpp": scripts("captures.SequenceTest", "captures"),
+           "serve.cpp": scripts("open.ServeTest", "manual"),
+           "spy.cpp": scripts("observe.SpyTest", "follow", "captures"),
+           "stop.cpp": scripts("open", "bench"),
+           "values.cpp": scripts("call", "encode", "open"),
+           "wirenames.cpp": scripts("decode", "encode"),
+           "commandline.cpp": scripts("manual.HelpTest", "manual.ManualTest", "call", "open",
+                                      "observe", "bench", "decode"),
+           "main.cpp": scripts("manual.HelpTest", "manual.ManualTest", "call", "open")})
+
+TARGETS = {"libTavIDL": LIBTAVIDL, "Host": HOST, "tavctl": TAVCTL}
