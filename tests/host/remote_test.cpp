@@ -261,6 +261,11 @@ TEST_P(RemoteTest, AConnectionIsOpenUntilItIsClosed) {
     EXPECT_FALSE(connection->isOpen());
 }
 
+TEST(RemoteFailureTest, NamesWhatOpensAConnection) {
+    EXPECT_STREQ(failureOf([] { TavIDL::Connection::open("unix:/none"); }).what(),
+                 "Connection::open at unix:/none: cannot connect: No such file or directory");
+}
+
 TEST(RemoteFailureTest, NamesOperationAddressAndReason) {
     const peers::Listener listener;
     TavIDL::Settings settings;

@@ -279,6 +279,19 @@ TEST_F(TimeLimits, AConnectionMayBeIdleForItsTimeout) {
     EXPECT_THAT(reports.waitFor(2), Each(HasSubstr("the client was idle for too long")));
 }
 
+TEST_F(TimeLimits, AFunctionWaitsForItsClientAsLong) {
+    Settings settings = patient(reports);
+    settings.idleTimeout = kShort;
+    const Server functions(
+        "127.0.0.1:0",
+        [](const std::shared_ptr<TavIDL::Connection>& connection) {
+            uint8_t byte = 0;
+            connection->read(&byte, 1);
+        },
+        settings);
+    EXPECT_EQ(Caller(functions.address()).receive(1), "");
+}
+
 TEST_F(TimeLimits, ARequestMayTakeItsTimeout) {
     serve(&Settings::receiveTimeout);
     Caller client(server->address());

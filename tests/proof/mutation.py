@@ -12,6 +12,7 @@ as in the other programs here.
 
 import argparse
 import concurrent.futures
+import filecmp
 import glob
 import os
 import random
@@ -35,6 +36,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 # takes without a change.
 PROCESSOR_SECONDS = 60
 TIMES_LONGER, SECONDS_LONGER = 4, 30
+JOBS = 2 * os.cpu_count()  # many tests mostly wait
 BYTES = 2 << 30  # a test that does not end could also use up all memory
 
 
@@ -53,16 +55,24 @@ class Variant:
         self.lock = threading.Lock()  # one change is built while others are tested
         self.changed = None  # a file, and its text without the change
         self.seconds = {}  # for each test
-        shutil.rmtree(directory, ignore_errors=True)
-        os.makedirs(self.source)
-        subprocess.run(("cp", "-r", "CMakeLists.txt", "TavIDL", "cmake", "doc", "idl", "tools",
-                        self.source), check=True)
+        self.copy_sources()
         subprocess.run(
             ("cmake", "-S", self.source, "-B", self.directory, "-G", "Ninja",
              "-DCMAKE_BUILD_TYPE=Debug", f"-DCMAKE_CXX_FLAGS_DEBUG=-O0 -w {flags}",
              "-DTAVIDL_BUILD_TOOLS=ON",
              f"-DCMAKE_PROJECT_TavIDL_INCLUDE={HERE}/mutation.cmake"),
             check=True, stdout=subprocess.DEVNULL)
+
+    def copy_sources(self):
+        """Only files that differ, so that only these are compiled again."""
+        for folder in ("cmake", "doc", "idl", "TavIDL", "tools"):
+            for original in glob.glob(folder + "/**", recursive=True):
+                copy = os.path.join(self.source, original)
+                if os.path.isdir(original):
+                    os.makedirs(copy, exist_ok=True)
+                elif not os.path.exists(copy) or not filecmp.cmp(original, copy, shallow=False):
+                    shutil.copyfile(original, copy)
+        shutil.copyfile("CMakeLists.txt", os.path.join(self.source, "CMakeLists.txt"))
 
     def write(self, file, text):
         with open(os.path.join(self.source, file), "w", encoding="utf-8") as opened:
@@ -112,14 +122,18 @@ class Variant:
         with tempfile.TemporaryDirectory() as changed:
             if not self.build(None, changed):
                 sys.exit("mutation: the unchanged sources do not compile")
-            for test in tests:
+
+            def try_one(test):
                 begin = time.monotonic()
-                with open(os.path.join(changed, "output"), "w+", encoding="utf-8") as output:
+                with tempfile.TemporaryFile("w+") as output:
                     if not self.passes(test, changed, output):
                         output.seek(0)
                         sys.exit(f"{output.read()[-2000:]}\n"
                                  f"mutation: without a change, {test} fails")
                 self.seconds[test] = TIMES_LONGER * (time.monotonic() - begin) + SECONDS_LONGER
+
+            with concurrent.futures.ThreadPoolExecutor(JOBS) as pool:
+                list(pool.map(try_one, tests))
 
     def noticed_by(self, mutant, tests):
         """Returns whether the change compiles, and the first test that notices it, or None."""
@@ -186,8 +200,7 @@ def main():
 
     equivalent = excused()
     tried, alive, excusable = [], [], set()
-    # Many tests mostly wait.
-    with concurrent.futures.ThreadPoolExecutor(2 * os.cpu_count()) as pool:
+    with concurrent.futures.ThreadPoolExecutor(JOBS) as pool:
         for mutant, compiles, test in pool.map(noticed_by, mutants):
             where = f"{mutant.file}:{mutant.line}"
             tried += [mutant] if compiles else []
