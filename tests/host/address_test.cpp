@@ -3,6 +3,7 @@
 #include <TavIDL/host/Server.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include "Calls.h"
 #include "Substitutes.h"
@@ -89,6 +90,18 @@ TEST(AddressTest, IsLookedUpOnlyByCalls) {
     EXPECT_THAT(failure.what(),
                 StartsWith("TavEmp.Execute at no-such-host.invalid:1: cannot connect: "
                            "cannot find the host 'no-such-host.invalid': "));
+}
+
+TEST(AddressTest, IsNotTheReasonIfThereAreNoDescriptors) {
+    rlimit before = {};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none = {0, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    const auto failure = calls::failureOf([] { TavIDL::Connection::open("unix:/none"); });
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_STREQ(failure.what(),
+                 "Connection::open at unix:/none: cannot connect: "
+                 "cannot make a socket: Too many open files");
 }
 
 // The first address refuses the connection.
