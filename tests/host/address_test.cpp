@@ -121,7 +121,7 @@ TEST(AddressTest, MayConnectImmediately) {
 }
 
 struct InvalidSetting {
-    const char* name;
+    const char* complaint;  // begins with the setting's name
     void (*spoil)(TavIDL::Settings&);
 };
 
@@ -134,35 +134,66 @@ TEST_P(InvalidSettingTest, IsRejectedByName) {
         const TavIDL::RemoteEmp emp("localhost:1", settings);
         FAIL() << "accepted";
     } catch (const std::invalid_argument& complaint) {
-        EXPECT_THAT(complaint.what(),
-                    StartsWith(std::string("Settings::") + GetParam().name + " "));
+        EXPECT_EQ(complaint.what(), std::string("Settings::") + GetParam().complaint);
     }
 }
 
+using std::chrono::milliseconds;
 using TavIDL::Settings;
+constexpr uint32_t kMost = 100 << 20;
+constexpr milliseconds kYear = std::chrono::hours(24 * 365);
+constexpr const char* kBuffer = "bufferSize must be from 64 bytes to 100 MiB";
+constexpr const char* kMessage = "maxMessageSize must be from 64 bytes to 100 MiB";
+constexpr const char* kStop = "stopTimeout must be from 0 ms to a year";
+
 INSTANTIATE_TEST_SUITE_P(
     , InvalidSettingTest,
     testing::Values(
-        InvalidSetting{"bufferSize", [](Settings& s) { s.bufferSize = 0; }},
-        InvalidSetting{"bufferSize", [](Settings& s) { s.bufferSize = 0xffffffff; }},
-        InvalidSetting{"maxMessageSize", [](Settings& s) { s.maxMessageSize = 0; }},
-        InvalidSetting{"maxMessageSize", [](Settings& s) { s.maxMessageSize = 0xffffffff; }},
-        InvalidSetting{"batchWindow", [](Settings& s) { s.batchWindow = 0; }},
-        InvalidSetting{"maxConnections", [](Settings& s) { s.maxConnections = 0; }},
-        InvalidSetting{"maxClients", [](Settings& s) { s.maxClients = 0; }},
-        InvalidSetting{"unixMode", [](Settings& s) { s.unixMode = 01000; }},
-        InvalidSetting{"callTimeout",
-                       [](Settings& s) { s.callTimeout = std::chrono::milliseconds(0); }},
-        InvalidSetting{"callTimeout",
-                       [](Settings& s) { s.callTimeout = std::chrono::milliseconds::max(); }},
-        InvalidSetting{"connectTimeout",
-                       [](Settings& s) { s.connectTimeout = std::chrono::milliseconds(-1); }},
-        InvalidSetting{"stopTimeout",
-                       [](Settings& s) { s.stopTimeout = std::chrono::milliseconds(-1); }},
-        InvalidSetting{"stopTimeout",
-                       [](Settings& s) { s.stopTimeout = std::chrono::milliseconds::max(); }}),
+        InvalidSetting{kBuffer, [](Settings& s) { s.bufferSize = 63; }},
+        InvalidSetting{kBuffer, [](Settings& s) { s.bufferSize = kMost + 1; }},
+        InvalidSetting{kMessage, [](Settings& s) { s.maxMessageSize = 63; }},
+        InvalidSetting{kMessage, [](Settings& s) { s.maxMessageSize = kMost + 1; }},
+        InvalidSetting{"batchWindow must not be 0", [](Settings& s) { s.batchWindow = 0; }},
+        InvalidSetting{"maxConnections must not be 0", [](Settings& s) { s.maxConnections = 0; }},
+        InvalidSetting{"maxClients must not be 0", [](Settings& s) { s.maxClients = 0; }},
+        InvalidSetting{"unixMode must be from 0 to 0777", [](Settings& s) { s.unixMode = 01000; }},
+        InvalidSetting{"connectTimeout must be from 1 ms to a year",
+                       [](Settings& s) { s.connectTimeout = milliseconds(-1); }},
+        InvalidSetting{"callTimeout must be from 1 ms to a year",
+                       [](Settings& s) { s.callTimeout = milliseconds(0); }},
+        InvalidSetting{"callTimeout must be from 1 ms to a year",
+                       [](Settings& s) { s.callTimeout = kYear + milliseconds(1); }},
+        InvalidSetting{"idleTimeout must be from 1 ms to a year",
+                       [](Settings& s) { s.idleTimeout = milliseconds(0); }},
+        InvalidSetting{"receiveTimeout must be from 1 ms to a year",
+                       [](Settings& s) { s.receiveTimeout = milliseconds::max(); }},
+        InvalidSetting{"sendTimeout must be from 1 ms to a year",
+                       [](Settings& s) { s.sendTimeout = milliseconds(0); }},
+        InvalidSetting{kStop, [](Settings& s) { s.stopTimeout = milliseconds(-1); }},
+        InvalidSetting{kStop, [](Settings& s) { s.stopTimeout = kYear + milliseconds(1); }}),
     [](const testing::TestParamInfo<InvalidSetting>& test) {
-        return test.param.name + std::to_string(test.index);
+        const std::string complaint = test.param.complaint;
+        return complaint.substr(0, complaint.find(' ')) + std::to_string(test.index);
     });
+
+TEST(SettingsTest, AreAcceptedAtTheirLimits) {
+    Settings least;
+    least.bufferSize = least.maxMessageSize = 64;
+    least.batchWindow = 1;
+    least.maxConnections = 1;
+    least.maxClients = 1;
+    least.unixMode = 0;
+    least.connectTimeout = least.callTimeout = least.idleTimeout = least.receiveTimeout =
+        least.sendTimeout = milliseconds(1);
+    least.stopTimeout = milliseconds(0);
+    EXPECT_NO_THROW(TavIDL::RemoteEmp("localhost:1", least));
+
+    Settings most;
+    most.bufferSize = most.maxMessageSize = kMost;
+    most.unixMode = 0777;
+    most.connectTimeout = most.callTimeout = most.idleTimeout = most.receiveTimeout =
+        most.sendTimeout = most.stopTimeout = kYear;
+    EXPECT_NO_THROW(TavIDL::RemoteEmp("localhost:1", most));
+}
 
 }  // namespace
