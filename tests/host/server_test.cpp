@@ -618,6 +618,17 @@ TEST_F(Failing, SurvivesARawFunctionThatThrows) {
     EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("not a std::exception")));
 }
 
+TEST(ServerTest, DoesNotReportAClientThatResetsBetweenTwoCalls) {
+    Reports<std::string> reports;
+    Server server("127.0.0.1:0", kEmp, patient(reports));
+    Caller client(server.address());
+    client.send(requestFor("read"));
+    EXPECT_EQ(client.result(), "read done");
+    client.reset();
+    server.stop();
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
 TEST(ServerTest, IgnoresExceptionsFromOnFailure) {
     Settings settings;
     settings.onFailure = [](const std::string&) { throw 42; };

@@ -101,8 +101,8 @@ class Variant:
         environment = {name: value.format(**places)
                        for name, value in self.target.environment.items()}
         limited = ("prlimit", f"--cpu={PROCESSOR_SECONDS}", f"--data={self.memory}",
-                   # What runs in the background would ignore the signal.
-                   "env", "--default-signal=INT", *test.format(**places).split())
+                   # In the background, or after nohup, some signals are ignored.
+                   "env", "--default-signal", *test.format(**places).split())
         with tempfile.TemporaryDirectory() as scratch:
             with subprocess.Popen(limited, cwd=scratch, start_new_session=True,
                                   env={**os.environ, **self.environment, **environment},
