@@ -51,18 +51,21 @@ LIBTAVIDL = Target(
     # The other tests above are not made for the sanitizer.
     sanitized_tests=programs("proof/unknown_fields_test", "emp/emp_test"))
 
-CLIENT, SERVER, ALLOCATIONS = programs(
+CLIENT, SERVER, *FAILURES = programs(
     "host/host_client_test --gtest_fail_fast", "host/host_server_test --gtest_fail_fast",
-    "proof/proof_host_allocations")
+    "proof/proof_host_allocations", "proof/proof_system_calls --only=unix")
+ROUND_TRIP = ("{source}/tests/host/system_calls.sh strace {build}/tests/host/host_calls "
+              "tcp buffered call")
 HOST = Target(
     cmake_target="TavIDLHost",
     product="TavIDL/host/libTavIDLHost.so.*",
     sources=("TavIDL/host/*.cpp",),
     noticed=95,
     environment={"LD_LIBRARY_PATH": "{changed}/TavIDL/host"},
-    tests={"": (SERVER, CLIENT, ALLOCATIONS),
+    tests={"": (ROUND_TRIP, SERVER, CLIENT, *FAILURES),
            **dict.fromkeys(("Batch.cpp", "EmpSession.cpp", "Remote.cpp", "address.cpp",
-                            "channel.cpp", "pool.cpp"), (CLIENT, SERVER, ALLOCATIONS))})
+                            "channel.cpp", "pool.cpp"),
+                           (ROUND_TRIP, CLIENT, SERVER, *FAILURES))})
 
 TAVCTL = Target(
     cmake_target="tavctl",
