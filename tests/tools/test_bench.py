@@ -106,6 +106,8 @@ class BenchTest(ToolTest):
         self.assertEqual((0, 1, None, None),
                          tuple(figures[key] for key in ("calls", "failures", "p50", "max")))
         self.assertIn("cannot connect", err)
+        self.assertRegex(tavctl("bench", address, "TavEmp.Close")[1],
+                         r"^0 calls in [\d.]+ s\n1 failure\n$")
 
     def testEventsOfABatchThatCannotBeSentHaveFailed(self):
         with socket.create_server(("127.0.0.1", 0)) as closed:
