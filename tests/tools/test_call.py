@@ -241,6 +241,13 @@ class StatusTest(ToolTest):
                 self.assertEndsWith(2, "tavctl: ", tavctl("call", "a:1", "TavEmp.Close", "-",
                                                           stdin=text))
 
+    def testAFieldIsNotPutIntoAnArgumentThatIsNotARecord(self):
+        for value in (b"5", b"[]", b'"x"'):
+            with self.subTest(value):
+                self.assertEndsWith(2, "connectionInfo takes an object with the fields callback",
+                                    tavctl("call", "a:1", "CloseEmp", "-", "connectionInfo.empID=x",
+                                           stdin=b'{"connectionInfo":%s}' % value))
+
     def testArgumentsAreNestedUpTo8Deep(self):
         for levels, error in [(7, "Close has no field 'x'"), (8, "Close has no field 'x'"),
                               (9, "nested too deeply"), (100000, "nested too deeply")]:

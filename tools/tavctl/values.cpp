@@ -169,6 +169,9 @@ Json argumentsFrom(const Operation& operation, const std::vector<std::string>& w
                               first + " has no field '" + second + "'; it has " +
                                   (record == nullptr ? "none" : namesOf(record->fields)));
             }
+            if (!place->is_null() && !place->is_object()) {
+                refuse(first, "an object with the fields " + namesOf(record->fields));
+            }
             place = &(*place)[second];
         }
         if (field->secret()) {
