@@ -499,13 +499,21 @@ class TlsTest(ToolTest):
                             "--transport framed", tavctl("probe", peer, "--tls", "--ca",
                                                          self.file("right.crt")))
 
-    def testProbeSaysThatAPeerMayWantTls(self):
+    def testProbeSaysThatAPeerHangsThatNeverAnswersTheHandshake(self):
+        peer = Peer(self, lambda connection: connection.recv(1) and connection.recv(1 << 20)
+                    and connection.recv(1))
+        self.assertEndsWith(4, peer.address + " accepts connections but does not answer: it hangs, "
+                            "or all its threads are busy; ",
+                            tavctl("probe", peer.address, "--tls", "--ca", self.file("right.crt"),
+                                   "--connect-timeout", "0.2"))
+
+    def testProbeSaysThatAPeerMayUseTls(self):
         ended = tavctl("probe", self.server(), "--timeout", "1")
         # Some releases of OpenSSL close the connection, some wait for more of it.
-        self.assertIn((ended[0], "it may want --try-text or --tls" in ended[2]),
+        self.assertIn((ended[0], "it may use TLS (--tls), or" in ended[2]),
                       [(6, True), (4, False)])
 
-    def testProbeSaysThatAPeerMayWantACertificate(self):
+    def testProbeSaysThatAPeerMayAskForACertificate(self):
         server = start(self, "serve", "emp", "--tls", "--cert", self.file("right.crt"),
                        "--key", self.file("right.key"), "--ca", self.file("right.crt")).address()
         tls = ["--tls", "--ca", self.file("right.crt")]
@@ -513,7 +521,8 @@ class TlsTest(ToolTest):
         status, _, err = tavctl("probe", server, *tls)
         self.assertIn((status, err.split(";")[-1]), [
             (3, " check the certificates, and that it speaks TLS there\n"),
-            (6, " it may want --try-text or a certificate, see --cert and --key\n")])
+            (6, " it may ask for a certificate (--cert and --key), or speak JSON or HTTP (see "
+             "--try-text)\n")])
         self.assertEqual(0, tavctl("probe", server, *tls, "--cert", self.file("right.crt"),
                                    "--key", self.file("right.key"))[0])
 
