@@ -181,6 +181,8 @@ class StatusTest(ToolTest):
         for words, error in [
             ([], "a verb is missing"),
             (["call"], "an ADDRESS is missing; give one, or set TAVCTL_ADDRESS"),
+            (["call", "TavEmp.Close"], "an ADDRESS is missing; give one, or set TAVCTL_ADDRESS"),
+            (["call", "Close", "clientID=1"], "an ADDRESS is missing; give one, or set"),
             (["call", "a:1"], "an OPERATION is missing; see tavctl describe"),
             (["call", "a:1", "Execute"],
              "write TavBroker.Execute or TavEmp.Execute"),
