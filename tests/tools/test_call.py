@@ -193,6 +193,8 @@ class StatusTest(ToolTest):
             (["call", "a:1", "TavEmp.Open", "-", "--credential-file", "-"],
              "standard input holds either the arguments or the credential"),
             (["serve", "event", "--reply", "Callback=1"], "Callback is one-way and has no reply"),
+            (["serve", "event", "--fail", "Callback=x"], "Callback is one-way and has no reply"),
+            (["spy", "a:1"], "TARGET is required"),
             (["serve", "emp", "--reply", "Close"], "--reply takes OPERATION=..., not 'Close'"),
             (["serve", "emp", "--reply", "Shut=1"], "TavEmp has no operation 'Shut'; there are Open"),
             (["serve", "emp", "--delay", "Close=x"], "'x' is not a number of seconds"),
