@@ -78,6 +78,7 @@ class OpenTest(ToolTest):
         status, _, err = self.open(address, "camera", "1.0", "--run", "Close")
         self.assertEqual(3, status)
         self.assertIn("cannot listen on 127.0.0.1:%d" % taken.getsockname()[1], err)
+        self.assertIn("; the broker chose this port for events", err)
         self.assertEqual(["the-emp"], broker.closed)
 
     def testAFalseReplyEndsTheCallsWithExpectTrue(self):
