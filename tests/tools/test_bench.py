@@ -174,7 +174,7 @@ class BenchTest(ToolTest):
                                 TAVCTL_ADDRESS=self.peer(Emp()))
         self.assertEqual((0, ""), (status, err))
 
-    def testBadUsageIsToldWithoutCalling(self):
+    def testBadUsageIsReportedWithoutCalling(self):
         for words, error in [(("127.0.0.1:1",), "an OPERATION is missing"),
                              (("127.0.0.1:1", "TavEmp.Close", "--connections", "0"), "0"),
                              (("127.0.0.1:1", "TavEmp.Close", "--seconds", "nan"), "nan"),

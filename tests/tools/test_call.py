@@ -121,7 +121,7 @@ class CallTest(ToolTest):
         self.assertEqual("(1, 'c', ['', 'b', '', '', '', '', '', '', '', ''])",
                          json.loads(out)["result"])
 
-    def testBytesThatAreNoTextPassAsHex(self):
+    def testBytesThatAreNotTextPassAsHex(self):
         emp = start(self, "serve", "emp", "--json")
         tavctl("call", emp.address(), "TavEmp.Execute", "--json", "-",
                stdin=b'{"cmd": {"hex": "ff00"}}')
@@ -351,7 +351,7 @@ class StatusTest(ToolTest):
         self.assertEndsWith(5, "TavEmp.Close at %s: the peer answered UNKNOWN_METHOD: not\\nhere; "
                             % peer.address, self.close(peer))
 
-    def testWhatIsNoReplyIsSix(self):
+    def testWhatIsNotAReplyIsSix(self):
         for name, answer in {
             "nothing": b"",
             "garbage": b"HTTP/1.1 400 Bad Request\r\n\r\n",
@@ -470,17 +470,17 @@ class TlsTest(ToolTest):
         self.assertEqual((0, "3\n", ""), tavctl("call", self.server(), "TavEmp.Close", "--tls",
                                                 "--ca", self.file("right.crt")))
 
-    def testAPeerThatIsNotTrustedIsNoConnection(self):
+    def testAPeerThatIsNotTrustedIsNotConnectedTo(self):
         self.assertEndsWith(3, "check the certificates",
                             tavctl("call", self.server(), "TavEmp.Close", "--tls",
                                    "--ca", self.file("wrong.crt")))
 
-    def testAPeerOfAnotherNameIsNoConnection(self):
+    def testAPeerWithAnotherNameIsNotConnectedTo(self):
         self.assertEndsWith(3, "check the certificates",
                             tavctl("call", self.server("elsewhere"), "TavEmp.Close", "--tls",
                                    "--ca", self.file("elsewhere.crt")))
 
-    def testAPeerThatDoesNotShakeHandsIsNoConnection(self):
+    def testAPeerThatDoesNotShakeHandsIsNotConnectedTo(self):
         never = threading.Event()
         self.addCleanup(never.set)
         peer = Peer(self, lambda connection: never.wait(PATIENCE))
@@ -547,14 +547,14 @@ class TlsTest(ToolTest):
         self.assertEqual((0, ""), (status, err))
         self.assertIn("TavEmp.Close  3\n", out)
 
-    def testSpyPassesTlsOnAndTellsThatItCannotReadIt(self):
+    def testSpyPassesTlsOnAndSaysThatItCannotReadIt(self):
         spy = start(self, "spy", "127.0.0.1:0", self.server())
         self.assertEqual((0, "3\n", ""), tavctl("call", spy.address(), "TavEmp.Close", "--tls",
                                                 "--ca", self.file("right.crt")))
         self.assertIn("  it looks like TLS, which only its two ends can read",
                       [spy.line() for _ in range(4)])
 
-    def testFilesThatAreNoCertificatesAreBadUsage(self):
+    def testFilesThatAreNotCertificatesAreBadUsage(self):
         file = self.file("right.key")
         self.assertEndsWith(2, "TLS: cannot use '%s': " % file,
                             tavctl("call", self.server(), "TavEmp.Close", "--tls", "--ca", file))

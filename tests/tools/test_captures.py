@@ -262,7 +262,7 @@ class OtherTrafficTest(Captures):
             data, status=6, error="no TCP connection in it carries binary over buffered; "
                                   "some look like compact over framed; check"))
 
-    def testNothingAtAllIsNoMessage(self):
+    def testNothingAtAllIsNotAMessage(self):
         self.assertEqual((0, "", ""), decode(pcap([])))
 
 
@@ -393,7 +393,7 @@ class SequenceTest(ToolTest):
                 out = decode(pcap(Talk().say("client", opened).packets), "--sequence")[1]
                 self.assertRegex(out, r"\(name=#34;n*\u20ac+\.\.\.\n$")
 
-    def testOtherBytesAreNoCapture(self):
+    def testOtherBytesAreNotACapture(self):
         self.assertEndsWith(2, "--sequence takes a capture", decode(CALL, "--sequence"))
         self.assertEndsWith(2, "excludes", decode(CALL, "--sequence", "--json"))
 

@@ -75,7 +75,7 @@ class DescribeTest(ToolTest):
     def fields(self, fields):
         return [{"id": f["key"], "name": f["name"], "type": self.typeOf(f)} for f in fields]
 
-    def testItTellsWhatTheThriftCompilerReadsInTheDefinition(self):
+    def testItShowsWhatTheThriftCompilerReadsInTheDefinition(self):
         with open(os.path.join(os.environ["GENERATED"], "gen-json/TAV_IDL.json")) as file:
             read = json.load(file)
         expected = {
