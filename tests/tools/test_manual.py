@@ -26,6 +26,13 @@ class ManualTest(ToolTest):
     def testItIsWellFormed(self):
         output_of("mandoc", "-T", "lint", "-W", "warning", MANUAL)
 
+    def testItShowsJsonWithItsQuotes(self):
+        shown = " ".join(re.sub(".\b", "", output_of("mandoc", "-T", "ascii", MANUAL)).split())
+        for text in ['("client" or "target")', 'has "broken":{"offset":24,"reason":"..."}.',
+                     '"exception":{"kind":"UNKNOWN_METHOD","text":"..."}.',
+                     'begins with "connection" and "from"; spy adds "time", and decode adds "ms".']:
+            self.assertEqual(1, shown.count(text), text)
+
     def testItHasEachOptionOfEachVerbAndNoOther(self):
         helps = "".join(tavctl(verb, "--help")[1] for verb in VERBS) + tavctl("--help")[1]
         self.assertEqual(set(re.findall(r"^ +(?:-\w, *)?--([a-z-]+)", helps, re.M)),
