@@ -177,7 +177,7 @@ Json argumentsFrom(const Operation& operation, const std::vector<std::string>& w
         if (field->secret()) {
             throw Failure(
                 Exit::Usage,
-                "a credential cannot be given on the command line, where all can read it; "
+                "a credential cannot be given on the command line, where everyone can read it; "
                 "use --credential-file, or TAV_CREDENTIAL in the environment");
         }
         if (!keys.insert(key).second) {
