@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "encoder.h"
 #include "message.h"
 #include "print.h"
 #include "verbs.h"
