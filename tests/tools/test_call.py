@@ -195,6 +195,7 @@ class StatusTest(ToolTest):
             (["serve", "event", "--reply", "Callback=1"], "Callback is one-way and has no reply"),
             (["serve", "event", "--fail", "Callback=x"], "Callback is one-way and has no reply"),
             (["spy", "a:1"], "TARGET is required"),
+            (["probe", "a:1", "b:1"], "probe takes one ADDRESS, not also 'b:1'"),
             (["serve", "emp", "--reply", "Close"], "--reply takes OPERATION=..., not 'Close'"),
             (["serve", "emp", "--reply", "Shut=1"], "TavEmp has no operation 'Shut'; there are Open"),
             (["serve", "emp", "--delay", "Close=x"], "'x' is not a number of seconds"),

@@ -134,9 +134,8 @@ void addProbe(CLI::App& app, Run& run) {
     const auto [verb, options] =
         addVerb(app, run, probe, "probe", "Check that a service is alive, without side effects",
                 "tavctl probe 127.0.0.1:9090");
-    addOption(verb, "address", options->words, "[ADDRESS]",
-              "The address of the service; TAVCTL_ADDRESS if omitted")
-        ->expected(0, 1);
+    addOption(verb, "words", options->words, "[ADDRESS]",
+              "The address of the service; TAVCTL_ADDRESS if omitted");
     verb->add_flag("--try-text", options->tryText,
                    "If there is no answer, try JSON and HTTP, too. Warning: a peer that expects "
                    "neither can take their first bytes for a length of more than a gigabyte, and "

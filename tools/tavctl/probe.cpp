@@ -145,6 +145,9 @@ std::string findOut(const std::string& address, ProbeOptions options, Clock::tim
 int probe(const ProbeOptions& options) {
     const auto& settings = options.settings;
     std::vector<std::string> words = options.words;
+    if (words.size() > 1) {
+        throw Failure(Exit::Usage, "probe takes one ADDRESS, not also '" + words[1] + "'");
+    }
     const std::string address = takeAddress(words, !words.empty());
     const auto begin = Clock::now();
     std::string kind;
