@@ -84,7 +84,7 @@ class Variant:
             if self.changed:
                 self.write(*self.changed)
             if mutant:
-                with open(mutant.file, encoding="utf-8") as opened:
+                with open(os.path.join(self.source, mutant.file), encoding="utf-8") as opened:
                     self.changed = mutant.file, opened.read()
                 self.write(mutant.file, mutant.applied(self.changed[1]))
             ended = subprocess.run(

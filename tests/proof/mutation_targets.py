@@ -61,7 +61,7 @@ HOST = Target(
     product="TavIDL/host/libTavIDLHost.so.*",
     sources=("TavIDL/host/*.cpp",),
     noticed=95,
-    environment={"LD_LIBRARY_PATH": "{changed}/TavIDL/host"},
+    environment={"LD_LIBRARY_PATH": "{changed}/TavIDL/host:{build}/TavIDL"},
     tests={"": (ROUND_TRIP, SERVER, CLIENT, *FAILURES),
            **dict.fromkeys(("Batch.cpp", "EmpSession.cpp", "Remote.cpp", "address.cpp",
                             "channel.cpp", "pool.cpp"),
