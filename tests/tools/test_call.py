@@ -218,6 +218,8 @@ class StatusTest(ToolTest):
             (["call", "a:1", "TavEmp.Close", "--timeout", "0"], "'0' is not a number of seconds"),
             (["call", "a:1", "TavEmp.Close", "--timeout", "nan"], "'nan' is not a number of seconds"),
             (["call", "a:1", "TavEmp.Close", "clientID=1", "clientID=2"], "'clientID' twice"),
+            (["call", "a:1", "CloseEmp", "connectionInfo.empID=x", "connectionInfo={}"],
+             "'connectionInfo' twice"),
             (["call", "a:1", "TavEmp.ExecuteWithParamList", 'paramList={"param1":"","param1":""}'],
              "'param1' is in it twice"),
             (["call", "a:1", "TavEmp.Close", "--tls"], "--tls needs --ca"),

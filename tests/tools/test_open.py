@@ -314,6 +314,14 @@ class ListenTest(ToolTest):
         self.assertEqual(['TIME  event 0  ""  ""', 'TIME  event 1  ""  ""'],
                          untimed(out).splitlines())
 
+    def testASignalBeforeAllCountedEventsGivesTheStatus(self):
+        for words, status in [(["--count", "1"], 128 + signal.SIGTERM), ([], 0)]:
+            with self.subTest(words):
+                process = start(self, "listen", *words)
+                process.address()
+                process.signal(signal.SIGTERM)
+                self.assertEqual((status, ""), process.wait()[:2])
+
     def testItEndsAfterATime(self):
         self.assertEqual(0, tavctl("listen", "--timeout", "0.05")[0])
 
