@@ -280,16 +280,16 @@ TEST_F(TimeLimits, AConnectionMayBeIdleForItsTimeout) {
 }
 
 TEST_F(TimeLimits, AFunctionWaitsForItsClientAsLong) {
-    const auto readOne = [](const std::shared_ptr<TavIDL::Connection>& connection) {
-        uint8_t byte = 0;
-        connection->read(&byte, 1);
-    };
     Settings settings = patient(reports);
-    const Server patientOne("127.0.0.1:0", readOne, settings);
-    EXPECT_FALSE(Caller(patientOne.address()).hearsWithin(20));
     settings.idleTimeout = kShort;
-    const Server shortOne("127.0.0.1:0", readOne, settings);
-    EXPECT_EQ(Caller(shortOne.address()).receive(1), "");
+    const Server functions(
+        "127.0.0.1:0",
+        [](const std::shared_ptr<TavIDL::Connection>& connection) {
+            uint8_t byte = 0;
+            connection->read(&byte, 1);
+        },
+        settings);
+    EXPECT_EQ(Caller(functions.address()).receive(1), "");
 }
 
 TEST_F(TimeLimits, ARequestMayTakeItsTimeout) {
