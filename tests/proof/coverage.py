@@ -60,7 +60,7 @@ def profile(name, file, commands, objects, sources):
     for old in glob.glob(profiles + "/*"):
         os.remove(old)
     for command in commands:
-        print(f"-- {os.path.relpath(command[0], BUILD)}", flush=True)
+        print(f"-- {os.path.basename(command[0])}", flush=True)
         ended = subprocess.run(command, check=False, stdout=subprocess.PIPE,
                                stderr=subprocess.STDOUT, text=True, errors="replace",
                                env={**os.environ, "LLVM_PROFILE_FILE": f"{profiles}/{file}",

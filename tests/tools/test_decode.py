@@ -68,7 +68,7 @@ class DecodeTest(ToolTest):
                 process.process.stdin.flush()
                 self.assertEqual(expected, process.line())
 
-    def testNothingIsNoMessage(self):
+    def testNothingIsNotAMessage(self):
         self.assertEqual((0, "", ""), decode(b""))
 
     def testTheOperationOfTwoServicesHasBothNames(self):
@@ -105,7 +105,7 @@ class DecodeTest(ToolTest):
                              '  1  message  string "no"\n'
                              '  2  type     i32    1  UNKNOWN_METHOD\n', ""), decode(message))
 
-    def testTheKindOfAnExceptionIsNotGuessedFromWhatIsNoNumber(self):
+    def testTheKindOfAnExceptionIsNotGuessedFromWhatIsNotANumber(self):
         message = bytes.fromhex("80010003 00000005 436c6f7365 00000000 0b 0002 00000001 31 00")
         self.assertIn('  2  type  string "1"\n', decode(message)[1])
 
@@ -113,7 +113,7 @@ class DecodeTest(ToolTest):
         message = bytes.fromhex("80010001 00000003 612262 00000000 00")
         self.assertEqual('a"b call seqid 0, 16 bytes at 0\n', decode(message)[1])
 
-    def testWhatIsNoControlCharacterIsShownAsItIs(self):
+    def testWhatIsNotAControlCharacterIsShownAsItIs(self):
         message = bytes.fromhex("80010001 00000001 78 00000000 0b 0001 00000004 c2a7c285 00")
         self.assertIn('string "\u00a7\\u0085"\n', decode(message)[1])
 
@@ -161,7 +161,7 @@ class BrokenTest(ToolTest):
         wrong = self.OPEN[:26] + bytes.fromhex("7fffffff") + self.OPEN[30:]
         self.assertEqual(26, self.broken(wrong)["broken"]["offset"])
 
-    def testOffsetsCountFromTheBeginOfTheFile(self):
+    def testOffsetsCountFromTheBeginningOfTheFile(self):
         self.assertEqual(37, self.broken(CLOSE["binary"] + self.OPEN[:12])["broken"]["offset"])
 
     def testOffsetsCountTheLengthsOfFrames(self):
@@ -297,7 +297,7 @@ class BrokenTest(ToolTest):
         huge = bytes.fromhex("80010001 00000001 78 00000000 0f 0001 02 7fffffff")
         self.assertEqual(16, self.broken(huge)["broken"]["offset"])
 
-    def testACaptureThatIsNoneIsToldByItsLine(self):
+    def testWhatIsNotACaptureIsReportedWithItsLine(self):
         head = b'{"capture":1,"protocol":"binary","transport":"buffered"}\n'
         for data, line in [(b'{"capture":1}\n', 1),
                            (head.replace(b"binary", b"nonary"), 1),

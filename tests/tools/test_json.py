@@ -119,7 +119,7 @@ class JsonTest(ToolTest):
              ["]"], [[-1, []], [2, [5]]], [[{"hex": "fff0000000000000"}, True]]],
             [field["value"] for field in json.loads(out)["fields"]])
 
-    def testADoubleMayBeNoNumber(self):
+    def testADoubleThatIsNotANumberIsRead(self):
         status, out, err = tavctl("decode", "--protocol", "json", "--json",
                                   stdin=b'[1,"x",1,0,{"1":{"dbl":"NaN"}}]')
         self.assertEqual((0, ""), (status, err))

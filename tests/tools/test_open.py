@@ -111,6 +111,7 @@ class OpenTest(ToolTest):
         status, _, err = self.open(address, "camera", "1.0", "--run", "Close")
         self.assertEqual(3, status)
         self.assertIn("cannot listen on 127.0.0.1:%d" % taken.getsockname()[1], err)
+        self.assertIn("; the broker chose this port for events", err)
         self.assertEqual(["the-emp"], broker.closed)
 
     def testAFalseReplyEndsTheCallsWithExpectTrue(self):
@@ -275,7 +276,7 @@ class OpenTest(ToolTest):
         process.signal(signal.SIGTERM)
         self.assertEqual(50, process.wait()[1].count("event "))
 
-    def testPortsThatAreNoneAreTheBrokersFault(self):
+    def testPortsThatAreNotPortsAreTheBrokersFault(self):
         for empPort, callbackPort, error in [(0, 0, "gives empServicePort as 0, which is not a port"),
                                              (70000, 0, "gives empServicePort as 70000"),
                                              (1, -5, "gives callbackServicePort as -5")]:
@@ -390,7 +391,7 @@ class ListenTest(ToolTest):
                 os.close(reader)
                 self.assertEqual((6, "", ""), process.wait())
 
-    def testAPortThatIsTakenIsToldAtOnce(self):
+    def testAPortThatIsTakenIsReportedAtOnce(self):
         taken = socket.create_server(("127.0.0.1", 0))
         self.addCleanup(taken.close)
         self.assertEndsWith(3, "cannot listen on",
@@ -418,7 +419,7 @@ class ListenTest(ToolTest):
         except ConnectionResetError:
             return b""
 
-    def testATerminalGetsColoursUnlessNoColorIsSet(self):
+    def testATerminalGetsColorsUnlessNoColorIsSet(self):
         for extra, expected in [({}, b"\x1b[2mTIME\x1b[0m  \x1b[32mevent 1\x1b[0m  \"a\"  \"b\"\r\n"),
                                 ({"NO_COLOR": "1"}, b"TIME  event 1  \"a\"  \"b\"\r\n")]:
             with self.subTest(extra):
@@ -432,7 +433,7 @@ class ListenTest(ToolTest):
                     shown += os.read(controller, 1024)
                 self.assertEqual(expected, untimed(shown.decode()).encode())
 
-    def testAnErrorOnATerminalIsColouredUnlessNoColorIsSet(self):
+    def testAnErrorOnATerminalIsColoredUnlessNoColorIsSet(self):
         for extra, expected in [(["TERM=xterm"], b"\x1b[31mtavctl:\x1b[0m a verb is missing"),
                                 (["NO_COLOR="], b"\x1b[31mtavctl:\x1b[0m a verb is missing"),
                                 (["-u", "TERM"], b"\x1b[31mtavctl:\x1b[0m a verb is missing"),
