@@ -63,7 +63,7 @@ class ProbeTest(ToolTest):
             never.wait(PATIENCE)
 
         ended = tavctl("probe", Peer(self, silent).address, "--try-text", "--timeout", "0.5")
-        self.assertEndsWith(4, "it speaks no protocol that was tried; it may want --tls", ended)
+        self.assertEndsWith(4, "it speaks no protocol that was tried; it may use TLS (--tls)", ended)
         self.assertLess(1, len(asked))
 
     def testAnAnswerThatIsNotAnExceptionIsReported(self):

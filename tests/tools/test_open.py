@@ -372,6 +372,20 @@ class ListenTest(ToolTest):
         self.assertEqual(['TIME  event 0  ""  ""', 'TIME  event 1  ""  ""'],
                          untimed(out).splitlines())
 
+    def testEventsBeyondTheCountAreNotShown(self):
+        process = start(self, "listen", "--count", "1")
+        address = process.address()
+        generated_client(self, TavEmpEvent, address).Callback(1, 1000000 * "a", "")
+        # It cannot end: it shows the first event, and nobody reads all of it.
+        self.assertNotEqual(b"", process.process.stdout.read1(1))
+        other = generated_client(self, TavEmpEvent, address)
+        other.Callback(2, "b", "")
+        with self.assertRaises(TavEmp.TApplicationException):
+            TavEmp.Client(other._iprot).Close(1)  # the answer comes after the event was taken
+        status, out, err = process.wait()
+        self.assertEqual((0, ""), (status, err))
+        self.assertNotIn("event 2", out)
+
     def testItEndsAfterATime(self):
         self.assertEqual(0, tavctl("listen", "--timeout", "0.05")[0])
 
