@@ -235,6 +235,8 @@ class StatusTest(ToolTest):
             (["call", "a:1", "TavEmp.Close", "--timeout", "86401"], "'86401' is not a number of"),
             (["call", "a:1", "TavEmp.Close", "--timeout", "nan"], "'nan' is not a number of seconds"),
             (["call", "a:1", "TavEmp.Close", "clientID=1", "clientID=2"], "'clientID' twice"),
+            (["call", "a:1", "CloseEmp", "connectionInfo.empID=x", "connectionInfo={}"],
+             "'connectionInfo' twice"),
             (["call", "a:1", "TavEmp.ExecuteWithParamList", 'paramList={"param1":"","param1":""}'],
              "'param1' is in it twice"),
             (["call", "a:1", "TavBroker.CloseEmp", "connectionInfo=7"],

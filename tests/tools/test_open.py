@@ -386,6 +386,14 @@ class ListenTest(ToolTest):
         self.assertEqual((0, ""), (status, err))
         self.assertNotIn("event 2", out)
 
+    def testASignalBeforeAllCountedEventsGivesTheStatus(self):
+        for words, status in [(["--count", "1"], 128 + signal.SIGTERM), ([], 0)]:
+            with self.subTest(words):
+                process = start(self, "listen", *words)
+                process.address()
+                process.signal(signal.SIGTERM)
+                self.assertEqual((status, ""), process.wait()[:2])
+
     def testItEndsAfterATime(self):
         self.assertEqual(0, tavctl("listen", "--timeout", "0.05")[0])
 
