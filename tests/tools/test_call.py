@@ -108,6 +108,8 @@ class CallTest(ToolTest):
                          tavctl("call", "Close", "clientID=7", TAVCTL_ADDRESS=emp))
         self.assertEqual((0, "-7\n", ""),
                          tavctl("call", emp, "Close", "clientID=7", TAVCTL_ADDRESS="a:1"))
+        self.assertEndsWith(2, "'x' is not an argument; write key=value",
+                            tavctl("call", "Close", "x", TAVCTL_ADDRESS=emp))
 
     def testJsonPrintsOneObject(self):
         status, out, err = tavctl("call", self.emp(), "TavEmp.Close", "clientID=7", "--json")
@@ -585,6 +587,16 @@ class TlsTest(ToolTest):
              "--try-text)\n")])
         self.assertEqual(0, tavctl("probe", server, *tls, "--cert", self.file("right.crt"),
                                    "--key", self.file("right.key"))[0])
+
+    def testProbeDoesNotSayThatAPeerHangsIfItIsGone(self):
+        with socket.create_server(("127.0.0.1", 0)) as server:
+            peer = "127.0.0.1:%d" % server.getsockname()[1]
+            process = start(self, "probe", peer, "--tls", "--ca", self.file("right.crt"),
+                            "--connect-timeout", "0.5")
+            self.addCleanup(server.accept()[0].close)
+        status, _, err = process.wait()
+        self.assertEqual(3, status)
+        self.assertNotIn("hangs", err)
 
     def testAnEventGoesThroughTls(self):
         listener = start(self, "listen", "--tls", "--cert", self.file("right.crt"),
