@@ -3,12 +3,10 @@
 
 #include <chrono>
 #include <fstream>
-#include <functional>
 #include <mutex>
 #include <string>
 
 #include "connection.h"
-#include "lookahead.h"
 #include "values.h"
 
 // What spy writes and decode reads: lines of JSON. The first says how to read the others,
@@ -51,15 +49,6 @@ void readCaptureHead(const std::string& line, Settings& settings);
 
 // The line as it is, with "bytes" instead of "hex". Throws a Failure.
 Json readCaptureLine(const std::string& text, std::size_t number);
-
-// Gets a message, the members that --json puts before it, and why it may be broken; see
-// MessageReader.
-using TakeMessage =
-    std::function<void(const Json& head, const Json& message, const std::string& mismatch)>;
-
-// Decodes the TCP connections in a file that tcpdump wrote. Messages come in the order in which
-// they were completed.
-void decodePcap(Lookahead& input, const Settings& settings, const TakeMessage& take);
 
 }  // namespace tavctl
 

@@ -1,3 +1,5 @@
+#include "conversations.h"
+
 #include <thrift/transport/TBufferTransports.h>
 
 #include <algorithm>
@@ -9,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "capture.h"
+#include "decoder.h"
 #include "message.h"
 #include "pcap.h"
 #include "print.h"

@@ -7,6 +7,8 @@
 #include <cstring>
 
 #include "capture.h"
+#include "conversations.h"
+#include "decoder.h"
 #include "lookahead.h"
 #include "message.h"
 #include "pcap.h"

@@ -1,3 +1,5 @@
+#include "decoder.h"
+
 #include <arpa/inet.h>
 
 #include <cinttypes>
@@ -10,6 +12,7 @@
 #include "json.h"
 #include "message.h"
 #include "source.h"
+#include "wirenames.h"
 
 namespace tavctl {
 

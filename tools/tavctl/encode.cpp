@@ -2,7 +2,7 @@
 
 #include <iostream>
 
-#include "message.h"
+#include "encoder.h"
 #include "print.h"
 #include "verbs.h"
 

@@ -1,9 +1,11 @@
-#include "message.h"
+#include "encoder.h"
 
 #include <thrift/transport/TBufferTransports.h>
 
 #include <cstring>
 #include <limits>
+
+#include "wirenames.h"
 
 namespace tavctl {
 

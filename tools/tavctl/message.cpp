@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "connection.h"
 #include "print.h"
 
 namespace tavctl {

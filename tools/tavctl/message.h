@@ -1,101 +1,17 @@
 #ifndef TAVCTL_MESSAGE_H
 #define TAVCTL_MESSAGE_H
 
-#include <memory>
 #include <string>
-#include <vector>
 
-#include "connection.h"
 #include "values.h"
 
 namespace tavctl {
-
-class CheckedJson;
-class Source;
-
-// Decodes messages from a stream of bytes, by libthrift's own protocols, as far as they go.
-//
-// A message is
-//
-//     {"offset": 0, "size": 44, "operation": "Open", "type": "call", "seqid": 0,
-//      "fields": [{"id": 1, "name": "clientID", "type": "i32", "value": 7}, ...]}
-//
-// The value of a structure is a list of fields, that of a list or set a list of values, that of a
-// map a list of pairs. Fields that the interface does not know have no name. Credentials are
-// masked. A broken message ends where it breaks, and has
-//
-//      "broken": {"offset": 24, "reason": "..."}
-//
-// The offsets count from the start of the stream; that of a break is the first byte that is wrong
-// or missing.
-class MessageReader {
-public:
-    // `stream` is read as bytes come; its read() returns 0 at the end.
-    MessageReader(std::shared_ptr<TTransport> stream, const Settings& settings);
-
-    // Decodes the next message. Returns false at the end of the stream. After a broken message
-    // the stream cannot be decoded any further.
-    bool next(Json& message);
-
-    // The bytes of the last message, with credentials overwritten by '*'.
-    const std::string& bytes() const;
-
-    // "it looks like compact over framed, not binary over buffered" if the last message is broken
-    // and this seems to be the reason; otherwise empty.
-    std::string mismatch() const;
-
-    // After a broken message: reads on without decoding. Returns how many bytes, 0 at the end.
-    std::size_t skipRest();
-
-private:
-    using TProtocol = apache::thrift::protocol::TProtocol;
-    using TType = apache::thrift::protocol::TType;
-
-    void decode(Json& message);
-    Json broken(const apache::thrift::TException& failure);
-    void item(const std::string& what);
-    std::size_t position() const;
-    void hide(std::size_t begin, std::size_t end);
-    void readFrameLength();
-    void readFields(Json& fields, const std::vector<Field>& known, int depth);
-    void readSecret(Json& value, TType type, int depth);
-    void readValue(Json& value, Json& shape, TType type, const Record* record, int depth);
-    void readContainer(Json& value, Json& shape, TType container, int depth);
-    template <typename T>
-    void readPlain(Json& value, uint32_t (TProtocol::*read)(T&));
-
-    const std::shared_ptr<Source> source_;
-    const std::string wire_;  // protocol and transport
-    const bool framed_;
-    const TavIDL::ProtocolPointer protocol_;
-    const std::shared_ptr<CheckedJson> json_;  // null for other protocols
-    std::string guess_;                        // at a message that is broken
-    std::string item_;                         // that is read
-    uint64_t begin_ = 0;                       // of the item
-    int values_ = 0;                           // of the message, so far
-    bool secret_ = false;                      // is being read
-};
-
-// The bytes of a message in the form that MessageReader returns. Throws a Failure
-// whose text begins with `where`.
-std::string encoded(const Json& message, const Settings& settings, const std::string& where);
 
 // A message in lines for people, each indented by `indent`.
 std::string described(const Json& message, const std::string& indent);
 
 // Fields in lines, of a message or of the interface: those have no values.
 std::string describedFields(const Json& fields, const std::string& indent);
-
-// What decode calls the types of values and messages, and encode knows them by. A message of a type
-// without a name is of "type 7".
-
-// Both throw if there is no such type.
-std::string nameOf(apache::thrift::protocol::TType type);
-apache::thrift::protocol::TType typeNamed(const std::string& name);
-
-std::string nameOf(apache::thrift::protocol::TMessageType type);
-// Throws if it is not a name that nameOf() gives.
-apache::thrift::protocol::TMessageType messageTypeNamed(const std::string& name);
 
 // What the first bytes of a stream look like: "compact over framed", "TLS", or "" if unknown.
 std::string guess(const std::string& bytes);

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cmath>
 
+#include "encoder.h"
 #include "message.h"
 #include "print.h"
 #include "verbs.h"

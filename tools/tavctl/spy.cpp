@@ -7,6 +7,8 @@
 #include <thread>
 
 #include "capture.h"
+#include "decoder.h"
+#include "encoder.h"
 #include "follow.h"
 #include "message.h"
 #include "passage.h"

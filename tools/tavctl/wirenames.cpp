@@ -1,4 +1,4 @@
-#include "message.h"
+#include "wirenames.h"
 
 #include <algorithm>
 #include <iterator>
