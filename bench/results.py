@@ -208,7 +208,7 @@ Microseconds per round trip, all connections together, client and server on one 
 `{PLOTTED[0]}` with strings of 8 bytes over the {PLOTTED[1]} protocol. Bare sockets pass the same
 bytes. The processor time is that of the client, the server and the kernel. Other work on the machine
 hardly affects it, but does affect the elapsed time. Medians of 25 times, whose typical spread
-was {trip_spread["cpu_time"]:.1%} and {trip_spread["real_time"]:.1%}.
+was {trip_spread["cpu_time"]:.1%} (processor) and {trip_spread["real_time"]:.1%} (elapsed).
 
 {table(["Transport", "Connections", "Time", "bare sockets", *CONTESTANTS, "ours / generated",
         "bare / ours"],
@@ -217,7 +217,7 @@ was {trip_spread["cpu_time"]:.1%} and {trip_spread["real_time"]:.1%}.
            for name in ("bare", *CONTESTANTS)), share(trip_share(time, framing, connections)),
          share(trip_share(time, framing, connections, "bare", "ours"))]
         for framing in ("buffered", "framed") for connections in (1, 8)
-        for time, what in (("cpu_time", "processor"), ("real_time", "passed"))])}
+        for time, what in (("cpu_time", "processor"), ("real_time", "elapsed"))])}
 ![Round trips a second against the number of connections](connections.svg)
 
 {setups_section(build)}"""

@@ -105,7 +105,7 @@ protected:
     }
 
     template <typename Client, typename Server>
-    void expectEveryFailureIsToldAndTheNextCallWorks() {
+    void expectEveryFailureIsReportedAndTheNextCallWorks() {
         for (const Operation& operation : kOperations) {
             auto exchange = serve<Server>(operation.service);
             EXPECT_EQ(exchange.template call<Client>(operation.service, operation.name, "fail"),
@@ -152,15 +152,15 @@ TEST_P(Wire, GeneratedClientsAndLibraryProcessorsExchangeEveryOperation) {
 }
 
 TEST_P(Wire, LibraryClientsRethrowWhatLibraryHandlersThrow) {
-    expectEveryFailureIsToldAndTheNextCallWorks<Library, Library>();
+    expectEveryFailureIsReportedAndTheNextCallWorks<Library, Library>();
 }
 
 TEST_P(Wire, LibraryClientsRethrowWhatHandlersOfGeneratedProcessorsThrow) {
-    expectEveryFailureIsToldAndTheNextCallWorks<Library, Generated>();
+    expectEveryFailureIsReportedAndTheNextCallWorks<Library, Generated>();
 }
 
 TEST_P(Wire, GeneratedClientsRethrowWhatHandlersOfTheLibraryThrow) {
-    expectEveryFailureIsToldAndTheNextCallWorks<Generated, Library>();
+    expectEveryFailureIsReportedAndTheNextCallWorks<Generated, Library>();
 }
 
 TEST_P(Wire, LibraryProcessorsRejectUnknownNamesFromLibraryClients) {

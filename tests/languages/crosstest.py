@@ -77,8 +77,8 @@ EXPECTED = {
     "T_REPLY request at the callback service": "exception 2",
     "No result": "",
     "No result, then": "49801|-49802|camera|2.1|key",
-    "Bytes that are no UTF-8 sent": "2",
-    "Bytes that are no UTF-8 sent, then": "49801|-49802|camera|2.1|key",
+    "Bytes sent that are not UTF-8": "2",
+    "Bytes sent that are not UTF-8, then": "49801|-49802|camera|2.1|key",
 }
 # How a client handles replies that libTavIDL's servers never send. (The peer with
 # libTavIDL's services also sends these.)
@@ -157,8 +157,8 @@ OWN_AS_SERVER = {
         **TAKES_A_REPLY_FOR_A_CALL,
         "T_REPLY request at the callback service": "exception 1: Unknown function OpenEmp",
         **CAN_TELL_OF_NO_RESULT,
-        "Bytes that are no UTF-8 sent": "connection closed",
-        "Bytes that are no UTF-8 sent, then": "connection closed",
+        "Bytes sent that are not UTF-8": "connection closed",
+        "Bytes sent that are not UTF-8, then": "connection closed",
     },
     "javascript": {
         **{
@@ -169,7 +169,7 @@ OWN_AS_SERVER = {
         **TAKES_A_REPLY_FOR_A_CALL,
         "T_REPLY request at the callback service": "exception 0: Unknown function OpenEmp",
         **CAN_TELL_OF_NO_RESULT,
-        "Bytes that are no UTF-8 sent": "6",
+        "Bytes sent that are not UTF-8": "6",
     },
 }
 OWN_WITH_BATCHES = {
@@ -213,7 +213,7 @@ OWN_OVER = [
         "javascript",
         "client",
         ["json buffered", "json framed"],
-        {"Bytes that are no UTF-8 sent": "6"},
+        {"Bytes sent that are not UTF-8": "6"},
     ),
 ]
 
@@ -221,8 +221,8 @@ OWN_OVER = [
 ENCODES_TEXTS = "the library takes a `str` and encodes it"
 LEFT_OUT = {
     "python": {
-        "Bytes that are no UTF-8 sent": ENCODES_TEXTS,
-        "Bytes that are no UTF-8 sent, then": ENCODES_TEXTS,
+        "Bytes sent that are not UTF-8": ENCODES_TEXTS,
+        "Bytes sent that are not UTF-8, then": ENCODES_TEXTS,
     },
     "javascript": {
         "Reply: othername, then": "the reply's record stays in the client's buffer, and what "

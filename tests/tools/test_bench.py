@@ -106,6 +106,8 @@ class BenchTest(ToolTest):
         self.assertEqual((0, 1, None, None),
                          tuple(figures[key] for key in ("calls", "failures", "p50", "max")))
         self.assertIn("cannot connect", err)
+        self.assertRegex(tavctl("bench", address, "TavEmp.Close")[1],
+                         r"^0 calls in [\d.]+ s\n1 failure\n$")
 
     def testEventsOfABatchThatCannotBeSentHaveFailed(self):
         with socket.create_server(("127.0.0.1", 0)) as closed:
@@ -172,7 +174,7 @@ class BenchTest(ToolTest):
                                 TAVCTL_ADDRESS=self.peer(Emp()))
         self.assertEqual((0, ""), (status, err))
 
-    def testBadUsageIsToldWithoutCalling(self):
+    def testBadUsageIsReportedWithoutCalling(self):
         for words, error in [(("127.0.0.1:1",), "an OPERATION is missing"),
                              (("127.0.0.1:1", "TavEmp.Close", "--connections", "0"), "0"),
                              (("127.0.0.1:1", "TavEmp.Close", "--seconds", "nan"), "nan"),

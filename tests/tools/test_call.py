@@ -121,7 +121,7 @@ class CallTest(ToolTest):
         self.assertEqual("(1, 'c', ['', 'b', '', '', '', '', '', '', '', ''])",
                          json.loads(out)["result"])
 
-    def testBytesThatAreNoTextPassAsHex(self):
+    def testBytesThatAreNotTextPassAsHex(self):
         emp = start(self, "serve", "emp", "--json")
         tavctl("call", emp.address(), "TavEmp.Execute", "--json", "-",
                stdin=b'{"cmd": {"hex": "ff00"}}')
@@ -181,6 +181,8 @@ class StatusTest(ToolTest):
         for words, error in [
             ([], "a verb is missing"),
             (["call"], "an ADDRESS is missing; give one, or set TAVCTL_ADDRESS"),
+            (["call", "TavEmp.Close"], "an ADDRESS is missing; give one, or set TAVCTL_ADDRESS"),
+            (["call", "Close", "clientID=1"], "an ADDRESS is missing; give one, or set"),
             (["call", "a:1"], "an OPERATION is missing; see tavctl describe"),
             (["call", "a:1", "Execute"],
              "write TavBroker.Execute or TavEmp.Execute"),
@@ -191,6 +193,9 @@ class StatusTest(ToolTest):
             (["call", "a:1", "TavEmp.Open", "-", "--credential-file", "-"],
              "standard input holds either the arguments or the credential"),
             (["serve", "event", "--reply", "Callback=1"], "Callback is one-way and has no reply"),
+            (["serve", "event", "--fail", "Callback=x"], "Callback is one-way and has no reply"),
+            (["spy", "a:1"], "TARGET is required"),
+            (["probe", "a:1", "b:1"], "probe takes one ADDRESS, not also 'b:1'"),
             (["serve", "emp", "--reply", "Close"], "--reply takes OPERATION=..., not 'Close'"),
             (["serve", "emp", "--reply", "Shut=1"], "TavEmp has no operation 'Shut'; there are Open"),
             (["serve", "emp", "--delay", "Close=x"], "'x' is not a number of seconds"),
@@ -213,6 +218,8 @@ class StatusTest(ToolTest):
             (["call", "a:1", "TavEmp.Close", "--timeout", "0"], "'0' is not a number of seconds"),
             (["call", "a:1", "TavEmp.Close", "--timeout", "nan"], "'nan' is not a number of seconds"),
             (["call", "a:1", "TavEmp.Close", "clientID=1", "clientID=2"], "'clientID' twice"),
+            (["call", "a:1", "CloseEmp", "connectionInfo.empID=x", "connectionInfo={}"],
+             "'connectionInfo' twice"),
             (["call", "a:1", "TavEmp.ExecuteWithParamList", 'paramList={"param1":"","param1":""}'],
              "'param1' is in it twice"),
             (["call", "a:1", "TavEmp.Close", "--tls"], "--tls needs --ca"),
@@ -240,6 +247,13 @@ class StatusTest(ToolTest):
             with self.subTest(text[:20]):
                 self.assertEndsWith(2, "tavctl: ", tavctl("call", "a:1", "TavEmp.Close", "-",
                                                           stdin=text))
+
+    def testAFieldIsNotPutIntoAnArgumentThatIsNotARecord(self):
+        for value in (b"5", b"[]", b'"x"'):
+            with self.subTest(value):
+                self.assertEndsWith(2, "connectionInfo takes an object with the fields callback",
+                                    tavctl("call", "a:1", "CloseEmp", "-", "connectionInfo.empID=x",
+                                           stdin=b'{"connectionInfo":%s}' % value))
 
     def testArgumentsAreNestedUpTo8Deep(self):
         for levels, error in [(7, "Close has no field 'x'"), (8, "Close has no field 'x'"),
@@ -340,7 +354,7 @@ class StatusTest(ToolTest):
         self.assertEndsWith(5, "TavEmp.Close at %s: the peer answered UNKNOWN_METHOD: not\\nhere; "
                             % peer.address, self.close(peer))
 
-    def testWhatIsNoReplyIsSix(self):
+    def testWhatIsNotAReplyIsSix(self):
         for name, answer in {
             "nothing": b"",
             "garbage": b"HTTP/1.1 400 Bad Request\r\n\r\n",
@@ -459,17 +473,17 @@ class TlsTest(ToolTest):
         self.assertEqual((0, "3\n", ""), tavctl("call", self.server(), "TavEmp.Close", "--tls",
                                                 "--ca", self.file("right.crt")))
 
-    def testAPeerThatIsNotTrustedIsNoConnection(self):
+    def testAPeerThatIsNotTrustedIsNotConnectedTo(self):
         self.assertEndsWith(3, "check the certificates",
                             tavctl("call", self.server(), "TavEmp.Close", "--tls",
                                    "--ca", self.file("wrong.crt")))
 
-    def testAPeerOfAnotherNameIsNoConnection(self):
+    def testAPeerWithAnotherNameIsNotConnectedTo(self):
         self.assertEndsWith(3, "check the certificates",
                             tavctl("call", self.server("elsewhere"), "TavEmp.Close", "--tls",
                                    "--ca", self.file("elsewhere.crt")))
 
-    def testAPeerThatDoesNotShakeHandsIsNoConnection(self):
+    def testAPeerThatDoesNotShakeHandsIsNotConnectedTo(self):
         never = threading.Event()
         self.addCleanup(never.set)
         peer = Peer(self, lambda connection: never.wait(PATIENCE))
@@ -492,13 +506,21 @@ class TlsTest(ToolTest):
                             "--transport framed", tavctl("probe", peer, "--tls", "--ca",
                                                          self.file("right.crt")))
 
-    def testProbeSaysThatAPeerMayWantTls(self):
+    def testProbeSaysThatAPeerHangsThatNeverAnswersTheHandshake(self):
+        peer = Peer(self, lambda connection: connection.recv(1) and connection.recv(1 << 20)
+                    and connection.recv(1))
+        self.assertEndsWith(4, peer.address + " accepts connections but does not answer: it hangs, "
+                            "or all its threads are busy; ",
+                            tavctl("probe", peer.address, "--tls", "--ca", self.file("right.crt"),
+                                   "--connect-timeout", "0.2"))
+
+    def testProbeSaysThatAPeerMayUseTls(self):
         ended = tavctl("probe", self.server(), "--timeout", "1")
         # Some releases of OpenSSL close the connection, some wait for more of it.
-        self.assertIn((ended[0], "it may want --try-text or --tls" in ended[2]),
+        self.assertIn((ended[0], "it may use TLS (--tls), or" in ended[2]),
                       [(6, True), (4, False)])
 
-    def testProbeSaysThatAPeerMayWantACertificate(self):
+    def testProbeSaysThatAPeerMayAskForACertificate(self):
         server = start(self, "serve", "emp", "--tls", "--cert", self.file("right.crt"),
                        "--key", self.file("right.key"), "--ca", self.file("right.crt")).address()
         tls = ["--tls", "--ca", self.file("right.crt")]
@@ -506,7 +528,8 @@ class TlsTest(ToolTest):
         status, _, err = tavctl("probe", server, *tls)
         self.assertIn((status, err.split(";")[-1]), [
             (3, " check the certificates, and that it speaks TLS there\n"),
-            (6, " it may want --try-text or a certificate, see --cert and --key\n")])
+            (6, " it may ask for a certificate (--cert and --key), or speak JSON or HTTP (see "
+             "--try-text)\n")])
         self.assertEqual(0, tavctl("probe", server, *tls, "--cert", self.file("right.crt"),
                                    "--key", self.file("right.key"))[0])
 
@@ -527,14 +550,14 @@ class TlsTest(ToolTest):
         self.assertEqual((0, ""), (status, err))
         self.assertIn("TavEmp.Close  3\n", out)
 
-    def testSpyPassesTlsOnAndTellsThatItCannotReadIt(self):
+    def testSpyPassesTlsOnAndSaysThatItCannotReadIt(self):
         spy = start(self, "spy", "127.0.0.1:0", self.server())
         self.assertEqual((0, "3\n", ""), tavctl("call", spy.address(), "TavEmp.Close", "--tls",
                                                 "--ca", self.file("right.crt")))
         self.assertIn("  it looks like TLS, which only its two ends can read",
                       [spy.line() for _ in range(4)])
 
-    def testFilesThatAreNoCertificatesAreBadUsage(self):
+    def testFilesThatAreNotCertificatesAreBadUsage(self):
         file = self.file("right.key")
         self.assertEndsWith(2, "TLS: cannot use '%s': " % file,
                             tavctl("call", self.server(), "TavEmp.Close", "--tls", "--ca", file))

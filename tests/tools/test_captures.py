@@ -262,7 +262,7 @@ class OtherTrafficTest(Captures):
             data, status=6, error="no TCP connection in it carries binary over buffered; "
                                   "some look like compact over framed; check"))
 
-    def testNothingAtAllIsNoMessage(self):
+    def testNothingAtAllIsNotAMessage(self):
         self.assertEqual((0, "", ""), decode(pcap([])))
 
 
@@ -384,7 +384,16 @@ class SequenceTest(ToolTest):
         self.assertNotIn("sesame", out)
         self.assertLess(len(max(out.splitlines(), key=len)), 300)
 
-    def testOtherBytesAreNoCapture(self):
+    def testALongTextIsCutOffBetweenCharacters(self):
+        for before in range(3):
+            with self.subTest(before):
+                name = before * b"n" + 300 * "\u20ac".encode()
+                opened = bytes.fromhex("80010001 00000007 4f70656e456d70 00000000 0b 0001") + \
+                    struct.pack("!I", len(name)) + name + b"\0"
+                out = decode(pcap(Talk().say("client", opened).packets), "--sequence")[1]
+                self.assertRegex(out, r"\(name=#34;n*\u20ac+\.\.\.\n$")
+
+    def testOtherBytesAreNotACapture(self):
         self.assertEndsWith(2, "--sequence takes a capture", decode(CALL, "--sequence"))
         self.assertEndsWith(2, "excludes", decode(CALL, "--sequence", "--json"))
 

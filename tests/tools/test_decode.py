@@ -68,7 +68,7 @@ class DecodeTest(ToolTest):
                 process.process.stdin.flush()
                 self.assertEqual(expected, process.line())
 
-    def testNothingIsNoMessage(self):
+    def testNothingIsNotAMessage(self):
         self.assertEqual((0, "", ""), decode(b""))
 
     def testTheOperationOfTwoServicesHasBothNames(self):
@@ -149,7 +149,7 @@ class BrokenTest(ToolTest):
         wrong = self.OPEN[:26] + bytes.fromhex("7fffffff") + self.OPEN[30:]
         self.assertEqual(26, self.broken(wrong)["broken"]["offset"])
 
-    def testOffsetsCountFromTheBeginOfTheFile(self):
+    def testOffsetsCountFromTheBeginningOfTheFile(self):
         self.assertEqual(37, self.broken(CLOSE["binary"] + self.OPEN[:12])["broken"]["offset"])
 
     def testOffsetsCountTheLengthsOfFrames(self):
@@ -272,7 +272,7 @@ class BrokenTest(ToolTest):
         huge = bytes.fromhex("80010001 00000001 78 00000000 0f 0001 02 7fffffff")
         self.assertEqual(16, self.broken(huge)["broken"]["offset"])
 
-    def testACaptureThatIsNoneIsToldByItsLine(self):
+    def testWhatIsNotACaptureIsReportedWithItsLine(self):
         head = b'{"capture":1,"protocol":"binary","transport":"buffered"}\n'
         for data, line in [(b'{"capture":1}\n', 1),
                            (head.replace(b"binary", b"nonary"), 1),

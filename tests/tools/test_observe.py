@@ -21,7 +21,7 @@ class Emp:
 
 
 class ProbeTest(ToolTest):
-    def testALivingServiceIsToldByItsAnswerToACallOfNothing(self):
+    def testALivingServiceAnswersThatItDoesNotKnowTheOperation(self):
         for protocol, transport in COMBINATIONS:
             with self.subTest(protocol=protocol, transport=transport):
                 emp = Emp()
@@ -33,7 +33,7 @@ class ProbeTest(ToolTest):
                                       r"[0-9.]+ ms\n$" % (peer.address, protocol, transport))
                 self.assertEqual([], emp.calls)
 
-    def testAMismatchTellsWhatThePeerSpeaks(self):
+    def testAMismatchShowsWhatThePeerSpeaks(self):
         for protocol, transport in COMBINATIONS[1:]:
             with self.subTest(protocol=protocol, transport=transport):
                 peer = generated_peer(self, TavEmp.Processor(Emp()), protocol, transport)
@@ -46,7 +46,7 @@ class ProbeTest(ToolTest):
         peer = saying(self, b"HTTP/1.1 400 Bad Request\r\n\r\n")
         self.assertEndsWith(6, "it seems to speak HTTP", tavctl("probe", peer.address))
 
-    def testAnAnswerThatIsNoExceptionIsToldOf(self):
+    def testAnAnswerThatIsNotAnExceptionIsReported(self):
         reply = bytes.fromhex("80010002 0000000c 74617663746c2e70726f6265 00000000 00")
         self.assertEndsWith(6, "it answers as if there were this operation",
                             tavctl("probe", saying(self, reply).address))
@@ -55,7 +55,7 @@ class ProbeTest(ToolTest):
         peer = saying(self, b"what?")
         self.assertEndsWith(6, "it speaks no protocol that was tried", tavctl("probe", peer.address))
 
-    def testBadUsageIsToldWithoutAsking(self):
+    def testBadUsageIsReportedWithoutAsking(self):
         self.assertEndsWith(2, "--tls needs --ca, to check the peer's certificate\n",
                             tavctl("probe", "127.0.0.1:1", "--tls"))
 
@@ -64,7 +64,7 @@ class ProbeTest(ToolTest):
         self.assertEqual(0, tavctl("probe", TAVCTL_ADDRESS=peer.address)[0])
         self.assertEndsWith(2, "an ADDRESS is missing", tavctl("probe"))
 
-    def testNobodyThereIsNoConnection(self):
+    def testNobodyThereMeansNoConnection(self):
         with socket.create_server(("127.0.0.1", 0)) as closed:
             address = "127.0.0.1:%d" % closed.getsockname()[1]
         self.assertEndsWith(3, "cannot connect", tavctl("probe", address))
@@ -158,7 +158,7 @@ class SpyTest(ToolTest):
                 return
             connection.sendall(part)
 
-    def testTheWrongProtocolIsToldAndPassedOn(self):
+    def testTheWrongProtocolIsReportedAndPassedOn(self):
         peer = generated_peer(self, TavEmp.Processor(Emp()), "compact", "framed")
         spy = start(self, "spy", "127.0.0.1:0", peer.address)
         client = generated_client(self, TavEmp, spy.address(), "compact", "framed")
@@ -187,7 +187,7 @@ class SpyTest(ToolTest):
                     self.assertNotIn(b"sesame".hex(), text)
                     self.assertNotIn("sesame", text + out + err)
 
-    def testAFullDiskIsToldAndNobodySuffersFromIt(self):
+    def testAFullDiskIsReportedAndDoesNotDisturbTheCalls(self):
         peer = generated_peer(self, TavEmp.Processor(Emp()))
         file = os.path.join(self.directory(), "capture")
         spy = Process(self, ["bash", "-c", "trap '' XFSZ; ulimit -f 1; exec \"$0\" \"$@\"", TAVCTL,
@@ -259,7 +259,7 @@ class SpyTest(ToolTest):
                             tavctl("spy", "127.0.0.1:0", "127.0.0.1:1", "--write", "-"))
         self.assertFalse(os.path.exists("-"))
 
-    def testAFileThatCannotBeWrittenIsToldAtOnce(self):
+    def testAFileThatCannotBeWrittenIsReportedAtOnce(self):
         self.assertEndsWith(6, "cannot write to '/nonexistent/file'",
                             tavctl("spy", "127.0.0.1:0", "127.0.0.1:1", "--write",
                                    "/nonexistent/file"))

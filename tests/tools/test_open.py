@@ -78,6 +78,7 @@ class OpenTest(ToolTest):
         status, _, err = self.open(address, "camera", "1.0", "--run", "Close")
         self.assertEqual(3, status)
         self.assertIn("cannot listen on 127.0.0.1:%d" % taken.getsockname()[1], err)
+        self.assertIn("; the broker chose this port for events", err)
         self.assertEqual(["the-emp"], broker.closed)
 
     def testAFalseReplyEndsTheCallsWithExpectTrue(self):
@@ -217,7 +218,7 @@ class OpenTest(ToolTest):
         process.signal(signal.SIGTERM)
         self.assertEqual(50, process.wait()[1].count("event "))
 
-    def testPortsThatAreNoneAreTheBrokersFault(self):
+    def testPortsThatAreNotPortsAreTheBrokersFault(self):
         for empPort, callbackPort, error in [(0, 0, "gives empServicePort as 0, which is not a port"),
                                              (70000, 0, "gives empServicePort as 70000"),
                                              (1, -5, "gives callbackServicePort as -5")]:
@@ -313,6 +314,14 @@ class ListenTest(ToolTest):
         self.assertEqual(['TIME  event 0  ""  ""', 'TIME  event 1  ""  ""'],
                          untimed(out).splitlines())
 
+    def testASignalBeforeAllCountedEventsGivesTheStatus(self):
+        for words, status in [(["--count", "1"], 128 + signal.SIGTERM), ([], 0)]:
+            with self.subTest(words):
+                process = start(self, "listen", *words)
+                process.address()
+                process.signal(signal.SIGTERM)
+                self.assertEqual((status, ""), process.wait()[:2])
+
     def testItEndsAfterATime(self):
         self.assertEqual(0, tavctl("listen", "--timeout", "0.05")[0])
 
@@ -332,7 +341,7 @@ class ListenTest(ToolTest):
                 os.close(reader)
                 self.assertEqual((6, "", ""), process.wait())
 
-    def testAPortThatIsTakenIsToldAtOnce(self):
+    def testAPortThatIsTakenIsReportedAtOnce(self):
         taken = socket.create_server(("127.0.0.1", 0))
         self.addCleanup(taken.close)
         self.assertEndsWith(3, "cannot listen on",
@@ -360,7 +369,7 @@ class ListenTest(ToolTest):
         except ConnectionResetError:
             return b""
 
-    def testATerminalGetsColoursUnlessNoColorIsSet(self):
+    def testATerminalGetsColorsUnlessNoColorIsSet(self):
         for extra, expected in [({}, b"\x1b[2mTIME\x1b[0m  \x1b[32mevent 1\x1b[0m  \"a\"  \"b\"\r\n"),
                                 ({"NO_COLOR": "1"}, b"TIME  event 1  \"a\"  \"b\"\r\n")]:
             with self.subTest(extra):
@@ -374,7 +383,7 @@ class ListenTest(ToolTest):
                     shown += os.read(controller, 1024)
                 self.assertEqual(expected, untimed(shown.decode()).encode())
 
-    def testAnErrorOnATerminalIsColouredUnlessNoColorIsSet(self):
+    def testAnErrorOnATerminalIsColoredUnlessNoColorIsSet(self):
         for extra, expected in [({}, b"\x1b[31mtavctl:\x1b[0m a verb is missing"),
                                 ({"NO_COLOR": "1"}, b"tavctl: a verb is missing"),
                                 ({"TERM": "dumb"}, b"tavctl: a verb is missing")]:

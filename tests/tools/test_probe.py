@@ -163,7 +163,18 @@ class HarmlessTest(ToolTest):
             [call["binary"] + b"\x08\0\1\0\0\0\0\0", call["binary"] + b"\0",
              frame(call["binary"] + b"\0"), call["compact"] + b"\0",
              frame(call["compact"] + b"\0")], received)
-        self.assertIn("it may want --try-text or --tls", err)
+        self.assertIn("it may use TLS (--tls), or speak JSON or HTTP (see --try-text)", err)
+
+
+    def testWhatWasTriedIsNotSuggested(self):
+        def echo(connection):
+            while part := connection.recv(4096):
+                connection.sendall(part)
+
+        peer = Peer(self, echo).address
+        self.assertEqual("tavctl: tavctl.probe at %s: it answers as if there were this operation; "
+                         "it seems to speak binary over buffered\n" % peer,
+                         tavctl("probe", peer)[2])
 
 
 class SilenceTest(ToolTest):

@@ -139,9 +139,11 @@ int bench(const BenchOptions& options) {
                          {"p99", number(figures.percentile(0.99))},
                          {"max", number(figures.max)}};
     const auto at = [&](const char* key) { return shown(result[key]); };
-    show(result, at("calls") + " calls in " + at("seconds") + " s: " + at("callsPerSecond") +
-                     " per second\np50 " + at("p50") + " ms, p99 " + at("p99") + " ms, maximum " +
-                     at("max") + " ms\n" + at("failures") + " failures\n");
+    const std::string speed = ": " + at("callsPerSecond") + " per second\np50 " + at("p50") +
+                              " ms, p99 " + at("p99") + " ms, maximum " + at("max") + " ms";
+    show(result, at("calls") + " calls in " + at("seconds") + " s" +
+                     (figures.calls == 0 ? "" : speed) + "\n" + at("failures") +
+                     (figures.failures == 1 ? " failure\n" : " failures\n"));
     if (figures.first) {
         throw Failure(
             figures.first->status,

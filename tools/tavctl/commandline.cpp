@@ -102,7 +102,7 @@ void addCall(CLI::App& app, Run& run) {
 void addOpen(CLI::App& app, Run& run) {
     const auto [verb, options] = addVerb(
         app, run, openEmp, "open", "Open an EMP at the broker, call it, show its events, close it",
-        "tavctl open 127.0.0.1:9090 thermometer 1.0 --run Open --run Execute cmd=read --run Close");
+        "tavctl open 127.0.0.1:9090 thermometer 1.0 --run Open --run Execute cmd=read");
     addOption(verb, "words", options->words, "[ADDRESS] NAME VERSION",
               "The broker's address (TAVCTL_ADDRESS if omitted), and the EMP's name and version");
     addOption(verb, "--run", options->calls, "OPERATION [KEY=VALUE]... ...",
@@ -134,9 +134,8 @@ void addProbe(CLI::App& app, Run& run) {
     const auto [verb, options] =
         addVerb(app, run, probe, "probe", "Check that a service is alive, without side effects",
                 "tavctl probe 127.0.0.1:9090");
-    addOption(verb, "address", options->words, "[ADDRESS]",
-              "The address of the service; TAVCTL_ADDRESS if omitted")
-        ->expected(0, 1);
+    addOption(verb, "words", options->words, "[ADDRESS]",
+              "The address of the service; TAVCTL_ADDRESS if omitted");
     verb->add_flag("--try-text", options->tryText,
                    "If there is no answer, try JSON and HTTP, too. Warning: a peer that expects "
                    "neither can take their first bytes for a length of more than a gigabyte, and "
@@ -148,10 +147,10 @@ void addSpy(CLI::App& app, Run& run) {
     const auto [verb, options] =
         addVerb(app, run, spy, "spy", "Stand between two processes and print their messages",
                 "tavctl spy 127.0.0.1:9091 127.0.0.1:9090 --write capture.json");
-    addOption(verb, "listen", options->listen, "LISTEN",
+    addOption(verb, "LISTEN", options->listen, "LISTEN",
               "Where clients connect; port 0 is any free one")
         ->required();
-    addOption(verb, "target", options->target, "TARGET", "Where the server is")->required();
+    addOption(verb, "TARGET", options->target, "TARGET", "Where the server is")->required();
     addOption(verb, "--write", options->file, "FILE", "Save all messages to this file, for decode");
     verb->add_flag(
         "--follow", options->follow,
@@ -174,9 +173,9 @@ void addDecode(CLI::App& app, Run& run) {
 }
 
 void addServe(CLI::App& app, Run& run) {
-    const auto [verb, options] = addVerb(
-        app, run, serve, "serve", "Stand in for a peer and print the calls it gets",
-        R"(tavctl serve emp --port 4712 --reply Open=true --fail Execute="no such command")");
+    const auto [verb, options] =
+        addVerb(app, run, serve, "serve", "Stand in for a peer and print the calls it gets",
+                R"(tavctl serve emp --port 4712 --reply Open=true --fail Execute="no sensor")");
     addOption(verb, "service", options->service, "broker|emp|event", "Which peer to stand in for")
         ->required()
         ->check(CLI::IsMember({"broker", "emp", "event"}));

@@ -77,11 +77,9 @@ const std::string& MessageReader::bytes() const {
 }
 
 std::string MessageReader::mismatch() const {
-    if (guess_.empty() || guess_ == wire_) {
-        return "";
-    }
-    return "it looks like " + guess_ +
-           (guess_ == "TLS" ? ", which only its two ends can read" : ", not " + wire_);
+    const std::string other =
+        guess_ == "TLS" ? ", which only its two ends can read" : ", not " + wire_;
+    return guess_.empty() || guess_ == wire_ ? "" : "it looks like " + guess_ + other;
 }
 
 std::size_t MessageReader::skipRest() {
@@ -98,10 +96,8 @@ void MessageReader::decode(Json& message) {
     protocol::TMessageType type{};
     int32_t seqid = 0;
     protocol_->readMessageBegin(name, type, seqid);
-    message["operation"] = name;
-    message["type"] = nameOf(type);
-    message["seqid"] = seqid;
-    message["fields"] = Json::array();
+    message.update(
+        {{"operation", name}, {"type", nameOf(type)}, {"seqid", seqid}, {"fields", Json::array()}});
     const std::vector<Field> exception = {{1, "message", {Kind::String}}, {2, "type", {Kind::I32}}};
     readFields(
         message["fields"],

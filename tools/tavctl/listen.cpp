@@ -32,7 +32,7 @@ int listen(const ListenOptions& options) {
                                           std::to_string(options.count) + " events came in time");
     }
     server.stop();
-    return 0;
+    return count < options.count ? stop::status() : 0;
 }
 
 }  // namespace tavctl

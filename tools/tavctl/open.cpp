@@ -2,6 +2,7 @@
 #include <thrift/transport/TTransportException.h>
 
 #include <mutex>
+#include <system_error>
 
 #include "connection.h"
 #include "failure.h"
@@ -113,6 +114,9 @@ private:
                                                        onEvent, settings);
         } catch (const TavIDL::CallFailed& failed) {
             throw notOpened(failed, failureFrom(failed, operation, broker_));
+        } catch (const std::system_error& taken) {
+            throw Failure(Exit::NoConnection, taken.what(),
+                          "the broker chose this port for events, so it must be free here");
         } catch (const std::exception& thrown) {
             throw failureFrom(thrown, operation, broker_);
         }

@@ -39,9 +39,11 @@ std::string takeAddress(std::vector<std::string>& words, bool given) {
 }
 
 std::string takeAddress(std::vector<std::string>& words) {
-    // Operations have no colon, addresses have one.
+    // Operations have no colon, addresses have one. A word without one that is followed by an
+    // operation is a mistake in the address.
+    const bool isFollowed = words.size() > 1 && words[1].find('=') == std::string::npos;
     const bool given = !words.empty() && (words[0].find(':') != std::string::npos ||
-                                          std::getenv("TAVCTL_ADDRESS") == nullptr);
+                                          (isFollowed && std::getenv("TAVCTL_ADDRESS") == nullptr));
     std::string address = takeAddress(words, given);
     if (words.empty()) {
         throw Failure(Exit::Usage, "an OPERATION is missing", "see tavctl describe");

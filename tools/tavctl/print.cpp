@@ -39,7 +39,8 @@ std::string masked(std::string text) {
     return text;
 }
 
-// As JSON has it. Besides, DEL and the control characters beyond ASCII, which terminals obey too.
+// As JSON has it, and without DEL and the control characters beyond ASCII: terminals obey them,
+// too.
 std::string quoted(const std::string& text) {
     std::string line = Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
     for (std::size_t i = 0; i < line.size(); ++i) {

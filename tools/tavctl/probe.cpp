@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstring>
 
 #include "encoder.h"
 #include "message.h"
@@ -21,6 +22,24 @@ namespace {
 // No service has it, so calling it changes nothing anywhere.
 constexpr char kNoOperation[] = "tavctl.probe";
 
+Failure hanging(const std::string& address, const std::string& whatToCheck) {
+    return {
+        Exit::TimedOut,
+        address + " accepts connections but does not answer: it hangs, or all its threads are busy",
+        "if it answers others, check " + whatToCheck};
+}
+
+// Whether the peer accepts a connection. Sends nothing.
+bool accepts(const std::string& address, Settings settings) {
+    settings.tls = false;
+    try {
+        (void)TavIDL::Connection::open(address, clientSettings(settings));
+        return true;
+    } catch (const TavIDL::CallFailed&) {
+        return false;
+    }
+}
+
 // Calls the operation that does not exist. Returns the kind of exception that the peer answers.
 std::string ask(const std::string& address, const Settings& settings) {
     TavIDL::RemoteEmp peer(address, clientSettings(settings, [](std::string& operation) {
@@ -34,11 +53,11 @@ std::string ask(const std::string& address, const Settings& settings) {
         }
     } catch (const TavIDL::CallFailed& failed) {
         if (failed.reason() == TavIDL::CallFailed::NoAnswerInTime) {
-            throw Failure(Exit::TimedOut,
-                          address +
-                              " accepts connections but does not answer: it hangs, or all its "
-                              "threads are busy",
-                          "if it answers others, check --protocol and --transport");
+            throw hanging(address, "--protocol and --transport");
+        }
+        const bool late = std::strstr(failed.what(), "the time-out has expired") != nullptr;
+        if (settings.tls && late && accepts(address, settings)) {
+            throw hanging(address, "that it speaks TLS there");
         }
         throw failureFrom(failed, kNoOperation, peer);
     }
@@ -107,7 +126,8 @@ std::string findOut(const std::string& address, ProbeOptions options, Clock::tim
         }
         const std::string known = answerTo(question, address, options.settings);
         const auto over = known.find(" over ");
-        if (over != std::string::npos) {
+        const Settings& tried = options.settings;
+        if (over != std::string::npos && known != tried.protocol + " over " + tried.transport) {
             return "it seems to speak " + known + ", try --protocol " + known.substr(0, over) +
                    " --transport " + known.substr(over + 6);
         }
@@ -115,9 +135,9 @@ std::string findOut(const std::string& address, ProbeOptions options, Clock::tim
             return "it seems to speak " + known + (known == "TLS" ? ", try --tls" : "");
         }
     }
-    return std::string("it speaks no protocol that was tried; it may want ") +
-           (options.tryText ? "" : "--try-text or ") +
-           (options.settings.tls ? "a certificate, see --cert and --key" : "--tls");
+    return std::string("it speaks no protocol that was tried; it may ") +
+           (options.settings.tls ? "ask for a certificate (--cert and --key)" : "use TLS (--tls)") +
+           (options.tryText ? "" : ", or speak JSON or HTTP (see --try-text)");
 }
 
 }  // namespace
@@ -125,6 +145,9 @@ std::string findOut(const std::string& address, ProbeOptions options, Clock::tim
 int probe(const ProbeOptions& options) {
     const auto& settings = options.settings;
     std::vector<std::string> words = options.words;
+    if (words.size() > 1) {
+        throw Failure(Exit::Usage, "probe takes one ADDRESS, not also '" + words[1] + "'");
+    }
     const std::string address = takeAddress(words, !words.empty());
     const auto begin = Clock::now();
     std::string kind;

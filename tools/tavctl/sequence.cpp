@@ -6,12 +6,22 @@ namespace tavctl {
 
 namespace {
 
-// Mermaid would take some characters for its own syntax, or for HTML. A label longer than the limit
-// would hide the others.
+// At most 200 bytes of the text, and no part of a character: more would hide the other labels.
+std::string cutOff(const std::string& text) {
+    std::size_t end = 200;
+    if (text.size() <= end) {
+        return text;
+    }
+    while (end > 0 && (text[end] & 0xC0) == 0x80) {
+        --end;
+    }
+    return text.substr(0, end) + "...";
+}
+
+// Mermaid would take some characters for its own syntax, or for HTML.
 std::string label(const std::string& text) {
-    constexpr std::size_t kLimit = 200;
     std::string safe;
-    for (const char c : text.size() > kLimit ? text.substr(0, kLimit) + "..." : text) {
+    for (const char c : cutOff(text)) {
         const bool special = std::string("#;<>\"&%`{}").find(c) != std::string::npos;
         safe += special ? "#" + std::to_string(static_cast<int>(c)) + ";" : std::string(1, c);
     }

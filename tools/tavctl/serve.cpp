@@ -58,10 +58,12 @@ int serve(const ServeOptions& options) {
         delays[operation] = std::stod(text);
     }
     std::map<const Operation*, Json> results;
-    for (const auto& [operation, text] : replies) {
-        if (operation->result.kind == Kind::Nothing) {
-            throw Failure(Exit::Usage, operation->name + " is one-way and has no reply");
+    for (const auto& answer : answers) {
+        if (answer.first->result.kind == Kind::Nothing) {
+            throw Failure(Exit::Usage, answer.first->name + " is one-way and has no reply");
         }
+    }
+    for (const auto& [operation, text] : replies) {
         results[operation] = valueFrom(operation->result, text, "--reply " + operation->name);
     }
 

@@ -169,15 +169,21 @@ Json argumentsFrom(const Operation& operation, const std::vector<std::string>& w
                               first + " has no field '" + second + "'; it has " +
                                   (record == nullptr ? "none" : namesOf(record->fields)));
             }
+            if (!place->is_null() && !place->is_object()) {
+                refuse(first, "an object with the fields " + namesOf(record->fields));
+            }
             place = &(*place)[second];
         }
         if (field->secret()) {
             throw Failure(
                 Exit::Usage,
-                "a credential cannot be given on the command line, where all can read it; "
+                "a credential cannot be given on the command line, where everyone can read it; "
                 "use --credential-file, or TAV_CREDENTIAL in the environment");
         }
-        if (!keys.insert(key).second) {
+        // A record replaces fields of it that were given before.
+        const auto part = keys.lower_bound(key + ".");
+        const bool hasParts = part != keys.end() && part->find(key + ".") == 0;
+        if (!keys.insert(key).second || hasParts) {
             throw Failure(Exit::Usage, where + " gets '" + key + "' twice; give it once");
         }
         *place = valueFrom(field->type, word.substr(key.size() + 1), key);

@@ -536,8 +536,8 @@ static void call_wrongly(int broker_port, int emp_port, int event_port) {
     disconnect(protocol);
 
     protocol = connection(broker_port);
-    report_execute("Bytes that are no UTF-8 sent", protocol, "length", "\xff\xfe");
-    report_open_emp("Bytes that are no UTF-8 sent, then", protocol, "camera");
+    report_execute("Bytes sent that are not UTF-8", protocol, "length", "\xff\xfe");
+    report_open_emp("Bytes sent that are not UTF-8, then", protocol, "camera");
     disconnect(protocol);
 }
 

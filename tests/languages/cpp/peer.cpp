@@ -510,7 +510,7 @@ void callWrongly(const Wire& wire, int brokerPort, int empPort, int eventPort) {
         },
         openGood);
     reportApart<TavBrokerClient>(
-        "Bytes that are no UTF-8 sent", wire, brokerPort,
+        "Bytes sent that are not UTF-8", wire, brokerPort,
         [](std::shared_ptr<TProtocol> connected) {
             TavBrokerClient broker(connected);
             return executed(broker, "length", kNotUtf8);

@@ -309,7 +309,7 @@ async function callWrongly(wire, brokerPort, empPort, eventPort) {
     openAs(MessageType.REPLY)(connection)
   );
   await atBroker("No result", (connected) => executed(connected.client(TavBroker), "nothing"));
-  await atBroker("Bytes that are no UTF-8 sent", (connected) =>
+  await atBroker("Bytes sent that are not UTF-8", (connected) =>
     executed(connected.client(TavBroker), "length", notUtf8)
   );
 }
