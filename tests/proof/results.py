@@ -43,6 +43,7 @@ def mutation(name, target, **options):
 
 ROWS = (
     Row("allocations", program("allocations")),
+    Row("allocations-armhf", ("tests/proof/preset.sh", "armhf", "allocations")),
     Row("calls", program("calls")),
     Row("messages", program("messages")),
     Row("differential", program("differential"), release=("--runs=100000000",)),
@@ -54,8 +55,11 @@ ROWS = (
     Row("coverage", ("tests/proof/coverage.py",)),
     Row("system-calls", program("system_calls")),
     Row("host-allocations", program("host_allocations")),
+    Row("host-allocations-armhf", ("tests/proof/preset.sh", "armhf", "host_allocations")),
     Row("soak", program("soak"), release=("--runs=10000000",)),
     Row("threads", program("threads"), release=("--runs=10000000",)),
+    Row("threads-sanitized", ("tests/proof/preset.sh", "tsan", "threads"),
+        release=("--runs=10000000",)),
     Row("hostile-peers", ("tests/proof/host/hostile.py", "{build}/tools/tavctl/tavctl",
                           "{build}/examples"), release=("--all",)),
     Row("test-suite", ("tests/proof/suite.py",), release=("--all",)),

@@ -24,7 +24,7 @@ from thrift.transport import TSocket, TTransport
 logging.disable()
 
 # No wait is meant to last that long: a test that comes to it fails.
-PATIENCE = 60
+PATIENCE = float(os.environ.get("PATIENCE", 60))
 
 PROTOCOLS = {
     "binary": TBinaryProtocol.TBinaryProtocol,
@@ -81,6 +81,14 @@ class Process:
 
     def signal(self, number):
         self.process.send_signal(number)
+
+    def take(self, number):
+        """Sends a signal, and waits until it was taken."""
+        self.signal(number)
+        pending = True
+        while pending:
+            with open("/proc/%d/status" % self.process.pid) as status:
+                pending = re.search("ShdPnd:\t0+\n", status.read()) is None
 
     def wait(self):
         """Waits for its end. Returns status and what is left of its output."""

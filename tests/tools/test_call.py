@@ -1,5 +1,6 @@
 import json
 import os
+import resource
 import ssl
 import stat
 import subprocess
@@ -107,6 +108,8 @@ class CallTest(ToolTest):
                          tavctl("call", "Close", "clientID=7", TAVCTL_ADDRESS=emp))
         self.assertEqual((0, "-7\n", ""),
                          tavctl("call", emp, "Close", "clientID=7", TAVCTL_ADDRESS="a:1"))
+        self.assertEndsWith(2, "'x' is not an argument; write key=value",
+                            tavctl("call", "Close", "x", TAVCTL_ADDRESS=emp))
 
     def testJsonPrintsOneObject(self):
         status, out, err = tavctl("call", self.emp(), "TavEmp.Close", "clientID=7", "--json")
@@ -163,6 +166,19 @@ class CredentialTest(ToolTest):
             with self.subTest(words):
                 self.assertEqual(0, self.call(*words, **options)[0])
 
+    def testOneLineBreakAtTheEndOfItsFileIsNotPartOfIt(self):
+        for text, right in [(b"sesame", True), (b"sesame\n", True), (b"sesame\n\n", False),
+                            (b"", False)]:
+            with self.subTest(text):
+                self.assertEqual(0 if right else 5,
+                                 self.call("--credential-file", "-", stdin=text)[0])
+
+    def testAFileThatCannotBeReadIsNamed(self):
+        for path in ("/nonexistent", "/"):
+            with self.subTest(path):
+                self.assertEndsWith(2, "cannot read the credential from '%s'" % path,
+                                    self.call("--credential-file", path))
+
     def testTheCommandLineIsRefusedAsItsSource(self):
         self.assertEndsWith(2, "cannot be given on the command line", self.call("credential=sesame"))
 
@@ -215,14 +231,21 @@ class StatusTest(ToolTest):
             (["call", "::1:9090", "TavEmp.Close"], "'::1:9090' is not a valid address"),
             (["call", "[::1:9090", "TavEmp.Close"], "'[::1:9090' is not a valid address"),
             (["call", "http://a:80", "TavEmp.Close"], "'http://a:80' is not a valid address"),
+            (["call", "a:1", "TavEmp.Close", "clientID=-2147483649"], "whole number"),
             (["call", "a:1", "TavEmp.Close", "--timeout", "0"], "'0' is not a number of seconds"),
+            (["call", "a:1", "TavEmp.Close", "--timeout", ""], "'' is not a number of seconds"),
+            (["call", "a:1", "TavEmp.Close", "--timeout", "86401"], "'86401' is not a number of"),
             (["call", "a:1", "TavEmp.Close", "--timeout", "nan"], "'nan' is not a number of seconds"),
             (["call", "a:1", "TavEmp.Close", "clientID=1", "clientID=2"], "'clientID' twice"),
             (["call", "a:1", "CloseEmp", "connectionInfo.empID=x", "connectionInfo={}"],
              "'connectionInfo' twice"),
             (["call", "a:1", "TavEmp.ExecuteWithParamList", 'paramList={"param1":"","param1":""}'],
              "'param1' is in it twice"),
+            (["call", "a:1", "TavBroker.CloseEmp", "connectionInfo=7"],
+             "connectionInfo takes an object with the fields callbackServicePort, "),
             (["call", "a:1", "TavEmp.Close", "--tls"], "--tls needs --ca"),
+            (["serve", "emp", "--tls"], "a server needs --cert and --key with --tls"),
+            (["serve", "emp", "--tls", "--cert", "x"], "a server needs --cert and --key"),
             (["decode", "/nonexistent"], "cannot read '/nonexistent'"),
             (["serve", "emp", "--reply", "Open=perhaps"], "true or false"),
             (["serve", "emp", "--reply", "Close=1", "--reply", "Close=2"], "Close is answered twice"),
@@ -247,6 +270,13 @@ class StatusTest(ToolTest):
             with self.subTest(text[:20]):
                 self.assertEndsWith(2, "tavctl: ", tavctl("call", "a:1", "TavEmp.Close", "-",
                                                           stdin=text))
+
+    def testATextIsAStringOrHexAndNothingElse(self):
+        for text in (b"7", b"{}", b'{"hex":7}', b'{"hex":"00","x":1}', b'{"x":"00"}'):
+            with self.subTest(text):
+                self.assertEndsWith(2, 'cmd takes a string, or {"hex": "..."}',
+                                    tavctl("call", "a:1", "TavEmp.Execute", "-",
+                                           stdin=b'{"cmd":%s}' % text))
 
     def testAFieldIsNotPutIntoAnArgumentThatIsNotARecord(self):
         for value in (b"5", b"[]", b'"x"'):
@@ -391,6 +421,14 @@ class StatusTest(ToolTest):
         peer = generated_peer(self, TavEmp.Processor(Refusing()))
         self.assertEqual(4000, len(self.close(peer)[2]) - len("tavctl: ...\n"))
 
+    def testAKindOfExceptionThatHasNoNameIsGivenByItsNumber(self):
+        for kind, name in [(10, "UNSUPPORTED_CLIENT_TYPE"), (11, "kind 11"), (-1, "kind -1")]:
+            with self.subTest(kind):
+                answer = bytes.fromhex("80010003 00000005 436c6f7365 00000000 08 0002") + \
+                    kind.to_bytes(4, "big", signed=True) + b"\0"
+                self.assertEndsWith(5, "the peer answered %s: " % name,
+                                    self.close(saying(self, answer)))
+
     def testAnErrorIsATextWithJsonWhateverThePeerSays(self):
         answer = bytes.fromhex("80010003 00000005 436c6f7365 00000000 0b 0001 00000001 ff 00")
         status, _, err = self.close(saying(self, answer), "--json")
@@ -452,6 +490,23 @@ class OutputTest(ToolTest):
                                             "clientID=%d" % number)
                 self.assertEqual((6, number), (status, received[-1]))
                 self.assertIn("cannot write to standard output: Bad file descriptor", err)
+
+
+class MemoryTest(ToolTest):
+    def testTooLittleMemoryIsSix(self):
+        def limit():
+            if "UNLIMITED" not in os.environ:
+                resource.setrlimit(resource.RLIMIT_AS, (100 << 20, 100 << 20))
+
+        # Less than a message may have, but it is kept more than once.
+        message = b'[1,"x",1,0,{"1":{"str":"%s"}}]' % (16000000 * b"x")
+        ended = subprocess.run([TAVCTL, "decode", "--protocol", "json"], input=message,
+                               capture_output=True, preexec_fn=limit, timeout=PATIENCE)
+        if "UNLIMITED" in os.environ:
+            self.assertEqual(0, ended.returncode)
+        else:
+            self.assertEqual((6, b"tavctl: internal error: std::bad_alloc\n"),
+                             (ended.returncode, ended.stderr))
 
 
 class TlsTest(ToolTest):
@@ -533,6 +588,16 @@ class TlsTest(ToolTest):
         self.assertEqual(0, tavctl("probe", server, *tls, "--cert", self.file("right.crt"),
                                    "--key", self.file("right.key"))[0])
 
+    def testProbeDoesNotSayThatAPeerHangsIfItIsGone(self):
+        with socket.create_server(("127.0.0.1", 0)) as server:
+            peer = "127.0.0.1:%d" % server.getsockname()[1]
+            process = start(self, "probe", peer, "--tls", "--ca", self.file("right.crt"),
+                            "--connect-timeout", "0.5")
+            self.addCleanup(server.accept()[0].close)
+        status, _, err = process.wait()
+        self.assertEqual(3, status)
+        self.assertNotIn("hangs", err)
+
     def testAnEventGoesThroughTls(self):
         listener = start(self, "listen", "--tls", "--cert", self.file("right.crt"),
                          "--key", self.file("right.key"))
@@ -549,6 +614,26 @@ class TlsTest(ToolTest):
                                   TAV_CREDENTIAL="sesame")
         self.assertEqual((0, ""), (status, err))
         self.assertIn("TavEmp.Close  3\n", out)
+
+    def testOpenShowsEventsThroughTlsIfItHasACertificate(self):
+        port = free_port()
+        certificate = ["--cert", self.file("right.crt"), "--key", self.file("right.key")]
+        trusted = ["--tls", "--ca", self.file("right.crt")]
+        broker = start(self, "serve", "broker", "--tls", *certificate, "--reply", "OpenEmp=" +
+                       json.dumps({"callbackServicePort": port, "empServicePort": 1})).address()
+
+        def opened(*words):
+            process = start(self, "open", broker, "camera", "1.0", *trusted, *words,
+                            TAV_CREDENTIAL="sesame")
+            return process, process.line("stderr")
+
+        self.assertEqual("tavctl: no events: with --tls these need --cert and --key", opened()[1])
+        process, note = opened(*certificate)
+        self.assertEqual("tavctl: open until a signal comes", note)
+        self.assertEqual(0, tavctl("call", "127.0.0.1:%d" % port, "TavEmpEvent.Callback",
+                                   "eventType=3", *trusted, *certificate)[0])
+        shown = [process.line() for _ in range(5)]
+        self.assertEqual('TIME  event 3  ""  ""', untimed(shown[-1]))
 
     def testSpyPassesTlsOnAndSaysThatItCannotReadIt(self):
         spy = start(self, "spy", "127.0.0.1:0", self.server())

@@ -21,6 +21,8 @@ LINKS = {  # by their number: what stands before an IP packet
     101: lambda kind: b"",
     108: lambda kind: b"\0\0\0\2",
     113: lambda kind: 14 * b"\0" + kind,
+    228: lambda kind: b"",
+    229: lambda kind: b"",
     276: lambda kind: kind + 18 * b"\0",
 }
 
@@ -119,8 +121,9 @@ class CaptureTest(Captures):
 
     def testExtensionsOfIpv6AreSkipped(self):
         packet = segment(("fe80::1", 1), ("fe80::2", 2), 1000, CALL)
-        hops = bytes([60, 0, 1, 4, 0, 0, 0, 0]) + bytes([6, 1]) + 14 * b"\0"
-        packet = packet[:4] + struct.pack("!H", len(packet) - 40 + 24) + b"\0\x40" + \
+        hops = bytes([60, 0, 1, 4, 0, 0, 0, 0]) + bytes([43, 1]) + 14 * b"\0" + \
+            bytes([6, 0]) + 6 * b"\0"
+        packet = packet[:4] + struct.pack("!H", len(packet) - 40 + len(hops)) + b"\0\x40" + \
             packet[8:40] + hops + packet[40:]
         self.assertEqual(self.BOTH[:1], self.messages(pcap([packet])))
 
@@ -176,6 +179,18 @@ class ReassemblyTest(Captures):
                 with self.subTest(first):
                     self.assertEqual(8 * self.BOTH[:1], self.messages(
                         pcap(Talk(first=(first, 5000)).packets + packets)))
+
+    def testASegmentInsideAnotherAddsNothing(self):
+        whole = 2 * CALL
+        packets = [segment(CLIENT, SERVER, 1000 + begin, whole[begin:end])
+                   for begin, end in [(20, 25), (10, 50), (0, 10)]]
+        self.assertEqual(2 * self.BOTH[:1], self.messages(pcap(Talk().packets + packets)))
+
+    def testAnOpeningThatIsSentAgainBelongsToTheSameConversation(self):
+        talk = Talk()
+        talk.packets.insert(0, talk.packets[0])
+        talk.say("client", CALL).say("target", REPLY["binary"])
+        self.assertEqual(self.BOTH, self.messages(pcap(talk.packets)))
 
     def testMessagesStandInTheOrderInWhichTheyWereComplete(self):
         one, two = Talk(), Talk(("10.0.0.3", 1), ("10.0.0.2", 9090))
@@ -233,6 +248,11 @@ class ReassemblyTest(Captures):
         talk.packets[-1] = bytes(packet)
         self.assertEqual(self.BOTH[:1], self.messages(
             pcap(talk.packets), error="1 fragments of IP packets are left out"))
+        packet = segment(("fe80::1", 1), ("fe80::2", 2), 1000, CALL)
+        packet = packet[:6] + bytes([44]) + packet[7:40] + bytes([6, 0, 0, 1, 0, 0, 0, 9]) + \
+            packet[40:]
+        self.assertEqual([], self.messages(
+            pcap([packet]), error="1 fragments of IP packets are left out"))
 
     def testAConnectionOlderThanTheCaptureIsDecodedWithANote(self):
         note = "connection 1 is older than the capture"
@@ -241,6 +261,10 @@ class ReassemblyTest(Captures):
         talk = Talk(opened=False).say("target", REPLY["binary"]).say("client", CALL)
         self.assertEqual(self.BOTH[::-1], self.messages(pcap(talk.packets), error=note))
         self.assertEqual("10.0.0.1:40000", self.lines[0]["client"])
+        refused = bytes.fromhex("80010003 00000005 436c6f7365 00000000 00")
+        talk = Talk(opened=False).say("target", refused)
+        self.assertEqual([(1, "target", "Close", "exception")],
+                         self.messages(pcap(talk.packets), error=note))
 
 
 class OtherTrafficTest(Captures):
@@ -292,8 +316,21 @@ class HostileTest(Captures):
         for data in (b"", b"\xd4\xc3\xb2\xa1", b"x" * 100, b"\x0a\x0d\x0d\x0a" + b"\xff" * 100):
             self.assertEndsWith(6, "this is not a capture that can be read",
                                 decode(data, "--format", "pcap"))
-        self.assertEndsWith(2, "packets of link type IEEE802_11 cannot be read",
-                            decode(pcap([])[:20] + struct.pack("<I", 105)))
+        for link, name in [(105, "IEEE802_11"), (9999, "9999")]:
+            self.assertEndsWith(2, "packets of link type %s cannot be read" % name,
+                                decode(pcap([])[:20] + struct.pack("<I", link)))
+
+    def testInputThatCannotBeReadIsNotACapture(self):
+        with socket.create_server(("127.0.0.1", 0)) as server:
+            broken = socket.create_connection(server.getsockname())
+            other = server.accept()[0]
+        other.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+        other.close()  # without waiting: reading from it is an error
+        with broken:
+            ended = subprocess.run([TAVCTL, "decode", "--format", "pcap"], stdin=broken,
+                                   env=environment(), capture_output=True)
+        self.assertEqual(6, ended.returncode)
+        self.assertIn(b"this is not a capture that can be read", ended.stderr)
 
     def testLengthsThatAreWrongAreBounded(self):
         packets = Talk().say("client", CALL).packets
@@ -383,6 +420,12 @@ class SequenceTest(ToolTest):
         out = decode(pcap(Talk().say("client", opened).packets), "--sequence")[1]
         self.assertNotIn("sesame", out)
         self.assertLess(len(max(out.splitlines(), key=len)), 300)
+
+    def testACredentialThatIsNotAStringIsMasked(self):
+        opened = bytes.fromhex("80010001 00000007 4f70656e456d70 00000000 0c 0003 08 0001 73657361"
+                               "00 00")
+        self.assertIn("p1->>p2: OpenEmp(credential=***)\n",
+                      decode(pcap(Talk().say("client", opened).packets), "--sequence")[1])
 
     def testALongTextIsCutOffBetweenCharacters(self):
         for before in range(3):

@@ -105,6 +105,18 @@ class DecodeTest(ToolTest):
                              '  1  message  string "no"\n'
                              '  2  type     i32    1  UNKNOWN_METHOD\n', ""), decode(message))
 
+    def testTheKindOfAnExceptionIsNotGuessedFromWhatIsNotANumber(self):
+        message = bytes.fromhex("80010003 00000005 436c6f7365 00000000 0b 0002 00000001 31 00")
+        self.assertIn('  2  type  string "1"\n', decode(message)[1])
+
+    def testAQuoteInANameStaysAQuote(self):
+        message = bytes.fromhex("80010001 00000003 612262 00000000 00")
+        self.assertEqual('a"b call seqid 0, 16 bytes at 0\n', decode(message)[1])
+
+    def testWhatIsNotAControlCharacterIsShownAsItIs(self):
+        message = bytes.fromhex("80010001 00000001 78 00000000 0b 0001 00000004 c2a7c285 00")
+        self.assertIn('string "\u00a7\\u0085"\n', decode(message)[1])
+
     def testCredentialsAreMasked(self):
         message = bytes.fromhex("80010001 00000007 4f70656e456d70 00000000 0b 0003 00000006"
                                 "736573616d65 00")
@@ -168,12 +180,25 @@ class BrokenTest(ToolTest):
         status, _, err = decode(frame(CLOSE["compact"]))
         self.assertEqual(6, status)
         self.assertIn("; it looks like compact over framed, not binary over buffered\n", err)
+        self.assertIn("; it looks like TLS, which only its two ends can read\n",
+                      decode(bytes.fromhex("1603010200") + 100 * b"x")[2])
 
     def testACredentialThatIsCutIsMasked(self):
         message = bytes.fromhex("80010001 00000007 4f70656e456d70 00000000 0b 0003 00000006 7365736d")
         status, out, err = decode(message)
         self.assertIn("credential  string ***\n", out)
         self.assertNotIn("ses", out + err)
+
+    def testACredentialThatIsNotAStringIsMasked(self):
+        message = bytes.fromhex("80010001 00000007 4f70656e456d70 00000000 08 0003 73657361 00")
+        status, out, err = decode(message)
+        self.assertEqual((0, ""), (status, err))
+        self.assertIn("3  credential  i32    ***\n", out)
+
+    def testACredentialThatCannotBeReadIsNotQuoted(self):
+        message = bytes.fromhex("80010001 00000007 4f70656e456d70 00000000 0b 0003 ffffffff 736573")
+        self.assertEqual({"offset": 22, "reason": "not a credential in a string that begins at "
+                                                  "byte 22"}, self.broken(message)["broken"])
 
     def testACredentialOfAnotherTypeIsNotQuoted(self):
         for value, expected in [(b'"dbl":"sesame"', (6, "breaks at byte 29: this must be a dbl")),
@@ -276,6 +301,7 @@ class BrokenTest(ToolTest):
         head = b'{"capture":1,"protocol":"binary","transport":"buffered"}\n'
         for data, line in [(b'{"capture":1}\n', 1),
                            (head.replace(b"binary", b"nonary"), 1),
+                           (head.replace(b"buffered", b"unframed"), 1),
                            (head + b'{"connection":1,"from":"client","hex":"8"}\n', 2),
                            (head + b"[" * 100000, 2)]:
             with self.subTest(data[:80]):

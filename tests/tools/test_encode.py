@@ -211,6 +211,10 @@ class CallTest(ToolTest):
         text = encode("TavEmp.Close", "clientID=7", "--json")[1]
         self.assertEqual({"hex": CLOSE["binary"].hex()}, json.loads(text))
 
+    def testRawIsTheBytesThemselves(self):
+        self.assertEqual((0, CLOSE["binary"], ""),
+                         encode("TavEmp.Close", "clientID=7", "--format", "raw"))
+
     def testATerminalGetsHex(self):
         terminal, theirs = pty.openpty()
         self.addCleanup(os.close, terminal)
@@ -252,6 +256,9 @@ class RefusedTest(ToolTest):
                      line({"id": 1, "type": "map", "of": ["i32", "i32"], "value": [[1]]})):
             with self.subTest(data):
                 self.refused(data, "line 1 ")
+
+    def testALineWithoutAMessageIsRefused(self):
+        self.refused(b"\n", "line 1 takes JSON, but it breaks at byte 0")
 
     def testNestingIsLimited(self):
         self.refused(1000000 * b"[", "nested too deeply")

@@ -158,6 +158,63 @@ class FollowTest(ToolTest):
         first, second = (generated_client(self, TavBroker, spied) for _ in range(2))
         self.assertEqual(first.OpenEmp("", "", ""), second.OpenEmp("", "", ""))
 
+    def testItListensForEventsWhereTheBrokerHasItsClients(self):
+        def reached(host, port):
+            try:
+                socket.create_connection((host, port), PATIENCE).close()
+                return True
+            except OSError:
+                return False
+
+        # Of the hosts of IPv4 and IPv6 only those of this machine are certain to be there.
+        for host, hosts in [("127.0.0.1", ["127.0.0.1"]), ("localhost", ["127.0.0.1"]),
+                            ("", ["127.0.0.1"]), ("0.0.0.0", ["127.0.0.1", "127.0.0.2"]),
+                            ("[::1]", ["::1"]),
+                            ("[::ffff:127.0.0.1]", ["127.0.0.1", "127.0.0.2", "::1"])]:
+            with self.subTest(host):
+                port = free_port()
+                listen = host if host in ("[::1]", "0.0.0.0") else "127.0.0.1"
+                broker = start(self, "serve", "broker", "--listen", listen + ":0", "--reply",
+                               'OpenEmp={"callbackServicePort": %d}' % port).address()
+                spied = self.spy(host + ":" + broker.rsplit(":", 1)[1], "--follow")[1]
+                info = generated_client(self, TavBroker, spied).OpenEmp("", "", "")
+                self.assertNotEqual(port, info.callbackServicePort)
+                self.assertEqual(hosts, [each for each in ("127.0.0.1", "127.0.0.2", "::1")
+                                         if reached(each, port)])
+
+    def testTheClientsOfAUnixSocketAreFollowedOnThisMachine(self):
+        emp = start(self, "serve", "emp", "--reply", "Close=3").address()
+        broker = start(self, "serve", "broker", "--reply",
+                       'OpenEmp={"empServicePort": %s}' % emp.split(":")[1]).address()
+        path = "unix:" + os.path.join(self.directory(), "socket")
+        spy = start(self, "spy", path, broker, "--follow", "--json")
+        self.assertEqual(path, spy.line("stderr").split()[3].rstrip(","))
+        status, out, err = tavctl("open", path, "camera", "1.0", "--run", "Close", "--quiet",
+                                  TAV_CREDENTIAL="sesame")
+        self.assertEqual((0, ""), (status, err))
+        self.assertIn("TavEmp.Close  3\n", out)
+        self.assertEqual([(1, "OpenEmp"), (2, "Close"), (1, "CloseEmp")],
+                         [(line["connection"], line["operation"]) for line in self.end(spy)
+                          if line["from"] == "client"])
+
+    def testARefusalPassesUnchanged(self):
+        class Refusing:
+            def OpenEmp(self, *arguments):
+                raise TavBroker.TApplicationException(3, "no such EMP")
+
+        peer = generated_peer(self, TavBroker.Processor(Refusing()))
+        client = generated_client(self, TavBroker, self.spy(peer.address, "--follow")[1])
+        with self.assertRaises(TavBroker.TApplicationException) as refused:
+            client.OpenEmp("", "", "")
+        self.assertEqual((3, "no such EMP"), (refused.exception.type, refused.exception.message))
+
+    def testAPortOfAnotherTypeStaysAsItIs(self):
+        reply = bytes.fromhex("80010002 00000007 4f70656e456d70 00000000 0c 0000"
+                              "06 0001 2710 06 0002 2711 00 00")
+        client = self.connect(self.spy(saying(self, reply).address, "--follow")[1])
+        client.sendall(bytes.fromhex("80010001 00000007 4f70656e456d70 00000000 00"))
+        self.assertEqual(reply, client.recv(len(reply), socket.MSG_WAITALL))
+
     def testWhatIsNotAPortStaysAsItIs(self):
         infos = [ConnectionInfo(*ports, "") for ports in ((0, 0), (-1, 65536), (None, None))]
         spy, spied = self.spy(self.broker(*infos)[1], "--follow")

@@ -24,6 +24,9 @@ BROKEN = [
     (b'[1,"Close",1,0,{"9":{"tf":true}}]', 26, "as tf"),
     (b'[1,"Close",1,0,{"9":{"dbl":1e999}}]', 27, "this must be a dbl"),
     (b'[1,"Close",1,0,{"9":{"dbl":"nan"}}]', 27, "this must be a dbl"),
+    (b'[1,"Close",1,0,{"9":{"dbl":"1.5"}}]', 27, "this must be a dbl"),
+    (b'[1,"Close",1,0,{"9":{"dbl":NaN}}]', 27, "this must be a dbl"),
+    (b'[1,"Close",1,0,{"9":{"map":["dbl","i8",1,{1.5:1}]}}]', 42, "this must be a dbl"),
     (b'[1,"Close",1,0,{"9":{"str":7}}]', 27, "this must be a str"),
     (b'[1,"Close",1,0,{"9":{"str":"\\ud800"}}]', 27, "this must be a str"),
     (b'[1,"Close",1,0,{"9":{"ixx":7}}]', 21, "this must be a type"),
@@ -115,6 +118,13 @@ class JsonTest(ToolTest):
              [{"id": 1, "type": "i32", "value": 7}], [[], [{"id": 1, "type": "byte", "value": 1}]],
              ["]"], [[-1, []], [2, [5]]], [[{"hex": "fff0000000000000"}, True]]],
             [field["value"] for field in json.loads(out)["fields"]])
+
+    def testADoubleThatIsNotANumberIsRead(self):
+        status, out, err = tavctl("decode", "--protocol", "json", "--json",
+                                  stdin=b'[1,"x",1,0,{"1":{"dbl":"NaN"}}]')
+        self.assertEqual((0, ""), (status, err))
+        # Processors differ in its sign.
+        self.assertRegex(json.loads(out)["fields"][0]["value"]["hex"], "^[7f]ff8000000000000$")
 
     def testNothingOfABrokenMessageIsKeptByASpy(self):
         file = os.path.join(self.directory(), "capture")

@@ -1,6 +1,8 @@
 """The verbs that look at what others do: probe and spy."""
 
+import contextlib
 import os
+import struct
 
 from support import *
 
@@ -45,6 +47,24 @@ class ProbeTest(ToolTest):
     def testAWebServerIsKnown(self):
         peer = saying(self, b"HTTP/1.1 400 Bad Request\r\n\r\n")
         self.assertEndsWith(6, "it seems to speak HTTP", tavctl("probe", peer.address))
+
+    def testTlsIsKnown(self):
+        peer = saying(self, bytes.fromhex("15030100020228"))
+        self.assertEndsWith(6, "it seems to speak TLS, try --tls", tavctl("probe", peer.address))
+
+    def testWithTextAllHasBeenTriedAtASilentPeer(self):
+        """Which is asked on then: the user takes the risk."""
+        asked = []
+        never = threading.Event()
+        self.addCleanup(never.set)
+
+        def silent(connection):
+            asked.append(connection.recv(4096))
+            never.wait(PATIENCE)
+
+        ended = tavctl("probe", Peer(self, silent).address, "--try-text", "--timeout", "0.5")
+        self.assertEndsWith(4, "it speaks no protocol that was tried; it may use TLS (--tls)", ended)
+        self.assertLess(1, len(asked))
 
     def testAnAnswerThatIsNotAnExceptionIsReported(self):
         reply = bytes.fromhex("80010002 0000000c 74617663746c2e70726f6265 00000000 00")
@@ -211,6 +231,57 @@ class SpyTest(ToolTest):
             self.assertEqual(b"", connection.recv(1))
         self.assertRegex(spy.line("stderr"), "connection 1: .* at %s: cannot connect: Connection "
                                              "refused; check that it runs" % address)
+
+    def testASignalEndsAConnectionThatIsNotMadeYet(self):
+        """The kernel takes no more connections than it may keep, and leaves the others waiting."""
+        target = socket.create_server(("127.0.0.1", 0), backlog=0)
+        self.addCleanup(target.close)
+        self.addCleanup(target.shutdown, socket.SHUT_RDWR)
+        port = target.getsockname()[1]
+
+        def accept():
+            with contextlib.suppress(OSError):  # at the end of the test
+                while True:
+                    self.addCleanup(target.accept()[0].close)
+
+        def waiting():
+            with open("/proc/net/tcp") as table:
+                return len(re.findall(" 0100007F:%04X 02 " % port, table.read()))
+
+        while not waiting():
+            other = socket.socket()
+            self.addCleanup(other.close)
+            other.setblocking(False)
+            other.connect_ex(target.getsockname())
+        others = waiting()
+        spy = start(self, "spy", "127.0.0.1:0", "127.0.0.1:%d" % port)
+        host, spied = spy.address().split(":")
+        with socket.create_connection((host, int(spied))) as connection:
+            while waiting() == others:
+                pass
+            spy.take(signal.SIGTERM)
+            threading.Thread(target=accept, daemon=True).start()
+            self.assertEqual((0, ""), spy.wait()[:2])
+            self.assertEqual(b"", connection.recv(1))
+
+    def testAConnectionThatOneSideBreaksEndsForTheOther(self):
+        for breaks in ("client", "target"):
+            with self.subTest(breaks):
+                target = socket.create_server(("127.0.0.1", 0))
+                self.addCleanup(target.close)
+                spy = start(self, "spy", "127.0.0.1:0",
+                            "127.0.0.1:%d" % target.getsockname()[1])
+                host, port = spy.address().split(":")
+                client = socket.create_connection((host, int(port)))
+                ends = {"client": client, "target": target.accept()[0]}
+                for end in ends.values():
+                    self.addCleanup(end.close)
+                    end.settimeout(PATIENCE)
+                broken = ends.pop(breaks)
+                broken.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+                broken.close()  # without waiting: the other end gets an error
+                [other] = ends.values()
+                self.assertEqual(b"", other.recv(1))
 
     def testASignalEndsIdleConnections(self):
         peer = generated_peer(self, TavEmp.Processor(Emp()))

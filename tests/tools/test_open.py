@@ -8,7 +8,7 @@ import time
 from support import *
 
 from TAV_IDL import TavBroker, TavEmp, TavEmpEvent
-from TAV_IDL.ttypes import ConnectionInfo
+from TAV_IDL.ttypes import ConnectionInfo, ParamList
 
 
 class Broker:
@@ -64,6 +64,39 @@ class OpenTest(ToolTest):
         self.assertIn("TavBroker.CloseEmp  true\n", out)
         self.assertIn("UNKNOWN: no; ", err)
         self.assertEqual(["the-emp"], broker.closed)
+
+    def testAnEmpThatCannotBeClosedIsReported(self):
+        class Broken(Broker):
+            def CloseEmp(self, info):
+                raise TavBroker.TApplicationException(0, "not now")
+
+        class Emp:
+            def Open(self, *arguments):
+                return False
+
+        emp = generated_peer(self, TavEmp.Processor(Emp()))
+        address = generated_peer(self, TavBroker.Processor(Broken(emp.port))).address
+        for words, expected in [(["Close"], 5), (["Open"], 5), (["Open", "--expect-true"], 1)]:
+            with self.subTest(words):
+                status, _, err = self.open(address, "camera", "1.0", "--run", *words)
+                self.assertEqual(expected, status)
+                self.assertIn('the EMP "the-emp" may still be open: TavBroker.CloseEmp at %s: the '
+                              "peer answered UNKNOWN: not now" % address, err)
+        # The same if it could not be used at all.
+        address = generated_peer(self, TavBroker.Processor(Broken(0))).address
+        status, _, err = self.open(address, "camera", "1.0", "--run", "Close")
+        self.assertEqual(6, status)
+        self.assertIn("tavctl: the EMP the-emp may still be open: not now\n", err)
+
+    def testTheFirstFailureGivesTheStatus(self):
+        class Refusing(Broker):
+            def CloseEmp(self, info):
+                return False
+
+        address = generated_peer(self, TavBroker.Processor(Refusing(free_port()))).address
+        status, out, _ = self.open(address, "camera", "1.0", "--expect-true", "--run", "Open")
+        self.assertEqual(3, status)
+        self.assertIn("TavBroker.CloseEmp  false\n", out)
 
     def testTheEmpIsClosedWhenItCannotBeReached(self):
         broker = Broker(free_port())
@@ -121,6 +154,25 @@ class OpenTest(ToolTest):
                 self.assertIn("TavBroker.CloseEmp  true\n", out)
                 self.assertEqual(["the-emp"], broker.closed)
 
+    def testNoCallBeginsAfterASignal(self):
+        calls = []
+
+        class Emp:
+            def Execute(self, *arguments):
+                calls.append(arguments)
+                return 1000000 * "x"
+
+        broker, address = self.broker(Emp())
+        process = start(self, "open", address, "camera", "1.0", "--run", "Execute", "--run",
+                        "Execute", TAV_CREDENTIAL="sesame")
+        shown = b""
+        while b"TavEmp.Execute" not in shown:
+            shown += process.process.stdout.read1(100)
+        # It shows the first result, and cannot go on because nobody reads all of it.
+        process.take(signal.SIGTERM)
+        self.assertEqual((128 + signal.SIGTERM, 1), (process.wait()[0], len(calls)))
+        self.assertEqual(["the-emp"], broker.closed)
+
     def testASignalEndsItWhileOpenEmpIsUnansweredAndWarns(self):
         for number in (signal.SIGINT, signal.SIGTERM):
             with self.subTest(number):
@@ -149,6 +201,12 @@ class OpenTest(ToolTest):
                             self.open(silent, "camera", "1.0", "--timeout", "0.1"))
         closed = "127.0.0.1:%d" % free_port()
         self.assertNotIn("left open", self.open(closed, "camera", "1.0")[2])
+
+    def testOtherWordsThanItsThreeAreBadUsage(self):
+        for words in (["a:1"], ["a:1", "camera", "1.0", "2.0"]):
+            with self.subTest(words):
+                self.assertEndsWith(2, "open takes ADDRESS NAME VERSION; see tavctl open --help",
+                                    self.open(*words))
 
     def testTheOperationsOfAnEmpAreListed(self):
         self.assertEndsWith(2, "TavEmp has no operation 'Opn'; there are Open, Close, Execute, "
@@ -314,6 +372,20 @@ class ListenTest(ToolTest):
         self.assertEqual(['TIME  event 0  ""  ""', 'TIME  event 1  ""  ""'],
                          untimed(out).splitlines())
 
+    def testEventsBeyondTheCountAreNotShown(self):
+        process = start(self, "listen", "--count", "1")
+        address = process.address()
+        generated_client(self, TavEmpEvent, address).Callback(1, 1000000 * "a", "")
+        # It cannot end: it shows the first event, and nobody reads all of it.
+        self.assertNotEqual(b"", process.process.stdout.read1(1))
+        other = generated_client(self, TavEmpEvent, address)
+        other.Callback(2, "b", "")
+        with self.assertRaises(TavEmp.TApplicationException):
+            TavEmp.Client(other._iprot).Close(1)  # the answer comes after the event was taken
+        status, out, err = process.wait()
+        self.assertEqual((0, ""), (status, err))
+        self.assertNotIn("event 2", out)
+
     def testASignalBeforeAllCountedEventsGivesTheStatus(self):
         for words, status in [(["--count", "1"], 128 + signal.SIGTERM), ([], 0)]:
             with self.subTest(words):
@@ -384,16 +456,17 @@ class ListenTest(ToolTest):
                 self.assertEqual(expected, untimed(shown.decode()).encode())
 
     def testAnErrorOnATerminalIsColoredUnlessNoColorIsSet(self):
-        for extra, expected in [({}, b"\x1b[31mtavctl:\x1b[0m a verb is missing"),
-                                ({"NO_COLOR": "1"}, b"tavctl: a verb is missing"),
-                                ({"TERM": "dumb"}, b"tavctl: a verb is missing")]:
+        for extra, expected in [(["TERM=xterm"], b"\x1b[31mtavctl:\x1b[0m a verb is missing"),
+                                (["NO_COLOR="], b"\x1b[31mtavctl:\x1b[0m a verb is missing"),
+                                (["-u", "TERM"], b"\x1b[31mtavctl:\x1b[0m a verb is missing"),
+                                (["NO_COLOR=1"], b"tavctl: a verb is missing"),
+                                (["TERM=dumb"], b"tavctl: a verb is missing")]:
             with self.subTest(extra):
                 controller, terminal = pty.openpty()
                 self.addCleanup(os.close, controller)
-                subprocess.run([TAVCTL], stderr=terminal, env=environment(**extra))
+                subprocess.run(["env", *extra, TAVCTL], stderr=terminal, env=environment())
                 os.close(terminal)
                 self.assertTrue(os.read(controller, 1024).startswith(expected))
-
 
     def testNohupKeepsItFromEndingOnAHangup(self):
         process = Process(self, ["nohup", TAVCTL, "listen"])
@@ -471,6 +544,10 @@ class ServeTest(ToolTest):
         client = generated_client(self, TavEmp, emp.address())
         self.assertEqual((False, -3, "a=b"), (client.Open(1, "n", "v", "c"), client.Close(1),
                                               client.Execute(1, "c", "", "", "", "")))
+        client.ExecuteWithParamList(1, "c", ParamList(param1="a", param10="j"))
+        self.assertEqual('TavEmp.ExecuteWithParamList clientID=1 cmd="c" paramList={"param1":"a",'
+                         '"param2":"","param3":"","param4":"","param5":"","param6":"","param7":"",'
+                         '"param8":"","param9":"","param10":"j"}', [emp.line() for _ in range(4)][3])
 
         event = start(self, "serve", "event")
         generated_client(self, TavEmpEvent, event.address()).Callback(1, "a", "b")

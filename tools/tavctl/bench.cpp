@@ -42,7 +42,7 @@ struct Figures {
     // The time in ms that this share of the calls did not exceed.
     double percentile(double share) const {
         std::size_t i = 0;
-        for (auto left = static_cast<double>(calls) * share; i < counters.size() && left > 0;) {
+        for (auto left = static_cast<double>(calls) * share; left > 0;) {
             left -= static_cast<double>(counters[i++]);
         }
         return std::min(std::exp2(static_cast<double>(i) / kFine) / 1e6, max);

@@ -63,11 +63,8 @@ milliseconds inMs(double seconds) {
 
 // Without the full stop that libthrift's texts end with, since more follows.
 std::string textOf(const std::exception& thrown) {
-    std::string text = thrown.what();
-    while (!text.empty() && text.back() == '.') {
-        text.pop_back();
-    }
-    return text;
+    const std::string text = thrown.what();
+    return text.substr(0, text.find_last_not_of('.') + 1);
 }
 
 }  // namespace

@@ -42,8 +42,6 @@ class HexBytes : public apache::thrift::transport::TVirtualTransport<HexBytes> {
 public:
     explicit HexBytes(std::shared_ptr<Lookahead> text) : text_(std::move(text)) {}
 
-    bool isOpen() const override { return true; }
-
     // What there is; it waits only if that is nothing.
     uint32_t read(uint8_t* bytes, uint32_t count) {
         uint32_t got = 0;

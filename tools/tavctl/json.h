@@ -30,7 +30,6 @@ public:
 
     explicit CheckedJson(std::shared_ptr<TTransport> stream) : stream_(std::move(stream)) {}
 
-    bool isOpen() const override { return stream_->isOpen(); }
     uint32_t read(uint8_t* bytes, uint32_t count);
     uint32_t readEnd() override { return stream_->readEnd(); }
     void write(const uint8_t* bytes, uint32_t count) { stream_->write(bytes, count); }

@@ -17,8 +17,6 @@ class Lookahead : public apache::thrift::transport::TVirtualTransport<Lookahead>
 public:
     explicit Lookahead(std::shared_ptr<TTransport> stream) : stream_(std::move(stream)) {}
 
-    bool isOpen() const override { return true; }
-
     // What has been received, but not read.
     std::string_view ahead() const { return std::string_view(buffer_).substr(next_); }
 

@@ -111,8 +111,8 @@ void keepSecret(const std::string& credential) {
 
 std::string tinted(Tint tint, const std::string& text) {
     static const bool colors = colored(STDOUT_FILENO);
-    constexpr const char* kCodes[] = {"", "36", "1", "32", "31", "2"};
-    if (!colors || tint == Tint::None) {
+    constexpr const char* kCodes[] = {"36", "1", "32", "31", "2"};
+    if (!colors) {
         return text;
     }
     return std::string("\033[") + kCodes[static_cast<int>(tint)] + "m" + text + "\033[0m";

@@ -23,7 +23,7 @@ extern Output output;
 // From here on masked wherever it would be shown: peers repeat what they get.
 void keepSecret(const std::string& credential);
 
-enum class Tint { None, Name, Value, Good, Bad, Dim };
+enum class Tint { Name, Value, Good, Bad, Dim };
 std::string tinted(Tint tint, const std::string& text);
 
 // A value in one line; a string in quotes, with what is not printable escaped.

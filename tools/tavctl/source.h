@@ -20,8 +20,6 @@ public:
     std::string message;  // so far
     uint64_t begin = 0;   // of the message
 
-    bool isOpen() const override { return true; }
-
     uint64_t offset() const { return begin + message.size(); }
 
     void beginMessage() {

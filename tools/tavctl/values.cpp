@@ -131,7 +131,7 @@ Json complete(const Type& type, const Json& given, const std::string& where) {
 }
 
 Json valueFrom(const Type& type, const std::string& text, const std::string& where) {
-    if (type.kind == Kind::String || type.kind == Kind::Nothing) {
+    if (type.kind == Kind::String) {
         return text;
     }
     if (type.kind == Kind::Record) {
@@ -211,7 +211,7 @@ Json parseJson(const std::string& text, const std::string& where, int depthLimit
         return Json::parse(text, checked);
     } catch (const Json::parse_error& failure) {
         throw Failure(Exit::Usage, where + " takes JSON, but it breaks at byte " +
-                                       std::to_string(failure.byte == 0 ? 0 : failure.byte - 1));
+                                       std::to_string(failure.byte - 1));
     } catch (const std::exception& failure) {
         throw Failure(Exit::Usage, where + " takes JSON, but " + failure.what());
     }
