@@ -123,6 +123,13 @@ class RoundTripTest(ToolTest):
         self.assertEqual([None, None], json.loads(out)["fields"][0]["of"])
         self.assertEqual((0, data, ""), encode("--protocol", "compact", stdin=out.encode()))
 
+    def testAnEmptyContainerWithoutTypesIsKept(self):
+        for container in ("0d 0001 00 00 00000000", "0e 0001 00 00000000", "0f 0001 00 00000000"):
+            with self.subTest(container):
+                data = bytes.fromhex("80010001 00000001 78 00000000 " + container + " 00")
+                out = tavctl("decode", "--json", stdin=data)[1]
+                self.assertEqual((0, data, ""), encode(stdin=out.encode()))
+
     def testTheTypeOfAMessageThatHasNoNameIsKept(self):
         data = bytes.fromhex("80010009 00000001 78 00000000 00")
         out = tavctl("decode", "--json", stdin=data)[1]
