@@ -3,6 +3,8 @@
 #include <TavIDL/host/Remote.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/time.h>
 
 #include <thread>
 
@@ -180,24 +182,55 @@ TEST_P(DeadlineTest, EndsTheWaitForAConnection) {
     EXPECT_EQ(first.result(), "21.5");
 }
 
-TEST_P(DeadlineTest, OfConnectingEndsACallToAServerThatIsFull) {
-    const std::string address = listener_.address();
-    listener_.close();
-    const peers::Listener full(address, 0);
-    TavIDL::Settings settings = this->settings();
-    settings.connectTimeout = milliseconds(50);
-    std::vector<std::shared_ptr<TavIDL::Connection>> others;
-    try {
-        for (;;) {
-            others.push_back(TavIDL::Connection::open(address, settings));
+// Connections to a server that accepts no more than these.
+class FullServer {
+public:
+    FullServer(const std::string& address, const TavIDL::Settings& settings)
+        : listener_(address, 0) {
+        try {
+            for (;;) {
+                others_.push_back(TavIDL::Connection::open(address, settings));
+            }
+        } catch (const CallFailed&) {
+            // From now on no connection is accepted.
         }
-    } catch (const CallFailed&) {
-        // From now on no connection is accepted.
     }
-    TavIDL::RemoteEmp emp(address, settings);
-    const CallFailed failure = failureOf([&] { execute(emp, "read"); });
+
+private:
+    peers::Listener listener_;
+    std::vector<std::shared_ptr<TavIDL::Connection>> others_;
+};
+
+class ConnectDeadlineTest : public DeadlineTest {
+protected:
+    CallFailed callAFullServer() {
+        const std::string address = listener_.address();
+        listener_.close();
+        TavIDL::Settings settings = this->settings();
+        settings.connectTimeout = kShort;
+        const FullServer full(address, settings);
+        TavIDL::RemoteEmp emp(address, settings);
+        return failureOf([&] { execute(emp, "read"); });
+    }
+};
+
+ON_EACH_WAY(ConnectDeadlineTest);
+
+TEST_P(ConnectDeadlineTest, EndsACallToAServerThatIsFull) {
+    const CallFailed failure = callAFullServer();
     EXPECT_EQ(failure.reason(), CallFailed::CannotConnect);
     EXPECT_FALSE(failure.sent());
+    EXPECT_THAT(failure.what(), EndsWith(": cannot connect: Connection timed out"));
+}
+
+TEST_P(ConnectDeadlineTest, IsNotMovedBySignals) {
+    (void)signal(SIGALRM, [](int) {});
+    const itimerval each = {{0, 1000}, {0, 1000}};
+    setitimer(ITIMER_REAL, &each, nullptr);
+    const CallFailed failure = callAFullServer();
+    const itimerval none = {};
+    setitimer(ITIMER_REAL, &none, nullptr);
+    (void)signal(SIGALRM, SIG_DFL);
     EXPECT_THAT(failure.what(), EndsWith(": cannot connect: Connection timed out"));
 }
 
