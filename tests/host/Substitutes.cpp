@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <netdb.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <time.h>
 
@@ -17,6 +18,8 @@ namespace {
 std::atomic<std::chrono::nanoseconds::rep> passed{0};
 std::atomic<long> live{0};
 std::atomic<bool> connectsImmediately{false};
+std::atomic<bool> connectExpires{false};
+std::atomic<std::chrono::milliseconds> expired{std::chrono::milliseconds(0)};
 
 }  // namespace
 
@@ -32,6 +35,14 @@ ImmediateConnect::ImmediateConnect() {
 
 ImmediateConnect::~ImmediateConnect() {
     connectsImmediately = false;
+}
+
+ExpiringConnect::ExpiringConnect() {
+    connectExpires = true;
+}
+
+ExpiringConnect::~ExpiringConnect() {
+    passTime(-expired.exchange(std::chrono::milliseconds(0)));
 }
 
 long liveObjects() {
@@ -71,6 +82,16 @@ extern "C" int connect(int descriptor, const sockaddr* address, socklen_t size) 
     fcntl(descriptor, F_SETFL, flags);
     errno = EIO;  // says nothing if there was no error
     return result;
+}
+
+extern "C" int poll(pollfd* descriptors, nfds_t count, int timeout) {
+    static const auto real = reinterpret_cast<decltype(&poll)>(dlsym(RTLD_NEXT, "poll"));
+    if (count == 1 && descriptors->events == POLLOUT && connectExpires.exchange(false)) {
+        expired = std::chrono::milliseconds(timeout);
+        substitutes::passTime(expired);
+        return 0;
+    }
+    return real(descriptors, count, timeout);
 }
 
 void* operator new(std::size_t size) {

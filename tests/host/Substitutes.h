@@ -21,6 +21,16 @@ public:
     ImmediateConnect& operator=(const ImmediateConnect&) = delete;
 };
 
+// The next wait until a connection is made expires: it ends at once, and the clock moves until the
+// end of this object's lifetime.
+class ExpiringConnect {
+public:
+    ExpiringConnect();
+    ~ExpiringConnect();
+    ExpiringConnect(const ExpiringConnect&) = delete;
+    ExpiringConnect& operator=(const ExpiringConnect&) = delete;
+};
+
 // The number of objects that were created by `new` and not deleted.
 long liveObjects();
 

@@ -112,6 +112,18 @@ TEST(AddressTest, OfANameIsTriedUntilOneConnects) {
     EXPECT_EQ(execute(emp, "read"), "read done");
 }
 
+// Otherwise no time would be left for the call.
+TEST(AddressTest, ThatDoesNotAnswerLeavesTimeForTheNextOne) {
+    const substitutes::ExpiringConnect expiring;
+    const TavIDL::Server server("127.0.0.1:0", std::make_shared<Emp>());
+    TavIDL::Settings settings;
+    settings.connectTimeout = settings.callTimeout = std::chrono::hours(1);
+    TavIDL::RemoteEmp emp(
+        substitutes::kBothLoopbacks + server.address().substr(server.address().find(':')),
+        settings);
+    EXPECT_EQ(execute(emp, "read"), "read done");
+}
+
 // Linux always reports that connecting goes on; other systems may not.
 TEST(AddressTest, MayConnectImmediately) {
     const TavIDL::Server server("127.0.0.1:0", std::make_shared<Emp>());
