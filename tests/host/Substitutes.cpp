@@ -18,6 +18,7 @@ namespace {
 std::atomic<std::chrono::nanoseconds::rep> passed{0};
 std::atomic<long> live{0};
 std::atomic<bool> connectsImmediately{false};
+std::atomic<bool> hasSockets{true};
 std::atomic<bool> connectExpires{false};
 std::atomic<std::chrono::milliseconds> expired{std::chrono::milliseconds(0)};
 
@@ -45,6 +46,14 @@ ExpiringConnect::~ExpiringConnect() {
     passTime(-expired.exchange(std::chrono::milliseconds(0)));
 }
 
+NoSockets::NoSockets() {
+    hasSockets = false;
+}
+
+NoSockets::~NoSockets() {
+    hasSockets = true;
+}
+
 long liveObjects() {
     return live;
 }
@@ -69,6 +78,15 @@ extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo
     }
     const int error = real("::1", service, hints, found);
     return error != 0 ? error : real("127.0.0.1", service, hints, &(*found)->ai_next);
+}
+
+extern "C" int socket(int family, int type, int protocol) noexcept {
+    static const auto real = reinterpret_cast<decltype(&socket)>(dlsym(RTLD_NEXT, "socket"));
+    if (hasSockets) {
+        return real(family, type, protocol);
+    }
+    errno = EMFILE;
+    return -1;
 }
 
 extern "C" int connect(int descriptor, const sockaddr* address, socklen_t size) {

@@ -31,6 +31,16 @@ public:
     ExpiringConnect& operator=(const ExpiringConnect&) = delete;
 };
 
+// In its lifetime, the process has no descriptor for another socket. (A sanitizer needs descriptors
+// of its own, so the system's limit must not be lowered.)
+class NoSockets {
+public:
+    NoSockets();
+    ~NoSockets();
+    NoSockets(const NoSockets&) = delete;
+    NoSockets& operator=(const NoSockets&) = delete;
+};
+
 // The number of objects that were created by `new` and not deleted.
 long liveObjects();
 
