@@ -61,7 +61,9 @@ def profile(name, file, commands, objects, sources):
         os.remove(old)
     for command in commands:
         print(f"-- {os.path.basename(command[0])}", flush=True)
-        ended = subprocess.run(command, check=False, stdout=subprocess.PIPE,
+        # In the background, or after nohup, some signals are ignored.
+        ended = subprocess.run(("env", "--default-signal", *command), check=False,
+                               stdout=subprocess.PIPE,
                                stderr=subprocess.STDOUT, text=True, errors="replace",
                                env={**os.environ, "LLVM_PROFILE_FILE": f"{profiles}/{file}",
                                     "PATIENCE": "600"})  # these programs are slow
