@@ -17,10 +17,12 @@ namespace {
 
 std::atomic<std::chrono::nanoseconds::rep> passed{0};
 std::atomic<long> live{0};
-std::atomic<bool> connectsImmediately{false};
-std::atomic<bool> hasSockets{true};
-std::atomic<bool> connectExpires{false};
+std::atomic<bool> active[3];
 std::atomic<std::chrono::milliseconds> expired{std::chrono::milliseconds(0)};
+
+std::atomic<bool>& isActive(substitutes::Behavior behavior) {
+    return active[static_cast<int>(behavior)];
+}
 
 }  // namespace
 
@@ -30,28 +32,13 @@ void passTime(std::chrono::milliseconds time) {
     passed += std::chrono::nanoseconds(time).count();
 }
 
-ImmediateConnect::ImmediateConnect() {
-    connectsImmediately = true;
+Substitute::Substitute(Behavior behavior) : behavior_(behavior) {
+    isActive(behavior_) = true;
 }
 
-ImmediateConnect::~ImmediateConnect() {
-    connectsImmediately = false;
-}
-
-ExpiringConnect::ExpiringConnect() {
-    connectExpires = true;
-}
-
-ExpiringConnect::~ExpiringConnect() {
+Substitute::~Substitute() {
+    isActive(behavior_) = false;
     passTime(-expired.exchange(std::chrono::milliseconds(0)));
-}
-
-NoSockets::NoSockets() {
-    hasSockets = false;
-}
-
-NoSockets::~NoSockets() {
-    hasSockets = true;
 }
 
 long liveObjects() {
@@ -59,6 +46,8 @@ long liveObjects() {
 }
 
 }  // namespace substitutes
+
+using substitutes::Behavior;
 
 // The linker prefers these to the functions of the shared libraries.
 
@@ -82,7 +71,7 @@ extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo
 
 extern "C" int socket(int family, int type, int protocol) noexcept {
     static const auto real = reinterpret_cast<decltype(&socket)>(dlsym(RTLD_NEXT, "socket"));
-    if (hasSockets) {
+    if (!isActive(Behavior::NoSockets)) {
         return real(family, type, protocol);
     }
     errno = EMFILE;
@@ -91,7 +80,7 @@ extern "C" int socket(int family, int type, int protocol) noexcept {
 
 extern "C" int connect(int descriptor, const sockaddr* address, socklen_t size) {
     static const auto real = reinterpret_cast<decltype(&connect)>(dlsym(RTLD_NEXT, "connect"));
-    if (!connectsImmediately) {
+    if (!isActive(Behavior::ConnectsImmediately)) {
         return real(descriptor, address, size);
     }
     const int flags = fcntl(descriptor, F_GETFL);
@@ -104,7 +93,8 @@ extern "C" int connect(int descriptor, const sockaddr* address, socklen_t size) 
 
 extern "C" int poll(pollfd* descriptors, nfds_t count, int timeout) {
     static const auto real = reinterpret_cast<decltype(&poll)>(dlsym(RTLD_NEXT, "poll"));
-    if (count == 1 && descriptors->events == POLLOUT && connectExpires.exchange(false)) {
+    if (count == 1 && descriptors->events == POLLOUT &&
+        isActive(Behavior::ConnectExpires).exchange(false)) {
         expired = std::chrono::milliseconds(timeout);
         substitutes::passTime(expired);
         return 0;

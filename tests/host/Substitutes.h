@@ -12,33 +12,26 @@ void passTime(std::chrono::milliseconds time);
 // A host name with the addresses ::1 and then 127.0.0.1, like "localhost" on many machines.
 constexpr const char* kBothLoopbacks = "both-loopbacks.test";
 
-// In its lifetime, connect() returns only when the connection is made.
-class ImmediateConnect {
-public:
-    ImmediateConnect();
-    ~ImmediateConnect();
-    ImmediateConnect(const ImmediateConnect&) = delete;
-    ImmediateConnect& operator=(const ImmediateConnect&) = delete;
+enum class Behavior {
+    ConnectsImmediately,  // connect() returns only when the connection is made
+    // The next wait until a connection is made expires: it ends at once, and the clock moves until
+    // the substitute's end.
+    ConnectExpires,
+    // There is no descriptor for another socket. (The sanitizers need descriptors of their own, so
+    // the system's limit must not be lowered.)
+    NoSockets
 };
 
-// The next wait until a connection is made expires: it ends at once, and the clock moves until the
-// end of this object's lifetime.
-class ExpiringConnect {
+// In its lifetime, the system behaves like this.
+class Substitute {
 public:
-    ExpiringConnect();
-    ~ExpiringConnect();
-    ExpiringConnect(const ExpiringConnect&) = delete;
-    ExpiringConnect& operator=(const ExpiringConnect&) = delete;
-};
+    explicit Substitute(Behavior behavior);
+    ~Substitute();
+    Substitute(const Substitute&) = delete;
+    Substitute& operator=(const Substitute&) = delete;
 
-// In its lifetime, the process has no descriptor for another socket. (A sanitizer needs descriptors
-// of its own, so the system's limit must not be lowered.)
-class NoSockets {
-public:
-    NoSockets();
-    ~NoSockets();
-    NoSockets(const NoSockets&) = delete;
-    NoSockets& operator=(const NoSockets&) = delete;
+private:
+    const Behavior behavior_;
 };
 
 // The number of objects that were created by `new` and not deleted.

@@ -11,6 +11,9 @@ using testing::StartsWith;
 
 namespace {
 
+using substitutes::Behavior;
+using substitutes::Substitute;
+
 // A client's error message for an address; empty if the address is valid.
 std::string complaintAbout(const std::string& address) {
     try {
@@ -92,7 +95,7 @@ TEST(AddressTest, IsLookedUpOnlyByCalls) {
 }
 
 TEST(AddressTest, IsNotTheReasonIfThereAreNoDescriptors) {
-    const substitutes::NoSockets none;
+    const Substitute none(Behavior::NoSockets);
     const auto failure = calls::failureOf([] { TavIDL::Connection::open("unix:/none"); });
     EXPECT_STREQ(failure.what(),
                  "Connection::open at unix:/none: cannot connect: "
@@ -109,7 +112,7 @@ TEST(AddressTest, OfANameIsTriedUntilOneConnects) {
 
 // Otherwise no time would be left for the call.
 TEST(AddressTest, ThatDoesNotAnswerLeavesTimeForTheNextOne) {
-    const substitutes::ExpiringConnect expiring;
+    const Substitute expiring(Behavior::ConnectExpires);
     const TavIDL::Server server("127.0.0.1:0", std::make_shared<Emp>());
     TavIDL::Settings settings;
     settings.connectTimeout = settings.callTimeout = std::chrono::hours(1);
@@ -122,7 +125,7 @@ TEST(AddressTest, ThatDoesNotAnswerLeavesTimeForTheNextOne) {
 // Linux always reports that connecting goes on; other systems may not.
 TEST(AddressTest, MayConnectImmediately) {
     const TavIDL::Server server("127.0.0.1:0", std::make_shared<Emp>());
-    const substitutes::ImmediateConnect immediate;
+    const Substitute immediate(Behavior::ConnectsImmediately);
     TavIDL::RemoteEmp emp(server.address());
     EXPECT_EQ(execute(emp, "read"), "read done");
 }
