@@ -80,6 +80,10 @@ extern "C" int socket(int family, int type, int protocol) noexcept {
 
 extern "C" int connect(int descriptor, const sockaddr* address, socklen_t size) {
     static const auto real = reinterpret_cast<decltype(&connect)>(dlsym(RTLD_NEXT, "connect"));
+    if (isActive(Behavior::ConnectExpires)) {
+        errno = EINPROGRESS;
+        return -1;
+    }
     if (!isActive(Behavior::ConnectsImmediately)) {
         return real(descriptor, address, size);
     }

@@ -14,8 +14,8 @@ constexpr const char* kBothLoopbacks = "both-loopbacks.test";
 
 enum class Behavior {
     ConnectsImmediately,  // connect() returns only when the connection is made
-    // The next wait until a connection is made expires: it ends at once, and the clock moves until
-    // the substitute's end.
+    // The next connection is never made: the wait for it ends at once, and the clock moves until
+    // the substitute's end as if it had expired.
     ConnectExpires,
     // There is no descriptor for another socket. (The sanitizers need descriptors of their own, so
     // the system's limit must not be lowered.)
