@@ -28,7 +28,7 @@ class Row(NamedTuple):
     name: str
     command: tuple
     release: tuple = ()  # added before a release
-    ci: tuple = ()
+    ci: tuple = ()  # added in CI
     changed_files: tuple = ()  # of these, those that changed since the row's last run are added in CI
 
 

@@ -179,7 +179,7 @@ void signals(Trial& trial) {
     std::atomic<bool> ended{false};
     std::thread sender([&ended] {
         while (!ended) {
-            ::kill(::getpid(), SIGTERM);
+            ::kill(::getpid(), SIGTERM);  // again and again: a fault can swallow its effect
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     });
