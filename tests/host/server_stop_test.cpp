@@ -95,6 +95,13 @@ protected:
     std::shared_ptr<Connection> connect() {
         return Connection::open(server->address(), clientSettings);
     }
+    // A connection that the server has accepted. Stopping resets those that still wait.
+    std::shared_ptr<Connection> connectAndCall() {
+        auto connection = connect();
+        send(connection, requestFor("read"));
+        receive(connection, 1);
+        return connection;
+    }
 
     static void send(const std::shared_ptr<Connection>& connection, const std::string& bytes) {
         connection->write(reinterpret_cast<const uint8_t*>(bytes.data()),
@@ -133,9 +140,7 @@ TEST_P(Stopping, EndsIdleConnectionsImmediatelyAndAnswersTheRunningCall) {
     serve();
     std::vector<std::shared_ptr<Connection>> idle;
     for (int i = 0; i < 50; ++i) {
-        idle.push_back(connect());
-        send(idle.back(), requestFor("read"));
-        receive(idle.back(), 1);
+        idle.push_back(connectAndCall());
     }
     auto remote = std::make_unique<RemoteEmp>(server->address(), clientSettings);
     auto call = std::async(std::launch::async, [&] { return execute(*remote, "wait"); });
@@ -183,9 +188,7 @@ TEST_P(Stopping, NeedsNoTimeForIdleConnections) {
     serve();
     std::vector<std::shared_ptr<Connection>> idle;
     for (int i = 0; i < 20; ++i) {
-        idle.push_back(connect());
-        send(idle.back(), requestFor("read"));
-        receive(idle.back(), 1);
+        idle.push_back(connectAndCall());
     }
     server->stop();
     EXPECT_THAT(reports.all(), IsEmpty());
@@ -245,15 +248,15 @@ TEST_P(Stopping, AnswersOnlyTheRunningCallOfABatch) {
     const auto client = connect();
     send(client, requestFor("one") + requestFor("wait") + requestFor("three"));
     emp->entered.wait();
-    const auto idle = connect();
+    const auto idle = connectAndCall();
     auto stopped = std::async(std::launch::async, [&] { server->stop(); });
-    receive(idle, 1);  // it stops
+    receive(idle, 1000);  // it stops
     emp->leave.open();
     const std::string replies = receive(client, 1000);
     EXPECT_THAT(replies, HasSubstr("one done"));
     EXPECT_THAT(replies, HasSubstr("wait done"));
     stopped.get();
-    EXPECT_THAT(emp->handled.all(), ElementsAre("one", "wait"));
+    EXPECT_THAT(emp->handled.all(), ElementsAre("one", "wait", "read"));
 }
 
 // The reply to "much" leaves together with those of the next calls, and does not fit.
@@ -264,19 +267,17 @@ TEST_P(Stopping, DisconnectsAClientThatDoesNotReadTheRepliesOfABatch) {
     const auto client = connect();
     send(client, requestFor("much") + requestFor("wait") + requestFor("three"));
     emp->entered.wait();
-    const auto idle = connect();
+    const auto idle = connectAndCall();
     auto stopped = std::async(std::launch::async, [&] { server->stop(); });
-    receive(idle, 1);  // it stops
+    receive(idle, 1000);  // it stops
     emp->leave.open();
     stopped.get();
-    EXPECT_THAT(emp->handled.all(), ElementsAre("much", "wait"));
+    EXPECT_THAT(emp->handled.all(), ElementsAre("much", "wait", "read"));
 }
 
 TEST_P(Stopping, IsPossibleFromManyThreadsAndRepeatedly) {
     serve();
-    const auto client = connect();
-    send(client, requestFor("read"));
-    receive(client, 1);  // it has been accepted
+    const auto client = connectAndCall();
     std::vector<std::thread> threads;
     for (int i = 0; i < 8; ++i) {
         threads.emplace_back([&] { server->stop(); });
@@ -291,9 +292,7 @@ TEST_P(Stopping, IsPossibleFromManyThreadsAndRepeatedly) {
 
 TEST_P(Stopping, IsDoneByTheDestructor) {
     serve();
-    const auto client = connect();
-    send(client, requestFor("read"));
-    receive(client, 1);  // it has been accepted
+    const auto client = connectAndCall();
     server.reset();
     receive(client, 1000);
     EXPECT_THAT(reports.all(), IsEmpty());
@@ -351,9 +350,7 @@ TEST_P(Stopping, FinishServesWhatHasArrived) {
 TEST_P(Stopping, FinishDisconnectsACallThatTakesTooLong) {
     settings.stopTimeout = milliseconds(200);
     serve();
-    const auto idle = connect();
-    send(idle, requestFor("read"));
-    receive(idle, 1);
+    const auto idle = connectAndCall();
     const auto client = connect();
     send(client, requestFor("wait"));
     emp->entered.wait();
