@@ -117,6 +117,12 @@ class DecodeTest(ToolTest):
         message = bytes.fromhex("80010001 00000001 78 00000000 0b 0001 00000004 c2a7c285 00")
         self.assertIn('string "\u00a7\\u0085"\n', decode(message)[1])
 
+    def testControlCharactersAreEscapedInContainersAndInJson(self):
+        message = bytes.fromhex("80010001 00000001 78 00000000 0f 0001 0b 00000002"
+                                "00000001 7f 00000002 c285 00")
+        self.assertIn('  ["\\u007f","\\u0085"]\n', decode(message)[1])
+        self.assertIn('["\\u007f","\\u0085"]', decode(message, "--json")[1])
+
     def testCredentialsAreMasked(self):
         message = bytes.fromhex("80010001 00000007 4f70656e456d70 00000000 0b 0003 00000006"
                                 "736573616d65 00")

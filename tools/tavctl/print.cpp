@@ -39,10 +39,10 @@ std::string masked(std::string text) {
     return text;
 }
 
-// As JSON has it, and without DEL and the control characters beyond ASCII: terminals obey them,
-// too.
-std::string quoted(const std::string& text) {
-    std::string line = Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+// One line of JSON, in which DEL and the control characters beyond ASCII are escaped, too:
+// terminals obey them.
+std::string dumped(const Json& value) {
+    std::string line = value.dump(-1, ' ', false, Json::error_handler_t::replace);
     for (std::size_t i = 0; i < line.size(); ++i) {
         const auto byte = static_cast<unsigned char>(line[i]);
         const bool pair = byte == 0xC2 && static_cast<unsigned char>(line[i + 1]) < 0xA0;
@@ -120,17 +120,14 @@ std::string tinted(Tint tint, const std::string& text) {
 
 std::string shown(const Json& value) {
     const Json safe = presentable(value);
-    if (safe.is_string()) {
-        return quoted(safe);
-    }
-    if (value.is_string()) {
+    if (value.is_string() && !safe.is_string()) {
         return "hex:" + safe["hex"].get<std::string>();
     }
-    return safe.dump();
+    return dumped(safe);
 }
 
 std::string escaped(const std::string& text) {
-    std::string line = quoted(masked(text));
+    std::string line = dumped(masked(text));
     line = line.substr(1, line.size() - 2);
     for (std::size_t at = 0; (at = line.find("\\\"", at)) != std::string::npos; ++at) {
         line.erase(at, 1);
@@ -173,7 +170,7 @@ void print(const std::string& lines) {
 }
 
 void printJson(const Json& object) {
-    print(presentable(object).dump() + "\n");
+    print(dumped(presentable(object)) + "\n");
 }
 
 void show(const Json& object, const std::string& lines) {
@@ -218,7 +215,7 @@ int printError(const Failure& failure) {
             error["exception"] = {{"kind", failure.exceptionKind},
                                   {"text", masked(failure.exceptionText).substr(0, kLimit)}};
         }
-        line = error.dump(-1, ' ', false, Json::error_handler_t::replace);
+        line = dumped(error);
     } else {
         line = (colored(STDERR_FILENO) ? "\033[31mtavctl:\033[0m " : "tavctl: ") + escaped(line);
     }
