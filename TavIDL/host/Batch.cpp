@@ -17,7 +17,6 @@ namespace {
 // A call that has been encoded and not answered. This class is for one-way calls.
 struct Pending {
     virtual ~Pending() = default;
-    virtual bool hasReply() const { return false; }
     virtual void receive(const ProtocolPointer&) {}
     virtual void fail(const std::exception_ptr&) {}
 
@@ -28,7 +27,6 @@ template <typename Client, typename Result, typename Receive>
 struct Promised : Pending {
     explicit Promised(Receive how) : receiveWith(how) {}
 
-    bool hasReply() const override { return true; }
     void receive(const ProtocolPointer& protocol) override {
         Client client(protocol);
         try {
@@ -170,8 +168,7 @@ void Requests::exchange(Channel& channel) {
     std::size_t waiting = 0;  // bytes of requests without a reply
     for (; answered_ < pending_.size(); ++answered_) {
         Pending& oldest = *pending_[answered_];
-        const bool wouldWait = oldest.hasReply() && !channel.buffer->hasInput();
-        if (answered_ == sent || (wouldWait && waiting <= window / 2)) {
+        if (answered_ == sent || (!channel.buffer->hasInput() && waiting <= window / 2)) {
             std::size_t size = 0;
             while (sent < pending_.size() &&
                    (waiting + size == 0 || waiting + size + pending_[sent]->size <= window)) {

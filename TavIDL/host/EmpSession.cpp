@@ -73,9 +73,8 @@ public:
                     std::make_shared<Events>(std::move(onEvent), settings_), settings_);
             }
             emp_ = std::make_unique<RemoteEmp>(
-                addressOf(pool.address().isUnix() ? "127.0.0.1" : pool.address().host,
-                          info_.empServicePort, "empServicePort"),
-                settings_);
+                // No host if the broker has a unix socket: this machine.
+                addressOf(pool.address().host, info_.empServicePort, "empServicePort"), settings_);
         } catch (...) {
             closeAndReport();
             throw;

@@ -108,15 +108,12 @@ int finishConnecting(int descriptor, Clock::time_point end) {
     do {
         ready = poll(&waiting, 1, millisecondsLeft(end));
     } while (ready < 0 && errno == EINTR);
-    if (ready == 0) {
-        return ETIMEDOUT;
+    if (ready <= 0) {
+        return ready == 0 ? ETIMEDOUT : errno;
     }
-    int error = errno;
+    int error = 0;
     socklen_t size = sizeof error;
-    if (ready > 0 && getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &size) < 0) {
-        error = errno;
-    }
-    return error;
+    return getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &size) == 0 ? error : errno;
 }
 
 // A unix socket connects immediately unless its server's queue is full. Then the system does not

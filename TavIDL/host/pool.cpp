@@ -199,27 +199,27 @@ void Call::leave() noexcept {
     }
 }
 
-CallFailed Call::failure(CallFailed::Reason reason, const std::string& detail) {
-    const bool sent = !channel_.empty() && channel().socket->sent();
+CallFailed Call::failure(CallFailed::Reason reason, const std::string& detail, bool sent) {
     const bool cancelled = cancelled_;
     return {cancelled ? CallFailed::Cancelled : reason, sent, operation_, pool_.addressText_,
             cancelled ? "" : detail};
 }
 
 void Call::fail() {
+    const bool sent = channel().socket->sent();
     try {
         throw;
     } catch (const TTransportException& reason) {
         switch (reason.getType()) {
             case TTransportException::TIMED_OUT:
-                throw failure(CallFailed::NoAnswerInTime, inMs(timeout_));
+                throw failure(CallFailed::NoAnswerInTime, inMs(timeout_), sent);
             case TTransportException::CORRUPTED_DATA:
-                throw failure(CallFailed::NotOurProtocol, reason.what());
+                throw failure(CallFailed::NotOurProtocol, reason.what(), sent);
             default:
-                throw failure(CallFailed::ConnectionClosed, reason.what());
+                throw failure(CallFailed::ConnectionClosed, reason.what(), sent);
         }
     } catch (const TException& reason) {
-        throw failure(CallFailed::NotOurProtocol, reason.what());
+        throw failure(CallFailed::NotOurProtocol, reason.what(), sent);
     }
 }
 

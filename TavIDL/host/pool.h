@@ -91,7 +91,8 @@ private:
 
     void connect();
     void publish(int descriptor);
-    CallFailed failure(CallFailed::Reason reason, const std::string& detail);
+    // If the call was cancelled, that is the reason.
+    CallFailed failure(CallFailed::Reason reason, const std::string& detail, bool sent = false);
 
     Pool& pool_;
     const char* const operation_;

@@ -47,13 +47,7 @@ Socket::Socket(Descriptor descriptor) : descriptor_(std::move(descriptor)) {
 void Socket::startTls(const TlsContext& context, const std::string& host) {
     TlsSession::Bytes& bytes = *this;
     tls_ = std::make_unique<TlsSession>(context, bytes, host);
-    try {
-        tls_->shakeHands();
-        sent_ = false;
-    } catch (...) {
-        sent_ = false;
-        throw;
-    }
+    tls_->shakeHands();
 }
 
 void Socket::limitEach(milliseconds read, milliseconds write) {

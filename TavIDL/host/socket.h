@@ -31,7 +31,7 @@ public:
     milliseconds left();
 
 private:
-    milliseconds limit_{1000};
+    milliseconds limit_{};
     Clock::time_point end_;
     bool running_ = false;
 };
@@ -52,8 +52,9 @@ public:
     // Limits each single read and write from here on.
     void limitEach(milliseconds read, milliseconds write);
 
-    // Bytes read, and whether any were written, not counting those of TLS itself.
+    // Bytes read, not counting those of TLS itself.
     uint64_t received() const { return received_; }
+    // Whether the system has taken any bytes since forgetSent().
     bool sent() const { return sent_; }
     void forgetSent() { sent_ = false; }
 

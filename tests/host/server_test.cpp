@@ -3,6 +3,8 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -323,6 +325,33 @@ TEST(ServerTest, PassesAPlainConnectionToAFunction) {
     client.send("ping");
     EXPECT_EQ(client.receive(5), "ping");  // and the end, because the function has returned
     EXPECT_THAT(peers.all(), ElementsAre(StartsWith("127.0.0.1:")));
+}
+
+// This process's end of the connection from a client.
+int acceptedFrom(const Caller& client) {
+    sockaddr_in own = {};
+    socklen_t size = sizeof own;
+    getsockname(client.descriptor(), reinterpret_cast<sockaddr*>(&own), &size);
+    for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+        sockaddr_in peer = {};
+        size = sizeof peer;
+        if (getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
+            peer.sin_port == own.sin_port) {
+            return descriptor;
+        }
+    }
+    return -1;
+}
+
+TEST(ServerTest, SendsRepliesWithoutWaitingForTheAcknowledgmentOfEarlierOnes) {
+    const Server server("127.0.0.1:0", kEmp);
+    Caller client(server.address());
+    client.send(requestFor("read"));
+    EXPECT_EQ(client.result(), "read done");
+    int on = 0;
+    socklen_t size = sizeof on;
+    ASSERT_EQ(getsockopt(acceptedFrom(client), IPPROTO_TCP, TCP_NODELAY, &on, &size), 0);
+    EXPECT_NE(on, 0);
 }
 
 TEST(ServerTest, ServesEachProtocolFramedOrNot) {
