@@ -103,6 +103,17 @@ protected:
         return connection;
     }
 
+    void waitUntilItListensNoMore() {
+        waitUntil([&] {
+            try {
+                connect();
+                return false;
+            } catch (const CallFailed&) {
+                return true;
+            }
+        });
+    }
+
     static void send(const std::shared_ptr<Connection>& connection, const std::string& bytes) {
         connection->write(reinterpret_cast<const uint8_t*>(bytes.data()),
                           static_cast<uint32_t>(bytes.size()));
@@ -219,14 +230,7 @@ TEST_P(Stopping, CompletesAReplyThatIsBeingWritten) {
     send(client, requestFor("much"));
     std::string reply = receive(client, 1);  // the server is writing and cannot finish
     auto stopped = std::async(std::launch::async, [&] { server->stop(); });
-    waitUntil([&] {  // it stops
-        try {
-            connect();
-            return false;
-        } catch (const CallFailed&) {
-            return true;
-        }
-    });
+    waitUntilItListensNoMore();
     reply += receive(client, 2 * kMuch);
     EXPECT_GT(reply.size(), kMuch);
     stopped.get();
@@ -345,6 +349,21 @@ TEST_P(Stopping, FinishServesWhatHasArrived) {
         EXPECT_EQ(events->count, 200);
         server.reset();
     }
+}
+
+TEST_P(Stopping, FinishWaitsForTheRestOfARequest) {
+    serve();
+    const auto client = connect();
+    const std::string second = requestFor("two");
+    send(client, requestFor("one") + second.substr(0, 20));
+    receive(client, 1);  // it is reading the second request
+    auto finished = std::async(std::launch::async, [&] { server->finish(); });
+    waitUntilItListensNoMore();
+    send(client, second.substr(20));
+    receive(client, 1000);
+    finished.get();
+    EXPECT_THAT(emp->handled.all(), ElementsAre("one", "two"));
+    EXPECT_THAT(reports.all(), IsEmpty());
 }
 
 TEST_P(Stopping, FinishDisconnectsACallThatTakesTooLong) {

@@ -55,6 +55,7 @@ class Variant:
         self.memory = "unlimited" if environment else BYTES
         self.lock = threading.Lock()  # one change is built while others are tested
         self.changed = None  # a file, and its text without the change
+        self.unchanged_product = None
         self.seconds = {}  # for each test
         self.copy_sources()
         subprocess.run(
@@ -97,6 +98,13 @@ class Variant:
                                check=True)
         return ended.returncode == 0
 
+    def product(self, directory):
+        contents = []
+        for file in sorted(glob.glob(self.target.product, root_dir=directory)):
+            with open(os.path.join(directory, file), "rb") as opened:
+                contents.append(opened.read())
+        return contents
+
     def passes(self, test, changed, output=subprocess.DEVNULL):
         places = {**self.places, "changed": changed}
         environment = {name: value.format(**places)
@@ -123,6 +131,7 @@ class Variant:
         with tempfile.TemporaryDirectory() as changed:
             if not self.build(None, changed):
                 sys.exit("mutation: the unchanged sources do not compile")
+            self.unchanged_product = self.product(changed)
 
             def try_one(test):
                 begin = time.monotonic()
@@ -137,9 +146,11 @@ class Variant:
                 list(pool.map(try_one, tests))
 
     def noticed_by(self, mutant, tests):
-        """Returns whether the change compiles, and the first test that notices it, or None."""
+        """Returns whether the change compiles to anything else, and the first test that notices
+        it, or None."""
         with tempfile.TemporaryDirectory() as changed:
-            if not self.build(mutant, changed):
+            # The same product comes from a part that the preprocessor leaves out, for example.
+            if not self.build(mutant, changed) or self.product(changed) == self.unchanged_product:
                 return False, None
             return True, next((test for test in tests if not self.passes(test, changed)), None)
 
