@@ -103,17 +103,6 @@ protected:
         return connection;
     }
 
-    void waitUntilItListensNoMore() {
-        waitUntil([&] {
-            try {
-                connect();
-                return false;
-            } catch (const CallFailed&) {
-                return true;
-            }
-        });
-    }
-
     static void send(const std::shared_ptr<Connection>& connection, const std::string& bytes) {
         connection->write(reinterpret_cast<const uint8_t*>(bytes.data()),
                           static_cast<uint32_t>(bytes.size()));
@@ -230,7 +219,14 @@ TEST_P(Stopping, CompletesAReplyThatIsBeingWritten) {
     send(client, requestFor("much"));
     std::string reply = receive(client, 1);  // the server is writing and cannot finish
     auto stopped = std::async(std::launch::async, [&] { server->stop(); });
-    waitUntilItListensNoMore();
+    waitUntil([&] {  // it stops
+        try {
+            connect();
+            return false;
+        } catch (const CallFailed&) {
+            return true;
+        }
+    });
     reply += receive(client, 2 * kMuch);
     EXPECT_GT(reply.size(), kMuch);
     stopped.get();
@@ -352,13 +348,20 @@ TEST_P(Stopping, FinishServesWhatHasArrived) {
 }
 
 TEST_P(Stopping, FinishWaitsForTheRestOfARequest) {
+    const std::set<int> before = threads();
     serve();
+    std::set<int> own = threads();
+    for (const int thread : before) {
+        own.erase(thread);
+    }
+    ASSERT_EQ(own.size(), 1U);
+    const int accepting = *own.begin();
     const auto client = connect();
     const std::string second = requestFor("two");
     send(client, requestFor("one") + second.substr(0, 20));
     receive(client, 1);  // it is reading the second request
     auto finished = std::async(std::launch::async, [&] { server->finish(); });
-    waitUntilItListensNoMore();
+    waitUntil([&] { return threads().count(accepting) == 0; });
     send(client, second.substr(20));
     receive(client, 1000);
     finished.get();
