@@ -63,9 +63,7 @@ void Pool::cancel() {
     const std::lock_guard<std::mutex> lock(mutex_);
     for (Call* const call : calls_) {
         call->cancelled_ = true;
-        if (call->descriptor_ >= 0) {
-            ::shutdown(call->descriptor_, SHUT_RDWR);
-        }
+        ::shutdown(call->descriptor_, SHUT_RDWR);  // has no effect on -1
         call->turn_.notify_one();
     }
 }

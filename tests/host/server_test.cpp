@@ -604,6 +604,9 @@ protected:
                   patient(reports)};
 };
 
+constexpr const char* kForeign =
+    ": closed: the handler threw something that is not a std::exception";
+
 TEST_F(Failing, AnswersWithWhatAHandlerThrows) {
     Caller client(server.address());
     for (const std::string kind : {"runtime_error", "bad_alloc"}) {
@@ -625,8 +628,7 @@ TEST_F(Failing, ClosesTheConnectionAfterANonStandardException) {
     Caller client(server.address());
     client.send(requestFor("int"));
     EXPECT_EQ(client.receive(1), "");
-    EXPECT_THAT(reports.all(),
-                ElementsAre(AllOf(StartsWith("127.0.0.1:"), HasSubstr("not a std::exception"))));
+    EXPECT_THAT(reports.all(), ElementsAre(AllOf(StartsWith("127.0.0.1:"), EndsWith(kForeign))));
     RemoteEmp emp(server.address());
     EXPECT_EQ(execute(emp, "read"), "read done");
 }
@@ -644,7 +646,7 @@ TEST_F(Failing, SurvivesARawFunctionThatThrows) {
         "127.0.0.1:0", [](const std::shared_ptr<TavIDL::Connection>&) { throw 42; },
         patient(reports));
     EXPECT_EQ(Caller(raw.address()).receive(1), "");
-    EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("not a std::exception")));
+    EXPECT_THAT(reports.waitFor(1), ElementsAre(EndsWith(kForeign)));
 }
 
 TEST_F(Failing, SaysWhatARawFunctionThrew) {

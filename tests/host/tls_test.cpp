@@ -96,6 +96,15 @@ protected:
         });
 };
 
+TEST_F(TlsTest, IsRefusedOverAUnixSocket) {
+    try {
+        const RemoteEmp remote("unix:/emp", forClient);
+        FAIL() << "accepted";
+    } catch (const std::invalid_argument& failure) {
+        EXPECT_STREQ(failure.what(), "TLS cannot be used over unix:/emp: it needs TCP");
+    }
+}
+
 TEST_F(TlsTest, CallsByNameAndByNumber) {
     for (const std::string address : {"127.0.0.1:0", "localhost:0"}) {
         const auto server = serve(address);
