@@ -67,6 +67,9 @@ HOST = Target(
                             "channel.cpp", "pool.cpp"),
                            (ROUND_TRIP, CLIENT, SERVER, *FAILURES))})
 
+DECODE, DESCRIBE, ENCODE, HELP, USAGE = (
+    "transcripts.TranscriptTest.test" + name
+    for name in ("Decode", "Describe", "Encode", "Help", "Usage"))
 TAVCTL = Target(
     cmake_target="tavctl",
     product="tools/tavctl/tavctl",
@@ -78,30 +81,33 @@ TAVCTL = Target(
                  "BUILD": "{build}", "SOURCE": "{source}", "PYTHONPATH": "{source}/tests/tools"},
     tests={"": scripts("call", "decode.DecodeTest", "open", "observe"),
            "bench.cpp": scripts("bench"),
-           "call.cpp": scripts("call"),
-           "capture.cpp": scripts("observe", "captures", "follow"),
+           "call.cpp": scripts(USAGE, "call"),
+           "capture.cpp": scripts(DECODE, "observe", "captures", "follow"),
+           "commandline.cpp": scripts(HELP, USAGE, "manual.ManualTest", "call", "open", "observe",
+                                      "bench", "decode.DecodeTest"),
            "conversations.cpp": scripts("captures"),
-           "decode.cpp": scripts("decode.DecodeTest", "captures", "decode.BrokenTest"),
-           "decoder.cpp": scripts("decode.DecodeTest", "json", "encode", "decode"),
-           "describe.cpp": scripts("manual.DescribeTest"),
-           "encode.cpp": scripts("encode"),
-           "encoder.cpp": scripts("encode", "probe"),
+           "decode.cpp": scripts(DECODE, "decode.DecodeTest", "captures", "decode.BrokenTest"),
+           "decoder.cpp": scripts(DECODE, "decode.DecodeTest", "json", "encode", "decode"),
+           "describe.cpp": scripts(DESCRIBE, "manual.DescribeTest"),
+           "encode.cpp": scripts(ENCODE, "encode"),
+           "encoder.cpp": scripts(ENCODE, "encode", "probe"),
            "follow.cpp": scripts("follow"),
-           "interface.cpp": scripts("manual.DescribeTest", "call", "decode.DecodeTest"),
-           "json.cpp": scripts("json", "decode.DecodeTest", "call", "decode.BrokenTest"),
+           "interface.cpp": scripts(DESCRIBE, USAGE, DECODE, "manual.DescribeTest", "call"),
+           "json.cpp": scripts(DECODE, "json", "decode.DecodeTest", "call", "decode.BrokenTest"),
            "listen.cpp": scripts("open.ListenTest"),
-           "message.cpp": scripts("decode.DecodeTest", "observe", "encode", "decode.BrokenTest"),
-           "open.cpp": scripts("open"),
+           "main.cpp": scripts(HELP, USAGE, "manual.HelpTest", "manual.ManualTest", "call", "open"),
+           "message.cpp": scripts(DECODE, "decode.DecodeTest", "observe", "encode",
+                                  "decode.BrokenTest"),
+           "open.cpp": scripts("open", USAGE),
+           "options.cpp": scripts(USAGE, "call", "open", "bench"),
            "pcap.cpp": scripts("captures"),
-           "probe.cpp": scripts("observe.ProbeTest", "probe", "call.TlsTest"),
-           "sequence.cpp": scripts("captures.SequenceTest", "captures"),
-           "serve.cpp": scripts("open.ServeTest", "manual.ManualTest"),
-           "spy.cpp": scripts("observe.SpyTest", "follow", "captures"),
+           "print.cpp": scripts(DECODE, USAGE, "call", "decode.DecodeTest", "open", "observe"),
+           "probe.cpp": scripts("observe.ProbeTest", "probe", "call.TlsTest", USAGE),
+           "sequence.cpp": scripts("captures.SequenceTest", DECODE, "captures"),
+           "serve.cpp": scripts(USAGE, "open.ServeTest", "manual.ManualTest"),
+           "spy.cpp": scripts("observe.SpyTest", "follow", "captures", USAGE),
            "stop.cpp": scripts("open", "bench"),
-           "values.cpp": scripts("call", "encode", "open"),
-           "wirenames.cpp": scripts("decode.DecodeTest", "encode"),
-           "commandline.cpp": scripts("manual.HelpTest", "manual.ManualTest", "call", "open",
-                                      "observe", "bench", "decode.DecodeTest"),
-           "main.cpp": scripts("manual.HelpTest", "manual.ManualTest", "call", "open")})
+           "values.cpp": scripts(USAGE, ENCODE, "call", "encode", "open"),
+           "wirenames.cpp": scripts(DECODE, ENCODE, "decode.DecodeTest", "encode")})
 
 TARGETS = {"libTavIDL": LIBTAVIDL, "Host": HOST, "tavctl": TAVCTL}
