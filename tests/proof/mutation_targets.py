@@ -67,9 +67,9 @@ HOST = Target(
                             "channel.cpp", "pool.cpp"),
                            (ROUND_TRIP, CLIENT, SERVER, *FAILURES))})
 
-DECODE, DESCRIBE, ENCODE, HELP, USAGE = (
+DECODE, DESCRIBE, ENCODE, HELP, OPTIONS, USAGE = (
     "transcripts.TranscriptTest.test" + name
-    for name in ("Decode", "Describe", "Encode", "Help", "Usage"))
+    for name in ("Decode", "Describe", "Encode", "Help", "Options", "Usage"))
 TAVCTL = Target(
     cmake_target="tavctl",
     product="tools/tavctl/tavctl",
@@ -79,15 +79,16 @@ TAVCTL = Target(
                  "PEER": "{build}/tests/tools/tools_peer", "EXAMPLES": "{build}/examples",
                  "GENERATED": "{build}/tests/tools",
                  "BUILD": "{build}", "SOURCE": "{source}", "PYTHONPATH": "{source}/tests/tools"},
-    tests={"": scripts("call", "decode.DecodeTest", "open", "observe"),
+    tests={"": scripts(DECODE, USAGE, "call", "decode.DecodeTest", "open", "observe"),
            "bench.cpp": scripts("bench"),
            "call.cpp": scripts(USAGE, "call"),
            "capture.cpp": scripts(DECODE, "observe", "captures", "follow"),
-           "commandline.cpp": scripts(HELP, USAGE, "manual.ManualTest", "call", "open", "observe",
-                                      "bench", "decode.DecodeTest"),
+           "commandline.cpp": scripts(HELP, OPTIONS, USAGE, "manual.ManualTest", "call", "open",
+                                      "observe", "bench", "decode.DecodeTest"),
            "conversations.cpp": scripts("captures"),
            "decode.cpp": scripts(DECODE, "decode.DecodeTest", "captures", "decode.BrokenTest"),
-           "decoder.cpp": scripts(DECODE, "decode.DecodeTest", "json", "encode", "decode"),
+           "decoder.cpp": scripts(DECODE, "decode.DecodeTest", "json", "encode", "decode",
+                                  "observe.SpyTest"),
            "describe.cpp": scripts(DESCRIBE, "manual.DescribeTest"),
            "encode.cpp": scripts(ENCODE, "encode"),
            "encoder.cpp": scripts(ENCODE, "encode", "probe"),
@@ -95,7 +96,8 @@ TAVCTL = Target(
            "interface.cpp": scripts(DESCRIBE, USAGE, DECODE, "manual.DescribeTest", "call"),
            "json.cpp": scripts(DECODE, "json", "decode.DecodeTest", "call", "decode.BrokenTest"),
            "listen.cpp": scripts("open.ListenTest"),
-           "main.cpp": scripts(HELP, USAGE, "manual.HelpTest", "manual.ManualTest", "call", "open"),
+           "main.cpp": scripts(HELP, USAGE, OPTIONS, "manual.HelpTest", "manual.ManualTest", "call",
+                               "open"),
            "message.cpp": scripts(DECODE, "decode.DecodeTest", "observe", "encode",
                                   "decode.BrokenTest"),
            "open.cpp": scripts("open", USAGE),

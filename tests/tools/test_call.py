@@ -186,7 +186,8 @@ class CredentialTest(ToolTest):
         self.assertEndsWith(2, "set TAV_CREDENTIAL", self.call())
 
     def testAPeerThatRepeatsItIsMasked(self):
-        self.assertEndsWith(5, "UNKNOWN: '***' opens nothing", self.call(TAV_CREDENTIAL="geheim"))
+        self.assertEndsWith(5, "UNKNOWN: '***' opens nothing; the connection is fine, check what the "
+                            "call asks for\n", self.call(TAV_CREDENTIAL="geheim"))
 
 
 class StatusTest(ToolTest):
@@ -256,7 +257,8 @@ class StatusTest(ToolTest):
     def testNoConnectionIsThree(self):
         with socket.create_server(("127.0.0.1", 0)) as closed:
             address = "127.0.0.1:%d" % closed.getsockname()[1]
-        self.assertEndsWith(3, "TavEmp.Close at %s: cannot connect: " % address,
+        self.assertEndsWith(3, "tavctl: TavEmp.Close at %s: cannot connect: Connection refused; "
+                            "check that it runs and listens there\n" % address,
                             tavctl("call", address, "TavEmp.Close"))
 
     def testNoConnectionInTimeIsThree(self):
@@ -312,7 +314,8 @@ class StatusTest(ToolTest):
         never = threading.Event()
         self.addCleanup(never.set)
         peer = Peer(self, lambda connection: never.wait(PATIENCE))
-        self.assertEndsWith(4, "no answer in time: 200 ms; try a longer --timeout",
+        self.assertEndsWith(4, "no answer in time: 200 ms; try a longer --timeout, or see tavctl "
+                            "probe %s\n" % peer.address,
                             self.close(peer, "--timeout", "0.2"))
 
     def testAReplyThatDripsIsFour(self):
@@ -333,7 +336,8 @@ class StatusTest(ToolTest):
                 raise TavEmp.TApplicationException(1, "not\nhere")
 
         peer = generated_peer(self, TavEmp.Processor(Refusing()))
-        self.assertEndsWith(5, "TavEmp.Close at %s: the peer answered UNKNOWN_METHOD: not\\nhere; "
+        self.assertEndsWith(5, "tavctl: TavEmp.Close at %s: the peer answered UNKNOWN_METHOD: "
+                            "not\\nhere; it may serve another service, see tavctl describe\n"
                             % peer.address, self.close(peer))
 
     def testWhatIsNotAReplyIsSix(self):
@@ -348,7 +352,9 @@ class StatusTest(ToolTest):
         }.items():
             with self.subTest(name):
                 peer = saying(self, answer)
-                self.assertEndsWith(6, "TavEmp.Close at " + peer.address, self.close(peer))
+                ended = self.close(peer)
+                self.assertEndsWith(6, "tavctl: TavEmp.Close at %s: " % peer.address, ended)
+                self.assertIn("; see tavctl probe %s\n" % peer.address, ended[2])
 
     def testAFrameOverTheLimitIsSix(self):
         self.assertEndsWith(6, "", self.close(saying(self, bytes.fromhex("7fffffff")),
@@ -517,7 +523,8 @@ class TlsTest(ToolTest):
         peer = Peer(self, lambda connection: connection.recv(1) and connection.recv(1 << 20)
                     and connection.recv(1))
         self.assertEndsWith(4, peer.address + " accepts connections but does not answer: it hangs, "
-                            "or all its threads are busy; ",
+                            "or all its threads are busy; if it answers others, check that it speaks "
+                            "TLS there\n",
                             tavctl("probe", peer.address, "--tls", "--ca", self.file("right.crt"),
                                    "--connect-timeout", "0.2"))
 

@@ -148,7 +148,7 @@ class FollowTest(ToolTest):
             client.CloseEmp(info)
             self.assertEqual([(taken, actual.empServicePort)], broker.ports)
             spy.signal(signal.SIGTERM)
-            self.assertRegex(spy.wait()[2], "not following the events to port %d: cannot listen on "
+            self.assertRegex(spy.wait()[2], "tavctl: not following the events to port %d: cannot listen on "
                                             "127.0.0.1:%d: Address already in use\n"
                                             % (taken, taken))
 
@@ -229,7 +229,7 @@ class FollowTest(ToolTest):
         self.assertEqual([10064], [port for info, port in zip(infos, ports)
                                    if port == info.empServicePort])
         spy.signal(signal.SIGTERM)
-        self.assertIn("not following the EMP at port 10064: only 64 ports are followed\n",
+        self.assertIn("tavctl: not following the EMP at port 10064: only 64 ports are followed\n",
                       spy.wait()[2])
 
     def testAReplyThatComesInPartsIsRewrittenAsAWhole(self):

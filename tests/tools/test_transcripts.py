@@ -40,6 +40,10 @@ class TranscriptTest(ToolTest):
     def testUsage(self):
         self.compare("usage")
 
+    def testOptions(self):
+        """How an option is refused CLI11 says, and not always in the same words."""
+        self.compare("options")
+
     def testDescribe(self):
         self.compare("describe")
 
