@@ -67,9 +67,9 @@ HOST = Target(
                             "channel.cpp", "pool.cpp"),
                            (ROUND_TRIP, CLIENT, SERVER, *FAILURES))})
 
-DECODE, DESCRIBE, ENCODE, HELP, OPTIONS, USAGE = (
+DECODE, DESCRIBE, ENCODE, HELP, OPTIONS, TERMINAL, USAGE = (
     "transcripts.TranscriptTest.test" + name
-    for name in ("Decode", "Describe", "Encode", "Help", "Options", "Usage"))
+    for name in ("Decode", "Describe", "Encode", "Help", "Options", "Terminal", "Usage"))
 TAVCTL = Target(
     cmake_target="tavctl",
     product="tools/tavctl/tavctl",
@@ -86,11 +86,12 @@ TAVCTL = Target(
            "commandline.cpp": scripts(HELP, OPTIONS, USAGE, "manual.ManualTest", "call", "open",
                                       "observe", "bench", "decode.DecodeTest"),
            "conversations.cpp": scripts("captures"),
-           "decode.cpp": scripts(DECODE, "decode.DecodeTest", "captures", "decode.BrokenTest"),
+           "decode.cpp": scripts(DECODE, TERMINAL, "decode.DecodeTest", "captures",
+                                 "decode.BrokenTest"),
            "decoder.cpp": scripts(DECODE, "decode.DecodeTest", "json", "encode", "decode",
                                   "observe.SpyTest"),
-           "describe.cpp": scripts(DESCRIBE, "manual.DescribeTest"),
-           "encode.cpp": scripts(ENCODE, "encode"),
+           "describe.cpp": scripts(DESCRIBE, TERMINAL, "manual.DescribeTest"),
+           "encode.cpp": scripts(ENCODE, TERMINAL, "encode"),
            "encoder.cpp": scripts(ENCODE, "encode", "probe"),
            "follow.cpp": scripts("follow"),
            "interface.cpp": scripts(DESCRIBE, USAGE, DECODE, "manual.DescribeTest", "call"),
@@ -98,16 +99,20 @@ TAVCTL = Target(
            "listen.cpp": scripts("open.ListenTest"),
            "main.cpp": scripts(HELP, USAGE, OPTIONS, "manual.HelpTest", "manual.ManualTest", "call",
                                "open"),
-           "message.cpp": scripts(DECODE, "decode.DecodeTest", "observe", "encode",
+           "message.cpp": scripts(DECODE, TERMINAL, "decode.DecodeTest", "observe", "encode",
                                   "decode.BrokenTest"),
-           "open.cpp": scripts("open", USAGE),
+           "open.cpp": scripts(USAGE, "transcripts.TerminalTest", "open"),
            "options.cpp": scripts(USAGE, "call", "open", "bench"),
            "pcap.cpp": scripts("captures"),
-           "print.cpp": scripts(DECODE, USAGE, "call", "decode.DecodeTest", "open", "observe"),
-           "probe.cpp": scripts("observe.ProbeTest", "probe", "call.TlsTest", USAGE),
+           "print.cpp": scripts(DECODE, USAGE, TERMINAL, "call", "decode.DecodeTest", "open",
+                                "observe"),
+           "probe.cpp": scripts(USAGE, "transcripts.TerminalTest", "observe.ProbeTest", "probe",
+                                "call.TlsTest"),
            "sequence.cpp": scripts("captures.SequenceTest", DECODE, "captures"),
-           "serve.cpp": scripts(USAGE, "open.ServeTest", "manual.ManualTest"),
-           "spy.cpp": scripts("observe.SpyTest", "follow", "captures", USAGE),
+           "serve.cpp": scripts(USAGE, "transcripts.TerminalTest", "open.ServeTest",
+                                "manual.ManualTest"),
+           "spy.cpp": scripts(USAGE, "transcripts.TerminalTest", "observe.SpyTest", "follow",
+                              "captures"),
            "stop.cpp": scripts("open", "bench"),
            "values.cpp": scripts(USAGE, ENCODE, "call", "encode", "open"),
            "wirenames.cpp": scripts(DECODE, ENCODE, "decode.DecodeTest", "encode")})

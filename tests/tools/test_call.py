@@ -378,6 +378,8 @@ class StatusTest(ToolTest):
 
         peer = generated_peer(self, TavEmp.Processor(Refusing()))
         self.assertEqual(4000, len(self.close(peer)[2]) - len("tavctl: ...\n"))
+        error = json.loads(self.close(peer, "--json")[2])
+        self.assertEqual((4003, 4000), (len(error["error"]), len(error["exception"]["text"])))
 
     def testAKindOfExceptionThatHasNoNameIsGivenByItsNumber(self):
         for kind, name in [(10, "UNSUPPORTED_CLIENT_TYPE"), (11, "kind 11"), (-1, "kind -1")]:

@@ -1,6 +1,7 @@
 """What tavctl prints, word for word: transcripts/*.txt."""
 
 import os
+import pty
 
 from support import *
 
@@ -18,8 +19,29 @@ def shown(command):
     return "$ %s\n%s%s" % (command, ended.stdout.decode(), status)
 
 
+def read_terminal(controller):
+    """What was written to a terminal that nobody has open any more."""
+    text = b""
+    try:
+        while part := os.read(controller, 4096):
+            text += part
+    except OSError:
+        pass
+    os.close(controller)
+    return untimed(text.decode().replace("\r\n", "\n").replace("\x1b", "^["))
+
+
+def shown_on_terminal(command):
+    controller, terminal = pty.openpty()
+    subprocess.run(["bash", "-c", SHELL + command], env=environment(TAVCTL=TAVCTL),
+                   stdin=subprocess.DEVNULL, stdout=terminal, stderr=subprocess.DEVNULL,
+                   timeout=PATIENCE)
+    os.close(terminal)
+    return "$ %s\n%s" % (command, read_terminal(controller))
+
+
 class TranscriptTest(ToolTest):
-    def compare(self, name, normal=str):
+    def compare(self, name, normal=str, shown=shown):
         path = os.path.join(TRANSCRIPTS, name + ".txt")
         with open(path) as file:
             expected = file.read()
@@ -52,6 +74,53 @@ class TranscriptTest(ToolTest):
 
     def testEncode(self):
         self.compare("encode")
+
+    def testTerminal(self):
+        self.compare("terminal", shown=shown_on_terminal)
+
+
+class TerminalTest(ToolTest):
+    def start(self, *words):
+        """Returns the terminal that it writes to, and the process."""
+        controller, terminal = pty.openpty()
+        process = start(self, *words, stdout=terminal, TAV_CREDENTIAL="sesame")
+        os.close(terminal)
+        return controller, process
+
+    def ended(self, controller, process):
+        self.assertEqual(0, process.wait()[0])
+        return read_terminal(controller)
+
+    def testWhatIsServedCalledProbedAndSpiedOnIsColored(self):
+        emp = self.start("serve", "emp", "--reply", "Close=3")
+        address = emp[1].address()
+        spy = self.start("spy", "127.0.0.1:0", address)
+        self.assertEqual("^[[1m3^[[0m\n", self.ended(*self.start(
+            "call", spy[1].address(), "Close", "clientID=7")))
+        self.assertRegex(self.ended(*self.start("probe", address)),
+                         r"^\^\[\[32malive\^\[\[0m: %s speaks " % address)
+        for _, process in (emp, spy):
+            process.signal(signal.SIGTERM)
+        self.assertEqual("^[[1mTavEmp.Close^[[0m ^[[36mclientID^[[0m=7\n", self.ended(*emp))
+        self.assertEqual(
+            "^[[2m[1] client  TIME^[[0m\n"
+            "  ^[[1mClose call^[[0m^[[2m seqid 0^[[0m^[[2m, 25 bytes at 0^[[0m\n"
+            "    1  ^[[36mclientID^[[0m  ^[[2mi32   ^[[0m 7^[[2m^[[0m\n"
+            "^[[2m[1] target  TIME^[[0m\n"
+            "  ^[[1mClose reply^[[0m^[[2m seqid 0^[[0m^[[2m, 25 bytes at 0^[[0m\n"
+            "    0  ^[[36msuccess^[[0m  ^[[2mi32   ^[[0m 3^[[2m^[[0m\n", self.ended(*spy))
+
+    def testWhatIsOpenedIsColored(self):
+        emp = start(self, "serve", "emp", "--reply", "Close=3").address().split(":")[1]
+        broker = start(self, "serve", "broker", "--reply", 'OpenEmp={"empServicePort": %s}' % emp,
+                       "--reply", "CloseEmp=true").address()
+        self.assertEqual("^[[32mTavBroker.OpenEmp^[[0m\n"
+                         "^[[36mcallbackServicePort^[[0m  ^[[1m0^[[0m\n"
+                         "^[[36mempServicePort     ^[[0m  ^[[1m%s^[[0m\n"
+                         "^[[36mempID              ^[[0m  ^[[1m\"\"^[[0m\n"
+                         "^[[32mTavEmp.Close^[[0m  ^[[1m3^[[0m\n"
+                         "^[[32mTavBroker.CloseEmp^[[0m  ^[[1mtrue^[[0m\n" % emp,
+                         self.ended(*self.start("open", broker, "x", "1", "--run", "Close")))
 
 
 if __name__ == "__main__":
