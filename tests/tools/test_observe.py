@@ -32,7 +32,7 @@ class ProbeTest(ToolTest):
                                           "--transport", transport)
                 self.assertEqual((0, ""), (status, err))
                 self.assertRegex(out, r"^alive: %s speaks %s over %s, answered UNKNOWN_METHOD in "
-                                      r"[0-9.]+ ms\n$" % (peer.address, protocol, transport))
+                                      r"\d+(\.\d)? ms\n$" % (peer.address, protocol, transport))
                 self.assertEqual([], emp.calls)
 
     def testAMismatchShowsWhatThePeerSpeaks(self):
