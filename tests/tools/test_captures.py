@@ -509,6 +509,12 @@ class SequenceTest(ToolTest):
                 out = decode(pcap(Talk().say("client", opened).packets), "--sequence")[1]
                 self.assertRegex(out, r"\(name=#34;n*\u20ac+\.\.\.\n$")
 
+    def testALabelHas200Bytes(self):
+        for size, text in [(198, 198 * "x" + "()"), (199, 199 * "x" + "(...")]:
+            message = bytes.fromhex("80010001") + struct.pack("!I", size) + size * b"x" + 5 * b"\0"
+            out = decode(pcap(Talk().say("client", message).packets), "--sequence")[1]
+            self.assertEqual("    p1->>p2: " + text, out.splitlines()[-1])
+
     def testOtherBytesAreNotACapture(self):
         self.assertEndsWith(2, "--sequence takes a capture", decode(CALL, "--sequence"))
         self.assertEndsWith(2, "excludes", decode(CALL, "--sequence", "--json"))

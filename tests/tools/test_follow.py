@@ -220,6 +220,15 @@ class FollowTest(ToolTest):
         spy, spied = self.spy(self.broker(*infos)[1], "--follow")
         client = generated_client(self, TavBroker, spied)
         self.assertEqual(infos, [client.OpenEmp("", "", "") for _ in infos])
+        spy.signal(signal.SIGTERM)
+        self.assertNotIn("following", spy.wait()[2])
+
+    def testTheLeastAndTheGreatestPortAreFollowed(self):
+        infos = [ConnectionInfo(0, port, "") for port in (1, 65535)]
+        spy, spied = self.spy(self.broker(*infos)[1], "--follow")
+        client = generated_client(self, TavBroker, spied)
+        for info in infos:
+            self.assertNotEqual(info.empServicePort, client.OpenEmp("", "", "").empServicePort)
 
     def testOnly64PortsAreFollowed(self):
         infos = [ConnectionInfo(0, 10000 + number, "") for number in range(65)]

@@ -140,6 +140,8 @@ class SpyTest(ToolTest):
                 decoded = [json.loads(line) for line in out.splitlines()]
                 self.assertEqual([line["fields"] for line in seen],
                                  [line["fields"] for line in decoded])
+                self.assertEqual([round(line["ms"], 1) for line in decoded],
+                                 [line["ms"] for line in decoded])
 
     def testPeopleSeeThem(self):
         peer = generated_peer(self, TavEmp.Processor(Emp()))

@@ -43,11 +43,11 @@ def shown_on_terminal(command):
 class TranscriptTest(ToolTest):
     def compare(self, name, normal=str, shown=shown):
         path = os.path.join(TRANSCRIPTS, name + ".txt")
-        with open(path) as file:
+        with open(path, encoding="utf-8") as file:
             expected = file.read()
         found = [shown(command) for command in re.findall(r"^\$ (.*)$", expected, re.M)]
         if "RENEW" in os.environ:
-            with open(path, "w") as file:
+            with open(path, "w", encoding="utf-8") as file:
                 file.write("".join(found))
             return
         for part, now in zip(re.split(r"^(?=\$ )", expected, flags=re.M)[1:], found, strict=True):
