@@ -50,9 +50,9 @@ class TranscriptTest(ToolTest):
             with open(path, "w", encoding="utf-8") as file:
                 file.write("".join(found))
             return
-        for part, now in zip(re.split(r"^(?=\$ )", expected, flags=re.M)[1:], found, strict=True):
+        for part, now in zip(re.split(r"^(?=\$ )", expected, flags=re.M)[1:], found):
             self.assertEqual(normal(part), normal(now), "\nIf this is meant, repeat it with RENEW=1 "
-                             "in the environment: that writes %s.txt anew" % name)
+                             "in the environment: that writes %s.txt again" % name)
 
     def testHelp(self):
         """Releases of CLI11 differ in empty lines, and in how they write headings."""
