@@ -221,6 +221,8 @@ class ReassemblyTest(Captures):
         talk = Talk().say("client", CALL[:3], CALL[3:10], CALL[10:] + CALL[:1], CALL[1:])
         self.assertEqual(2 * self.BOTH[:1], self.messages(pcap(talk.packets)))
         self.assertEqual([4000.0, 5000.0], [line["ms"] for line in self.lines])
+        talk = Talk().say("client", *[bytes([byte]) for byte in CALL])
+        self.assertEqual(self.BOTH[:1], self.messages(pcap(talk.packets)))
 
     def testSegmentsMayComeInAnyOrderTwiceAndOverlapping(self):
         chance = random.Random(7)
