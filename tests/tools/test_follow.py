@@ -232,6 +232,9 @@ class FollowTest(ToolTest):
 
     def testOnly64PortsAreFollowed(self):
         infos = [ConnectionInfo(0, 10000 + number, "") for number in range(65)]
+        taken = socket.create_server(("127.0.0.1", 0))  # which does not count
+        self.addCleanup(taken.close)
+        infos[0].callbackServicePort = taken.getsockname()[1]
         spy, spied = self.spy(self.broker(*infos)[1], "--follow")
         client = generated_client(self, TavBroker, spied)
         ports = [client.OpenEmp("", "", "").empServicePort for _ in infos]
