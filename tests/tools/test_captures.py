@@ -299,6 +299,7 @@ class ReassemblyTest(Captures):
                 self.assertEqual(1, found.count(broken % size))
                 self.assertEqual(1, found.count((1, "target", "Close", "reply")))
                 self.assertEqual(lost + 2, len(found))
+                self.assertEqual(1000 * (lost + 1), self.lines[found.index(broken % size)]["ms"])
 
     def testACaptureThatCutsPacketsLacksTheRest(self):
         packets = Talk().say("client", CALL).packets
@@ -431,15 +432,16 @@ class HostileTest(Captures):
                     self.survives(bytes(data))
 
     def testTheMemoryForMessagesIsBounded(self):
-        talk = Talk(("10.0.0.1", 1))
-        start = segment(*talk.ends["client"], 1000, CALL)
-        part = 60000 * b"x"
-        data = b"".join(record(segment(*talk.ends["client"], 1025 + number * len(part), part), 0, None)
-                        for number in range(1200))
-        self.assertEndsWith(2, "the capture has more than 64 MiB of messages; take a part of it",
-                            decode(pcap([start]) + data))
+        talk = Talk()
+        part = CALL + ((1 << 16) - 100 - len(CALL)) * b"x"  # each counts 100 bytes more
+        data = [record(talk.make("client", part), 0, None) for _ in range(1026)]
+        status, out, err = decode(pcap(talk.packets) + b"".join(data[:1024]))
+        self.assertIn("message 2 breaks at byte 25: ", err)
+        self.assertIn("  Close call seqid 0, 25 bytes at 0\n", out)
         # Behind a hole it costs as much.
-        self.assertEndsWith(2, "more than 64 MiB", decode(pcap(talk.packets) + data))
+        self.assertEndsWith(2, "tavctl: the capture has more than 64 MiB of messages; take a part of "
+                            "it, with tcpdump -r FILE -w PART port NUMBER\n",
+                            decode(pcap(talk.packets) + b"".join(data[1:])))
 
     def testOtherTrafficDoesNotCount(self):
         part = 60000 * b"x"
