@@ -98,9 +98,9 @@ class Finder:
                 self.add(condition.start.offset, condition.end.offset, value)
         if kind == CursorKind.RETURN_STMT and self.text[start:end] != "return":
             self.returned(cursor)
-        # When comparing and swapping, the order does not matter.
+        # For these, the order does not matter.
         if kind == CursorKind.CALL_EXPR and not cursor.spelling.startswith("operator") \
-                and not re.match(r"std::(tie|swap)\(", self.text[start:end]):
+                and not re.match(r"std::(tie|swap|min|max)\b", self.text[start:end]):
             self.swap_arguments(cursor)
         if kind == CursorKind.DECL_REF_EXPR and cursor.referenced is not None \
                 and cursor.referenced.kind == CursorKind.ENUM_CONSTANT_DECL:

@@ -35,7 +35,7 @@ def segment(source, target, sequence, data=b"", flags=ACK | PUSH):
     addresses = b"".join(ipaddress.ip_address(host).packed for host in (source[0], target[0]))
     if len(addresses) == 8:
         return struct.pack("!BBHHHBBH", 0x45, 0, 20 + len(tcp), 0, 0, 64, 6, 0) + addresses + tcp
-    return struct.pack("!IHBB", 6 << 28, len(tcp), 6, 64) + addresses + tcp
+    return struct.pack("!IHBB", 0x60012345, len(tcp), 6, 64) + addresses + tcp
 
 
 def record(packet, number, cut):

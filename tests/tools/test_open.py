@@ -289,15 +289,17 @@ class OpenTest(ToolTest):
                 self.assertEqual(["the-emp"], broker.closed)
 
     def testTheEmpIsClosedWhenTheOutputFindsNoRoom(self):
-        broker = Broker(free_port())
-        address = generated_peer(self, TavBroker.Processor(broker)).address
-        with open("/dev/full", "w") as full:
-            process = start(self, "open", address, "camera", "1.0", "--quiet", stdout=full,
-                            TAV_CREDENTIAL="sesame")
-        status, _, err = process.wait()
-        self.assertEqual((6, "tavctl: cannot write to standard output: No space left on device; "
-                             "write it elsewhere\n"), (status, err))
-        self.assertEqual(["the-emp"], broker.closed)
+        for words in ([], ["--run", "Close"]):
+            with self.subTest(words):
+                broker = Broker(free_port())
+                address = generated_peer(self, TavBroker.Processor(broker)).address
+                with open("/dev/full", "w") as full:
+                    process = start(self, "open", address, "camera", "1.0", "--quiet", *words,
+                                    stdout=full, TAV_CREDENTIAL="sesame")
+                status, _, err = process.wait()
+                self.assertEqual((6, "tavctl: cannot write to standard output: No space left on "
+                                     "device; write it elsewhere\n"), (status, err))
+                self.assertEqual(["the-emp"], broker.closed)
 
     def testTheEmpIsClosedWhenNobodyReadsTheOutput(self):
         reader, writer = os.pipe()
