@@ -67,7 +67,6 @@ struct TlsTransfer {
     template <typename Work>
     static int run(BIO* bio, Work work) {
         auto& session = *static_cast<TlsSession*>(BIO_get_data(bio));
-        BIO_clear_retry_flags(bio);
         try {
             return static_cast<int>(work(session.bytes_));
         } catch (...) {

@@ -1,10 +1,12 @@
 #include <TavIDL/host/Connection.h>
 #include <TavIDL/host/Remote.h>
 #include <TavIDL/host/Server.h>
+#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <thrift/protocol/TJSONProtocol.h>
 
+#include <cstring>
 #include <stdexcept>
 
 #include "Calls.h"
@@ -180,6 +182,26 @@ TEST_P(RemoteTest, DoesNotUseASecondReplyForTheNextCall) {
     EXPECT_EQ(second.result(), "21.5");
 }
 
+TEST_P(RemoteTest, DoesNotUseTheRestOfAFrameForTheNextCall) {
+    if (!settings().framed) {
+        return;
+    }
+    const std::string wrong = messages_.reply("wrong");
+    std::string both = reply_ + wrong.substr(sizeof(uint32_t));
+    const uint32_t length = htonl(static_cast<uint32_t>(both.size() - sizeof length));
+    std::memcpy(&both[0], &length, sizeof length);
+    Running first([&] { return execute(emp_, "read"); });
+    peers::Peer talkative = listener_.accept();
+    talkative.receive(request_.size());
+    talkative.send(both);
+    EXPECT_EQ(first.result(), "21.5");
+    Running second([&] { return execute(emp_, "read"); });
+    peers::Peer peer = listener_.accept();
+    peer.receive(request_.size());
+    peer.send(reply_);
+    EXPECT_EQ(second.result(), "21.5");
+}
+
 TEST_P(RemoteTest, SaysIfTheAnswerIsNotAReply) {
     Running call([&] { return execute(emp_, "read"); });
     peers::Peer peer = listener_.accept();
@@ -194,11 +216,13 @@ TEST_P(RemoteTest, RejectsAReplyThatIsLongerThanMaxMessageSize) {
     TavIDL::Settings settings = this->settings();
     settings.maxMessageSize = 1000;
     TavIDL::RemoteEmp emp(listener_.address(), settings);
-    Running call([&] { return execute(emp, "read"); });
-    peers::Peer peer = listener_.accept();
-    peer.receive(request_.size());
-    peer.send(messages_.reply(std::string(2000, 't')));
-    EXPECT_EQ(call.failure().reason(), CallFailed::NotOurProtocol);
+    for (const std::size_t length : {995U, 2000U}) {  // of a result; the message is longer
+        Running call([&] { return execute(emp, "read"); });
+        peers::Peer peer = listener_.accept();
+        peer.receive(request_.size());
+        peer.send(messages_.reply(std::string(length, 't')));
+        EXPECT_EQ(call.failure().reason(), CallFailed::NotOurProtocol) << length;
+    }
 }
 
 TEST_P(RemoteTest, SaysThatThereIsNoServer) {

@@ -347,6 +347,28 @@ TEST_P(Stopping, FinishServesWhatHasArrived) {
     }
 }
 
+TEST_P(Stopping, FinishWaitsForTheRestOfARequest) {
+    const std::set<int> before = threads();
+    serve();
+    std::set<int> own = threads();
+    for (const int thread : before) {
+        own.erase(thread);
+    }
+    ASSERT_EQ(own.size(), 1U);
+    const int accepting = *own.begin();
+    const auto client = connect();
+    const std::string second = requestFor("two");
+    send(client, requestFor("one") + second.substr(0, 20));
+    receive(client, 1);  // it is reading the second request
+    auto finished = std::async(std::launch::async, [&] { server->finish(); });
+    waitUntil([&] { return threads().count(accepting) == 0; });
+    send(client, second.substr(20));
+    receive(client, 1000);
+    finished.get();
+    EXPECT_THAT(emp->handled.all(), ElementsAre("one", "two"));
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
 TEST_P(Stopping, FinishDisconnectsACallThatTakesTooLong) {
     settings.stopTimeout = milliseconds(200);
     serve();

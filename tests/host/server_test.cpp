@@ -647,6 +647,15 @@ TEST_F(Failing, SurvivesARawFunctionThatThrows) {
     EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("not a std::exception")));
 }
 
+TEST_F(Failing, SaysWhatARawFunctionThrew) {
+    const Server raw(
+        "127.0.0.1:0",
+        [](const std::shared_ptr<TavIDL::Connection>&) { throw std::runtime_error("no more"); },
+        patient(reports));
+    EXPECT_EQ(Caller(raw.address()).receive(1), "");
+    EXPECT_THAT(reports.waitFor(1), ElementsAre(EndsWith(": closed: no more")));
+}
+
 TEST(ServerTest, DoesNotReportAClientThatResetsBetweenTwoCalls) {
     Reports<std::string> reports;
     Server server("127.0.0.1:0", kEmp, patient(reports));

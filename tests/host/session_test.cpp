@@ -337,6 +337,14 @@ TEST_F(SessionTest, ClosesTheEmpIfAPortIsInvalid) {
     EXPECT_EQ(log_.lines().size(), 14U);
 }
 
+TEST_F(SessionTest, AcceptsTheLowestAndTheHighestPort) {
+    for (const int32_t port : {1, 65535}) {
+        handler_->info.empServicePort = port;
+        const auto session = open(nullptr);
+        EXPECT_EQ((**session).address(), "127.0.0.1:" + std::to_string(port));
+    }
+}
+
 TEST_F(SessionTest, SaysWhichPortIsInvalid) {
     handler_->info.empServicePort = 70000;
     try {

@@ -45,7 +45,7 @@ def build():
     run("cmake", "-S", ".", "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
         f"-DCMAKE_CXX_COMPILER=clang++-{CLANG}", f"-DCMAKE_CXX_FLAGS={FLAGS}",
         "-DTAVIDL_BUILD_TESTS=ON", "-DTAVIDL_BUILD_HOST=ON", "-DTAVIDL_BUILD_TOOLS=ON",
-        "-DTAVIDL_TEST_LANGUAGES=OFF", stdout=subprocess.DEVNULL)
+        "-DTAVIDL_TEST_LANGUAGES=OFF", "-DCMAKE_COMPILE_WARNING_AS_ERROR=ON", stdout=subprocess.DEVNULL)
     run("cmake", "--build", BUILD, "--target", *TOOL_PEERS,
         *(os.path.basename(test.split()[0]) for test in (*TESTS, TOOL)), stdout=subprocess.DEVNULL)
 
