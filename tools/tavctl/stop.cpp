@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -41,7 +42,7 @@ bool firstRequest(int number) {
 // Waits for signals, and for the reader of standard output to go away.
 void watchFor(int signals) {
     pollfd sources[] = {{signals, POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
-    while (poll(sources, 2, -1) > 0) {
+    while (poll(sources, 2, -1) > 0 || errno == EINTR) {
         if (sources[1].revents != 0) {
             sources[1].fd = -1;
             output.lost = true;
