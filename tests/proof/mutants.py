@@ -98,7 +98,7 @@ class Finder:
                 self.add(condition.start.offset, condition.end.offset, value)
         if kind == CursorKind.RETURN_STMT and self.text[start:end] != "return":
             self.returned(cursor)
-        # When comparing and swapping, the order does not matter.
+        # For these, the order does not matter.
         if kind == CursorKind.CALL_EXPR and not cursor.spelling.startswith("operator") \
                 and not re.match(r"std::(tie|swap|min|max)\b", self.text[start:end]):
             self.swap_arguments(cursor)

@@ -61,7 +61,7 @@ class BenchTest(ToolTest):
     def testPeopleGetTextWithUnits(self):
         status, out, err = tavctl("bench", self.peer(Emp()), "TavEmp.Close", "--seconds", "0.05")
         self.assertEqual((0, ""), (status, err))
-        number = "[0-9.]+"
+        number = r"\d+(?:\.\d{1,3})?"
         self.assertRegex(out, r"^%s calls in %s s: %s per second\n"
                               r"p50 %s ms, p99 %s ms, maximum %s ms\n0 failures\n$"
                          % tuple(6 * [number]))
@@ -97,7 +97,9 @@ class BenchTest(ToolTest):
         figures, err = self.bench(self.peer(emp), "--seconds", "0.1", status=5)
         self.assertEqual(len(emp.calls), figures["calls"] + figures["failures"])
         self.assertEqual(len(emp.calls) // 2, figures["failures"])
-        self.assertIn("%d failed, the first: TavEmp.Close at" % figures["failures"], err)
+        self.assertRegex(err, r'^{"error":"%d failed, the first: TavEmp.Close at \S+: the peer answered '
+                         'INTERNAL_ERROR: .*; the connection is fine, check what the call asks for",'
+                         '"status":5}\n$' % figures["failures"])
 
     def testAPeerThatIsGoneIsAskedOnlyOnce(self):
         with socket.create_server(("127.0.0.1", 0)) as closed:

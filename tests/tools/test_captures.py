@@ -1,6 +1,7 @@
 """decode of what tcpdump wrote, and its sequence diagrams."""
 
 import ipaddress
+import itertools
 import os
 import random
 import struct
@@ -34,12 +35,17 @@ def segment(source, target, sequence, data=b"", flags=ACK | PUSH):
     addresses = b"".join(ipaddress.ip_address(host).packed for host in (source[0], target[0]))
     if len(addresses) == 8:
         return struct.pack("!BBHHHBBH", 0x45, 0, 20 + len(tcp), 0, 0, 64, 6, 0) + addresses + tcp
-    return struct.pack("!IHBB", 6 << 28, len(tcp), 6, 64) + addresses + tcp
+    return struct.pack("!IHBB", 0x60012345, len(tcp), 6, 64) + addresses + tcp
 
 
 def record(packet, number, cut):
     return struct.pack("<IIII", 1600000000 + number, 0, len(packet[:cut]),
                        len(packet)) + packet[:cut]
+
+
+def patched(packet, begin, *replacement):
+    """The packet with other bytes from `begin` on."""
+    return packet[:begin] + bytes(replacement) + packet[begin + len(replacement):]
 
 
 def pcap(packets, link=101, cut=None):
@@ -80,6 +86,7 @@ class Captures(ToolTest):
         ended, out, err = decode(data, "--json", *words)
         self.assertEqual(status, ended, err)
         self.assertIn(error, err)
+        self.assertTrue(error or status or not err, err)
         self.lines = [json.loads(line) for line in out.splitlines()]
         return [(line["connection"], line["from"], line["operation"], line["type"])
                 if "broken" not in line else line["broken"]["reason"] for line in self.lines]
@@ -125,12 +132,60 @@ class CaptureTest(Captures):
             bytes([6, 0]) + 6 * b"\0"
         packet = packet[:4] + struct.pack("!H", len(packet) - 40 + len(hops)) + b"\0\x40" + \
             packet[8:40] + hops + packet[40:]
-        self.assertEqual(self.BOTH[:1], self.messages(pcap([packet])))
+        self.assertEqual(self.BOTH[:1],
+                         self.messages(pcap([packet]), error="is older than the capture"))
 
     def testPaddingIsNotData(self):
         talk = Talk().say("client", CALL, CALL)
         packets = [packet + 6 * b"\0" for packet in talk.packets]
         self.assertEqual(2 * self.BOTH[:1], self.messages(pcap(packets, 1)))
+
+    def testThePacketsOfOffloadingHaveNoLength(self):
+        for hosts, begin in [(("10.0.0.1", "10.0.0.2"), 2), (("fe80::1", "fe80::2"), 4)]:
+            for length, expected in [((0, 0), self.BOTH[:1]), ((0, 1), [])]:
+                with self.subTest(hosts=hosts, length=length):
+                    talk = Talk((hosts[0], 1), (hosts[1], 2)).say("client", CALL)
+                    talk.packets[-1] = patched(talk.packets[-1], begin, *length)
+                    self.assertEqual(expected, self.messages(pcap(talk.packets, 1)))
+
+    def testWhatIsNotASegmentIsLeftOut(self):
+        talk = Talk().say("client", CALL)
+        call = talk.packets[-1]
+        for packet in (patched(call, 9, 17), patched(call, 0, 0x35), patched(call, 0, 0x65),
+                       patched(call, 32, 0x40), patched(call, 32, 0xC0), patched(call, 3, 39)):
+            with self.subTest(packet):
+                self.assertEqual([], self.messages(pcap(talk.packets[:2] + [packet])))
+        # Options take all of the segment but 5 bytes.
+        self.assertEqual([], self.messages(
+            pcap(talk.packets[:2] + [patched(call, 32, 0xA0)]), status=6,
+            error="no TCP connection in it carries binary over buffered; check --protocol"))
+        self.assertEqual([], self.messages(pcap([b"\x08" + call[1:]], 1)))
+        for kind in (b"\x08\x06", b"\x86\xdd\x81\0", b"\x81\0", b"\x81\0\0", b"\x08", b""):
+            with self.subTest(kind):
+                self.assertEqual([], self.messages(pcap([], 1) + record(12 * b"\1" + kind, 0, None)))
+
+    def testASegmentIsKnownByItsHeadersAlone(self):
+        lack = ["the capture lacks 25 bytes here, and what follows them cannot be decoded"]
+        for hosts, size in [(("10.0.0.1", "10.0.0.2"), 40), (("fe80::1", "fe80::2"), 60)]:
+            call = Talk((hosts[0], 1), (hosts[1], 2)).say("client", CALL).packets[-1]
+            for cut, found in [(size - 1, []), (size, lack), (size + 24, [lack[0].replace("25", "1")]),
+                               (size + 25, self.BOTH[:1])]:
+                with self.subTest(hosts=hosts, cut=cut):
+                    self.assertEqual(found, self.messages(
+                        pcap([call], cut=cut), status=6 if found and cut < size + 25 else 0,
+                        error="is older than the capture" if found else ""))
+
+    def testTheTimeOfAPacketHasMicroseconds(self):
+        talk = Talk().say("client", CALL)
+        for order, magic, unit in [("<", 0xA1B2C3D4, 1), (">", 0xA1B2C3D4, 1),
+                                   ("<", 0xA1B23C4D, 1000), (">", 0xA1B23C4D, 1000)]:
+            with self.subTest(order=order, magic=magic):
+                data = struct.pack(order + "IHHiIII", magic, 2, 4, 0, 0, 262144, 101)
+                for packet, (seconds, micros) in zip(talk.packets, [(5, 999000), (6, 0), (8, 1234)]):
+                    data += struct.pack(order + "IIII", seconds, micros * unit, len(packet),
+                                        len(packet)) + packet
+                self.assertEqual(self.BOTH[:1], self.messages(data))
+                self.assertEqual(2002.234, self.lines[0]["ms"])
 
     def testBothFormatsOfFilesAreRead(self):
         def block(kind, body):
@@ -166,6 +221,8 @@ class ReassemblyTest(Captures):
         talk = Talk().say("client", CALL[:3], CALL[3:10], CALL[10:] + CALL[:1], CALL[1:])
         self.assertEqual(2 * self.BOTH[:1], self.messages(pcap(talk.packets)))
         self.assertEqual([4000.0, 5000.0], [line["ms"] for line in self.lines])
+        talk = Talk().say("client", *[bytes([byte]) for byte in CALL])
+        self.assertEqual(self.BOTH[:1], self.messages(pcap(talk.packets)))
 
     def testSegmentsMayComeInAnyOrderTwiceAndOverlapping(self):
         chance = random.Random(7)
@@ -185,6 +242,17 @@ class ReassemblyTest(Captures):
         packets = [segment(CLIENT, SERVER, 1000 + begin, whole[begin:end])
                    for begin, end in [(20, 25), (10, 50), (0, 10)]]
         self.assertEqual(2 * self.BOTH[:1], self.messages(pcap(Talk().packets + packets)))
+
+    def testAnyPartOfAnOpeningShowsWhoIsTheClient(self):
+        first, second = Talk().packets
+        for opening in ([first], [second], [patched(first, 33, SYN | FIN)]):
+            talk = Talk(opened=False)
+            talk.packets = list(opening)
+            talk.say("target", REPLY["binary"]).say("client", CALL)
+            # The client ends the conversation.
+            talk.packets.append(segment(CLIENT, SERVER, talk.next["client"], flags=FIN | ACK))
+            with self.subTest(opening):
+                self.assertEqual(self.BOTH[::-1], self.messages(pcap(talk.packets)))
 
     def testAnOpeningThatIsSentAgainBelongsToTheSameConversation(self):
         talk = Talk()
@@ -231,6 +299,7 @@ class ReassemblyTest(Captures):
                 self.assertEqual(1, found.count(broken % size))
                 self.assertEqual(1, found.count((1, "target", "Close", "reply")))
                 self.assertEqual(lost + 2, len(found))
+                self.assertEqual(1000 * (lost + 1), self.lines[found.index(broken % size)]["ms"])
 
     def testACaptureThatCutsPacketsLacksTheRest(self):
         packets = Talk().say("client", CALL).packets
@@ -253,6 +322,10 @@ class ReassemblyTest(Captures):
             packet[40:]
         self.assertEqual([], self.messages(
             pcap([packet]), error="1 fragments of IP packets are left out"))
+        # Behind another extension, and of its header no more than the beginning.
+        for size, error in [(47, ""), (48, "tavctl: 1 fragments of IP packets are left out\n")]:
+            cut = packet[:6] + b"\0" + packet[7:40] + bytes([44, 0]) + packet[42:]
+            self.assertEqual((0, "", error), decode(pcap([cut], cut=size)))
 
     def testAConnectionOlderThanTheCaptureIsDecodedWithANote(self):
         note = "connection 1 is older than the capture"
@@ -359,22 +432,26 @@ class HostileTest(Captures):
                     self.survives(bytes(data))
 
     def testTheMemoryForMessagesIsBounded(self):
-        talk = Talk(("10.0.0.1", 1))
-        start = segment(*talk.ends["client"], 1000, CALL)
-        part = 60000 * b"x"
-        data = b"".join(record(segment(*talk.ends["client"], 1025 + number * len(part), part), 0, None)
-                        for number in range(1200))
-        self.assertEndsWith(2, "the capture has more than 64 MiB of messages; take a part of it",
-                            decode(pcap([start]) + data))
+        talk = Talk()
+        part = CALL + ((1 << 16) - 100 - len(CALL)) * b"x"  # each counts 100 bytes more
+        data = [record(talk.make("client", part), 0, None) for _ in range(1026)]
+        status, out, err = decode(pcap(talk.packets) + b"".join(data[:1024]))
+        self.assertIn("message 2 breaks at byte 25: ", err)
+        self.assertIn("  Close call seqid 0, 25 bytes at 0\n", out)
         # Behind a hole it costs as much.
-        self.assertEndsWith(2, "more than 64 MiB", decode(pcap(talk.packets) + data))
+        self.assertEndsWith(2, "tavctl: the capture has more than 64 MiB of messages; take a part of "
+                            "it, with tcpdump -r FILE -w PART port NUMBER\n",
+                            decode(pcap(talk.packets) + b"".join(data[1:])))
 
     def testOtherTrafficDoesNotCount(self):
-        other = Talk(("10.0.0.9", 5), ("10.0.0.2", 22))
         part = 60000 * b"x"
-        data = pcap(Talk().say("client", CALL).packets + other.packets) + b"".join(
-            record(other.make("client", part), 0, None) for _ in range(1200))
-        self.assertEqual(self.BOTH[:1], self.messages(data))
+        data = pcap(Talk().say("client", CALL).packets)
+        for ports in (1200 * [5], range(1200)):  # one connection, and many
+            position = itertools.count(1, len(part))
+            records = [record(segment(("10.0.0.9", port), SERVER, next(position), part), 0, None)
+                       for port in ports]
+            self.assertEqual(self.BOTH[:1], self.messages(data + b"".join(records),
+                                                          error="are left out"))
 
     def testTheNumberOfConversationsIsBounded(self):
         data = pcap([segment(("10.%d.%d.1" % divmod(number, 256), 1), SERVER, 0, flags=SYN)
@@ -435,6 +512,12 @@ class SequenceTest(ToolTest):
                     struct.pack("!I", len(name)) + name + b"\0"
                 out = decode(pcap(Talk().say("client", opened).packets), "--sequence")[1]
                 self.assertRegex(out, r"\(name=#34;n*\u20ac+\.\.\.\n$")
+
+    def testALabelHas200Bytes(self):
+        for size, text in [(198, 198 * "x" + "()"), (199, 199 * "x" + "(...")]:
+            message = bytes.fromhex("80010001") + struct.pack("!I", size) + size * b"x" + 5 * b"\0"
+            out = decode(pcap(Talk().say("client", message).packets), "--sequence")[1]
+            self.assertEqual("    p1->>p2: " + text, out.splitlines()[-1])
 
     def testOtherBytesAreNotACapture(self):
         self.assertEndsWith(2, "--sequence takes a capture", decode(CALL, "--sequence"))

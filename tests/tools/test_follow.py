@@ -148,7 +148,7 @@ class FollowTest(ToolTest):
             client.CloseEmp(info)
             self.assertEqual([(taken, actual.empServicePort)], broker.ports)
             spy.signal(signal.SIGTERM)
-            self.assertRegex(spy.wait()[2], "not following the events to port %d: cannot listen on "
+            self.assertRegex(spy.wait()[2], "tavctl: not following the events to port %d: cannot listen on "
                                             "127.0.0.1:%d: Address already in use\n"
                                             % (taken, taken))
 
@@ -220,16 +220,28 @@ class FollowTest(ToolTest):
         spy, spied = self.spy(self.broker(*infos)[1], "--follow")
         client = generated_client(self, TavBroker, spied)
         self.assertEqual(infos, [client.OpenEmp("", "", "") for _ in infos])
+        spy.signal(signal.SIGTERM)
+        self.assertNotIn("following", spy.wait()[2])
+
+    def testTheLeastAndTheGreatestPortAreFollowed(self):
+        infos = [ConnectionInfo(0, port, "") for port in (1, 65535)]
+        spy, spied = self.spy(self.broker(*infos)[1], "--follow")
+        client = generated_client(self, TavBroker, spied)
+        for info in infos:
+            self.assertNotEqual(info.empServicePort, client.OpenEmp("", "", "").empServicePort)
 
     def testOnly64PortsAreFollowed(self):
         infos = [ConnectionInfo(0, 10000 + number, "") for number in range(65)]
+        taken = socket.create_server(("127.0.0.1", 0))  # which does not count
+        self.addCleanup(taken.close)
+        infos[0].callbackServicePort = taken.getsockname()[1]
         spy, spied = self.spy(self.broker(*infos)[1], "--follow")
         client = generated_client(self, TavBroker, spied)
         ports = [client.OpenEmp("", "", "").empServicePort for _ in infos]
         self.assertEqual([10064], [port for info, port in zip(infos, ports)
                                    if port == info.empServicePort])
         spy.signal(signal.SIGTERM)
-        self.assertIn("not following the EMP at port 10064: only 64 ports are followed\n",
+        self.assertIn("tavctl: not following the EMP at port 10064: only 64 ports are followed\n",
                       spy.wait()[2])
 
     def testAReplyThatComesInPartsIsRewrittenAsAWhole(self):

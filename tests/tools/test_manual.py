@@ -103,17 +103,6 @@ class DescribeTest(ToolTest):
         with open(os.path.join(SOURCE, "idl/TAV_IDL.thrift")) as file:
             self.assertEqual((0, file.read(), ""), tavctl("describe", "--thrift"))
 
-    def testAPartIsShownByItsName(self):
-        self.assertEqual((0, "TavEmp.Close: i32\n    1  clientID  i32\n", ""),
-                         tavctl("describe", "TavEmp.Close"))
-        self.assertEqual("TavEmpEvent.Callback\n", tavctl("describe", "TavEmpEvent", "--quiet")[1])
-        self.assertEqual("TavBroker.Execute\nTavEmp.Execute\n",
-                         tavctl("describe", "Execute", "--quiet")[1])
-        self.assertIn("    3  empID                string\n",
-                      tavctl("describe", "ConnectionInfo")[1])
-        self.assertEndsWith(2, "there is no operation 'Nonsense'", tavctl("describe", "Nonsense"))
-        self.assertEndsWith(2, "omit 'TavEmp'", tavctl("describe", "--thrift", "TavEmp"))
-
 
 class InstalledTest(ToolTest):
     def testTheProgramItsManualAndCompletionsAreInstalledAndRunElsewhere(self):

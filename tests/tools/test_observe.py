@@ -32,7 +32,7 @@ class ProbeTest(ToolTest):
                                           "--transport", transport)
                 self.assertEqual((0, ""), (status, err))
                 self.assertRegex(out, r"^alive: %s speaks %s over %s, answered UNKNOWN_METHOD in "
-                                      r"[0-9.]+ ms\n$" % (peer.address, protocol, transport))
+                                      r"\d+(\.\d)? ms\n$" % (peer.address, protocol, transport))
                 self.assertEqual([], emp.calls)
 
     def testAMismatchShowsWhatThePeerSpeaks(self):
@@ -42,15 +42,16 @@ class ProbeTest(ToolTest):
                 words = ["--try-text"] if protocol == "json" else []
                 status, out, err = tavctl("probe", peer.address, *words)
                 self.assertEqual(6, status)
-                self.assertIn("try --protocol %s --transport %s\n" % (protocol, transport), err)
+                self.assertIn("; it seems to speak %s over %s, try --protocol %s --transport %s\n"
+                              % (2 * (protocol, transport)), err)
 
     def testAWebServerIsKnown(self):
         peer = saying(self, b"HTTP/1.1 400 Bad Request\r\n\r\n")
-        self.assertEndsWith(6, "it seems to speak HTTP", tavctl("probe", peer.address))
+        self.assertEndsWith(6, "; it seems to speak HTTP\n", tavctl("probe", peer.address))
 
     def testTlsIsKnown(self):
         peer = saying(self, bytes.fromhex("15030100020228"))
-        self.assertEndsWith(6, "it seems to speak TLS, try --tls", tavctl("probe", peer.address))
+        self.assertEndsWith(6, "; it seems to speak TLS, try --tls\n", tavctl("probe", peer.address))
 
     def testWithTextAllHasBeenTriedAtASilentPeer(self):
         """Which is asked on then: the user takes the risk."""
@@ -63,7 +64,7 @@ class ProbeTest(ToolTest):
             never.wait(PATIENCE)
 
         ended = tavctl("probe", Peer(self, silent).address, "--try-text", "--timeout", "0.5")
-        self.assertEndsWith(4, "it speaks no protocol that was tried; it may use TLS (--tls)", ended)
+        self.assertEndsWith(4, "; it speaks no protocol that was tried; it may use TLS (--tls)\n", ended)
         self.assertLess(1, len(asked))
 
     def testAnAnswerThatIsNotAnExceptionIsReported(self):
@@ -73,7 +74,8 @@ class ProbeTest(ToolTest):
 
     def testAStrangerIsNot(self):
         peer = saying(self, b"what?")
-        self.assertEndsWith(6, "it speaks no protocol that was tried", tavctl("probe", peer.address))
+        self.assertEndsWith(6, "; it speaks no protocol that was tried; it may use TLS (--tls), or "
+                            "speak JSON or HTTP (see --try-text)\n", tavctl("probe", peer.address))
 
     def testBadUsageIsReportedWithoutAsking(self):
         self.assertEndsWith(2, "--tls needs --ca, to check the peer's certificate\n",
@@ -138,6 +140,8 @@ class SpyTest(ToolTest):
                 decoded = [json.loads(line) for line in out.splitlines()]
                 self.assertEqual([line["fields"] for line in seen],
                                  [line["fields"] for line in decoded])
+                self.assertEqual([round(line["ms"], 1) for line in decoded],
+                                 [line["ms"] for line in decoded])
 
     def testPeopleSeeThem(self):
         peer = generated_peer(self, TavEmp.Processor(Emp()))
@@ -177,6 +181,19 @@ class SpyTest(ToolTest):
             if not part:
                 return
             connection.sendall(part)
+
+    def testItsNotesSayWhatHappens(self):
+        peer = saying(self, b"x")
+        spy = start(self, "spy", "127.0.0.1:0", peer.address, stdout=subprocess.DEVNULL)
+        note = spy.line("stderr")
+        self.assertRegex(note, r"^tavctl: spying on \S+:\d+, for %s$" % peer.address)
+        host, port = note.split()[3].rstrip(",").split(":")
+        with socket.create_connection((host, int(port))) as connection:
+            connection.sendall(100 * b"?")
+            self.assertEqual(b"x", connection.recv(1))
+        notes = [spy.line("stderr") for _ in range(3)]
+        self.assertEqual(["tavctl: connection 1 made", "tavctl: connection 1: 96 more bytes from the "
+                          "client could not be decoded", "tavctl: connection 1 ended"], notes)
 
     def testTheWrongProtocolIsReportedAndPassedOn(self):
         peer = generated_peer(self, TavEmp.Processor(Emp()), "compact", "framed")

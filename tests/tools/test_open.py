@@ -111,7 +111,7 @@ class OpenTest(ToolTest):
         status, _, err = self.open(address, "camera", "1.0", "--run", "Close")
         self.assertEqual(3, status)
         self.assertIn("cannot listen on 127.0.0.1:%d" % taken.getsockname()[1], err)
-        self.assertIn("; the broker chose this port for events", err)
+        self.assertIn("; the broker chose this port for events, so it must be free here\n", err)
         self.assertEqual(["the-emp"], broker.closed)
 
     def testAFalseReplyEndsTheCallsWithExpectTrue(self):
@@ -289,15 +289,17 @@ class OpenTest(ToolTest):
                 self.assertEqual(["the-emp"], broker.closed)
 
     def testTheEmpIsClosedWhenTheOutputFindsNoRoom(self):
-        broker = Broker(free_port())
-        address = generated_peer(self, TavBroker.Processor(broker)).address
-        with open("/dev/full", "w") as full:
-            process = start(self, "open", address, "camera", "1.0", "--quiet", stdout=full,
-                            TAV_CREDENTIAL="sesame")
-        status, _, err = process.wait()
-        self.assertEqual((6, "tavctl: cannot write to standard output: No space left on device; "
-                             "write it elsewhere\n"), (status, err))
-        self.assertEqual(["the-emp"], broker.closed)
+        for words in ([], ["--run", "Close"]):
+            with self.subTest(words):
+                broker = Broker(free_port())
+                address = generated_peer(self, TavBroker.Processor(broker)).address
+                with open("/dev/full", "w") as full:
+                    process = start(self, "open", address, "camera", "1.0", "--quiet", *words,
+                                    stdout=full, TAV_CREDENTIAL="sesame")
+                status, _, err = process.wait()
+                self.assertEqual((6, "tavctl: cannot write to standard output: No space left on "
+                                     "device; write it elsewhere\n"), (status, err))
+                self.assertEqual(["the-emp"], broker.closed)
 
     def testTheEmpIsClosedWhenNobodyReadsTheOutput(self):
         reader, writer = os.pipe()
@@ -416,7 +418,8 @@ class ListenTest(ToolTest):
     def testAPortThatIsTakenIsReportedAtOnce(self):
         taken = socket.create_server(("127.0.0.1", 0))
         self.addCleanup(taken.close)
-        self.assertEndsWith(3, "cannot listen on",
+        self.assertEndsWith(3, "tavctl: cannot listen on 127.0.0.1:%d: Address already in use; "
+                            "choose another address, or port 0 for any\n" % taken.getsockname()[1],
                             tavctl("listen", "--port", str(taken.getsockname()[1])))
 
     def testHostileBytesEndTheirConnectionAndNoOther(self):

@@ -189,8 +189,9 @@ class SilenceTest(ToolTest):
         for words in ((), ("--transport", "framed")):
             del received[:]
             with self.subTest(words):
-                self.assertEndsWith(4, peer.address + " accepts connections but does not answer: it "
-                                    "hangs, or all its threads are busy; ",
+                self.assertEndsWith(4, "tavctl: %s accepts connections but does not answer: it hangs, "
+                                    "or all its threads are busy; if it answers others, check "
+                                    "--protocol and --transport\n" % peer.address,
                                     tavctl("probe", peer.address, "--timeout", "0.2", *words))
                 self.assertEqual(1, len(received))
 

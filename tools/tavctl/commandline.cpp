@@ -34,6 +34,13 @@ CLI::Option* addOption(CLI::App* verb, const std::string& name, T& value, const 
     return verb->add_option(name, value, description)->option_text(text);
 }
 
+// Arguments. No text shows their name.
+template <typename T>
+void addArguments(CLI::App* verb, T& value, const std::string& text,
+                  const std::string& description) {
+    addOption(verb, "arguments", value, text, description);
+}
+
 void addProtocolOptions(CLI::App* verb, Settings& settings) {
     addOption(verb, "--protocol", settings.protocol, "NAME",
               "binary (the default), compact or json")
@@ -81,8 +88,8 @@ void addDescribe(CLI::App& app, Run& run) {
     const auto [verb, options] =
         addVerb(app, run, describe, "describe", "Show the interface, or a part of it",
                 "tavctl describe TavBroker.OpenEmp");
-    addOption(verb, "wanted", options->wanted, "[SERVICE[.OPERATION] or RECORD]",
-              "What to show; everything if omitted");
+    addArguments(verb, options->wanted, "[SERVICE[.OPERATION] or RECORD]",
+                 "What to show; everything if omitted");
     verb->add_flag("--thrift", options->thrift, "Print the interface definition");
 }
 
@@ -90,10 +97,11 @@ void addCall(CLI::App& app, Run& run) {
     const auto [verb, options] =
         addVerb(app, run, makeCall, "call", "Make one call and print its result",
                 "tavctl call 127.0.0.1:9090 TavBroker.OpenEmp name=thermometer version=1.0");
-    addOption(verb, "words", options->words, "[ADDRESS] [SERVICE.]OPERATION [KEY=VALUE]... [-]",
-              "What to call. ADDRESS is TAVCTL_ADDRESS if omitted; SERVICE may be omitted if only "
-              "one has the operation. Arguments that are omitted are sent as 0, false or empty; - "
-              "reads them, as a JSON object, from standard input");
+    addArguments(
+        verb, options->words, "[ADDRESS] [SERVICE.]OPERATION [KEY=VALUE]... [-]",
+        "What to call. ADDRESS is TAVCTL_ADDRESS if omitted; SERVICE may be omitted if only "
+        "one has the operation. Arguments that are omitted are sent as 0, false or empty; - "
+        "reads them, as a JSON object, from standard input");
     addClientOptions(verb, options->settings);
     addCredentialOption(verb, options->credential);
     verb->add_flag("--expect-true", options->expectTrue, "Exit with status 1 on a false reply");
@@ -103,8 +111,9 @@ void addOpen(CLI::App& app, Run& run) {
     const auto [verb, options] = addVerb(
         app, run, openEmp, "open", "Open an EMP at the broker, call it, show its events, close it",
         "tavctl open 127.0.0.1:9090 thermometer 1.0 --run Open --run Execute cmd=read");
-    addOption(verb, "words", options->words, "[ADDRESS] NAME VERSION",
-              "The broker's address (TAVCTL_ADDRESS if omitted), and the EMP's name and version");
+    addArguments(
+        verb, options->words, "[ADDRESS] NAME VERSION",
+        "The broker's address (TAVCTL_ADDRESS if omitted), and the EMP's name and version");
     addOption(verb, "--run", options->calls, "OPERATION [KEY=VALUE]... ...",
               "Call an operation of the EMP. Name, version and credential are filled in; other "
               "arguments that are omitted are sent as 0, false or empty. Without --run, the EMP "
@@ -134,8 +143,8 @@ void addProbe(CLI::App& app, Run& run) {
     const auto [verb, options] =
         addVerb(app, run, probe, "probe", "Check that a service is alive, without side effects",
                 "tavctl probe 127.0.0.1:9090");
-    addOption(verb, "words", options->words, "[ADDRESS]",
-              "The address of the service; TAVCTL_ADDRESS if omitted");
+    addArguments(verb, options->words, "[ADDRESS]",
+                 "The address of the service; TAVCTL_ADDRESS if omitted");
     verb->add_flag("--try-text", options->tryText,
                    "If there is no answer, try JSON and HTTP, too. Warning: a peer that expects "
                    "neither can take their first bytes for a length of more than a gigabyte, and "
@@ -163,7 +172,7 @@ void addDecode(CLI::App& app, Run& run) {
     const auto [verb, options] =
         addVerb(app, run, decode, "decode", "Print the messages in a file or standard input",
                 "tavctl decode capture.json");
-    addOption(verb, "file", options->path, "[FILE]", "What to read; standard input if omitted");
+    addArguments(verb, options->path, "[FILE]", "What to read; standard input if omitted");
     addOption(verb, "--format", options->format, "NAME",
               "raw, hex, capture as spy writes it, or pcap as tcpdump does; detected if omitted")
         ->check(CLI::IsMember({"auto", "raw", "hex", "capture", "pcap"}));
@@ -198,8 +207,8 @@ void addBench(CLI::App& app, Run& run) {
     const auto [verb, options] =
         addVerb(app, run, bench, "bench", "Make a call again and again and measure it",
                 "tavctl bench 127.0.0.1:9090 TavBroker.CloseEmp --seconds 2");
-    addOption(verb, "words", options->words, "[ADDRESS] [SERVICE.]OPERATION [KEY=VALUE]...",
-              "What to call, as in tavctl call");
+    addArguments(verb, options->words, "[ADDRESS] [SERVICE.]OPERATION [KEY=VALUE]...",
+                 "What to call, as in tavctl call");
     addOption(verb, "--connections", options->connections, "N",
               "Connections that call at the same time (1 by default)")
         ->check(CLI::Range(1, 1000));
@@ -217,9 +226,9 @@ void addEncode(CLI::App& app, Run& run) {
     const auto [verb, options] = addVerb(
         app, run, encode, "encode", "Write the bytes of a call, or of messages that decode printed",
         "tavctl encode TavEmp.Close clientID=7 --format hex");
-    addOption(verb, "words", options->words, "[[SERVICE.]OPERATION [KEY=VALUE]...]",
-              "A call, as in tavctl call. Without it, messages are read from standard input, as "
-              "decode --json prints them");
+    addArguments(verb, options->words, "[[SERVICE.]OPERATION [KEY=VALUE]...]",
+                 "A call, as in tavctl call. Without it, messages are read from standard input, as "
+                 "decode --json prints them");
     addOption(verb, "--format", options->format, "NAME",
               "raw bytes, or hex digits with one message per line. By default hex on a terminal, "
               "and raw elsewhere")

@@ -44,7 +44,6 @@ struct Flow {
     std::string address;                // of the sender
     std::string bytes;                  // up to the first one that is missing
     std::map<std::size_t, Mark> marks;  // by the end of the bytes
-    bool foreign = false;               // another protocol; only the first bytes are kept
     bool begun = false;
     uint32_t first = 0;  // the sequence number of the first byte
     int64_t end = 0;     // of all that was sent: past `bytes` if some are missing
@@ -58,11 +57,12 @@ struct Flow {
         end = std::max(end, begin + static_cast<int64_t>(segment.length));
         std::string_view part = segment.payload;
         const auto there = static_cast<int64_t>(bytes.size());
-        if (begin < there) {  // sent again, or from before the capture
-            part.remove_prefix(std::min(static_cast<std::size_t>(there - begin), part.size()));
-            begin = there;
-        }
-        if (foreign || part.empty()) {
+        // Sent again, or from before the capture.
+        const auto size = static_cast<int64_t>(part.size());
+        const int64_t old = std::clamp<int64_t>(there - begin, 0, size);
+        part.remove_prefix(static_cast<std::size_t>(old));
+        begin += old;
+        if (part.empty()) {
             return;
         }
         std::string& place = waiting[begin];
@@ -80,9 +80,7 @@ struct Flow {
                 marks[bytes.size()] = {segment.packet, segment.ms};
             }
         }
-        const auto before = static_cast<std::size_t>(there);
-        if (before < kFirstBytes && bytes.size() >= kFirstBytes && !isOurs(bytes)) {
-            foreign = true;
+        if (bytes.size() >= kFirstBytes && !isOurs(bytes)) {  // only these are kept
             memory = kFirstBytes;
             bytes.resize(kFirstBytes);
             bytes.shrink_to_fit();
@@ -229,7 +227,7 @@ void decodePcap(Lookahead& input, const Settings& settings, const TakeMessage& t
     std::string looks;
     for (Conversation& conversation : conversations.all) {
         for (Flow& flow : conversation.flows) {
-            if (flow.foreign || (!flow.bytes.empty() && !isOurs(flow.bytes))) {
+            if (!flow.bytes.empty() && !isOurs(flow.bytes)) {
                 ++foreign;
                 looks = looks.empty() ? guess(flow.bytes) : looks;
                 continue;

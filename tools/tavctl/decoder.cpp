@@ -261,14 +261,12 @@ void MessageReader::readPlain(Json& value, uint32_t (TProtocol::*read)(T&)) {
 // are containers too.
 void MessageReader::readContainer(Json& value, Json& shape, TType container, int depth) {
     const bool isMap = container == protocol::T_MAP;
-    const bool isList = container == protocol::T_LIST;
     value = Json::array();
     TType keyType{};
     TType type{};
     uint32_t size = 0;
-    isMap    ? protocol_->readMapBegin(keyType, type, size)
-    : isList ? protocol_->readListBegin(type, size)
-             : protocol_->readSetBegin(type, size);
+    // All protocols read a set as they read a list.
+    isMap ? protocol_->readMapBegin(keyType, type, size) : protocol_->readListBegin(type, size);
     // Elements need no bytes in some encodings, but memory here.
     if (size > kContainerLimit || depth > kDepthLimit) {
         throw TException("a container of " + std::to_string(size) +
@@ -293,7 +291,7 @@ void MessageReader::readContainer(Json& value, Json& shape, TType container, int
             shape["each"].push_back(isMap ? Json::array({keyShape, elementShape}) : elementShape);
         }
     }
-    isMap ? protocol_->readMapEnd() : isList ? protocol_->readListEnd() : protocol_->readSetEnd();
+    isMap ? protocol_->readMapEnd() : protocol_->readListEnd();
 }
 
 }  // namespace tavctl

@@ -115,9 +115,9 @@ private:
         const TType keyType = isMap ? typeOf(of.at(0)) : T_STOP;
         const TType type = typeOf(isMap ? of.at(1) : of);
         const auto size = static_cast<uint32_t>(value.size());
-        isMap                 ? protocol_->writeMapBegin(keyType, type, size)
-        : container == T_LIST ? protocol_->writeListBegin(type, size)
-                              : protocol_->writeSetBegin(type, size);
+        // All protocols write a set as they write a list.
+        isMap ? protocol_->writeMapBegin(keyType, type, size)
+              : protocol_->writeListBegin(type, size);
         const Json each = shape.value("each", Json(size, Json::array({nullptr, nullptr})));
         for (uint32_t i = 0; i < size; ++i) {
             if (isMap) {
@@ -127,9 +127,7 @@ private:
                 writeValue(type, value.at(i), each.at(i));
             }
         }
-        isMap                 ? protocol_->writeMapEnd()
-        : container == T_LIST ? protocol_->writeListEnd()
-                              : protocol_->writeSetEnd();
+        isMap ? protocol_->writeMapEnd() : protocol_->writeListEnd();
     }
 
     const TavIDL::ProtocolPointer protocol_;

@@ -11,7 +11,7 @@ constexpr std::size_t kRelayLimit = 64;
 
 // Empty for this machine, as in ":PORT".
 std::string hostOf(const std::string& address) {
-    return address.rfind("unix:", 0) == 0 ? "" : address.substr(0, address.rfind(':'));
+    return address.compare(0, 5, "unix:") == 0 ? "" : address.substr(0, address.rfind(':'));
 }
 
 std::string at(const std::string& host, int32_t port) {
@@ -31,7 +31,7 @@ int32_t freePort() {
 // as the broker knows.
 std::string eventHost(const std::string& brokerHost) {
     const bool isHere = brokerHost.empty() || brokerHost == "localhost" || brokerHost == "[::1]" ||
-                        brokerHost.rfind("127.", 0) == 0;
+                        brokerHost.compare(0, 4, "127.") == 0;
     return isHere ? brokerHost : brokerHost[0] == '[' ? "[::]" : "0.0.0.0";
 }
 

@@ -68,7 +68,7 @@ std::string described(const Json& message, const std::string& indent) {
 
 std::string guess(const std::string& bytes) {
     const auto begins = [&](std::size_t at, const char* prefix) {
-        return bytes.size() > at && bytes.compare(at, std::strlen(prefix), prefix) == 0;
+        return bytes.size() >= at && bytes.compare(at, std::strlen(prefix), prefix) == 0;
     };
     static const std::pair<const char*, const char*> kProtocolBegins[] = {
         {"\x80\x01", "binary"}, {"\x82", "compact"}, {"[1", "json"}};

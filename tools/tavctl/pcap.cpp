@@ -17,9 +17,10 @@ namespace {
 
 using Bytes = std::string_view;
 
+// 0 behind the end.
 uint32_t number(Bytes bytes, std::size_t at, std::size_t size) {
     uint32_t value = 0;
-    for (const char byte : bytes.substr(at, size)) {
+    for (const char byte : bytes.substr(std::min(at, bytes.size()), size)) {
         value = value << 8 | static_cast<uint8_t>(byte);
     }
     return value;
@@ -52,23 +53,22 @@ Bytes ipPacket(int link, Bytes packet) {
             type = 12;
     }
     std::size_t begin = link == DLT_LINUX_SLL2 ? 20 : type + 2;
-    while (packet.size() >= begin + 4 &&
-           (number(packet, type, 2) == 0x8100 || number(packet, type, 2) == 0x88A8)) {
+    while (number(packet, type, 2) == 0x8100 || number(packet, type, 2) == 0x88A8) {
         type = begin + 2;  // a VLAN tag comes first
         begin += 4;
     }
-    const bool isIp = packet.size() > begin &&
-                      (number(packet, type, 2) == 0x0800 || number(packet, type, 2) == 0x86DD);
-    return isIp ? packet.substr(begin) : Bytes();
+    const bool isIp = number(packet, type, 2) == 0x0800 || number(packet, type, 2) == 0x86DD;
+    return isIp ? packet.substr(std::min(begin, packet.size())) : Bytes();
 }
 
 // Reads the headers. Returns false if it is not a whole TCP segment.
 bool parse(Bytes ip, std::size_t sentSize, Segment& segment) {
-    const bool v6 = !ip.empty() && (ip[0] & 0xF0) == 0x60;
-    if (ip.size() < (v6 ? 40 : 20) || (!v6 && (ip[0] & 0xF0) != 0x40)) {
+    const uint32_t version = number(ip, 0, 1) >> 4;
+    const bool v6 = version == 6;
+    if (!v6 && version != 4) {
         return false;
     }
-    std::size_t begin = v6 ? 40 : std::size_t{4} * (ip[0] & 0xF);
+    std::size_t begin = v6 ? 40 : std::size_t{4} * (number(ip, 0, 1) & 0xF);
     uint32_t protocol = number(ip, v6 ? 6 : 9, 1);
     const std::size_t said = v6 ? number(ip, 4, 2) + 40 : number(ip, 2, 2);
     const std::size_t whole = said <= (v6 ? 40 : 0) ? sentSize : said;  // offloading omits it

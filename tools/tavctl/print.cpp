@@ -25,7 +25,7 @@ bool colored(int descriptor) {
     const char* noColor = std::getenv("NO_COLOR");
     const char* terminal = std::getenv("TERM");
     return isatty(descriptor) != 0 && (noColor == nullptr || *noColor == '\0') &&
-           (terminal == nullptr || std::strcmp(terminal, "dumb") != 0);
+           (terminal == nullptr || std::string_view(terminal) != "dumb");
 }
 
 std::string masked(std::string text) {
