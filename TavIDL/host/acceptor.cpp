@@ -47,9 +47,6 @@ Acceptor::~Acceptor() {
 
 void Acceptor::stop(bool finishFirst) {
     const std::lock_guard<std::mutex> once(stopping_);
-    if (!thread_) {
-        return;
-    }
     state_ = finishFirst ? State::finishing : State::stopping;
     wake(wake_.get());
     thread_.reset();

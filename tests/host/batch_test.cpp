@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Calls.h"
+#include "Echo.h"
 
 using apache::thrift::TApplicationException;
 using calls::CallFailed;
@@ -63,19 +64,19 @@ TEST_P(BatchTest, ReturnsTheResultsInOrder) {
 }
 
 TEST_P(BatchTest, SupportsAllOperations) {
-    const auto server = serve(nullptr);
-    TavIDL::RemoteEmp emp(server->address(), settings());
+    const TavIDL::Server server(where(), std::make_shared<EchoingEmp>(), settings());
+    TavIDL::RemoteEmp emp(server.address(), settings());
     TavIDL::EmpBatch batch(emp);
     ParamList list;
     list.param10 = "last";
-    std::future<bool> open = batch.Open(7, "", "", "");
+    std::future<bool> open = batch.Open(7, "a", "b", "c");
     std::future<std::string> scan = batch.ExecuteWithParamList(7, "scan", list);
-    std::future<std::string> read = batch.Execute(7, "read", "", "", "", "");
+    std::future<std::string> read = batch.Execute(7, "1", "2", "3", "4", "5");
     std::future<int32_t> close = batch.Close(7);
     batch.run();
     EXPECT_TRUE(open.get());
-    EXPECT_EQ(scan.get(), "scan last");
-    EXPECT_EQ(read.get(), "read done");
+    EXPECT_EQ(scan.get(), "7scanlast");
+    EXPECT_EQ(read.get(), "712345");
     EXPECT_EQ(close.get(), 8);
 }
 
@@ -358,19 +359,7 @@ TEST(BatchProtocolTest, LosesOnlyTheCallThatCannotBeEncoded) {
 }
 
 TEST(BrokerBatchTest, SupportsAllOperations) {
-    class Broker : public TavBrokerIf {
-        void OpenEmp(ConnectionInfo& result, const std::string& name, const std::string& version,
-                     const std::string& credential) override {
-            result.empID = name + version + credential;
-        }
-        void Execute(std::string& result, int32_t fromPort, const std::string& cmd,
-                     const std::string& param1, const std::string& param2,
-                     const std::string& param3, const std::string& param4) override {
-            result = std::to_string(fromPort) + cmd + param1 + param2 + param3 + param4;
-        }
-        bool CloseEmp(const ConnectionInfo& info) override { return info.empID == "emp-7"; }
-    };
-    const TavIDL::Server server(":0", std::make_shared<Broker>());
+    const TavIDL::Server server(":0", std::make_shared<EchoingBroker>());
     TavIDL::RemoteBroker broker(server.address());
     TavIDL::BrokerBatch batch(broker);
     ConnectionInfo info;

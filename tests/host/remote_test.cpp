@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "Calls.h"
+#include "Echo.h"
 
 using apache::thrift::TApplicationException;
 using apache::thrift::transport::TTransportException;
@@ -250,14 +251,16 @@ TEST_P(RemoteTest, SendsMoreOverAConnectionThanAMessageMayHave) {
 
 TEST_P(RemoteTest, CallsAllOperationsOfAnEmp) {
     listener_.close();
-    const TavIDL::Server server(listener_.address(), std::make_shared<Emp>(), settings());
+    const TavIDL::Server server(listener_.address(), std::make_shared<EchoingEmp>(), settings());
     ParamList list;
     list.param10 = "last";
     std::string result;
-    EXPECT_TRUE(emp_.Open(7, "thermometer", "1.0", "secret"));
+    EXPECT_TRUE(emp_.Open(7, "a", "b", "c"));
     EXPECT_EQ(emp_.Close(7), 8);
+    emp_.Execute(result, 7, "1", "2", "3", "4", "5");
+    EXPECT_EQ(result, "712345");
     emp_.ExecuteWithParamList(result, 7, "scan", list);
-    EXPECT_EQ(result, "scan last");
+    EXPECT_EQ(result, "7scanlast");
 }
 
 TEST_P(RemoteTest, ConnectsAgainAfterAMessageThatIsNotAReply) {
@@ -411,19 +414,7 @@ TEST(RemoteTlsTest, HasNotSentACallIfTheHandshakeFails) {
 }
 
 TEST(RemoteBrokerTest, CallsAllOperations) {
-    class Broker : public TavBrokerIf {
-        void OpenEmp(ConnectionInfo& result, const std::string& name, const std::string& version,
-                     const std::string& credential) override {
-            result.empID = name + version + credential;
-        }
-        void Execute(std::string& result, int32_t fromPort, const std::string& cmd,
-                     const std::string& param1, const std::string& param2,
-                     const std::string& param3, const std::string& param4) override {
-            result = std::to_string(fromPort) + cmd + param1 + param2 + param3 + param4;
-        }
-        bool CloseEmp(const ConnectionInfo& info) override { return info.empID == "emp-7"; }
-    };
-    const TavIDL::Server server(":0", std::make_shared<Broker>());
+    const TavIDL::Server server(":0", std::make_shared<EchoingBroker>());
     TavIDL::RemoteBroker broker(server.address());
     ConnectionInfo info;
     std::string result;

@@ -18,6 +18,7 @@
 #include <limits>
 #include <memory>
 #include <new>
+#include <optional>
 #include <set>
 #include <system_error>
 #include <thread>
@@ -562,6 +563,34 @@ TEST(ServerTest, LetsFurtherConnectionsWaitEvenWithoutAFunctionForFailures) {
     EXPECT_FALSE(second.hearsWithin(0));
     first.close();
     EXPECT_EQ(second.result(), "second done");
+}
+
+// Daemons often close standard input.
+TEST(ServerTest, UsesDescriptor0LikeAnyOther) {
+    const int other = open("/dev/null", O_RDONLY | O_CLOEXEC);  // if standard input is closed, 0
+    Settings settings;
+    settings.maxClients = 1;
+    const Server server("127.0.0.1:0", kEmp, settings);
+    std::optional<Caller> first(server.address());
+    first->send(requestFor("read"));
+    EXPECT_EQ(first->result(), "read done");
+    Caller second(server.address());  // waits
+    second.send(requestFor("read"));
+
+    const int saved = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    first->close();
+    EXPECT_EQ(second.result(), "read done");  // accepted as descriptor 0
+    second.close();
+    waitUntil([] { return fcntl(STDIN_FILENO, F_GETFD) < 0; });
+    {
+        RemoteEmp emp(server.address());  // connects with descriptor 0
+        EXPECT_EQ(execute(emp, "read"), "read done");
+    }
+    waitUntil([] { return fcntl(STDIN_FILENO, F_GETFD) < 0; });
+    dup2(saved, STDIN_FILENO);
+    close(saved);
+    close(other);
 }
 
 TEST(ServerTest, ReleasesConnectionsThatHaveEnded) {
