@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 #include <memory>
 #include <vector>
 
@@ -106,6 +107,26 @@ TEST_P(CancelTest, EndsACallThatWaitsForAConnection) {
     const CallFailed failure = second.failure();
     EXPECT_EQ(failure.reason(), CallFailed::Cancelled);
     EXPECT_FALSE(failure.sent());
+    EXPECT_EQ(first.failure().reason(), CallFailed::Cancelled);
+}
+
+// Nothing can interrupt what the user's function waits for.
+TEST_P(CancelTest, EndsACallThatWaitsForAConnectionThatAStuckCallHas) {
+    std::promise<void> leave;
+    TavIDL::Settings settings = patient(this->settings());
+    settings.callTimeout = std::chrono::hours(1);  // a call that it ends was cancelled, too
+    settings.makeProtocol = [left = leave.get_future().share()](const auto& transport) {
+        left.wait();
+        return std::make_shared<apache::thrift::protocol::TBinaryProtocol>(transport);
+    };
+    TavIDL::RemoteEmp emp(listener_.address(), settings);
+    Running first([&] { return execute(emp, "read"); });
+    const peers::Peer peer = listener_.accept();
+    Running second([&] { return execute(emp, "read"); });
+    second.waitUntilAsleep();
+    emp.cancel();
+    EXPECT_EQ(second.failure().reason(), CallFailed::Cancelled);
+    leave.set_value();
     EXPECT_EQ(first.failure().reason(), CallFailed::Cancelled);
 }
 
