@@ -108,6 +108,9 @@ class DecodeTest(ToolTest):
     def testTheKindOfAnExceptionIsNotGuessedFromWhatIsNotANumber(self):
         message = bytes.fromhex("80010003 00000005 436c6f7365 00000000 0b 0002 00000001 31 00")
         self.assertIn('  2  type  string "1"\n', decode(message)[1])
+        message = bytes.fromhex("80010003 00000005 436c6f7365 00000000"
+                                "04 0002 3ff0000000000000 00")
+        self.assertIn('  2  type  double 1.0\n', decode(message)[1])
 
     def testAQuoteInANameStaysAQuote(self):
         message = bytes.fromhex("80010001 00000003 612262 00000000 00")

@@ -50,7 +50,7 @@ std::string described(const Json& message, const std::string& indent) {
     if (message.contains("fields")) {
         Json fields = message["fields"];
         for (Json& field : fields) {
-            if (message["type"] == "exception" && field["id"] == 2 && field["value"].is_number()) {
+            if (message["type"] == "exception" && field["id"] == 2 && field["type"] == "i32") {
                 field["meaning"] = "  " + kindOf(field["value"]);
             }
         }
