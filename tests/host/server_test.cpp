@@ -328,31 +328,38 @@ TEST(ServerTest, PassesAPlainConnectionToAFunction) {
     EXPECT_THAT(peers.all(), ElementsAre(StartsWith("127.0.0.1:")));
 }
 
-// This process's end of the connection from a client.
-int acceptedFrom(const Caller& client) {
-    sockaddr_in own = {};
-    socklen_t size = sizeof own;
-    getsockname(client.descriptor(), reinterpret_cast<sockaddr*>(&own), &size);
+// This process's descriptor of a connection to that port.
+int connectedTo(uint16_t port) {
     for (int descriptor = 0; descriptor < 1024; ++descriptor) {
         sockaddr_in peer = {};
-        size = sizeof peer;
+        socklen_t size = sizeof peer;
         if (getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
-            peer.sin_port == own.sin_port) {
+            ntohs(peer.sin_port) == port) {
             return descriptor;
         }
     }
     return -1;
 }
 
-TEST(ServerTest, SendsRepliesWithoutWaitingForTheAcknowledgmentOfEarlierOnes) {
+uint16_t ownPort(int descriptor) {
+    sockaddr_in own = {};
+    socklen_t size = sizeof own;
+    getsockname(descriptor, reinterpret_cast<sockaddr*>(&own), &size);
+    return ntohs(own.sin_port);
+}
+
+TEST(ServerTest, NeitherSideWaitsForAcknowledgmentsBeforeItSendsMore) {
     const Server server("127.0.0.1:0", kEmp);
-    Caller client(server.address());
-    client.send(requestFor("read"));
-    EXPECT_EQ(client.result(), "read done");
-    int on = 0;
-    socklen_t size = sizeof on;
-    ASSERT_EQ(getsockopt(acceptedFrom(client), IPPROTO_TCP, TCP_NODELAY, &on, &size), 0);
-    EXPECT_NE(on, 0);
+    RemoteEmp emp(server.address());
+    EXPECT_EQ(execute(emp, "read"), "read done");
+    const auto port = std::stoul(server.address().substr(server.address().find(':') + 1));
+    const int calling = connectedTo(static_cast<uint16_t>(port));
+    for (const int descriptor : {calling, connectedTo(ownPort(calling))}) {
+        int on = 0;
+        socklen_t size = sizeof on;
+        EXPECT_EQ(getsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, &size), 0);
+        EXPECT_NE(on, 0);
+    }
 }
 
 TEST(ServerTest, ServesEachProtocolFramedOrNot) {
@@ -588,6 +595,7 @@ TEST(ServerTest, UsesDescriptor0LikeAnyOther) {
         EXPECT_EQ(execute(emp, "read"), "read done");
     }
     waitUntil([] { return fcntl(STDIN_FILENO, F_GETFD) < 0; });
+    EXPECT_NO_THROW(Server("127.0.0.1:0", kEmp));
     dup2(saved, STDIN_FILENO);
     close(saved);
     close(other);

@@ -42,8 +42,9 @@ def mutation(name, target, **options):
                changed_files=TARGETS[target].files(), **options)
 
 
-# If 95 % of all changes are noticed, 85 % of 40 are with a probability of 99.6 %.
-FEW_CHANGES = ("--runs=40", "--noticed=85")
+# Few changes fail only if tests are missing: if 90 % of all are noticed, 75 % of 40 are in 679 of 680
+# samples.
+FEW_CHANGES = ("--runs=40", "--noticed=75")
 
 ROWS = (
     Row("allocations", program("allocations")),
