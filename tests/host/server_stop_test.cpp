@@ -498,6 +498,21 @@ TEST_P(Signals, StopTheServerAndThenHaveTheirPreviousEffect) {
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 
+// Otherwise the program's own system calls would fail with EINTR.
+TEST(ServerTest, DoesNotInterruptSystemCallsWhenASignalComes) {
+    signal(SIGTERM, SIG_IGN);
+    Server server("127.0.0.1:0", std::make_shared<Emp>());
+    auto run = std::async(std::launch::async, [&] { server.runUntilSignal(); });
+    struct sigaction now = {};
+    waitUntil([&] {
+        sigaction(SIGTERM, nullptr, &now);
+        return now.sa_handler != SIG_IGN;
+    });
+    EXPECT_NE(now.sa_flags & SA_RESTART, 0);
+    kill(getpid(), SIGTERM);
+    run.get();
+}
+
 TEST(ServerTest, RunsAgainAfterASignal) {
     signal(SIGTERM, SIG_IGN);
     for (int i = 0; i < 2; ++i) {
