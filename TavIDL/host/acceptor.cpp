@@ -84,8 +84,8 @@ void Acceptor::waitUntilQuiet() {
         }
         quiet = calls == before && std::none_of(calls.begin(), calls.end(), isBusy);
         before = std::move(calls);
-        if (!quiet && waitForEnds(kQuiet)) {
-            return;
+        if (!quiet) {
+            waitForEnds(kQuiet);
         }
     }
 }

@@ -58,7 +58,7 @@ void Socket::limitEach(milliseconds read, milliseconds write) {
 
 bool Socket::isStale() const {
     pollfd state = {descriptor_.get(), POLLIN | POLLRDHUP, 0};
-    if (poll(&state, 1, 0) <= 0) {
+    if (poll(&state, 1, 0) != 1) {
         return false;
     }
     // Over TLS, a server also sends records that were not requested.

@@ -416,6 +416,26 @@ TEST_P(Encoded, AClientMayResetTheConnectionAfterEachByteOfARequest) {
     EXPECT_EQ(client.result(settings), "read done");
 }
 
+TEST_P(Encoded, AClientMayCloseBeforeItsReply) {
+    const Directory directory;
+    Gate entered;
+    Gate leave;
+    const Server server(directory.socket(),
+                        std::make_shared<Emp>([&](const std::string&, const std::string&) {
+                            entered.open();
+                            leave.wait();
+                            return "";
+                        }),
+                        settings);
+    Caller client(server.address());
+    client.send(requestFor("read", "", settings));
+    entered.wait();
+    client.close();
+    leave.open();
+    EXPECT_THAT(reports.waitFor(1),
+                ElementsAre(HasSubstr("closed by the client in the middle of a call")));
+}
+
 TEST_P(Encoded, AClientMayResetAnIdleConnectionWithoutAReport) {
     Server server("127.0.0.1:0", emp, settings);
     waitUntil([threads = countThreads()] { return countThreads() <= threads; });

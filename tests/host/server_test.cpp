@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <pthread.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -14,6 +15,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <fstream>
 #include <limits>
 #include <memory>
@@ -274,6 +276,21 @@ TEST(UnixSocketTest, CanBeInTheCurrentDirectory) {
         EXPECT_EQ(execute(emp, "read"), "read done");
     }
     EXPECT_FALSE(std::filesystem::exists("socket"));
+    std::filesystem::current_path(before);
+}
+
+TEST(UnixSocketTest, WaitsForAnotherServerThatStartsInTheSameDirectory) {
+    const Directory directory;
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(directory.file(""));
+    for (const std::string& address : {directory.socket(), std::string("unix:socket")}) {
+        const int other = open(directory.file("").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        ASSERT_EQ(flock(other, LOCK_EX), 0);
+        const auto begin = std::chrono::steady_clock::now();
+        const Server server(address, kEmp);  // after a while, it does not wait any longer
+        EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+        close(other);
+    }
     std::filesystem::current_path(before);
 }
 

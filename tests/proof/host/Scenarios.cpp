@@ -48,6 +48,8 @@ void calls(Trial& trial) {
         trial.call(emp);
         trial.step<CallFailed>("a batch", [&] { trial.ledger().batch(emp, 3); });
         trial.goOn(emp, server->address());
+    } else {
+        trial.mustLeaveNoFile();
     }
     server.reset();
     trial.goOnWithNewServer();

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <new>
 
 #include "../../host/Certificates.h"
@@ -134,6 +135,13 @@ void Trial::goOnWithNewServer() {
     const Server server(where(), emp_, serverSettings(Time::any));
     RemoteEmp emp(server.address(), clientSettings(Time::any));
     mustAnswer("a client of a new server", emp);
+}
+
+// Without memory the file stays. The next server replaces it.
+void Trial::mustLeaveNoFile() {
+    if (!disturbance_.isOfMemory() && std::filesystem::exists(directory_.file("socket"))) {
+        problem("a server that could not start leaves its file");
+    }
 }
 
 std::string Trial::problems() {

@@ -77,6 +77,8 @@ public:
     void goOn(TavIDL::RemoteEmp& same, const std::string& address);
     // Stops and starts again, on the same address if it is a path.
     void goOnWithNewServer();
+    // After a server could not start.
+    void mustLeaveNoFile();
 
     void problem(const std::string& text) { problems_.push_back(text); }
     // Empty if everything was as it should be.
