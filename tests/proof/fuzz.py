@@ -97,8 +97,9 @@ def seeds(target):
                 yield bytes([compact, choice]) + message
                 yield bytes([compact, choice + 2]) + framed(message)
                 yield bytes([compact, choice]) + digits
-                yield bytes([compact, choice]) + head + line * 2
-                yield bytes([compact, choice]) + tcpdumped(message)
+                for sequence in (0, 4):
+                    yield bytes([compact, choice + sequence]) + head + line * 2
+                    yield bytes([compact, choice + sequence]) + tcpdumped(message)
         elif target == "json":
             if wire == "json":
                 yield bytes([service_of(operation) if request else 3 + number]) + message * 2

@@ -101,6 +101,15 @@ class BenchTest(ToolTest):
                          'INTERNAL_ERROR: .*; the connection is fine, check what the call asks for",'
                          '"status":5}\n$' % figures["failures"])
 
+    def testTheErrorIsThatOfTheFirstCallThatFailed(self):
+        def refuse():
+            raise TavEmp.TApplicationException(6, "number %d" % len(emp.calls))
+
+        emp = Emp(refuse)
+        figures, err = self.bench(self.peer(emp), "--batch", "2", "--seconds", "0.01", status=5)
+        self.assertGreaterEqual(figures["failures"], 2)
+        self.assertIn("number 1;", err)
+
     def testAPeerThatIsGoneIsAskedOnlyOnce(self):
         with socket.create_server(("127.0.0.1", 0)) as closed:
             address = "127.0.0.1:%d" % closed.getsockname()[1]

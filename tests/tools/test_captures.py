@@ -438,10 +438,13 @@ class HostileTest(Captures):
         status, out, err = decode(pcap(talk.packets) + b"".join(data[:1024]))
         self.assertIn("message 2 breaks at byte 25: ", err)
         self.assertIn("  Close call seqid 0, 25 bytes at 0\n", out)
-        # Behind a hole it costs as much.
-        self.assertEndsWith(2, "tavctl: the capture has more than 64 MiB of messages; take a part of "
-                            "it, with tcpdump -r FILE -w PART port NUMBER\n",
-                            decode(pcap(talk.packets) + b"".join(data[1:])))
+        # Behind a hole it costs as much, and all conversations share it.
+        talks = talk, Talk(("10.0.0.3", 40000))
+        shared = [record(talks[i % 2].make("client", part), 0, None) for i in range(1025)]
+        for opened, records in ((talk.packets, data[1:]), (talks[1].packets, shared)):
+            self.assertEndsWith(2, "tavctl: the capture has more than 64 MiB of messages; take a part "
+                                "of it, with tcpdump -r FILE -w PART port NUMBER\n",
+                                decode(pcap(opened) + b"".join(records)))
 
     def testOtherTrafficDoesNotCount(self):
         part = 60000 * b"x"

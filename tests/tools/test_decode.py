@@ -159,6 +159,13 @@ class BrokenTest(ToolTest):
             "  2  name      string \n"
             "  breaks at byte 33: the bytes end in a string that begins at byte 26\n", out)
 
+    def testAnExceptionMayBreakAnywhere(self):
+        failed = bytes.fromhex("80010003 00000005 436c6f7365 00000000"
+                               "0b 0001 00000003 6e6f21 08 0002 00000006 00")
+        for cut in range(1, len(failed)):
+            with self.subTest(cut=cut):
+                self.assertEqual(cut, self.broken(failed[:cut])["broken"]["offset"])
+
     def testAWrongByteIsWhereItBreaks(self):
         wrong = bytearray(self.OPEN)
         wrong[23] = 0x63

@@ -102,7 +102,6 @@ int bench(const BenchOptions& options) {
     stop::watch();
     Figures figures;
     std::vector<std::future<void>> threads;
-    threads.reserve(peers.size());
     const auto begin = Clock::now();
     const auto end = begin + std::chrono::milliseconds(std::llround(options.seconds * 1000));
     for (const auto& peer : peers) {

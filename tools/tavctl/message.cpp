@@ -50,7 +50,9 @@ std::string described(const Json& message, const std::string& indent) {
     if (message.contains("fields")) {
         Json fields = message["fields"];
         for (Json& field : fields) {
-            if (message["type"] == "exception" && field["id"] == 2 && field["type"] == "i32") {
+            // A broken message can end before the value.
+            if (message["type"] == "exception" && field["id"] == 2 && field["type"] == "i32" &&
+                field["value"].is_number()) {
                 field["meaning"] = "  " + kindOf(field["value"]);
             }
         }

@@ -1,5 +1,5 @@
 // `tavctl decode` as a whole: raw messages, hexadecimal digits and captures, in each protocol and
-// transport. What it prints is lines of JSON or of text; neither can move the
+// transport. What it prints is lines of JSON, of text or of a diagram; none of them can move the
 // cursor.
 
 #include <print.h>
@@ -62,10 +62,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, std::size_t size) {
     tavctl::DecodeOptions options;
     options.path = file.path();
     options.settings.protocol = tavctl::kProtocols.at(input.choose(tavctl::kProtocols.size()));
-    const std::size_t choice = input.choose(4);
-    options.settings.transport = tavctl::kTransports.at(choice / 2);
+    const std::size_t choice = input.choose(8);
+    options.settings.transport = tavctl::kTransports.at(choice / 2 % 2);
+    options.sequence = choice >= 4;
     tavctl::output.quiet = true;
-    tavctl::output.json = choice % 2 == 1;
+    tavctl::output.json = choice % 2 == 1 && !options.sequence;
 
     file.fill(input.rest());
     standardOutput().clear();
