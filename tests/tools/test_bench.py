@@ -58,6 +58,14 @@ class BenchTest(ToolTest):
         self.assertGreaterEqual(figures["max"], 80)
         self.assertLess(figures["p50"], figures["max"])
 
+    def testTheMedianOfAFastAndASlowCallIsTheFastOnes(self):
+        never = threading.Event()
+        # Each takes longer than the time for which calls are made, so there are no others.
+        emp = Emp(lambda: never.wait(0.2 if len(emp.calls) == 1 else 0.002))
+        figures = self.bench(self.peer(emp), "--connections", "2", "--seconds", "0.001")[0]
+        self.assertEqual(2, figures["calls"])
+        self.assertLess(figures["p50"], figures["p99"])
+
     def testPeopleGetTextWithUnits(self):
         status, out, err = tavctl("bench", self.peer(Emp()), "TavEmp.Close", "--seconds", "0.05")
         self.assertEqual((0, ""), (status, err))

@@ -217,6 +217,14 @@ class StatusTest(ToolTest):
                     self.assertEqual(2, ended.returncode)
                     self.assertIn(b" is longer than ", ended.stderr)
 
+    def testTheCredentialThatIsTakenHas65536Bytes(self):
+        for size, error in [(65535, "cannot connect"), (65536, "cannot connect"),
+                            (65537, "the credential is longer than 65536 bytes; give less")]:
+            with self.subTest(size):
+                _, _, err = tavctl("call", "unix:/missing", "TavEmp.Open", "--credential-file", "-",
+                                   stdin=size * b"x")
+                self.assertIn(error, err)
+
     def testHostileArgumentsFromStandardInputAreTwo(self):
         for text in [b"", b"[]", b"{", b'{"clientID":1.5}', b'{"clientID":9999999999999999999}',
                      b'{"clientID":"\xff"}', b"[" * 1000000, b'{"x":1}']:

@@ -446,6 +446,12 @@ class HostileTest(Captures):
                                 "of it, with tcpdump -r FILE -w PART port NUMBER\n",
                                 decode(pcap(opened) + b"".join(records)))
 
+    def testAPartThatIsSentAgainAndAgainCostsNothing(self):
+        talk = Talk()
+        first, again = [record(talk.make("client", part), 0, None) for part in (CALL, CALL[:1])]
+        status, out, err = decode(pcap(talk.packets) + 700000 * again + first)
+        self.assertIn("Close call seqid 0, 25 bytes at 0", out)
+
     def testOtherTrafficDoesNotCount(self):
         part = 60000 * b"x"
         data = pcap(Talk().say("client", CALL).packets)

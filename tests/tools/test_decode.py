@@ -216,6 +216,11 @@ class BrokenTest(ToolTest):
         self.assertEqual({"offset": 22, "reason": "not a credential in a string that begins at "
                                                   "byte 22"}, self.broken(message)["broken"])
 
+    def testWhatFollowsACredentialIsExplained(self):
+        wrong = self.OPEN[:-1] + bytes.fromhex("0b 0004 00000003 6b6579 63 0005")
+        self.assertEqual("unknown type 99 in a field that begins at byte 46",
+                         self.broken(wrong)["broken"]["reason"])
+
     def testACredentialOfAnotherTypeIsNotQuoted(self):
         for value, expected in [(b'"dbl":"sesame"', (6, "breaks at byte 29: this must be a dbl")),
                                 (b'"i32":"sesame"', (6, "breaks at byte")),

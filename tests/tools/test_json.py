@@ -119,6 +119,10 @@ class JsonTest(ToolTest):
              ["]"], [[-1, []], [2, [5]]], [[{"hex": "fff0000000000000"}, True]]],
             [field["value"] for field in json.loads(out)["fields"]])
 
+    def testAnEmptyNameIsRead(self):
+        self.assertEqual((0, " call seqid 0, 13 bytes at 0\n", ""),
+                         tavctl("decode", "--protocol", "json", stdin=b'[1,"",1,0,{}]'))
+
     def testADoubleThatIsNotANumberIsRead(self):
         status, out, err = tavctl("decode", "--protocol", "json", "--json",
                                   stdin=b'[1,"x",1,0,{"1":{"dbl":"NaN"}}]')

@@ -186,7 +186,6 @@ void MessageReader::readFields(Json& fields, const std::vector<Field>& known, in
         item("the end of a field");
         protocol_->readFieldEnd();
     }
-    item("the end of a struct");
     protocol_->readStructEnd();
 }
 
@@ -267,10 +266,9 @@ void MessageReader::readContainer(Json& value, Json& shape, TType container, int
     uint32_t size = 0;
     // All protocols read a set as they read a list.
     isMap ? protocol_->readMapBegin(keyType, type, size) : protocol_->readListBegin(type, size);
-    // Elements need no bytes in some encodings, but memory here.
-    if (size > kContainerLimit || depth > kDepthLimit) {
-        throw TException("a container of " + std::to_string(size) +
-                         " elements is over the limit, or nested too deeply");
+    // The protocols limit the number of elements.
+    if (depth > kDepthLimit) {
+        throw TException("nested too deeply");
     }
     // An empty one may come without types.
     const auto nameIfAny = [&](TType of) {

@@ -34,7 +34,7 @@ std::string addressOf(int family, Bytes address, uint32_t port) {
 
 // The IP packet inside a packet of the link, or nothing.
 Bytes ipPacket(int link, Bytes packet) {
-    std::size_t type = 0;  // where its type is
+    std::size_t type = 12;  // where its type is: in a packet of Ethernet
     switch (link) {
         case DLT_RAW:
         case DLT_IPV4:
@@ -50,7 +50,7 @@ Bytes ipPacket(int link, Bytes packet) {
             type = 0;
             break;
         default:
-            type = 12;
+            break;
     }
     std::size_t begin = link == DLT_LINUX_SLL2 ? 20 : type + 2;
     while (number(packet, type, 2) == 0x8100 || number(packet, type, 2) == 0x88A8) {
