@@ -7,6 +7,7 @@
 // FRAMING is "framed" or "buffered".
 
 #include <TavIDL/host/Batch.h>
+#include <TavIDL/host/Connection.h>
 #include <TavIDL/host/Remote.h>
 #include <TavIDL/host/Server.h>
 
@@ -22,6 +23,8 @@ int main(int argc, char** argv) {
     TavIDL::Settings settings;
     settings.framed = argc > 3 && argv[3] == std::string("framed");
     if (role == "serve") {
+        // A server must not be busy while it waits for clients, nor while it has as many as it may.
+        settings.maxClients = settings.framed ? 1 : settings.maxClients;
         const TavIDL::Server server(address, std::make_shared<Emp>(), settings);
         std::cout << server.address() << std::endl;
         std::cin.get();
@@ -30,6 +33,8 @@ int main(int argc, char** argv) {
     if (argc != 5) {
         return 2;
     }
+    // Nor after a connection has ended.
+    TavIDL::Connection::open(address, settings)->close();
     TavIDL::RemoteEmp emp(address, settings);
     for (int left = std::stoi(argv[4]); left > 0; --left) {
         if (role == "call") {

@@ -282,7 +282,6 @@ TEST(UnixSocketTest, CanBeInTheCurrentDirectory) {
 TEST(UnixSocketTest, WaitsForAnotherServerThatStartsInTheSameDirectory) {
     const Directory directory;
     const auto before = std::filesystem::current_path();
-    std::filesystem::current_path(directory.file(""));
     for (const std::string& address : {directory.socket(), std::string("unix:socket")}) {
         const int other = open(directory.file("").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         ASSERT_EQ(flock(other, LOCK_EX), 0);
@@ -290,6 +289,7 @@ TEST(UnixSocketTest, WaitsForAnotherServerThatStartsInTheSameDirectory) {
         const Server server(address, kEmp);  // after a while, it does not wait any longer
         EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
         close(other);
+        std::filesystem::current_path(directory.file(""));  // for the second address
     }
     std::filesystem::current_path(before);
 }
@@ -343,6 +343,18 @@ TEST(ServerTest, PassesAPlainConnectionToAFunction) {
     client.send("ping");
     EXPECT_EQ(client.receive(5), "ping");  // and the end, because the function has returned
     EXPECT_THAT(peers.all(), ElementsAre(StartsWith("127.0.0.1:")));
+}
+
+TEST(ServerTest, EndsAConnectionThatItsFunctionHasKept) {
+    Reports<std::shared_ptr<TavIDL::Connection>> kept;
+    Reports<std::string> reports;
+    const Server server(
+        "127.0.0.1:0",
+        [&](const std::shared_ptr<TavIDL::Connection>& connection) { kept.add(connection); },
+        patient(reports));
+    const Caller client(server.address());  // is not closed
+    uint8_t byte = 0;
+    EXPECT_EQ(kept.waitFor(1)[0]->read(&byte, 1), 0U);
 }
 
 // This process's descriptor of a connection to that port.

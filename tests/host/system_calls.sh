@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Counts the system calls of a round trip: exactly one receive and one send on each side.
+# Counts the system calls of a round trip: exactly one receive and one send on each side, and hardly any
+# by other threads.
 #
 #   system_calls.sh STRACE PROGRAM tcp|unix buffered|framed call|batch
 #
@@ -60,7 +61,7 @@ cost() {
                 print name, count[name]
             }
             # They may still be busy with the connection, but not with each call.
-            if (othersUpToHere >= counted / 2) print "by other threads", othersUpToHere
+            if (othersUpToHere >= counted / 10) print "by other threads", othersUpToHere
         }' "$1" | sort
 }
 

@@ -54,15 +54,16 @@ LIBTAVIDL = Target(
 CLIENT, SERVER, *FAILURES = programs(
     "host/host_client_test --gtest_fail_fast", "host/host_server_test --gtest_fail_fast",
     "proof/proof_host_allocations", "proof/proof_system_calls --only=unix")
-ROUND_TRIP = ("{source}/tests/host/system_calls.sh strace {build}/tests/host/host_calls "
-              "tcp buffered call")
+ROUND_TRIP, FULL_SERVER = (
+    "{source}/tests/host/system_calls.sh strace {build}/tests/host/host_calls " + words
+    for words in ("tcp buffered call", "unix framed batch"))
 HOST = Target(
     cmake_target="TavIDLHost",
     product="TavIDL/host/libTavIDLHost.so.*",
     sources=("TavIDL/host/*.cpp",),
     noticed=95,
     environment={"LD_LIBRARY_PATH": "{changed}/TavIDL/host:{build}/TavIDL"},
-    tests={"": (ROUND_TRIP, SERVER, CLIENT, *FAILURES),
+    tests={"": (ROUND_TRIP, FULL_SERVER, SERVER, CLIENT, *FAILURES),
            **dict.fromkeys(("Batch.cpp", "EmpSession.cpp", "Remote.cpp", "address.cpp",
                             "channel.cpp", "pool.cpp"),
                            (ROUND_TRIP, CLIENT, SERVER, *FAILURES))})
