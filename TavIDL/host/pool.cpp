@@ -110,9 +110,7 @@ void Call::waitForTurn(std::unique_lock<std::mutex>& lock) {
     }
     pool_.waiting_.push_back(this);
     turn_.wait_until(lock, begin_ + timeout_, [this] { return cancelled_ || connected_; });
-    if (!connected_) {
-        pool_.waiting_.remove(this);
-    }
+    pool_.waiting_.remove(this);
     if (cancelled_ || !connected_) {
         throw failure(CallFailed::NoAnswerInTime,
                       "all connections were in use for " + inMs(timeout_));
@@ -176,7 +174,7 @@ void Call::leave() noexcept {
     if (keep_ && !cancelled_ && !channel().hasInput()) {
         channel().lastUse = begin_;
         pool_.idle_.splice(pool_.idle_.end(), channel_);
-    } else if (!channel_.empty() && !cancelled_) {
+    } else {
         // The server may have restarted.
         for (Channel& other : pool_.idle_) {
             other.suspect = true;

@@ -19,12 +19,12 @@ using testing::EndsWith;
 
 namespace {
 
-// The calls here would wait for a minute.
+// The calls here would wait for an hour. (They would still say that they were cancelled.)
 class CancelTest : public calls::EachWay {
 protected:
     static TavIDL::Settings patient(TavIDL::Settings settings) {
-        settings.callTimeout = std::chrono::minutes(1);
-        settings.connectTimeout = std::chrono::minutes(1);
+        settings.callTimeout = std::chrono::hours(1);
+        settings.connectTimeout = std::chrono::hours(1);
         settings.maxConnections = 1;
         return settings;
     }
@@ -64,6 +64,18 @@ TEST_P(CancelTest, EndsACallThatWaitsForItsReply) {
     EXPECT_EQ(failure.reason(), CallFailed::Cancelled);
     EXPECT_TRUE(failure.sent());
     EXPECT_THAT(failure.what(), EndsWith(": cancelled"));
+}
+
+TEST_P(CancelTest, EndsACallOverAConnectionThatWasUsedBefore) {
+    Running first([&] { return execute(*emp_, "read"); });
+    peers::Peer peer = listener_.accept();
+    peer.receive(request_.size());
+    peer.send(messages_.reply("21.5"));
+    first.result();
+    Running second([&] { return execute(*emp_, "read"); });
+    peer.receive(request_.size());
+    emp_->cancel();
+    EXPECT_EQ(second.failure().reason(), CallFailed::Cancelled);
 }
 
 TEST_P(CancelTest, EndsACallInTheMiddleOfItsReply) {
@@ -114,7 +126,6 @@ TEST_P(CancelTest, EndsACallThatWaitsForAConnection) {
 TEST_P(CancelTest, EndsACallThatWaitsForAConnectionThatAStuckCallHas) {
     std::promise<void> leave;
     TavIDL::Settings settings = patient(this->settings());
-    settings.callTimeout = std::chrono::hours(1);  // a call that it ends was cancelled, too
     settings.makeProtocol = [left = leave.get_future().share()](const auto& transport) {
         left.wait();
         return std::make_shared<apache::thrift::protocol::TBinaryProtocol>(transport);

@@ -85,6 +85,14 @@ TEST_P(PoolTest, LosesOneCallToARestartIfItsConnectionWasUsedJustBefore) {
     answerOnNewConnection();
 }
 
+TEST_P(PoolTest, HasNotSentACallIfItsConnectionWasResetJustBefore) {
+    std::vector<peers::Peer> idle = makeIdle(1);
+    idle[0].reset();
+    const CallFailed failure = failureOf([&] { execute(emp_, "read"); });
+    EXPECT_EQ(failure.reason(), CallFailed::ConnectionClosed);
+    EXPECT_FALSE(failure.sent());
+}
+
 TEST_P(PoolTest, LosesOneCallToARestartEvenIfSeveralConnectionsAreIdle) {
     std::vector<peers::Peer> idle = makeIdle(4);
     restart(idle);
