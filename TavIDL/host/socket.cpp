@@ -153,9 +153,6 @@ void Socket::endInput() {
 }
 
 void Socket::closeGently() {
-    if (closed_) {
-        return;
-    }
     closeOutput();
     // Input must not be left unread. This neither waits for the peer nor reads forever.
     uint8_t ignored[4096];

@@ -319,6 +319,16 @@ TEST(RemoteFailureTest, NamesOperationAddressAndReason) {
                 testing::StartsWith("TavBroker.CloseEmp" + reason));
 }
 
+TEST(RemoteFailureTest, SaysThatAConnectionWasReset) {
+    peers::Listener listener;
+    TavIDL::RemoteEmp emp(listener.address());
+    Running call([&] { return execute(emp, "read"); });
+    peers::Peer peer = listener.accept();
+    peer.receive(1);
+    peer.reset();
+    EXPECT_THAT(call.failure().what(), testing::EndsWith("Connection reset by peer"));
+}
+
 TEST(RemoteFailureTest, HasTheClosestTypeOfLibthrift) {
     const auto typeOf = [](CallFailed::Reason reason) {
         return CallFailed(reason, true, "operation", "address", "").getType();

@@ -246,7 +246,7 @@ TEST_F(TlsTest, AClientWithoutTlsIsRejected) {
     Caller client(server->address());
     client.send(requestFor("read"));
     client.waitForEnd();
-    EXPECT_THAT(reports.all(), ElementsAre(HasSubstr("TLS: handshake failed")));
+    EXPECT_THAT(reports.all(), ElementsAre(HasSubstr("TLS: handshake failed: ")));
     expectService(*server);
 }
 
