@@ -267,6 +267,9 @@ class BrokenTest(ToolTest):
                 self.assertEqual(status, decode(message, "--format", "raw")[0])
                 self.assertEqual(status, decode(frame(message), "--format", "raw", "--transport",
                                                 "framed")[0])
+                capture = (b'{"capture":1,"protocol":"binary","transport":"framed"}\n'
+                           b'{"connection":1,"from":"client","hex":"%s"}\n')
+                self.assertEqual(status, decode(capture % frame(message).hex().encode())[0])
                 filled = b'[1,"%s",1,0,{}]' % (((1 << 24) + size - 13) * b"x")
                 self.assertEqual(status, decode(filled, "--protocol", "json")[0])
 
