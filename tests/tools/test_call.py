@@ -206,7 +206,10 @@ class StatusTest(ToolTest):
             (["call", "a:1", "TavEmp.Close", "--timeout", "nan"], "'nan' is not a number of seconds"),
         ]:
             with self.subTest(words):
-                self.assertEndsWith(2, error, tavctl(*words))
+                ended = tavctl(*words)
+                self.assertEndsWith(2, error, ended)
+                verb = words[0] + " " if len(words) > 1 else ""
+                self.assertEndsWith(2, "; see tavctl %s--help\n" % verb, ended)
 
     def testInputWithoutEndIsTwo(self):
         with open("/dev/zero", "rb") as endless:

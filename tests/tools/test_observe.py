@@ -67,6 +67,16 @@ class ProbeTest(ToolTest):
         self.assertEndsWith(4, "; it speaks no protocol that was tried; it may use TLS (--tls)\n", ended)
         self.assertLess(1, len(asked))
 
+    def testTextIsSentOnlyIfAnOptionAsksForIt(self):
+        asked = []
+        peer = Peer(self, lambda connection: asked.append(connection.recv(4096)))
+        for words, text in ([], []), (["--try-text"], [b"[1,", b"GET / HTTP/1.0\r\n\r\n"]):
+            asked.clear()
+            self.assertEqual(6, tavctl("probe", peer.address, *words)[0])
+            beginnings = [question if question[:1] == b"G" else question[:3]
+                          for question in asked if question[:1] in b"[G"]
+            self.assertEqual(text, beginnings)
+
     def testAnAnswerThatIsNotAnExceptionIsReported(self):
         reply = bytes.fromhex("80010002 0000000c 74617663746c2e70726f6265 00000000 00")
         self.assertEndsWith(6, "it answers as if there were this operation",

@@ -205,7 +205,7 @@ class OpenTest(ToolTest):
     def testOtherWordsThanItsThreeAreBadUsage(self):
         for words in (["a:1"], ["a:1", "camera", "1.0", "2.0"]):
             with self.subTest(words):
-                self.assertEndsWith(2, "open takes ADDRESS NAME VERSION; see tavctl open --help",
+                self.assertEndsWith(2, "open takes ADDRESS NAME VERSION; see tavctl open --help\n",
                                     self.open(*words))
 
     def testTheOperationsOfAnEmpAreListed(self):
@@ -546,11 +546,13 @@ class ServeTest(ToolTest):
         emp = start(self, "serve", "emp", "--reply", "Close=-3", "--reply", "Execute=a=b")
         client = generated_client(self, TavEmp, emp.address())
         self.assertEqual((False, -3, "a=b"), (client.Open(1, "n", "v", "c"), client.Close(1),
-                                              client.Execute(1, "c", "", "", "", "")))
+                                              client.Execute(1, "c", "p", "q", "r", "s")))
         client.ExecuteWithParamList(1, "c", ParamList(param1="a", param10="j"))
-        self.assertEqual('TavEmp.ExecuteWithParamList clientID=1 cmd="c" paramList={"param1":"a",'
-                         '"param2":"","param3":"","param4":"","param5":"","param6":"","param7":"",'
-                         '"param8":"","param9":"","param10":"j"}', [emp.line() for _ in range(4)][3])
+        self.assertEqual(['TavEmp.Execute clientID=1 cmd="c" param1="p" param2="q" param3="r" param4="s"',
+                          'TavEmp.ExecuteWithParamList clientID=1 cmd="c" paramList={"param1":"a",'
+                          '"param2":"","param3":"","param4":"","param5":"","param6":"","param7":"",'
+                          '"param8":"","param9":"","param10":"j"}'],
+                         [emp.line() for _ in range(4)][2:])
 
         event = start(self, "serve", "event")
         generated_client(self, TavEmpEvent, event.address()).Callback(1, "a", "b")
