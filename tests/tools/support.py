@@ -227,7 +227,7 @@ class ToolTest(unittest.TestCase):
         self.addCleanup(directory.cleanup)
         return directory.name
 
-    def assertEndsWith(self, status, error, ended):
+    def assertErrorHas(self, status, error, ended):
         """Status, nothing on standard output, and one line on standard error with `error`."""
         self.assertEqual((status, ""), ended[:2], ended)
         self.assertEqual(1, ended[2].count("\n"), ended[2])

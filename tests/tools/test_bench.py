@@ -181,8 +181,8 @@ class BenchTest(ToolTest):
     def testTheCredentialIsTakenFromWhereTheOtherVerbsTakeIt(self):
         emp = Emp()
         words = ["bench", self.peer(emp), "TavEmp.Open", "name=n", "--seconds", "0.01"]
-        self.assertEndsWith(2, "needs a credential", tavctl(*words))
-        self.assertEndsWith(2, "a credential cannot be given on the command line",
+        self.assertErrorHas(2, "needs a credential", tavctl(*words))
+        self.assertErrorHas(2, "a credential cannot be given on the command line",
                             tavctl(*words, "credential=sesame"))
         self.assertEqual([], emp.calls)
         self.assertEqual(0, tavctl(*words, TAV_CREDENTIAL="sesame")[0])
@@ -199,7 +199,7 @@ class BenchTest(ToolTest):
                              (("127.0.0.1:1", "TavEmp.Close", "--seconds", "nan"), "nan"),
                              (("127.0.0.1:1", "TavEmp.Close", "--batch", "100000"), "100000")]:
             with self.subTest(words):
-                self.assertEndsWith(2, error, tavctl("bench", *words))
+                self.assertErrorHas(2, error, tavctl("bench", *words))
 
 
 if __name__ == "__main__":

@@ -108,7 +108,7 @@ class CallTest(ToolTest):
                          tavctl("call", "Close", "clientID=7", TAVCTL_ADDRESS=emp))
         self.assertEqual((0, "-7\n", ""),
                          tavctl("call", emp, "Close", "clientID=7", TAVCTL_ADDRESS="a:1"))
-        self.assertEndsWith(2, "'x' is not an argument; write key=value",
+        self.assertErrorHas(2, "'x' is not an argument; write key=value",
                             tavctl("call", "Close", "x", TAVCTL_ADDRESS=emp))
 
     def testJsonPrintsOneObject(self):
@@ -176,17 +176,17 @@ class CredentialTest(ToolTest):
     def testAFileThatCannotBeReadIsNamed(self):
         for path in ("/nonexistent", "/"):
             with self.subTest(path):
-                self.assertEndsWith(2, "cannot read the credential from '%s'" % path,
+                self.assertErrorHas(2, "cannot read the credential from '%s'" % path,
                                     self.call("--credential-file", path))
 
     def testTheCommandLineIsRefusedAsItsSource(self):
-        self.assertEndsWith(2, "cannot be given on the command line", self.call("credential=sesame"))
+        self.assertErrorHas(2, "cannot be given on the command line", self.call("credential=sesame"))
 
     def testACallThatNeedsOneSaysSo(self):
-        self.assertEndsWith(2, "set TAV_CREDENTIAL", self.call())
+        self.assertErrorHas(2, "set TAV_CREDENTIAL", self.call())
 
     def testAPeerThatRepeatsItIsMasked(self):
-        self.assertEndsWith(5, "UNKNOWN: '***' opens nothing; the connection is fine, check what the "
+        self.assertErrorHas(5, "UNKNOWN: '***' opens nothing; the connection is fine, check what the "
                             "call asks for\n", self.call(TAV_CREDENTIAL="geheim"))
 
 
@@ -207,9 +207,9 @@ class StatusTest(ToolTest):
         ]:
             with self.subTest(words):
                 ended = tavctl(*words)
-                self.assertEndsWith(2, error, ended)
+                self.assertErrorHas(2, error, ended)
                 verb = words[0] + " " if len(words) > 1 else ""
-                self.assertEndsWith(2, "; see tavctl %s--help\n" % verb, ended)
+                self.assertErrorHas(2, "; see tavctl %s--help\n" % verb, ended)
 
     def testInputWithoutEndIsTwo(self):
         with open("/dev/zero", "rb") as endless:
@@ -232,20 +232,20 @@ class StatusTest(ToolTest):
         for text in [b"", b"[]", b"{", b'{"clientID":1.5}', b'{"clientID":9999999999999999999}',
                      b'{"clientID":"\xff"}', b"[" * 1000000, b'{"x":1}']:
             with self.subTest(text[:20]):
-                self.assertEndsWith(2, "tavctl: ", tavctl("call", "a:1", "TavEmp.Close", "-",
+                self.assertErrorHas(2, "tavctl: ", tavctl("call", "a:1", "TavEmp.Close", "-",
                                                           stdin=text))
 
     def testATextIsAStringOrHexAndNothingElse(self):
         for text in (b"7", b"{}", b'{"hex":7}', b'{"hex":"00","x":1}', b'{"x":"00"}'):
             with self.subTest(text):
-                self.assertEndsWith(2, 'cmd takes a string, or {"hex": "..."}',
+                self.assertErrorHas(2, 'cmd takes a string, or {"hex": "..."}',
                                     tavctl("call", "a:1", "TavEmp.Execute", "-",
                                            stdin=b'{"cmd":%s}' % text))
 
     def testAFieldIsNotPutIntoAnArgumentThatIsNotARecord(self):
         for value in (b"5", b"[]", b'"x"'):
             with self.subTest(value):
-                self.assertEndsWith(2, "connectionInfo takes an object with the fields callback",
+                self.assertErrorHas(2, "connectionInfo takes an object with the fields callback",
                                     tavctl("call", "a:1", "CloseEmp", "-", "connectionInfo.empID=x",
                                            stdin=b'{"connectionInfo":%s}' % value))
 
@@ -254,21 +254,21 @@ class StatusTest(ToolTest):
                               (9, "nested too deeply"), (100000, "nested too deeply")]:
             with self.subTest(levels):
                 deep = levels * b'{"x":' + b"1" + levels * b"}"
-                self.assertEndsWith(2, error, tavctl("call", "a:1", "TavEmp.Close", "-",
+                self.assertErrorHas(2, error, tavctl("call", "a:1", "TavEmp.Close", "-",
                                                      stdin=deep))
 
     def testHalfAByteOfHexInArgumentsIsTwo(self):
         for digits, status, error in [(b"0a", 3, "cannot connect"), (b"0", 2, "half a byte"),
                                       (b"0a0", 2, "half a byte")]:
             with self.subTest(digits):
-                self.assertEndsWith(status, error,
+                self.assertErrorHas(status, error,
                                     tavctl("call", "unix:/nonexistent", "TavEmp.Execute", "-",
                                            stdin=b'{"cmd":{"hex":"%s"}}' % digits))
 
     def testNoConnectionIsThree(self):
         with socket.create_server(("127.0.0.1", 0)) as closed:
             address = "127.0.0.1:%d" % closed.getsockname()[1]
-        self.assertEndsWith(3, "tavctl: TavEmp.Close at %s: cannot connect: Connection refused; "
+        self.assertErrorHas(3, "tavctl: TavEmp.Close at %s: cannot connect: Connection refused; "
                             "check that it runs and listens there\n" % address,
                             tavctl("call", address, "TavEmp.Close"))
 
@@ -281,7 +281,7 @@ class StatusTest(ToolTest):
                 self.addCleanup(waiting.close)
                 waiting.setblocking(False)
                 waiting.connect_ex(full.getsockname())
-            self.assertEndsWith(3, "TavEmp.Close at %s: cannot connect: " % address,
+            self.assertErrorHas(3, "TavEmp.Close at %s: cannot connect: " % address,
                                 tavctl("call", address, "TavEmp.Close", "--connect-timeout", "0.2"))
 
     def testASignalEndsAHangingCall(self):
@@ -318,14 +318,14 @@ class StatusTest(ToolTest):
                 self.assertEqual(-number, process.wait()[0])
 
     def testAHostThatIsNotFoundIsThreeAndItsNameToBeChecked(self):
-        self.assertEndsWith(3, "; check the name, or give its IP address\n",
+        self.assertErrorHas(3, "; check the name, or give its IP address\n",
                             tavctl("call", "host.invalid:1", "TavEmp.Close"))
 
     def testNoReplyInTimeIsFour(self):
         never = threading.Event()
         self.addCleanup(never.set)
         peer = Peer(self, lambda connection: never.wait(PATIENCE))
-        self.assertEndsWith(4, "no answer in time: 200 ms; try a longer --timeout, or see tavctl "
+        self.assertErrorHas(4, "no answer in time: 200 ms; try a longer --timeout, or see tavctl "
                             "probe %s\n" % peer.address,
                             self.close(peer, "--timeout", "0.2"))
 
@@ -339,7 +339,7 @@ class StatusTest(ToolTest):
             while not never.wait(0.05):
                 connection.sendall(b"x")
 
-        self.assertEndsWith(4, "no answer in time", self.close(Peer(self, drip), "--timeout", "0.4"))
+        self.assertErrorHas(4, "no answer in time", self.close(Peer(self, drip), "--timeout", "0.4"))
 
     def testAnApplicationExceptionIsFive(self):
         class Refusing(Emp):
@@ -347,7 +347,7 @@ class StatusTest(ToolTest):
                 raise TavEmp.TApplicationException(1, "not\nhere")
 
         peer = generated_peer(self, TavEmp.Processor(Refusing()))
-        self.assertEndsWith(5, "tavctl: TavEmp.Close at %s: the peer answered UNKNOWN_METHOD: "
+        self.assertErrorHas(5, "tavctl: TavEmp.Close at %s: the peer answered UNKNOWN_METHOD: "
                             "not\\nhere; it may serve another service, see tavctl describe\n"
                             % peer.address, self.close(peer))
 
@@ -364,11 +364,11 @@ class StatusTest(ToolTest):
             with self.subTest(name):
                 peer = saying(self, answer)
                 ended = self.close(peer)
-                self.assertEndsWith(6, "tavctl: TavEmp.Close at %s: " % peer.address, ended)
+                self.assertErrorHas(6, "tavctl: TavEmp.Close at %s: " % peer.address, ended)
                 self.assertIn("; see tavctl probe %s\n" % peer.address, ended[2])
 
     def testAFrameOverTheLimitIsSix(self):
-        self.assertEndsWith(6, "", self.close(saying(self, bytes.fromhex("7fffffff")),
+        self.assertErrorHas(6, "", self.close(saying(self, bytes.fromhex("7fffffff")),
                                               "--transport", "framed"))
 
     def testJsonWithoutEndIsSixAndNotAllOfTheMemory(self):
@@ -378,7 +378,7 @@ class StatusTest(ToolTest):
             while True:
                 connection.sendall(65536 * b"x")
 
-        self.assertEndsWith(6, "longer than 16777216 bytes",
+        self.assertErrorHas(6, "longer than 16777216 bytes",
                             self.close(Peer(self, endless), "--protocol", "json", "--timeout",
                                        "3600"))
 
@@ -397,7 +397,7 @@ class StatusTest(ToolTest):
             with self.subTest(kind):
                 answer = bytes.fromhex("80010003 00000005 436c6f7365 00000000 08 0002") + \
                     kind.to_bytes(4, "big", signed=True) + b"\0"
-                self.assertEndsWith(5, "the peer answered %s: " % name,
+                self.assertErrorHas(5, "the peer answered %s: " % name,
                                     self.close(saying(self, answer)))
 
     def testAnErrorIsATextWithJsonWhateverThePeerSays(self):
@@ -500,12 +500,12 @@ class TlsTest(ToolTest):
                                                 "--ca", self.file("right.crt")))
 
     def testAPeerThatIsNotTrustedIsNotConnectedTo(self):
-        self.assertEndsWith(3, "check the certificates",
+        self.assertErrorHas(3, "check the certificates",
                             tavctl("call", self.server(), "TavEmp.Close", "--tls",
                                    "--ca", self.file("wrong.crt")))
 
     def testAPeerWithAnotherNameIsNotConnectedTo(self):
-        self.assertEndsWith(3, "check the certificates",
+        self.assertErrorHas(3, "check the certificates",
                             tavctl("call", self.server("elsewhere"), "TavEmp.Close", "--tls",
                                    "--ca", self.file("elsewhere.crt")))
 
@@ -513,7 +513,7 @@ class TlsTest(ToolTest):
         never = threading.Event()
         self.addCleanup(never.set)
         peer = Peer(self, lambda connection: never.wait(PATIENCE))
-        self.assertEndsWith(3, "check the certificates, and that it speaks TLS there",
+        self.assertErrorHas(3, "check the certificates, and that it speaks TLS there",
                             tavctl("call", peer.address, "TavEmp.Close", "--tls", "--ca",
                                    self.file("right.crt"), "--connect-timeout", "0.2"))
 
@@ -521,21 +521,21 @@ class TlsTest(ToolTest):
         for option in ("--ca", "--cert", "--key"):
             files = {"--ca": self.file("right.crt"), option: "/nonexistent"}
             with self.subTest(option):
-                self.assertEndsWith(2, "cannot use '/nonexistent': No such file or directory",
+                self.assertErrorHas(2, "cannot use '/nonexistent': No such file or directory",
                                     tavctl("probe", "127.0.0.1:1", "--tls",
                                            *[word for pair in files.items() for word in pair]))
 
     def testProbeWithTlsReportsProtocolAndTransport(self):
         peer = start(self, "serve", "emp", "--protocol", "compact", "--transport", "framed", "--tls",
                      "--cert", self.file("right.crt"), "--key", self.file("right.key")).address()
-        self.assertEndsWith(6, "it seems to speak compact over framed, try --protocol compact "
+        self.assertErrorHas(6, "it seems to speak compact over framed, try --protocol compact "
                             "--transport framed", tavctl("probe", peer, "--tls", "--ca",
                                                          self.file("right.crt")))
 
     def testProbeSaysThatAPeerHangsThatNeverAnswersTheHandshake(self):
         peer = Peer(self, lambda connection: connection.recv(1) and connection.recv(1 << 20)
                     and connection.recv(1))
-        self.assertEndsWith(4, peer.address + " accepts connections but does not answer: it hangs, "
+        self.assertErrorHas(4, peer.address + " accepts connections but does not answer: it hangs, "
                             "or all its threads are busy; if it answers others, check that it speaks "
                             "TLS there\n",
                             tavctl("probe", peer.address, "--tls", "--ca", self.file("right.crt"),
@@ -616,7 +616,7 @@ class TlsTest(ToolTest):
 
     def testFilesThatAreNotCertificatesAreBadUsage(self):
         file = self.file("right.key")
-        self.assertEndsWith(2, "TLS: cannot use '%s': " % file,
+        self.assertErrorHas(2, "TLS: cannot use '%s': " % file,
                             tavctl("call", self.server(), "TavEmp.Close", "--tls", "--ca", file))
 
 

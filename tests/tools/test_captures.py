@@ -387,10 +387,10 @@ class HostileTest(Captures):
 
     def testGarbageIsNotACapture(self):
         for data in (b"", b"\xd4\xc3\xb2\xa1", b"x" * 100, b"\x0a\x0d\x0d\x0a" + b"\xff" * 100):
-            self.assertEndsWith(6, "this is not a capture that can be read",
+            self.assertErrorHas(6, "this is not a capture that can be read",
                                 decode(data, "--format", "pcap"))
         for link, name in [(105, "IEEE802_11"), (9999, "9999")]:
-            self.assertEndsWith(2, "packets of link type %s cannot be read" % name,
+            self.assertErrorHas(2, "packets of link type %s cannot be read" % name,
                                 decode(pcap([])[:20] + struct.pack("<I", link)))
 
     def testInputThatCannotBeReadIsNotACapture(self):
@@ -442,7 +442,7 @@ class HostileTest(Captures):
         talks = talk, Talk(("10.0.0.3", 40000))
         shared = [record(talks[i % 2].make("client", part), 0, None) for i in range(1025)]
         for opened, records in ((talk.packets, data[1:]), (talks[1].packets, shared)):
-            self.assertEndsWith(2, "tavctl: the capture has more than 64 MiB of messages; take a part "
+            self.assertErrorHas(2, "tavctl: the capture has more than 64 MiB of messages; take a part "
                                 "of it, with tcpdump -r FILE -w PART port NUMBER\n",
                                 decode(pcap(opened) + b"".join(records)))
 
@@ -465,7 +465,7 @@ class HostileTest(Captures):
     def testTheNumberOfConversationsIsBounded(self):
         data = pcap([segment(("10.%d.%d.1" % divmod(number, 256), 1), SERVER, 0, flags=SYN)
                      for number in range(10001)])
-        self.assertEndsWith(2, "more than 10000 conversations", decode(data))
+        self.assertErrorHas(2, "more than 10000 conversations", decode(data))
 
 
 class SequenceTest(ToolTest):
@@ -529,8 +529,8 @@ class SequenceTest(ToolTest):
             self.assertEqual("    p1->>p2: " + text, out.splitlines()[-1])
 
     def testOtherBytesAreNotACapture(self):
-        self.assertEndsWith(2, "--sequence takes a capture", decode(CALL, "--sequence"))
-        self.assertEndsWith(2, "excludes", decode(CALL, "--sequence", "--json"))
+        self.assertErrorHas(2, "--sequence takes a capture", decode(CALL, "--sequence"))
+        self.assertErrorHas(2, "excludes", decode(CALL, "--sequence", "--json"))
 
 
 if __name__ == "__main__":

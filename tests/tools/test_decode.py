@@ -27,11 +27,11 @@ class DecodeTest(ToolTest):
         self.assertEqual((0, self.SHOWN % 25, ""), decode((text.upper() + "\r\n").encode()))
 
     def testHalfAByteOfHexIsBadUsage(self):
-        self.assertEndsWith(2, "this is not a hexadecimal byte, at character 3",
+        self.assertErrorHas(2, "this is not a hexadecimal byte, at character 3",
                             decode(b"80 0", "--format", "hex"))
 
     def testBadHexIsBadUsage(self):
-        self.assertEndsWith(2, "this is not a hexadecimal byte, at character 3",
+        self.assertErrorHas(2, "this is not a hexadecimal byte, at character 3",
                             decode(b"80 0x", "--format", "hex"))
 
     def testAFileIsDecodedAsStandardInputIs(self):
@@ -41,7 +41,7 @@ class DecodeTest(ToolTest):
         self.assertEqual((0, self.SHOWN % 25, ""), tavctl("decode", path))
 
     def testWhatCannotBeReadIsBadUsage(self):
-        self.assertEndsWith(2, "cannot read '/': Is a directory", tavctl("decode", "/"))
+        self.assertErrorHas(2, "cannot read '/': Is a directory", tavctl("decode", "/"))
         with open(os.path.join(self.directory(), "unreadable"), "wb") as unreadable:
             ended = subprocess.run([TAVCTL, "decode"], stdin=unreadable, capture_output=True)
         self.assertEqual(2, ended.returncode)
@@ -329,8 +329,8 @@ class BrokenTest(ToolTest):
                            (head + b'{"connection":1,"from":"client","hex":"8"}\n', 2),
                            (head + b"[" * 100000, 2)]:
             with self.subTest(data[:80]):
-                self.assertEndsWith(6, "line %d is not one that tavctl spy writes" % line, decode(data))
-        self.assertEndsWith(6, "a line is too long", decode(head + b"[" * 40000000))
+                self.assertErrorHas(6, "line %d is not one that tavctl spy writes" % line, decode(data))
+        self.assertErrorHas(6, "a line is too long", decode(head + b"[" * 40000000))
 
 
 class HostileTest(ToolTest):

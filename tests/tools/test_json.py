@@ -75,7 +75,7 @@ class JsonTest(ToolTest):
         for result in ('{"0":{"i32":}}', '{"9":{"i8":300}}', '{"0":{"i32":2147483648}}'):
             with self.subTest(result):
                 peer = saying(self, b'[1,"Close",2,0,%s]' % result.encode())
-                self.assertEndsWith(6, "the peer sent something that is not a reply: this ",
+                self.assertErrorHas(6, "the peer sent something that is not a reply: this ",
                                     tavctl("call", peer.address, "TavEmp.Close", "--protocol", "json"))
 
     def testARequestIsCheckedAndOthersAreServed(self):

@@ -47,11 +47,11 @@ class ProbeTest(ToolTest):
 
     def testAWebServerIsKnown(self):
         peer = saying(self, b"HTTP/1.1 400 Bad Request\r\n\r\n")
-        self.assertEndsWith(6, "; it seems to speak HTTP\n", tavctl("probe", peer.address))
+        self.assertErrorHas(6, "; it seems to speak HTTP\n", tavctl("probe", peer.address))
 
     def testTlsIsKnown(self):
         peer = saying(self, bytes.fromhex("15030100020228"))
-        self.assertEndsWith(6, "; it seems to speak TLS, try --tls\n", tavctl("probe", peer.address))
+        self.assertErrorHas(6, "; it seems to speak TLS, try --tls\n", tavctl("probe", peer.address))
 
     def testWithTextAllHasBeenTriedAtASilentPeer(self):
         """Which is asked on then: the user takes the risk."""
@@ -64,7 +64,7 @@ class ProbeTest(ToolTest):
             never.wait(PATIENCE)
 
         ended = tavctl("probe", Peer(self, silent).address, "--try-text", "--timeout", "0.5")
-        self.assertEndsWith(4, "; it speaks no protocol that was tried; it may use TLS (--tls)\n", ended)
+        self.assertErrorHas(4, "; it speaks no protocol that was tried; it may use TLS (--tls)\n", ended)
         self.assertLess(1, len(asked))
 
     def testTextIsSentOnlyIfAnOptionAsksForIt(self):
@@ -79,27 +79,27 @@ class ProbeTest(ToolTest):
 
     def testAnAnswerThatIsNotAnExceptionIsReported(self):
         reply = bytes.fromhex("80010002 0000000c 74617663746c2e70726f6265 00000000 00")
-        self.assertEndsWith(6, "it answers as if there were this operation",
+        self.assertErrorHas(6, "it answers as if there were this operation",
                             tavctl("probe", saying(self, reply).address))
 
     def testAStrangerIsNot(self):
         peer = saying(self, b"what?")
-        self.assertEndsWith(6, "; it speaks no protocol that was tried; it may use TLS (--tls), or "
+        self.assertErrorHas(6, "; it speaks no protocol that was tried; it may use TLS (--tls), or "
                             "speak JSON or HTTP (see --try-text)\n", tavctl("probe", peer.address))
 
     def testBadUsageIsReportedWithoutAsking(self):
-        self.assertEndsWith(2, "--tls needs --ca, to check the peer's certificate\n",
+        self.assertErrorHas(2, "--tls needs --ca, to check the peer's certificate\n",
                             tavctl("probe", "127.0.0.1:1", "--tls"))
 
     def testTheAddressMayComeFromTheEnvironment(self):
         peer = generated_peer(self, TavEmp.Processor(Emp()))
         self.assertEqual(0, tavctl("probe", TAVCTL_ADDRESS=peer.address)[0])
-        self.assertEndsWith(2, "an ADDRESS is missing", tavctl("probe"))
+        self.assertErrorHas(2, "an ADDRESS is missing", tavctl("probe"))
 
     def testNobodyThereMeansNoConnection(self):
         with socket.create_server(("127.0.0.1", 0)) as closed:
             address = "127.0.0.1:%d" % closed.getsockname()[1]
-        self.assertEndsWith(3, "cannot connect", tavctl("probe", address))
+        self.assertErrorHas(3, "cannot connect", tavctl("probe", address))
 
     def testJsonIsOneObject(self):
         peer = generated_peer(self, TavEmp.Processor(Emp()))
@@ -353,12 +353,12 @@ class SpyTest(ToolTest):
         self.assertEqual("TIME", untimed(json.loads(spy.line())["time"]))
 
     def testADashIsNotTheNameOfAFile(self):
-        self.assertEndsWith(2, "--write takes the name of a file; --json prints",
+        self.assertErrorHas(2, "--write takes the name of a file; --json prints",
                             tavctl("spy", "127.0.0.1:0", "127.0.0.1:1", "--write", "-"))
         self.assertFalse(os.path.exists("-"))
 
     def testAFileThatCannotBeWrittenIsReportedAtOnce(self):
-        self.assertEndsWith(6, "cannot write to '/nonexistent/file'",
+        self.assertErrorHas(6, "cannot write to '/nonexistent/file'",
                             tavctl("spy", "127.0.0.1:0", "127.0.0.1:1", "--write",
                                    "/nonexistent/file"))
 

@@ -197,7 +197,7 @@ class OpenTest(ToolTest):
         never = threading.Event()
         self.addCleanup(never.set)
         silent = Peer(self, lambda connection: never.wait(PATIENCE)).address
-        self.assertEndsWith(4, "; an EMP may be left open",
+        self.assertErrorHas(4, "; an EMP may be left open",
                             self.open(silent, "camera", "1.0", "--timeout", "0.1"))
         closed = "127.0.0.1:%d" % free_port()
         self.assertNotIn("left open", self.open(closed, "camera", "1.0")[2])
@@ -205,11 +205,11 @@ class OpenTest(ToolTest):
     def testOtherWordsThanItsThreeAreBadUsage(self):
         for words in (["a:1"], ["a:1", "camera", "1.0", "2.0"]):
             with self.subTest(words):
-                self.assertEndsWith(2, "open takes ADDRESS NAME VERSION; see tavctl open --help\n",
+                self.assertErrorHas(2, "open takes ADDRESS NAME VERSION; see tavctl open --help\n",
                                     self.open(*words))
 
     def testTheOperationsOfAnEmpAreListed(self):
-        self.assertEndsWith(2, "TavEmp has no operation 'Opn'; there are Open, Close, Execute, "
+        self.assertErrorHas(2, "TavEmp has no operation 'Opn'; there are Open, Close, Execute, "
                             "ExecuteWithParamList\n",
                             self.open("a:1", "camera", "1.0", "--run", "Opn"))
 
@@ -220,7 +220,7 @@ class OpenTest(ToolTest):
         self.assertEqual("TavBroker.OpenEmp", process.line())
         process.signal(signal.SIGTERM)
         self.assertEqual(0, process.wait()[0])
-        self.assertEndsWith(2, "an ADDRESS is missing; give one, or set TAVCTL_ADDRESS",
+        self.assertErrorHas(2, "an ADDRESS is missing; give one, or set TAVCTL_ADDRESS",
                             self.open("camera", "1.0"))
 
     def testASecondSignalEndsItWhateverHangs(self):
@@ -418,7 +418,7 @@ class ListenTest(ToolTest):
     def testAPortThatIsTakenIsReportedAtOnce(self):
         taken = socket.create_server(("127.0.0.1", 0))
         self.addCleanup(taken.close)
-        self.assertEndsWith(3, "tavctl: cannot listen on 127.0.0.1:%d: Address already in use; "
+        self.assertErrorHas(3, "tavctl: cannot listen on 127.0.0.1:%d: Address already in use; "
                             "choose another address, or port 0 for any\n" % taken.getsockname()[1],
                             tavctl("listen", "--port", str(taken.getsockname()[1])))
 

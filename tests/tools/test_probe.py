@@ -189,7 +189,7 @@ class SilenceTest(ToolTest):
         for words in ((), ("--transport", "framed")):
             del received[:]
             with self.subTest(words):
-                self.assertEndsWith(4, "tavctl: %s accepts connections but does not answer: it hangs, "
+                self.assertErrorHas(4, "tavctl: %s accepts connections but does not answer: it hangs, "
                                     "or all its threads are busy; if it answers others, check "
                                     "--protocol and --transport\n" % peer.address,
                                     tavctl("probe", peer.address, "--timeout", "0.2", *words))
