@@ -32,7 +32,8 @@ public:
     /// The descriptor is released by the destructor.
     void close() override = 0;
 
-    /// The peer's address, for example "127.0.0.1:40312", or "unix:PATH".
+    /// The peer's address, for example "127.0.0.1:40312", or "unix: process 1234": over a unix
+    /// socket, the system knows the peer's process.
     virtual std::string peer() const = 0;
 };
 

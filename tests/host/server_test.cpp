@@ -1,3 +1,4 @@
+#include <TavIDL/host/Connection.h>
 #include <TavIDL/host/Remote.h>
 #include <TavIDL/host/Server.h>
 #include <arpa/inet.h>
@@ -343,6 +344,18 @@ TEST(ServerTest, PassesAPlainConnectionToAFunction) {
     client.send("ping");
     EXPECT_EQ(client.receive(5), "ping");  // and the end, because the function has returned
     EXPECT_THAT(peers.all(), ElementsAre(StartsWith("127.0.0.1:")));
+}
+
+TEST(UnixSocketTest, NamesTheProcessOnItsOtherSide) {
+    const Directory directory;
+    Reports<std::string> peers;
+    const Server server(directory.socket(),
+                        [&](const std::shared_ptr<TavIDL::Connection>& connection) {
+                            peers.add(connection->peer());
+                        });
+    const std::string own = "unix: process " + std::to_string(getpid());
+    EXPECT_EQ(TavIDL::Connection::open(server.address())->peer(), own);
+    EXPECT_THAT(peers.waitFor(1), ElementsAre(own));
 }
 
 TEST(ServerTest, EndsAConnectionThatItsFunctionHasKept) {
