@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <future>
 #include <memory>
 #include <new>
@@ -176,7 +177,10 @@ TEST_F(TlsTest, WithoutCheckHostAnyHostOfTheAuthorityIsAccepted) {
 
 TEST_F(TlsTest, AClientWithoutTrustedFileTrustsTheSystemsAuthorities) {
     forClient.tls.trusted = "";
-    EXPECT_NE(failureOf(serve()->address()), "");  // ours is not one of them
+    EXPECT_NE(failureOf(serve()->address()), "");        // ours is not one of them
+    setenv("SSL_CERT_FILE", authority.file.c_str(), 1);  // where OpenSSL looks for them
+    EXPECT_EQ(failureOf(serve()->address()), "");
+    unsetenv("SSL_CERT_FILE");
 }
 
 // --- Which clients a server trusts
