@@ -4,12 +4,15 @@
 #include <fcntl.h>
 #include <netdb.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <time.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <string>
 
@@ -17,11 +20,28 @@ namespace {
 
 std::atomic<std::chrono::nanoseconds::rep> passed{0};
 std::atomic<long> live{0};
-std::atomic<bool> active[3];
+std::atomic<bool> active[2];
 std::atomic<std::chrono::milliseconds> expired{std::chrono::milliseconds(0)};
+
+std::atomic<const char*> failingFunction{""};
+std::atomic<int> errorOfFunction{0};
 
 std::atomic<bool>& isActive(substitutes::Behavior behavior) {
     return active[static_cast<int>(behavior)];
+}
+
+bool fails(const char* function) {
+    if (std::strcmp(failingFunction, function) != 0) {
+        return false;
+    }
+    errno = errorOfFunction;
+    return true;
+}
+
+// The system's function with the name of a function here.
+template <typename Function>
+Function* next(Function*, const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 }  // namespace
@@ -39,6 +59,15 @@ Substitute::Substitute(Behavior behavior) : behavior_(behavior) {
 Substitute::~Substitute() {
     isActive(behavior_) = false;
     passTime(-expired.exchange(std::chrono::milliseconds(0)));
+}
+
+Failing::Failing(const char* function, int error) {
+    errorOfFunction = error;
+    failingFunction = function;
+}
+
+Failing::~Failing() {
+    failingFunction = "";
 }
 
 long liveObjects() {
@@ -60,8 +89,7 @@ std::chrono::steady_clock::time_point std::chrono::steady_clock::now() noexcept 
 
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
                            addrinfo** found) {
-    static const auto real =
-        reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    static const auto real = next(getaddrinfo, "getaddrinfo");
     if (name == nullptr || std::string(name) != substitutes::kBothLoopbacks) {
         return real(name, service, hints, found);
     }
@@ -70,16 +98,29 @@ extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo
 }
 
 extern "C" int socket(int family, int type, int protocol) noexcept {
-    static const auto real = reinterpret_cast<decltype(&socket)>(dlsym(RTLD_NEXT, "socket"));
-    if (!isActive(Behavior::NoSockets)) {
-        return real(family, type, protocol);
-    }
-    errno = EMFILE;
-    return -1;
+    static const auto real = next(socket, "socket");
+    return fails("socket") ? -1 : real(family, type, protocol);
+}
+
+extern "C" int eventfd(unsigned value, int flags) noexcept {
+    static const auto real = next(eventfd, "eventfd");
+    return fails("eventfd") ? -1 : real(value, flags);
+}
+
+extern "C" int chmod(const char* path, mode_t mode) noexcept {
+    static const auto real = next(chmod, "chmod");
+    return fails("chmod") ? -1 : real(path, mode);
+}
+
+extern "C" int getnameinfo(const sockaddr* address, socklen_t size, char* host, socklen_t hostSize,
+                           char* service, socklen_t serviceSize, int flags) {
+    static const auto real = next(getnameinfo, "getnameinfo");
+    return fails("getnameinfo") ? EAI_MEMORY
+                                : real(address, size, host, hostSize, service, serviceSize, flags);
 }
 
 extern "C" int connect(int descriptor, const sockaddr* address, socklen_t size) {
-    static const auto real = reinterpret_cast<decltype(&connect)>(dlsym(RTLD_NEXT, "connect"));
+    static const auto real = next(connect, "connect");
     if (isActive(Behavior::ConnectExpires)) {
         errno = EINPROGRESS;
         return -1;
@@ -96,7 +137,7 @@ extern "C" int connect(int descriptor, const sockaddr* address, socklen_t size) 
 }
 
 extern "C" int poll(pollfd* descriptors, nfds_t count, int timeout) {
-    static const auto real = reinterpret_cast<decltype(&poll)>(dlsym(RTLD_NEXT, "poll"));
+    static const auto real = next(poll, "poll");
     if (count == 1 && descriptors->events == POLLOUT &&
         isActive(Behavior::ConnectExpires).exchange(false)) {
         expired = std::chrono::milliseconds(timeout);

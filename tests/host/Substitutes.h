@@ -16,10 +16,7 @@ enum class Behavior {
     ConnectsImmediately,  // connect() returns only when the connection is made
     // The next connection is never made: the wait for it ends at once, and the clock moves until
     // the substitute's end as if it had expired.
-    ConnectExpires,
-    // There is no descriptor for another socket. (The sanitizers need descriptors of their own, so
-    // the system's limit must not be lowered.)
-    NoSockets
+    ConnectExpires
 };
 
 // In its lifetime, the system behaves like this.
@@ -32,6 +29,16 @@ public:
 
 private:
     const Behavior behavior_;
+};
+
+// In its lifetime, the function socket, eventfd, chmod or getnameinfo fails with this error. (The
+// sanitizers need descriptors of their own, so the system's limit must not be lowered.)
+class Failing {
+public:
+    Failing(const char* function, int error);
+    ~Failing();
+    Failing(const Failing&) = delete;
+    Failing& operator=(const Failing&) = delete;
 };
 
 // The number of objects that were created by `new` and not deleted.

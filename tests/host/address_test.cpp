@@ -100,14 +100,6 @@ TEST(AddressTest, IsLookedUpOnlyByCalls) {
                 AnyOf(EndsWith(gai_strerror(EAI_NONAME)), EndsWith(gai_strerror(EAI_AGAIN))));
 }
 
-TEST(AddressTest, IsNotTheReasonIfThereAreNoDescriptors) {
-    const Substitute none(Behavior::NoSockets);
-    const auto failure = calls::failureOf([] { TavIDL::Connection::open("unix:/none"); });
-    EXPECT_STREQ(failure.what(),
-                 "Connection::open at unix:/none: cannot connect: "
-                 "cannot make a socket: Too many open files");
-}
-
 // The first address refuses the connection.
 TEST(AddressTest, OfANameIsTriedUntilOneConnects) {
     const TavIDL::Server server("127.0.0.1:0", std::make_shared<Emp>());

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "Calls.h"
+#include "Substitutes.h"
 
 using calls::CallFailed;
 using calls::failureOf;
@@ -247,6 +248,22 @@ TEST_P(DeadlineTest, OfAPlainConnectionAppliesToEachRead) {
     }
     listener_.accept().send("x");
     EXPECT_EQ(connection->read(&byte, 1), 1U);
+}
+
+// So much that it has to wait for the peer to read.
+TEST_P(DeadlineTest, OfAPlainConnectionAppliesToEachWrite) {
+    TavIDL::Settings settings = this->settings();
+    settings.callTimeout = std::chrono::hours(1);
+    const auto connection = TavIDL::Connection::open(listener_.address(), settings);
+    const std::string bytes(16 << 20, 'x');
+    peers::Peer peer = listener_.accept();
+    Running reader([&] { return std::to_string(peer.receive(2 * bytes.size()).size()); });
+    for (int i = 0; i < 2; ++i) {
+        connection->write(reinterpret_cast<const uint8_t*>(bytes.data()),
+                          static_cast<uint32_t>(bytes.size()));
+        substitutes::passTime(std::chrono::hours(1));
+    }
+    EXPECT_EQ(reader.result(), std::to_string(2 * bytes.size()));
 }
 
 }  // namespace

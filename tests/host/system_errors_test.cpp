@@ -1,0 +1,87 @@
+// Exceptions name the function of the system that failed, and the address.
+
+#include <TavIDL/host/Connection.h>
+#include <TavIDL/host/Server.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <system_error>
+
+#include "Calls.h"
+#include "Substitutes.h"
+#include "Support.h"
+
+namespace {
+
+using substitutes::Failing;
+
+std::string failureToServeAt(const std::string& address) {
+    try {
+        const TavIDL::Server server(address, std::make_shared<Emp>());
+    } catch (const std::system_error& failure) {
+        return failure.what();
+    }
+    return "";
+}
+
+TEST(SystemErrorTest, NamesTheSocketThatAClientCannotMake) {
+    const Failing none("socket", EMFILE);
+    const auto failure = calls::failureOf([] { TavIDL::Connection::open("unix:/none"); });
+    EXPECT_STREQ(failure.what(),
+                 "Connection::open at unix:/none: cannot connect: "
+                 "cannot make a socket: Too many open files");
+}
+
+TEST(SystemErrorTest, NamesTheLocalAddressThatIsNotKnown) {
+    const TavIDL::Server server(":0", std::make_shared<Emp>());
+    const Failing nameless("getnameinfo", 0);
+    const auto failure = calls::failureOf([&] { TavIDL::Connection::open(server.address()); });
+    EXPECT_EQ(failure.what(), "Connection::open at " + server.address() +
+                                  ": cannot connect: cannot get the connection's local address");
+}
+
+TEST(SystemErrorTest, NamesTheSocketThatAServerCannotMake) {
+    const Failing none("socket", EMFILE);
+    EXPECT_EQ(failureToServeAt(":0"), "cannot make a socket: Too many open files");
+}
+
+TEST(SystemErrorTest, NamesThePortInUse) {
+    const TavIDL::Server first(":0", std::make_shared<Emp>());
+    EXPECT_EQ(failureToServeAt(first.address()),
+              "cannot listen on " + first.address() + ": Address already in use");
+}
+
+TEST(SystemErrorTest, NamesThePathThatDoesNotExist) {
+    const Directory directory;
+    const std::string address = directory.socket("missing/socket");
+    EXPECT_EQ(failureToServeAt(address),
+              "cannot listen on " + address + ": No such file or directory");
+}
+
+TEST(SystemErrorTest, NamesThePathWhosePermissionsCannotBeSet) {
+    const Directory directory;
+    const Failing permissions("chmod", EPERM);
+    EXPECT_EQ(failureToServeAt(directory.socket()),
+              "cannot listen on " + directory.socket() + ": Operation not permitted");
+}
+
+TEST(SystemErrorTest, NamesTheEventDescriptorOfAServer) {
+    const Failing none("eventfd", EMFILE);
+    EXPECT_EQ(failureToServeAt(":0"), "eventfd: Too many open files");
+}
+
+// A process makes it when it first waits for a signal; no other test in this program does.
+TEST(SystemErrorTest, NamesTheEventDescriptorForSignals) {
+    TavIDL::Server server(":0", std::make_shared<Emp>());
+    const Failing none("eventfd", EMFILE);
+    try {
+        server.runUntilSignal();
+        FAIL() << "a signal came";
+    } catch (const std::system_error& failure) {
+        EXPECT_STREQ(failure.what(), "eventfd: Too many open files");
+    }
+}
+
+}  // namespace
