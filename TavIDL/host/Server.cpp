@@ -1,6 +1,5 @@
 #include <TavIDL/host/Server.h>
 
-#include <stdexcept>
 #include <utility>
 
 #include "acceptor.h"
@@ -14,10 +13,7 @@ namespace {
 
 template <typename Processor, typename Handler>
 std::shared_ptr<TProcessor> processorOf(std::shared_ptr<Handler> handler) {
-    if (!handler) {
-        throw std::invalid_argument("a server needs a handler, but got a null pointer");
-    }
-    return std::make_shared<Processor>(std::move(handler));
+    return handler ? std::make_shared<Processor>(std::move(handler)) : nullptr;
 }
 
 }  // namespace
