@@ -380,7 +380,7 @@ TEST_P(Stopping, FinishDisconnectsACallThatTakesTooLong) {
     serve();
     const auto idle = connectAndCall();
     const auto client = connect();
-    send(client, requestFor("wait"));
+    send(client, requestFor("wait") + requestFor("too late"));
     emp->entered.wait();
     std::thread watcher([&] {
         receive(client, 1);  // the connection ends
@@ -388,6 +388,7 @@ TEST_P(Stopping, FinishDisconnectsACallThatTakesTooLong) {
     });
     server->finish();
     watcher.join();
+    EXPECT_THAT(emp->handled.all(), ElementsAre("read", "wait"));
     EXPECT_THAT(reports.all(),
                 ElementsAre(HasSubstr("disconnected: its call takes longer than stopTimeout")));
 }
