@@ -120,6 +120,18 @@ class DecodeTest(ToolTest):
         message = bytes.fromhex("80010001 00000001 78 00000000 0b 0001 00000004 c2a7c285 00")
         self.assertIn('string "\u00a7\\u0085"\n', decode(message)[1])
 
+    def testCharactersThatTurnOrEndALineAreEscaped(self):
+        around = ("\u061b", "\u061d", "\u200d", "\u2010", "\u2027", "\u202f", "\u2065", "\u206a",
+                  "\U0001f600", "\u00a0")
+        turning = ("\u061c", "\u200e", "\u200f", "\u2028", "\u202e", "\u2066", "\u2069")
+        for character, expected in [
+                *((same, same) for same in around),
+                *((each, f"\\u{ord(each):04x}") for each in turning)]:
+            text = character.encode()
+            message = (bytes.fromhex("80010001 00000001 78 00000000 0b 0001") +
+                       len(text).to_bytes(4, "big") + text + b"\0")
+            self.assertIn(f'string "{expected}"\n', decode(message)[1])
+
     def testControlCharactersAreEscapedInContainersAndInJson(self):
         message = bytes.fromhex("80010001 00000001 78 00000000 0f 0001 0b 00000002"
                                 "00000001 7f 00000002 c285 00")

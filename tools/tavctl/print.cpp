@@ -8,7 +8,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 #include <mutex>
+#include <string_view>
+#include <utility>
 
 #include "stop.h"
 
@@ -39,16 +42,32 @@ std::string masked(std::string text) {
     return text;
 }
 
-// One line of JSON, in which DEL and the control characters beyond ASCII are escaped, too:
-// terminals obey them.
+// Terminals obey these characters: DEL, the control characters beyond ASCII, and those that end a
+// line or turn the direction in which it is shown.
+bool isObeyed(std::string_view character) {
+    constexpr std::pair<std::string_view, std::string_view> kRanges[] = {{"\u007f", "\u009f"},
+                                                                         {"\u061c", "\u061c"},
+                                                                         {"\u200e", "\u200f"},
+                                                                         {"\u2028", "\u202e"},
+                                                                         {"\u2066", "\u2069"}};
+    return std::any_of(std::begin(kRanges), std::end(kRanges), [&](const auto& range) {
+        return range.first <= character && character <= range.second;
+    });
+}
+
+// One line of JSON without control characters.
 std::string dumped(const Json& value) {
-    std::string line = value.dump(-1, ' ', false, Json::error_handler_t::replace);
-    for (std::size_t i = 0; i < line.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(line[i]);
-        const bool pair = byte == 0xC2 && static_cast<unsigned char>(line[i + 1]) < 0xA0;
-        if (byte == 0x7F || pair) {
-            const std::string code = toHex(line.substr(i + (pair ? 1 : 0), 1));
-            line.replace(i, pair ? 2 : 1, "\\u00" + code);
+    const std::string utf8 = value.dump(-1, ' ', false, Json::error_handler_t::replace);
+    std::string line;
+    for (std::size_t at = 0, size = 0; at < utf8.size(); at += size) {
+        const auto first = static_cast<unsigned char>(utf8[at]);
+        size = first < 0x80 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+        const std::string_view character = std::string_view(utf8).substr(at, size);
+        if (isObeyed(character)) {
+            const std::string code = Json(character).dump(-1, ' ', true);  // in quotes
+            line.append(code, 1, code.size() - 2);
+        } else {
+            line += character;
         }
     }
     return line;
