@@ -20,6 +20,7 @@ namespace {
 
 std::atomic<std::chrono::nanoseconds::rep> passed{0};
 std::atomic<long> live{0};
+std::atomic<long> connects{0};
 std::atomic<bool> active[2];
 std::atomic<std::chrono::milliseconds> expired{std::chrono::milliseconds(0)};
 
@@ -68,6 +69,10 @@ Failing::Failing(const char* function, int error) {
 
 Failing::~Failing() {
     failingFunction = "";
+}
+
+long connectCalls() {
+    return connects;
 }
 
 long liveObjects() {
@@ -121,6 +126,7 @@ extern "C" int getnameinfo(const sockaddr* address, socklen_t size, char* host, 
 
 extern "C" int connect(int descriptor, const sockaddr* address, socklen_t size) {
     static const auto real = next(connect, "connect");
+    ++connects;
     if (isActive(Behavior::ConnectExpires)) {
         errno = EINPROGRESS;
         return -1;

@@ -41,6 +41,9 @@ public:
     Failing& operator=(const Failing&) = delete;
 };
 
+// How often connect() has been called.
+long connectCalls();
+
 // The number of objects that were created by `new` and not deleted.
 long liveObjects();
 

@@ -108,6 +108,15 @@ TEST(AddressTest, OfANameIsTriedUntilOneConnects) {
     EXPECT_EQ(execute(emp, "read"), "read done");
 }
 
+TEST(AddressTest, OfANameIsTriedOnce) {
+    const peers::ReservedPort nobody;
+    const long before = substitutes::connectCalls();
+    EXPECT_THROW(TavIDL::Connection::open(substitutes::kBothLoopbacks +
+                                          (":" + std::to_string(nobody.number()))),
+                 calls::CallFailed);
+    EXPECT_EQ(substitutes::connectCalls() - before, 2);
+}
+
 // Otherwise no time would be left for the call.
 TEST(AddressTest, ThatDoesNotAnswerLeavesTimeForTheNextOne) {
     const Substitute expiring(Behavior::ConnectExpires);

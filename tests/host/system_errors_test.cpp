@@ -42,6 +42,20 @@ TEST(SystemErrorTest, NamesTheLocalAddressThatIsNotKnown) {
                                   ": cannot connect: cannot get the connection's local address");
 }
 
+TEST(SystemErrorTest, LeavesAPeerUnknown) {
+    Gate nameless;
+    std::string peer;
+    TavIDL::Server server(":0", [&](const std::shared_ptr<TavIDL::Connection>& connection) {
+        nameless.wait();
+        peer = connection->peer();
+    });
+    const auto client = TavIDL::Connection::open(server.address());
+    const Failing names("getnameinfo", 0);
+    nameless.open();
+    server.finish();
+    EXPECT_EQ(peer, "unknown");
+}
+
 TEST(SystemErrorTest, NamesTheSocketThatAServerCannotMake) {
     const Failing none("socket", EMFILE);
     EXPECT_EQ(failureToServeAt(":0"), "cannot make a socket: Too many open files");
