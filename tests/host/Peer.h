@@ -295,7 +295,7 @@ inline long thisThread() {
     return ::syscall(SYS_gettid);
 }
 
-// Waits until the thread stays asleep in the kernel, because it is waiting for something.
+// Waits until the thread stays asleep in the kernel, because it is waiting for something, or ends.
 inline void waitUntilAsleep(long thread) {
     const std::string status = "/proc/self/task/" + std::to_string(thread) + "/status";
     std::string before;
@@ -303,6 +303,9 @@ inline void waitUntilAsleep(long thread) {
     int naps = 0;
     for (int same = 0; same < 20 && naps < 20;) {
         std::ifstream file(status);
+        if (!file) {
+            return;
+        }
         std::string line;
         std::string state;
         std::string switches;

@@ -172,12 +172,14 @@ TEST_P(DeadlineTest, EndsTheWaitForAConnection) {
     peers::Peer peer = listener_.accept();
     peer.receive(request_.size());
 
-    TavIDL::EmpBatch second(emp);
-    std::future<std::string> waiting = second.Execute(7, "read", "", "", "", "");
-    const CallFailed failure = failureOf([&] { second.run(milliseconds(20)); });
-    EXPECT_EQ(failure.reason(), CallFailed::NoAnswerInTime);
-    EXPECT_FALSE(failure.sent());
-    EXPECT_THAT(failure.what(), EndsWith(": all connections were in use for 20 ms"));
+    for (int i = 0; i < 2; ++i) {
+        TavIDL::EmpBatch other(emp);
+        std::future<std::string> waiting = other.Execute(7, "read", "", "", "", "");
+        const CallFailed failure = failureOf([&] { other.run(milliseconds(20)); });
+        EXPECT_EQ(failure.reason(), CallFailed::NoAnswerInTime);
+        EXPECT_FALSE(failure.sent());
+        EXPECT_THAT(failure.what(), EndsWith(": all connections were in use for 20 ms"));
+    }
 
     peer.send(messages_.reply("21.5"));
     EXPECT_EQ(first.result(), "21.5");
@@ -248,6 +250,15 @@ TEST_P(DeadlineTest, OfAPlainConnectionAppliesToEachRead) {
     }
     listener_.accept().send("x");
     EXPECT_EQ(connection->read(&byte, 1), 1U);
+}
+
+TEST(ConnectionTest, MayWaitForAWholeSecond) {
+    const peers::Listener listener;
+    TavIDL::Settings settings;
+    settings.callTimeout = milliseconds(1000);
+    const auto connection = TavIDL::Connection::open(listener.address(), settings);
+    uint8_t byte = 0;
+    EXPECT_THROW(connection->read(&byte, 1), apache::thrift::transport::TTransportException);
 }
 
 // So much that it has to wait for the peer to read.
