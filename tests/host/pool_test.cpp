@@ -91,6 +91,7 @@ TEST_P(PoolTest, HasNotSentACallIfItsConnectionWasResetJustBefore) {
     const CallFailed failure = failureOf([&] { execute(emp_, "read"); });
     EXPECT_EQ(failure.reason(), CallFailed::ConnectionClosed);
     EXPECT_FALSE(failure.sent());
+    EXPECT_THAT(failure.what(), testing::HasSubstr(": the connection was closed: cannot send: "));
 }
 
 TEST_P(PoolTest, LosesOneCallToARestartEvenIfSeveralConnectionsAreIdle) {

@@ -326,7 +326,9 @@ TEST(RemoteFailureTest, SaysThatAConnectionWasReset) {
     peers::Peer peer = listener.accept();
     peer.receive(1);
     peer.reset();
-    EXPECT_THAT(call.failure().what(), testing::EndsWith("Connection reset by peer"));
+    EXPECT_EQ(call.failure().what(), "TavEmp.Execute at " + listener.address() +
+                                         ": the connection was closed: cannot receive: "
+                                         "Connection reset by peer");
 }
 
 TEST(RemoteFailureTest, HasTheClosestTypeOfLibthrift) {
