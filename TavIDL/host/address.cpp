@@ -35,10 +35,9 @@ constexpr std::size_t kLongestPath = sizeof(sockaddr_un::sun_path) - 1;
 
 using AddressList = std::unique_ptr<addrinfo, void (*)(addrinfo*)>;
 
-AddressList lookUp(const Address& address, int flags) {
+AddressList lookUp(const Address& address) {
     addrinfo hints = {};
     hints.ai_socktype = SOCK_STREAM;
-    hints.ai_flags = flags | AI_NUMERICSERV;
     addrinfo* found = nullptr;
     const int error =
         getaddrinfo(address.host.c_str(), std::to_string(address.port).c_str(), &hints, &found);
@@ -200,7 +199,7 @@ Descriptor listenOnPath(const std::string& path, unsigned mode) {
 Descriptor listenOnPort(Address& address) {
     AddressList found(nullptr, freeaddrinfo);
     try {
-        found = lookUp(address, AI_PASSIVE);
+        found = lookUp(address);
     } catch (const std::runtime_error& failure) {
         throw std::system_error(EADDRNOTAVAIL, std::generic_category(), failure.what());
     }
@@ -238,7 +237,7 @@ Address addressFrom(const std::string& text, Role role) {
     const auto colon = text.rfind(':');
     address.host = text.substr(0, colon);
     const bool inBrackets =
-        address.host.size() > 2 && address.host.front() == '[' && address.host.back() == ']';
+        !address.host.empty() && address.host.front() == '[' && address.host.back() == ']';
     if (inBrackets) {
         address.host = address.host.substr(1, address.host.size() - 2);
     } else if (address.host.empty()) {
@@ -316,7 +315,7 @@ int Descriptor::release() {
 Descriptor connectTo(const Address& address, Clock::time_point end, const Attempt& attempt) {
     AddressList found(nullptr, freeaddrinfo);
     if (!address.isUnix()) {
-        found = lookUp(address, 0);
+        found = lookUp(address);
     }
     int error = 0;
     const addrinfo* target = found.get();
