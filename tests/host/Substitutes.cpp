@@ -154,7 +154,7 @@ extern "C" int poll(pollfd* descriptors, nfds_t count, int timeout) {
 }
 
 void* operator new(std::size_t size) {
-    void* const made = std::malloc(size == 0 ? 1 : size);
+    void* const made = fails("new") ? nullptr : std::malloc(size == 0 ? 1 : size);
     if (made == nullptr) {
         throw std::bad_alloc();
     }

@@ -31,11 +31,12 @@ private:
     const Behavior behavior_;
 };
 
-// In its lifetime, the function socket, eventfd, chmod or getnameinfo fails with this error. (The
-// sanitizers need descriptors of their own, so the system's limit must not be lowered.)
+// In its lifetime, the function socket, eventfd, chmod or getnameinfo fails with this error, or
+// `new` throws std::bad_alloc. (The sanitizers need descriptors of their own, so the system's limit
+// must not be lowered.)
 class Failing {
 public:
-    Failing(const char* function, int error);
+    explicit Failing(const char* function, int error = 0);
     ~Failing();
     Failing(const Failing&) = delete;
     Failing& operator=(const Failing&) = delete;

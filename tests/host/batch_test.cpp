@@ -6,6 +6,7 @@
 #include <thrift/protocol/TJSONProtocol.h>
 
 #include <algorithm>
+#include <future>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -13,6 +14,7 @@
 
 #include "Calls.h"
 #include "Echo.h"
+#include "Substitutes.h"
 
 using apache::thrift::TApplicationException;
 using calls::CallFailed;
@@ -371,6 +373,17 @@ TEST(BrokerBatchTest, SupportsAllOperations) {
     EXPECT_EQ(opened.get().empID, "abc");
     EXPECT_EQ(result.get(), "712345");
     EXPECT_TRUE(closed.get());
+}
+
+TEST(BatchMemoryTest, IsNotNeededToBreakThePromisesOfItsCalls) {
+    TavIDL::RemoteEmp emp("unix:/none");
+    auto batch = std::make_unique<TavIDL::EmpBatch>(emp);
+    std::future<std::string> result = batch->Execute(7, "read", "", "", "", "");
+    {
+        const substitutes::Failing none("new");
+        batch.reset();
+    }
+    EXPECT_THROW(result.get(), std::future_error);
 }
 
 }  // namespace

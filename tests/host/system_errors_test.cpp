@@ -36,7 +36,7 @@ TEST(SystemErrorTest, NamesTheSocketThatAClientCannotMake) {
 
 TEST(SystemErrorTest, NamesTheLocalAddressThatIsNotKnown) {
     const TavIDL::Server server(":0", std::make_shared<Emp>());
-    const Failing nameless("getnameinfo", 0);
+    const Failing nameless("getnameinfo");
     const auto failure = calls::failureOf([&] { TavIDL::Connection::open(server.address()); });
     EXPECT_EQ(failure.what(), "Connection::open at " + server.address() +
                                   ": cannot connect: cannot get the connection's local address");
@@ -50,7 +50,7 @@ TEST(SystemErrorTest, LeavesAPeerUnknown) {
         peer = connection->peer();
     });
     const auto client = TavIDL::Connection::open(server.address());
-    const Failing names("getnameinfo", 0);
+    const Failing names("getnameinfo");
     nameless.open();
     server.finish();
     EXPECT_EQ(peer, "unknown");
