@@ -299,7 +299,8 @@ inline long thisThread() {
 inline void waitUntilAsleep(long thread) {
     const std::string status = "/proc/self/task/" + std::to_string(thread) + "/status";
     std::string before;
-    // Or sleeps repeatedly, like a thread that waits for room in a unix socket's queue.
+    // Or sleeps repeatedly, like a thread that waits for room in a unix socket's queue. (Not: or is
+    // interrupted repeatedly, like a thread that is busy.)
     int naps = 0;
     for (int same = 0; same < 20 && naps < 20;) {
         std::ifstream file(status);
@@ -312,8 +313,8 @@ inline void waitUntilAsleep(long thread) {
         while (std::getline(file, line)) {
             if (line.compare(0, 6, "State:") == 0) {
                 state = line;
-            } else if (line.find("voluntary_ctxt_switches") != std::string::npos) {
-                switches += line;
+            } else if (line.compare(0, 9, "voluntary") == 0) {
+                switches = line;
             }
         }
         same = state.find('S') != std::string::npos &&

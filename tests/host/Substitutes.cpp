@@ -95,6 +95,9 @@ std::chrono::steady_clock::time_point std::chrono::steady_clock::now() noexcept 
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
                            addrinfo** found) {
     static const auto real = next(getaddrinfo, "getaddrinfo");
+    if (fails("getaddrinfo")) {
+        return EAI_SYSTEM;
+    }
     if (name == nullptr || std::string(name) != substitutes::kBothLoopbacks) {
         return real(name, service, hints, found);
     }
@@ -105,6 +108,11 @@ extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo
 extern "C" int socket(int family, int type, int protocol) noexcept {
     static const auto real = next(socket, "socket");
     return fails("socket") ? -1 : real(family, type, protocol);
+}
+
+extern "C" int accept4(int descriptor, sockaddr* address, socklen_t* size, int flags) {
+    static const auto real = next(accept4, "accept4");
+    return fails("accept4") ? -1 : real(descriptor, address, size, flags);
 }
 
 extern "C" int eventfd(unsigned value, int flags) noexcept {

@@ -127,5 +127,18 @@ inline std::set<int> threads() {
 inline std::size_t countThreads() {
     return threads().size();
 }
+// The id of the only thread that `work` starts and leaves running.
+inline int threadStartedBy(const std::function<void()>& work) {
+    const std::set<int> before = threads();
+    work();
+    std::set<int> added = threads();
+    for (const int thread : before) {
+        added.erase(thread);
+    }
+    if (added.size() != 1) {
+        throw std::logic_error("it started " + std::to_string(added.size()) + " threads");
+    }
+    return *added.begin();
+}
 
 #endif

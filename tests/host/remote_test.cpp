@@ -8,6 +8,8 @@
 
 #include <cstring>
 #include <stdexcept>
+#include <string>
+#include <utility>
 
 #include "Calls.h"
 #include "Echo.h"
@@ -263,16 +265,21 @@ TEST_P(RemoteTest, CallsAllOperationsOfAnEmp) {
     EXPECT_EQ(result, "7scanlast");
 }
 
-TEST_P(RemoteTest, ConnectsAgainAfterAMessageThatIsNotAReply) {
-    Running call([&] { return execute(emp_, "read"); });
-    peers::Peer peer = listener_.accept();
-    peer.receive(request_.size());
-    peer.send(request_);
-    try {
-        call.result();
-        FAIL() << "accepted";
-    } catch (const TApplicationException& refusal) {
-        EXPECT_EQ(refusal.getType(), TApplicationException::INVALID_MESSAGE_TYPE);
+TEST_P(RemoteTest, ConnectsAgainAfterAMessageThatIsNotItsReply) {
+    const std::pair<std::string, TApplicationException::TApplicationExceptionType> wrong[] = {
+        {request_, TApplicationException::INVALID_MESSAGE_TYPE},
+        {reply_, TApplicationException::WRONG_METHOD_NAME}};
+    for (const auto& [message, type] : wrong) {
+        Running call([&] { return std::to_string(emp_.Close(7)); });
+        peers::Peer peer = listener_.accept();
+        peer.receive(1);
+        peer.send(message);
+        try {
+            call.result();
+            FAIL() << "accepted";
+        } catch (const TApplicationException& refusal) {
+            EXPECT_EQ(refusal.getType(), type);
+        }
     }
     Running next([&] { return execute(emp_, "read"); });
     peers::Peer other = listener_.accept();

@@ -1,11 +1,13 @@
 // Exceptions name the function of the system that failed, and the address.
 
 #include <TavIDL/host/Connection.h>
+#include <TavIDL/host/Remote.h>
 #include <TavIDL/host/Server.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 
@@ -32,6 +34,14 @@ TEST(SystemErrorTest, NamesTheSocketThatAClientCannotMake) {
     EXPECT_STREQ(failure.what(),
                  "Connection::open at unix:/none: cannot connect: "
                  "cannot make a socket: Too many open files");
+}
+
+TEST(SystemErrorTest, NamesTheHostThatCannotBeLookedUp) {
+    const Failing none("getaddrinfo", EMFILE);
+    const auto failure = calls::failureOf([] { TavIDL::Connection::open("localhost:1"); });
+    EXPECT_STREQ(failure.what(),
+                 "Connection::open at localhost:1: cannot connect: "
+                 "cannot find the host 'localhost': Too many open files");
 }
 
 TEST(SystemErrorTest, NamesTheLocalAddressThatIsNotKnown) {
@@ -95,6 +105,25 @@ TEST(SystemErrorTest, NamesTheEventDescriptorForSignals) {
         FAIL() << "a signal came";
     } catch (const std::system_error& failure) {
         EXPECT_STREQ(failure.what(), "eventfd: Too many open files");
+    }
+}
+
+TEST(SystemErrorTest, OfAcceptingIsReportedAndDoesNotKeepTheServerBusy) {
+    Reports<std::string> reports;
+    std::optional<TavIDL::Server> server;
+    const int accepting =
+        threadStartedBy([&] { server.emplace(":0", std::make_shared<Emp>(), patient(reports)); });
+    for (std::size_t round = 1; round <= 2; ++round) {
+        TavIDL::RemoteEmp emp(server->address());
+        std::optional<calls::Running> call;
+        {
+            const Failing none("accept4", EMFILE);
+            call.emplace([&] { return execute(emp, "read"); });
+            EXPECT_EQ(reports.waitFor(round).back(),
+                      server->address() + ": cannot accept connections: Too many open files");
+            peers::waitUntilAsleep(accepting);
+        }
+        EXPECT_EQ(call->result(), "read done");
     }
 }
 
