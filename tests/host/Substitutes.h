@@ -32,8 +32,8 @@ private:
 };
 
 // In its lifetime, the function accept4, chmod, eventfd, getaddrinfo, getnameinfo or socket fails
-// with this error, or `new` throws std::bad_alloc. (The sanitizers need descriptors of their own, so
-// the system's limit must not be lowered.)
+// with this error, or `new` throws std::bad_alloc. (The sanitizers need descriptors of their own,
+// so the system's limit must not be lowered.)
 class Failing {
 public:
     explicit Failing(const char* function, int error = 0);
