@@ -137,6 +137,23 @@ TEST(AddressTest, MayConnectImmediately) {
     EXPECT_EQ(execute(emp, "read"), "read done");
 }
 
+TEST(AddressTest, MayRefuseImmediately) {
+    const peers::ReservedPort nobody;
+    const Substitute immediate(Behavior::ConnectsImmediately);
+    const auto failure =
+        calls::failureOf([&] { TavIDL::Connection::open(":" + std::to_string(nobody.number())); });
+    EXPECT_EQ(failure.reason(), calls::CallFailed::CannotConnect);
+}
+
+TEST(AddressTest, GetsAllOfTheTimeIfThereIsNoOther) {
+    const Substitute expiring(Behavior::ConnectExpires);
+    TavIDL::Settings settings;
+    settings.connectTimeout = std::chrono::hours(1);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_THROW(TavIDL::Connection::open("127.0.0.1:1", settings), calls::CallFailed);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::minutes(59));
+}
+
 struct InvalidSetting {
     const char* complaint;  // begins with the setting's name
     void (*spoil)(TavIDL::Settings&);

@@ -122,6 +122,21 @@ TEST_P(Encoded, TheSumOfManyStringsIsLimited) {
     EXPECT_EQ(reports.waitFor(1).size(), 1U);
 }
 
+TEST(Limits, AnUnknownListHasAtMost10000Elements) {
+    const Server server("127.0.0.1:0", std::make_shared<Emp>());
+    const auto withList = [](const char* length, std::size_t elements) {
+        std::string request = requestFor("read");
+        request.pop_back();  // the end of the arguments
+        return request + std::string("\x0f\0\x63\x02\0\0", 6) + length +
+               std::string(elements + 1, '\0');
+    };
+    Caller client(server.address());
+    client.send(withList("\x27\x10", 10000));
+    EXPECT_EQ(client.result(), "read done");
+    client.send(withList("\x27\x11", 10001));
+    EXPECT_EQ(client.receive(1), "");
+}
+
 TEST_P(Encoded, AMessageIsRejectedAsSoonAsItIsTooLong) {
     settings.maxMessageSize = 100000;
     const Server server("127.0.0.1:0", emp, settings);
