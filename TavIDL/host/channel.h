@@ -52,7 +52,6 @@ public:
 
     // Whether there is input that has been received but not read.
     bool hasInput() const { return rBase_ != rBound_; }
-    bool hasOutput() const { return wBase_ != wBuf_.get(); }
 
 protected:
     uint32_t readSlow(uint8_t* bytes, uint32_t count) override;

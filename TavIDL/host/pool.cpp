@@ -110,7 +110,9 @@ void Call::waitForTurn(std::unique_lock<std::mutex>& lock) {
     }
     pool_.waiting_.push_back(this);
     turn_.wait_until(lock, begin_ + timeout_, [this] { return cancelled_ || connected_; });
-    pool_.waiting_.remove(this);
+    if (!connected_) {
+        pool_.waiting_.remove(this);
+    }
     if (cancelled_ || !connected_) {
         throw failure(CallFailed::NoAnswerInTime,
                       "all connections were in use for " + inMs(timeout_));

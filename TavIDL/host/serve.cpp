@@ -41,17 +41,13 @@ public:
     }
 
     void send() {
-        if (hasOutput()) {
-            socket_->writeLimit().set(settings_.sendTimeout);
-            Buffer::flush();
-        }
+        socket_->writeLimit().set(settings_.sendTimeout);
+        Buffer::flush();
     }
 
 protected:
     uint32_t readSlow(uint8_t* bytes, uint32_t count) override {
-        if (!hasInput()) {
-            send();  // the client may wait for replies before it sends more
-        }
+        send();  // the client may wait for replies before it sends more
         return Buffer::readSlow(bytes, count);
     }
 
