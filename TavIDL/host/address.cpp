@@ -84,8 +84,7 @@ std::string bracketed(const std::string& host) {
 }
 
 void setBlocking(int descriptor) {
-    const int flags = fcntl(descriptor, F_GETFL);
-    if (flags < 0 || fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) < 0) {
+    if (fcntl(descriptor, F_SETFL, 0) != 0) {  // the sockets here have no other flag
         failed("fcntl");
     }
 }
