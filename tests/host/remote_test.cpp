@@ -287,6 +287,24 @@ TEST_P(RemoteTest, ConnectsAgainAfterAMessageThatIsNotItsReply) {
     EXPECT_EQ(next.result(), "21.5");
 }
 
+TEST(RemoteBrokerTest, MakesCallsAtTheSameTime) {
+    peers::Listener listener;
+    TavIDL::RemoteBroker broker(listener.address());
+    const std::string reply = Messages(TavIDL::Settings()).reply("done");
+    const auto call = [&] {
+        std::string result;
+        broker.Execute(result, 0, "", "", "", "", "");
+        return result;
+    };
+    Running first(call);
+    peers::Peer firstPeer = listener.accept();
+    Running second(call);
+    peers::Peer secondPeer = listener.accept();
+    firstPeer.send(reply);
+    secondPeer.send(reply);
+    EXPECT_EQ(first.result() + second.result(), "donedone");
+}
+
 TEST_P(RemoteTest, AConnectionIsOpenUntilItIsClosed) {
     const auto connection = TavIDL::Connection::open(listener_.address(), settings());
     EXPECT_TRUE(connection->isOpen());
