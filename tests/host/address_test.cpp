@@ -61,7 +61,8 @@ INSTANTIATE_TEST_SUITE_P(, InvalidAddressTest,
                                          "[::1]:", "[::1]4711", "[::1:4711", "::1]:4711", "[]:4711",
                                          "[[::1]]:4711", "[localhost]:4711", "[127.0.0.1]:4711",
                                          "http://localhost:4711", "tcp://localhost:4711",
-                                         "localhost:4711/", "unix", "UNIX:/run/emp"));
+                                         "localhost:4711/", "local[host:4711", "local]host:4711",
+                                         "unix", "UNIX:/run/emp"));
 
 TEST(AddressTest, IsRejectedIfItContainsAZeroByte) {
     EXPECT_NE(complaintAbout(std::string("local\0host:1", 12)), "");
