@@ -71,8 +71,10 @@ def profile(name, file, commands, objects, sources):
             sys.exit(f"{ended.stdout}\nit ended with status {ended.returncode}")
     merged = os.path.join(BUILD, name + ".profdata")
     run(f"llvm-profdata-{CLANG}", "merge", "-o", merged, *glob.glob(profiles + "/*"))
+    # The JSON comes after what "-dump" prints, some of which is not text in rare cases.
     found = run(f"llvm-cov-{CLANG}", "export", "-dump", "-instr-profile", merged, objects[0],
-                *(f"-object={each}" for each in objects[1:]), capture_output=True)
+                *(f"-object={each}" for each in objects[1:]), capture_output=True,
+                errors="replace")
     # llvm-cov leaves out functions that do not match their counts. Objects also name the inline
     # functions that they do not use, with the hash 0.
     left_out = [line for line in found.stderr.splitlines()
