@@ -74,7 +74,8 @@ public:
     /// SIGTERM instead.
     void stop();
 
-    /// Serves the requests that have arrived, and then stops as stop() does.
+    /// Serves the requests that have arrived, and then stops as stop() does. Connections that wait
+    /// because `maxClients` others are open are closed.
     void finish();
 
 private:

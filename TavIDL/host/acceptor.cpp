@@ -100,6 +100,9 @@ bool Acceptor::waitForEnds(milliseconds time) {
 }
 
 void Acceptor::acceptUntilStopped() {
+    // No more can be waiting when finish() is called. Those that come later are not served, because
+    // clients may connect faster than they can be accepted.
+    int leftToFinish = SOMAXCONN;
     for (;;) {
         removeEnded();
         const State state = state_;
@@ -108,8 +111,8 @@ void Acceptor::acceptUntilStopped() {
         }
         const bool full = workers_.size() >= settings_.maxClients;
         if (state == State::finishing) {
-            if (full || !acceptOne()) {
-                return;  // no connection is waiting
+            if (full || leftToFinish-- == 0 || !acceptOne()) {
+                return;
             }
         } else if (full) {
             reportOnce("maxClients connections are open; further ones wait");

@@ -374,25 +374,20 @@ TEST_P(Stopping, FinishWaitsForTheRestOfARequest) {
 
 TEST_P(Stopping, FinishWaitsForAnOwnFunctionAndNoLonger) {
     std::atomic<int> received{0};
-    server.emplace(
-        address,
-        [&received](const std::shared_ptr<Connection>& connection) {
-            uint8_t byte = 0;
-            while (connection->read(&byte, 1) == 1) {
-                ++received;
-            }
-        },
-        settings);
+    const int accepting = threadStartedBy([&] {
+        server.emplace(
+            address,
+            [&received](const std::shared_ptr<Connection>& connection) {
+                uint8_t byte = 0;
+                while (connection->read(&byte, 1) == 1) {
+                    ++received;
+                }
+            },
+            settings);
+    });
     const auto client = connect();
     auto finished = std::async(std::launch::async, [&] { server->finish(); });
-    waitUntil([&] {
-        try {
-            connect();
-            return false;
-        } catch (const TavIDL::CallFailed&) {
-            return true;  // it does not listen any more
-        }
-    });
+    waitUntil([&] { return threads().count(accepting) == 0; });
     for (int count = 0; count < 50; ++count) {
         send(client, "x");
         poll(nullptr, 0, 5);  // the pace of its bytes: longer in all than clients may pause
@@ -400,6 +395,29 @@ TEST_P(Stopping, FinishWaitsForAnOwnFunctionAndNoLonger) {
     client->close();
     finished.get();
     EXPECT_EQ(received, 50);
+}
+
+TEST_P(Stopping, FinishEndsAlthoughClientsKeepConnecting) {
+    settings.maxClients = 1000000;  // as many as come
+    serve();
+    std::atomic<bool> finished{false};
+    std::vector<std::thread> clients;
+    for (int i = 0; i < 4; ++i) {
+        clients.emplace_back([&] {
+            while (!finished) {
+                try {
+                    connect();
+                } catch (const CallFailed&) {  // it has stopped
+                }
+            }
+        });
+    }
+    connectAndCall();
+    server->finish();
+    finished = true;
+    for (std::thread& client : clients) {
+        client.join();
+    }
 }
 
 TEST_P(Stopping, FinishDisconnectsACallThatTakesTooLong) {
