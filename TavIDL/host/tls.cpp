@@ -115,9 +115,6 @@ TlsContext::TlsContext(const Tls& settings, Role role)
     // A client that only writes would never read the session tickets that a server sends.
     SSL_CTX_set_num_tickets(context, 0);
     SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_OFF);
-#ifdef SSL_OP_IGNORE_UNEXPECTED_EOF
-    SSL_CTX_set_options(context, SSL_OP_IGNORE_UNEXPECTED_EOF);  // the behavior before OpenSSL 3
-#endif
 
     const bool server = role == Role::server;
     if (server && (settings.certificate.empty() || settings.key.empty())) {
