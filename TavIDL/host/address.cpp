@@ -281,6 +281,7 @@ std::string peerOf(int descriptor) {
 std::string localHostOf(int descriptor) {
     sockaddr_storage local = {};
     socklen_t size = sizeof local;
+    // If this fails, there is no family, so numericHost() fails.
     getsockname(descriptor, generic(local), &size);
     if (local.ss_family == AF_UNIX) {
         return "127.0.0.1";

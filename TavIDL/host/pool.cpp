@@ -110,6 +110,7 @@ void Call::waitForTurn(std::unique_lock<std::mutex>& lock) {
     }
     pool_.waiting_.push_back(this);
     turn_.wait_until(lock, begin_ + timeout_, [this] { return cancelled_ || connected_; });
+    // Otherwise the call that left its connection to this one has removed it.
     if (!connected_) {
         pool_.waiting_.remove(this);
     }
