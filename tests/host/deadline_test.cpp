@@ -245,6 +245,7 @@ void expectNoAnswerInTime(TavIDL::Connection& connection) {
         FAIL() << "read something";
     } catch (const apache::thrift::transport::TTransportException& failure) {
         EXPECT_EQ(failure.getType(), apache::thrift::transport::TTransportException::TIMED_OUT);
+        EXPECT_STREQ(failure.what(), "the time-out has expired");
     }
 }
 

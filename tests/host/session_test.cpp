@@ -137,8 +137,9 @@ TEST_F(SessionTest, UsesTheBrokersSettingsByDefault) {
     TavIDL::Settings settings;
     settings.callTimeout = std::chrono::milliseconds(4711);
     TavIDL::RemoteBroker broker(brokerServer_->address(), settings);
-    const TavIDL::EmpSession session(broker, "", "", "");
+    const TavIDL::EmpSession session(broker, "thermometer", "1.0", "secret");
     EXPECT_EQ(session->settings().callTimeout.count(), 4711);
+    EXPECT_THAT(log_.lines(), ElementsAre("OpenEmp thermometer 1.0 secret"));
 }
 
 TEST_F(SessionTest, FindsTheEmpOnTheMachineOfABrokerBehindAUnixSocket) {
