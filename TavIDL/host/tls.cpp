@@ -91,6 +91,9 @@ struct TlsTransfer {
     static const BIO_METHOD* method() {
         static BIO_METHOD* const method = [] {
             BIO_METHOD* made = BIO_meth_new(BIO_TYPE_SOURCE_SINK, "TavIDL socket");
+            if (made == nullptr) {
+                throw std::bad_alloc();
+            }
             BIO_meth_set_read(made, read);
             BIO_meth_set_write(made, write);
             BIO_meth_set_ctrl(made, control);

@@ -42,6 +42,10 @@ SSL* SSL_new(SSL_CTX* context) {
     return pass<&SSL_new>("SSL_new", context);
 }
 
+BIO_METHOD* BIO_meth_new(int type, const char* name) {
+    return pass<&BIO_meth_new>("BIO_meth_new", type, name);
+}
+
 BIO* BIO_new(const BIO_METHOD* method) {
     return pass<&BIO_new>("BIO_new", method);
 }

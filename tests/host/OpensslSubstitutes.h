@@ -1,7 +1,7 @@
 #ifndef TESTS_HOST_OPENSSLSUBSTITUTES_H
 #define TESTS_HOST_OPENSSLSUBSTITUTES_H
 
-// Replacements for functions of OpenSSL: SSL_CTX_new, SSL_new, BIO_new and
+// Replacements for functions of OpenSSL: SSL_CTX_new, SSL_new, BIO_meth_new, BIO_new and
 // X509_VERIFY_PARAM_set1_ip_asc.
 namespace substitutes {
 

@@ -427,6 +427,22 @@ TEST_F(TlsTest, AServerWithoutMemoryForOpensslIsNotStarted) {
     }
 }
 
+// In a process of its own, because what is missing here is made once in a process.
+TEST_F(TlsTest, AFirstClientWithoutMemoryForOpensslCanCallAgain) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            const peers::Listener silent;
+            substitutes::failNext("BIO_meth_new");
+            RemoteEmp remote(silent.address(), forClient);
+            EXPECT_THROW(execute(remote, "read"), std::bad_alloc);
+            const auto server = serve();
+            expectService(*server);
+            std::exit(HasFailure() ? 1 : 0);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
 TEST_F(TlsTest, AClientWithoutMemoryForOpensslCanCallAgain) {
     const auto server = serve();
     RemoteEmp remote(server->address(), forClient);
