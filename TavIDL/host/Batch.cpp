@@ -17,7 +17,8 @@ namespace {
 // A call that has been encoded and not answered. This class is for one-way calls.
 struct Pending {
     virtual ~Pending() = default;
-    virtual void receive(const ProtocolPointer&) {}
+    // Returns whether the connection can be kept.
+    virtual bool receive(const ProtocolPointer&) { return true; }
     virtual void fail(const std::exception_ptr&) {}
 
     std::size_t size = 0;  // of the encoded request
@@ -27,12 +28,14 @@ template <typename Client, typename Result, typename Receive>
 struct Promised : Pending {
     explicit Promised(Receive how) : receiveWith(how) {}
 
-    void receive(const ProtocolPointer& protocol) override {
+    bool receive(const ProtocolPointer& protocol) override {
         Client client(protocol);
         try {
             promise.set_value(receiveWith(client));
-        } catch (const apache::thrift::TApplicationException&) {
+            return true;
+        } catch (const apache::thrift::TApplicationException& failure) {
             promise.set_exception(std::current_exception());
+            return canKeepAfter(failure);
         }
     }
     void fail(const std::exception_ptr& failure) override { promise.set_exception(failure); }
@@ -122,7 +125,8 @@ private:
             pending_[first]->fail(failure);
         }
     }
-    void exchange(Channel& channel);
+    // Returns whether the connection can be kept.
+    bool exchange(Channel& channel);
 
     // Made in time: a promise that breaks without memory would end the process.
     const std::exception_ptr abandoned_ =
@@ -144,11 +148,12 @@ void Requests::run(milliseconds timeout) {
         const std::string what = "a batch of " + std::to_string(size()) + " calls";
         Call call(pool_, what.c_str(), timeout);
         try {
-            exchange(call.channel());
+            if (exchange(call.channel())) {
+                call.keep();
+            }
         } catch (...) {
             call.fail();
         }
-        call.keep();
     } catch (...) {
         failFrom(answered_, std::current_exception());
         forget();
@@ -161,11 +166,12 @@ void Requests::run(milliseconds timeout) {
 // buffers, so writing never waits for the peer, which might be waiting for this side to read.
 // Requests are written when reading would wait, and then many in one write: a unix socket's buffer
 // has room for only about 200 writes, even short ones.
-void Requests::exchange(Channel& channel) {
+bool Requests::exchange(Channel& channel) {
     const std::size_t window = settings().batchWindow;
     const auto* next = reinterpret_cast<const uint8_t*>(bytes_.data());
     std::size_t sent = 0;
     std::size_t waiting = 0;  // bytes of requests without a reply
+    bool canKeep = true;
     for (; answered_ < pending_.size(); ++answered_) {
         Pending& oldest = *pending_[answered_];
         if (answered_ == sent || (!channel.buffer->hasInput() && waiting <= window / 2)) {
@@ -178,9 +184,10 @@ void Requests::exchange(Channel& channel) {
             next += size;
             waiting += size;
         }
-        oldest.receive(channel.protocol);
+        canKeep = oldest.receive(channel.protocol) && canKeep;
         waiting -= oldest.size;
     }
+    return canKeep;
 }
 
 }  // namespace host

@@ -30,10 +30,8 @@ void makeCall(host::Pool& pool, const char* operation, Work work) {
     try {
         Client client(call.channel().protocol);
         work(client);
-    } catch (const TApplicationException& refusal) {
-        // After a reply to another call, the next reply would be wrong, too.
-        if (refusal.getType() != TApplicationException::WRONG_METHOD_NAME &&
-            refusal.getType() != TApplicationException::INVALID_MESSAGE_TYPE) {
+    } catch (const TApplicationException& failure) {
+        if (host::canKeepAfter(failure)) {
             call.keep();
         }
         throw;

@@ -9,6 +9,7 @@
 
 namespace TavIDL::host {
 
+using apache::thrift::TApplicationException;
 using apache::thrift::TException;
 using apache::thrift::transport::TTransportException;
 
@@ -34,6 +35,11 @@ bool Channel::hasInput() const {
     uint32_t restOfFrame = 0;
     transport->borrow(nullptr, &restOfFrame);
     return restOfFrame > 0 || buffer->hasInput();
+}
+
+bool canKeepAfter(const TApplicationException& failure) {
+    return failure.getType() != TApplicationException::WRONG_METHOD_NAME &&
+           failure.getType() != TApplicationException::INVALID_MESSAGE_TYPE;
 }
 
 Pool::Pool(const std::string& address, const Settings& settings, bool oneWay)

@@ -31,6 +31,10 @@ struct Channel {
     bool suspect = false;  // another connection has failed since
 };
 
+// Whether the connection can be kept after a call that ended like this. After a reply to another
+// call, the next reply would be wrong, too.
+bool canKeepAfter(const apache::thrift::TApplicationException& failure);
+
 class Call;
 
 class Pool {

@@ -239,6 +239,42 @@ TEST_P(BatchPeerTest, KeepsTheResultsThatCameBeforeTheConnectionFailed) {
     EXPECT_FALSE(listener_.hasVisitor()) << "sent twice";
 }
 
+// The last reply would be taken for that of the next call.
+TEST_P(BatchPeerTest, DoesNotKeepTheConnectionAfterAMessageThatIsNotItsReply) {
+    const std::string close =
+        messages_.messageOf<TavEmpClient>([](TavEmpClient& client) { client.send_Close(7); });
+    const std::pair<std::string, TApplicationException::TApplicationExceptionType> wrong[] = {
+        {request_, TApplicationException::INVALID_MESSAGE_TYPE},
+        {messages_.reply(close, std::make_shared<EchoingEmp>()),
+         TApplicationException::WRONG_METHOD_NAME}};
+    for (const auto& [message, type] : wrong) {
+        TavIDL::RemoteEmp emp(listener_.address(), settings());
+        TavIDL::EmpBatch batch(emp);
+        auto first = batch.Execute(7, "read", "", "", "", "");
+        auto second = batch.Execute(7, "read", "", "", "", "");
+        Running run([&] {
+            batch.run();
+            return "";
+        });
+        peers::Peer peer = listener_.accept();
+        peer.receive(2 * request_.size());
+        peer.send(message + messages_.reply("1"));
+        run.result();
+        try {
+            first.get();
+            FAIL() << "accepted";
+        } catch (const TApplicationException& refusal) {
+            EXPECT_EQ(refusal.getType(), type);
+        }
+        EXPECT_EQ(second.get(), "1");
+        Running next([&] { return execute(emp, "read"); });
+        peers::Peer other = listener_.accept();
+        other.receive(request_.size());
+        other.send(messages_.reply("2"));
+        EXPECT_EQ(next.result(), "2");
+    }
+}
+
 TEST_P(BatchPeerTest, HasNoResultIfItCannotConnect) {
     listener_.close();
     auto first = addRead();
