@@ -117,6 +117,8 @@ TlsContext::TlsContext(const Tls& settings, Role role)
     SSL_CTX_set_read_ahead(context, 1);
     // A client that only writes would never read the session tickets that a server sends.
     SSL_CTX_set_num_tickets(context, 0);
+    // The same for TLS 1.2, where a client that resumes a session with its certificate is refused.
+    SSL_CTX_set_options(context, SSL_OP_NO_TICKET);
     SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_OFF);
 
     const bool server = role == Role::server;

@@ -265,6 +265,27 @@ TEST_F(TlsTest, AServerWithoutTlsIsRejected) {
     expectService(*server);
 }
 
+// OpenSSL refuses to resume a session with a client certificate, unless it is set up for that.
+TEST_F(TlsTest, AClientWithTls12MayConnectAgainWithItsOldSession) {
+    const Certificate own = makeCertificate(directory, "client", "DNS:client", &authority);
+    forServer.tls.trusted = authority.file;
+    const auto server = serve();
+    const std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
+    SSL_CTX_set_max_proto_version(context.get(), TLS1_2_VERSION);
+    SSL_CTX_use_certificate_file(context.get(), own.file.c_str(), SSL_FILETYPE_PEM);
+    SSL_CTX_use_PrivateKey_file(context.get(), own.keyFile.c_str(), SSL_FILETYPE_PEM);
+    std::shared_ptr<SSL_SESSION> old;
+    for (int round = 0; round < 2; ++round) {
+        Caller client(server->address());
+        const std::shared_ptr<SSL> session(SSL_new(context.get()), SSL_free);
+        SSL_set_fd(session.get(), client.descriptor());
+        SSL_set_session(session.get(), old.get());
+        EXPECT_EQ(SSL_connect(session.get()), 1);
+        old.reset(SSL_get1_session(session.get()), SSL_SESSION_free);
+        SSL_shutdown(session.get());
+    }
+}
+
 // --- Clients that disconnect. (A SIGPIPE would end the process.)
 
 TEST_F(TlsTest, AClientMayCloseOrResetDuringTheHandshake) {
