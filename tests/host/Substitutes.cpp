@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -21,7 +22,7 @@ namespace {
 std::atomic<std::chrono::nanoseconds::rep> passed{0};
 std::atomic<long> live{0};
 std::atomic<long> connects{0};
-std::atomic<bool> active[2];
+std::atomic<bool> active[3];
 std::atomic<std::chrono::milliseconds> expired{std::chrono::milliseconds(0)};
 
 std::atomic<const char*> failingFunction{""};
@@ -125,6 +126,29 @@ extern "C" int chmod(const char* path, mode_t mode) noexcept {
     return fails("chmod") ? -1 : real(path, mode);
 }
 
+extern "C" ssize_t recv(int descriptor, void* bytes, size_t count, int flags) {
+    static const auto real = next(recv, "recv");
+    if ((flags & MSG_DONTWAIT) != 0 && isActive(Behavior::InputNeverEnds)) {
+        return 1;
+    }
+    return real(descriptor, bytes, count, flags);
+}
+
+extern "C" int setsockopt(int descriptor, int level, int option, const void* value,
+                          socklen_t size) noexcept {
+    static const auto real = next(setsockopt, "setsockopt");
+    return fails("setsockopt") ? -1 : real(descriptor, level, option, value, size);
+}
+
+extern "C" int fcntl(int descriptor, int command, ...) {
+    static const auto real = next(fcntl, "fcntl");
+    va_list rest;
+    va_start(rest, command);
+    void* const argument = va_arg(rest, void*);  // as wide as any
+    va_end(rest);
+    return fails("fcntl") ? -1 : real(descriptor, command, argument);
+}
+
 extern "C" int getnameinfo(const sockaddr* address, socklen_t size, char* host, socklen_t hostSize,
                            char* service, socklen_t serviceSize, int flags) {
     static const auto real = next(getnameinfo, "getnameinfo");
@@ -152,6 +176,9 @@ extern "C" int connect(int descriptor, const sockaddr* address, socklen_t size) 
 
 extern "C" int poll(pollfd* descriptors, nfds_t count, int timeout) {
     static const auto real = next(poll, "poll");
+    if (fails("poll")) {
+        return -1;
+    }
     if (count == 1 && descriptors->events == POLLOUT &&
         isActive(Behavior::ConnectExpires).exchange(false)) {
         expired = std::chrono::milliseconds(timeout);

@@ -16,7 +16,8 @@ enum class Behavior {
     ConnectsImmediately,  // connect() returns only when the connection is made
     // The next connection is never made: the wait for it ends at once, and the clock moves until
     // the substitute's end as if it had expired.
-    ConnectExpires
+    ConnectExpires,
+    InputNeverEnds  // there is always a byte to receive, for those that do not wait
 };
 
 // In its lifetime, the system behaves like this.
@@ -31,9 +32,9 @@ private:
     const Behavior behavior_;
 };
 
-// In its lifetime, the function accept4, chmod, eventfd, getaddrinfo, getnameinfo or socket fails
-// with this error, or `new` throws std::bad_alloc. (The sanitizers need descriptors of their own,
-// so the system's limit must not be lowered.)
+// In its lifetime, the function accept4, chmod, eventfd, fcntl, getaddrinfo, getnameinfo, poll,
+// setsockopt or socket fails with this error, or `new` throws std::bad_alloc. (The sanitizers need
+// descriptors of their own, so the system's limit must not be lowered.)
 class Failing {
 public:
     explicit Failing(const char* function, int error = 0);

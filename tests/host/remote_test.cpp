@@ -13,6 +13,7 @@
 
 #include "Calls.h"
 #include "Echo.h"
+#include "Substitutes.h"
 
 using apache::thrift::TApplicationException;
 using apache::thrift::transport::TTransportException;
@@ -285,6 +286,14 @@ TEST_P(RemoteTest, ConnectsAgainAfterAMessageThatIsNotItsReply) {
     other.receive(request_.size());
     other.send(reply_);
     EXPECT_EQ(next.result(), "21.5");
+}
+
+TEST(RemoteClosingTest, IsNotKeptWaitingByAPeerThatNeverStopsSending) {
+    const TavIDL::Server server(":0", std::make_shared<Emp>());
+    auto emp = std::make_unique<TavIDL::RemoteEmp>(server.address());
+    execute(*emp, "read");
+    const substitutes::Substitute endless(substitutes::Behavior::InputNeverEnds);
+    emp.reset();
 }
 
 TEST(RemoteBrokerTest, MakesCallsAtTheSameTime) {

@@ -52,6 +52,48 @@ TEST(SystemErrorTest, NamesTheLocalAddressThatIsNotKnown) {
                                   ": cannot connect: cannot get the connection's local address");
 }
 
+TEST(SystemErrorTest, OfTheWaitForAConnectionIsNotTakenForATimeout) {
+    const peers::Listener listener;
+    const Failing noWait("poll", ENOMEM);
+    const auto failure = calls::failureOf([&] { TavIDL::Connection::open(listener.address()); });
+    EXPECT_EQ(failure.what(), "Connection::open at " + listener.address() +
+                                  ": cannot connect: Cannot allocate memory");
+}
+
+TEST(SystemErrorTest, NamesWhatASocketRefusesWhenItIsConnected) {
+    const peers::Listener listener;
+    const Failing blocking("fcntl", EPERM);
+    const auto failure = calls::failureOf([&] { TavIDL::Connection::open(listener.address()); });
+    EXPECT_EQ(failure.what(), "Connection::open at " + listener.address() +
+                                  ": cannot connect: fcntl: Operation not permitted");
+}
+
+// Otherwise the call would wait without a limit.
+TEST(SystemErrorTest, EndsACallWhoseTimeoutCannotBeSet) {
+    const peers::Listener listener;
+    TavIDL::RemoteEmp emp(listener.address());
+    const Failing limit("setsockopt", ENOMEM);
+    const auto failure = calls::failureOf([&] { execute(emp, "read"); });
+    EXPECT_EQ(failure.reason(), TavIDL::CallFailed::ConnectionClosed);
+    EXPECT_EQ(failure.what(),
+              "TavEmp.Execute at " + listener.address() +
+                  ": the connection was closed: setsockopt: Cannot allocate memory");
+}
+
+TEST(SystemErrorTest, EndsAWriteThatCannotWait) {
+    const peers::Listener listener;
+    const auto connection = TavIDL::Connection::open(listener.address());
+    const std::string much(64 << 20, 'x');  // more than the system takes
+    const Failing noWait("poll", ENOMEM);
+    try {
+        connection->write(reinterpret_cast<const uint8_t*>(much.data()),
+                          static_cast<uint32_t>(much.size()));
+        FAIL() << "everything was sent";
+    } catch (const apache::thrift::transport::TTransportException& failure) {
+        EXPECT_STREQ(failure.what(), "poll: Cannot allocate memory");
+    }
+}
+
 TEST(SystemErrorTest, LeavesAPeerUnknown) {
     Gate nameless;
     std::string peer;
