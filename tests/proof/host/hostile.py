@@ -15,6 +15,7 @@ import os
 import random
 import re
 import resource
+import select
 import socket
 import struct
 import subprocess
@@ -80,14 +81,17 @@ def payloads(seed):
 
 
 class Target:
-    """A server process, and how to call it."""
+    """A server process, and how to call it. One that prints events also has to print that of the
+    call: the call itself has no reply, so it succeeds even if nobody accepts its connection."""
 
-    def __init__(self, name, command, call, key):
+    def __init__(self, name, command, call, key, prints_events=False):
         self.name, self.call, self.key = name, call, key
+        self.prints_events, self.events = prints_events, 0
         self.log = tempfile.TemporaryFile()
-        self.process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.DEVNULL,
-                                        stderr=self.log,
-                                        env={**os.environ, "TAV_CREDENTIAL": "secret"})
+        self.process = subprocess.Popen(
+            command, stdin=subprocess.PIPE, stderr=self.log, bufsize=0,
+            stdout=subprocess.PIPE if prints_events else subprocess.DEVNULL,
+            env={**os.environ, "TAV_CREDENTIAL": "secret"})
         self.address = self.wait_for_address()
         self.before = None
 
@@ -111,9 +115,29 @@ class Target:
 
     def good_call(self):
         """Makes one. Returns what is wrong; empty if nothing is."""
-        done = subprocess.run([TAVCTL, "call", *self.call[0], self.address, *self.call[1:]],
+        self.events += 1
+        text = f"event-{self.events}."
+        done = subprocess.run([TAVCTL, "call", *self.call[0], self.address, *self.call[1:],
+                               *([f"param1={text}"] if self.prints_events else [])],
                               capture_output=True, timeout=PATIENCE, check=False)
-        return "" if done.returncode == 0 else done.stderr.decode()
+        if done.returncode != 0:
+            return done.stderr.decode()
+        if self.prints_events and not self.has_printed(text):
+            return "its event is not printed"
+        return ""
+
+    def has_printed(self, text):
+        end = time.monotonic() + PATIENCE
+        printed = b""
+        while text.encode() not in printed:
+            left = max(end - time.monotonic(), 0)
+            if not select.select([self.process.stdout], [], [], left)[0]:
+                return False
+            more = os.read(self.process.stdout.fileno(), 65536)
+            if not more:
+                return False
+            printed += more
+        return True
 
     def status(self, key):
         with open(f"/proc/{self.process.pid}/status", encoding="ascii") as file:
@@ -153,6 +177,8 @@ class Target:
     def close(self):
         self.process.kill()
         self.process.stdin.close()
+        if self.prints_events:
+            self.process.stdout.close()
         self.process.wait()
         self.log.close()
 
@@ -237,7 +263,7 @@ def targets(examples, directory):
 
     def starter(name, command, call, options=(), key=("binary", "buffered")):
         return name, lambda stack: stack.enter_context(
-            contextlib.closing(Target(name, command, (list(options), *call), key)))
+            contextlib.closing(Target(name, command, (list(options), *call), key, call is event)))
 
     def spy(name, options, key):
         def start(stack):
