@@ -17,6 +17,7 @@ import re
 import resource
 import select
 import socket
+import ssl
 import struct
 import subprocess
 import sys
@@ -80,12 +81,27 @@ def payloads(seed):
         yield f"random bytes {i}", dice.randbytes(dice.randrange(1, 5000))
 
 
+TLS = ssl.SSLContext(ssl.PROTOCOL_TLS_CLIENT)
+TLS.check_hostname = False
+TLS.verify_mode = ssl.CERT_NONE
+
+
+def half_a_hello():
+    """The first half of what opens a TLS session."""
+    written = ssl.MemoryBIO()
+    with contextlib.suppress(ssl.SSLWantReadError):
+        TLS.wrap_bio(ssl.MemoryBIO(), written).do_handshake()
+    hello = written.read()
+    return hello[:len(hello) // 2]
+
+
 class Target:
     """A server process, and how to call it. One that prints events also has to print that of the
-    call: the call itself has no reply, so it succeeds even if nobody accepts its connection."""
+    call: the call itself has no reply, so it succeeds even if nobody accepts its connection.
+    `request` is the incomplete one that attackers send."""
 
-    def __init__(self, name, command, call, key, prints_events=False):
-        self.name, self.call, self.key = name, call, key
+    def __init__(self, name, command, call, request, in_tls=False, prints_events=False):
+        self.name, self.call, self.request, self.in_tls = name, call, request, in_tls
         self.prints_events, self.events = prints_events, 0
         self.log = tempfile.TemporaryFile()
         self.process = subprocess.Popen(
@@ -112,6 +128,11 @@ class Target:
         host, _, port = self.address.rpartition(":")
         made.connect(port if unix else (host, int(port)))
         return made
+
+    def attack(self):
+        """A connection to attack it with: a TLS session, if the attacks on this target come in one."""
+        made = self.connect()
+        return TLS.wrap_socket(made) if self.in_tls else made
 
     def good_call(self):
         """Makes one. Returns what is wrong; empty if nothing is."""
@@ -190,7 +211,7 @@ def send(connection, content):
     while content and time.monotonic() < end:
         try:
             content = content[connection.send(content[:65536]):]
-        except BlockingIOError:
+        except (BlockingIOError, ssl.SSLWantReadError, ssl.SSLWantWriteError):
             time.sleep(0.001)
         except OSError:
             return
@@ -200,37 +221,37 @@ def attacks(seed, all_ways):
     """Names, and functions that take a target and a stack of what they leave open."""
     for i, (name, content) in enumerate(payloads(seed)):
         def then_end(target, _, content=content):
-            with target.connect() as connection:
+            with target.attack() as connection:
                 send(connection, content)
                 with contextlib.suppress(OSError):
                     connection.shutdown(socket.SHUT_WR)
 
         def then_reset(target, _, content=content):
-            connection = target.connect()
+            connection = target.attack()
             send(connection, content)
             connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
             connection.close()
 
         def then_wait(target, stack, content=content):
-            send(stack.enter_context(target.connect()), content)
+            send(stack.enter_context(target.attack()), content)
         ways = (then_end, then_reset, then_wait)
         for way in ways if all_ways else (ways[(i + seed) % 3],):
             yield f"{name}, {way.__name__.replace('_', ' ')}", way
 
     def drip(target, stack):
-        connection = stack.enter_context(target.connect())
-        for byte in EXECUTE[target.key]:
+        connection = stack.enter_context(target.attack())
+        for byte in target.request:
             send(connection, bytes([byte]))
             time.sleep(0.01)
     yield "a request that drips", drip
 
     def half_open(target, stack):
         for _ in range(40):  # of the 64 that a server accepts
-            send(stack.enter_context(target.connect()), EXECUTE[target.key])
+            send(stack.enter_context(target.attack()), target.request)
     yield "40 halves of requests", half_open
 
     def silent(target, _):
-        connections = []
+        connections = []  # many more than a server accepts: it would not accept that of a good call
         try:
             for _ in range(SILENT):
                 connections.append(target.connect())
@@ -261,26 +282,29 @@ def targets(examples, directory):
     execute = ("TavEmp.Execute", "clientID=7", "cmd=read")
     event = ("TavEmpEvent.Callback", "eventType=1")
 
-    def starter(name, command, call, options=(), key=("binary", "buffered")):
-        return name, lambda stack: stack.enter_context(
-            contextlib.closing(Target(name, command, (list(options), *call), key, call is event)))
+    def starter(name, command, call, options=(), request=EXECUTE["binary", "buffered"],
+                in_tls=False):
+        return name, lambda stack: stack.enter_context(contextlib.closing(
+            Target(name, command, (list(options), *call), request, in_tls, call is event)))
 
     def spy(name, options, key):
         def start(stack):
             behind = starter(name, [TAVCTL, "serve", "emp", *options], execute)[1](stack)
             command = [TAVCTL, "spy", *options, "127.0.0.1:0", behind.address]
-            return starter(name, command, execute, options, key)[1](stack)
+            return starter(name, command, execute, options, EXECUTE[key])[1](stack)
         return name, start
 
     for key in EXECUTE:
         options = [f"--protocol={key[0]}", f"--transport={key[1]}"]
         way = " ".join(key)
-        yield starter(f"serve {way}", [TAVCTL, "serve", "emp", *options], execute, options, key)
-        yield starter(f"listen {way}", [TAVCTL, "listen", *options], event, options, key)
+        yield starter(f"serve {way}", [TAVCTL, "serve", "emp", *options], execute, options, EXECUTE[key])
+        yield starter(f"listen {way}", [TAVCTL, "listen", *options], event, options, EXECUTE[key])
         yield spy(f"spy {way}", options, key)
     yield starter("serve unix", [TAVCTL, "serve", "emp", f"--listen=unix:{directory}/s"], execute)
-    yield starter("serve TLS", [TAVCTL, "serve", "emp", "--tls", *certificate(directory)], execute,
-                  ["--tls", f"--ca={directory}/certificate"])
+    serve = [TAVCTL, "serve", "emp", "--tls", *certificate(directory)]
+    options = ["--tls", f"--ca={directory}/certificate"]
+    yield starter("serve TLS", serve, execute, options, half_a_hello())
+    yield starter("serve in TLS sessions", serve, execute, options, in_tls=True)
     yield starter("broker", [f"{examples}/broker"], ("TavBroker.CloseEmp",))
     with contextlib.ExitStack() as reserved:
         port, events = str(free_port(reserved)), str(free_port(reserved))
