@@ -4,9 +4,9 @@ all processors are busy with something else; then each alone.
 
     suite.py [--all] [--only=TEXT] [--repeat=N]
 
-Builds the preset `release` first. Takes the tests that start other processes, without the other
-programs here, and runs them twice in the first part and once in the second; with `--all` all tests,
-and 20 times in the first part.
+Builds the preset `release` first. Takes the tests of programs and of libthrift's servers, without
+those of pages, packages and other languages and the other programs here, and runs them twice in the
+first part and once in the second; with `--all` all tests, and 20 times in the first part.
 `--only` is a regular expression for the names of other tests. The last line has the same form as in
 the other programs here; a run is one execution of one test.
 """
@@ -18,7 +18,7 @@ import sys
 
 
 PRESET = "release"
-START_PROCESSES = "^(tavctl_|host[.]|examples_test|readme_test|servers_test)"
+OF_PROGRAMS = "^(tavctl_|host[.]|examples_test|readme_test|servers_test)"
 
 
 def build():
@@ -46,7 +46,7 @@ def main():
     options = dict(word.lstrip("-").partition("=")[::2] for word in sys.argv[1:])
     if set(options) - {"all", "only", "repeat"}:
         sys.exit(__doc__)
-    only = options.get("only", "" if "all" in options else START_PROCESSES)
+    only = options.get("only", "" if "all" in options else OF_PROGRAMS)
     repeat = options.get("repeat", "20" if "all" in options else "2")
 
     build()

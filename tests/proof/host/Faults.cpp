@@ -94,8 +94,8 @@ ssize_t transfer(Function function, int descriptor, Bytes bytes, std::size_t cou
 }  // namespace
 
 const std::array<Manual, kFunctions>& manuals() {
-    // Without errors that only a wrong argument can cause and that leave no way to continue: EBADF,
-    // EFAULT and EINVAL of the eventfd that wakes a thread.
+    // Without those of files and flags that Host does not use. `write` only wakes a thread, through
+    // an eventfd: its other errors need a wrong argument, and leave no way to continue.
     static const std::array<Manual, kFunctions> all = {{
         {"socket",
          {EACCES, EAFNOSUPPORT, EINVAL, EMFILE, ENFILE, ENOBUFS, ENOMEM, EPROTONOSUPPORT}},
