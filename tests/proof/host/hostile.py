@@ -321,7 +321,7 @@ def run(name, target, attack, again):
         except OSError as failure:
             problem = str(failure)
     if problem:
-        print(f"FAILED: {name}: {problem}\n  {again} '--only={name}'")
+        print(f"FAILED: {name}: {problem}\n  {again} '--only={name}'", flush=True)
     return bool(problem)
 
 
