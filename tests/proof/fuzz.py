@@ -168,12 +168,14 @@ def build():
                    stdout=subprocess.DEVNULL)
 
 
-def fuzz(target, options):
+def fuzz(target, runs, seconds, seed):
     """Returns the number of runs, and what went wrong."""
+    again = [f"--runs={runs}", f"--seconds={seconds}", f"--seed={seed}"]
     begin = fill(folder(target, "begin"), [*seeds(target), *kept(target)])
     found = folder(target, "found")
     crash = os.path.join(BUILD, f"{target}-")
-    ended = subprocess.run([program(target), *options, f"-artifact_prefix={crash}",
+    ended = subprocess.run([program(target), f"-runs={runs}", f"-seed={seed}",
+                            f"-max_total_time={seconds}", f"-artifact_prefix={crash}",
                             "-print_final_stats=1", *LIMITS, found, begin],
                            check=False, capture_output=True, text=True, errors="replace")
     counts = re.findall(r"number_of_executed_units: *(\d+)", ended.stderr)
@@ -181,9 +183,10 @@ def fuzz(target, options):
         return int(counts[-1]), ""
     lines = [line for line in ended.stderr.splitlines() if not re.match(r"#\d+\t|\tNEW_FUNC", line)]
     files = re.findall(r"Test unit written to (\S+)", ended.stderr)
+    # Without the limits, the input might not fail.
+    again = [program(target), *LIMITS, files[-1]] if files else [sys.argv[0], *again, target]
     return (int(counts[-1]) if counts else 0,
-            "\n".join([f"FAILED: {target}", *lines[-40:],
-                       f"  {program(target)} {files[-1] if files else ' '.join(options)}"]))
+            "\n".join([f"FAILED: {target}", *lines[-40:], "  " + " ".join(again)]))
 
 
 def keep(names):
@@ -222,12 +225,11 @@ def main():
         keep(names)
         return
     seed = int(options.get("seed", struct.unpack("I", os.urandom(4))[0] or 1))
-    limits = [f"-runs={options.get('runs', 100000)}", f"-seed={seed}",
-              f"-max_total_time={options.get('seconds', 30)}"]
+    limits = (options.get("runs", 100000), options.get("seconds", 30), seed)
     print(f"seed {seed}", flush=True)
     total = failures = 0
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        for target, (count, wrong) in zip(names, pool.map(lambda name: fuzz(name, limits), names)):
+        for target, (count, wrong) in zip(names, pool.map(lambda name: fuzz(name, *limits), names)):
             print(f"{target}: {count} runs", flush=True)
             if wrong:
                 print(wrong, flush=True)
