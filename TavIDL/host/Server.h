@@ -74,8 +74,8 @@ public:
     /// SIGTERM instead.
     void stop();
 
-    /// Serves the requests that have arrived, and then stops as stop() does. Connections that wait
-    /// because `maxClients` others are open are closed.
+    /// Serves the requests that have arrived, for up to `stopTimeout`, and then stops as stop()
+    /// does. Connections that wait because `maxClients` others are open are closed.
     void finish();
 
 private:
