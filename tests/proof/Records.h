@@ -3,6 +3,7 @@
 
 #include <support/Recording.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -45,25 +46,32 @@ std::vector<std::string> fieldsOf(const Record& record) {
     }
 }
 
-// Whether exactly the first fields are flagged, and each of these has its value in `whole`.
+// A record with all of its fields flagged.
 template <typename Record>
-bool flagsAreRight(const Record& record, const Record& whole) {
-    const std::string flags = recording::flagsOf(record);
-    const std::size_t flagged = flags.find_last_of('1') + 1;
-    if (flags.substr(0, flagged).find('0') != std::string::npos) {
-        return false;
-    }
-    const std::vector<std::string> read = fieldsOf(record);
-    const std::vector<std::string> expected = fieldsOf(whole);
-    for (std::size_t i = 0; i < flagged; ++i) {
-        if (read.at(i) != expected.at(i)) {
-            return false;
-        }
-    }
-    return true;
+Record flagged(Record record) {
+    std::fill_n(reinterpret_cast<bool*>(&record.__isset), sizeof(record.__isset), true);
+    return record;
 }
 
-// The record that a message carries.
+// How many of the first fields have been read, flagged or not: they have their value in `whole`,
+// which differs from what they begin with.
+template <typename Record>
+std::size_t fieldsReadInto(const Record& record, const Record& whole) {
+    const std::vector<std::string> read = fieldsOf(flagged(record));
+    const std::vector<std::string> expected = fieldsOf(whole);
+    const auto end = std::mismatch(read.begin(), read.end(), expected.begin(), expected.end());
+    return static_cast<std::size_t>(end.first - read.begin());
+}
+
+// Whether exactly the first `fields` are flagged, and each of these has its value in `whole`.
+template <typename Record>
+bool flagsAreRight(const Record& record, const Record& whole, std::size_t fields) {
+    const std::string unflagged(sizeof(record.__isset) - fields, '0');
+    return recording::flagsOf(record) == std::string(fields, '1') + unflagged &&
+           fieldsReadInto(record, whole) >= fields;
+}
+
+// The record that a message carries, with all fields flagged.
 template <typename Record>
 Record recordIn(const std::string& message) {
     const auto buffer = std::make_shared<TMemoryBuffer>();
@@ -76,7 +84,7 @@ Record recordIn(const std::string& message) {
     binary->readMessageBegin(name, type, seqid);
     Record record;
     record.read(binary.get());
-    return record;
+    return flagged(record);
 }
 
 // Calls `visit` with the name and an object of each record that can be read, with all its fields
