@@ -145,6 +145,9 @@ std::string judgeClient(Side& side, const std::string& outcome, Side& undisturbe
                    ? ""
                    : "came to another result, without a failure";
     }
+    if (outcome.empty()) {
+        return "returned, instead of throwing";
+    }
     if (sends) {
         const bool again = !side.written().empty() || (side.act() == undisturbedOutcome &&
                                                        side.written() == undisturbed.written());
