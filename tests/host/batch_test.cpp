@@ -120,11 +120,13 @@ TEST_P(BatchTest, SharesTheConnectionWithSingleCalls) {
     const auto server = serve(nullptr);
     TavIDL::RemoteEmp emp(server->address(), settings());
     TavIDL::EmpBatch batch(emp);
+    const long before = substitutes::connectCalls();
     EXPECT_EQ(execute(emp, "before"), "before done");
     std::future<std::string> result = batch.Execute(7, "batch", "", "", "", "");
     batch.run();
     EXPECT_EQ(result.get(), "batch done");
     EXPECT_EQ(execute(emp, "after"), "after done");
+    EXPECT_EQ(substitutes::connectCalls() - before, 1);
 }
 
 // Requests and replies that are larger than all buffers: neither side may wait for the other to

@@ -135,7 +135,7 @@ TEST_P(CallbackTest, BatchFailsIfThereIsNoServer) {
     EXPECT_EQ(batch.size(), 0U);
 }
 
-TEST_P(CallbackTest, BatchSendsItsEventsInOrder) {
+TEST_P(CallbackTest, BatchAndSingleEventsAreSentInOrder) {
     TavIDL::CallbackBatch batch(*callback_);
     std::string expected;
     for (int type = 0; type < 1000; ++type) {
@@ -145,6 +145,8 @@ TEST_P(CallbackTest, BatchSendsItsEventsInOrder) {
     EXPECT_EQ(batch.size(), 1000U);
     batch.run();
     EXPECT_EQ(batch.size(), 0U);
+    callback_->Callback(1000, "warm", "");
+    expected += event(1000, "warm");
     callback_.reset();
     EXPECT_EQ(listener_.accept().receiveRest(), expected);
 }
