@@ -100,8 +100,8 @@ bool Acceptor::waitForEnds(milliseconds time) {
 }
 
 void Acceptor::acceptUntilStopped() {
-    // No more can be waiting when finish() is called. Those that come later are not served, because
-    // clients may connect faster than they can be accepted.
+    // At most this many wait when finish() is called. Without a limit, clients that connect faster
+    // than they are accepted would keep it from ending.
     int leftToFinish = SOMAXCONN;
     for (;;) {
         removeEnded();
