@@ -293,7 +293,7 @@ TEST(RemoteClosingTest, IsNotKeptWaitingByAPeerThatNeverStopsSending) {
     auto emp = std::make_unique<TavIDL::RemoteEmp>(server.address());
     execute(*emp, "read");
     const substitutes::Substitute endless(substitutes::Behavior::InputNeverEnds);
-    emp.reset();
+    emp.reset();  // returns
 }
 
 TEST(RemoteBrokerTest, MakesCallsAtTheSameTime) {

@@ -418,6 +418,7 @@ TEST_P(Stopping, FinishEndsAlthoughClientsKeepConnecting) {
     for (std::thread& client : clients) {
         client.join();
     }
+    EXPECT_THROW(connect(), CallFailed);
 }
 
 TEST_P(Stopping, FinishDisconnectsACallThatTakesTooLong) {

@@ -19,6 +19,10 @@ namespace {
 
 using substitutes::Failing;
 
+std::string failureToConnectTo(const std::string& address) {
+    return calls::failureOf([&] { TavIDL::Connection::open(address); }).what();
+}
+
 std::string failureToServeAt(const std::string& address) {
     try {
         const TavIDL::Server server(address, std::make_shared<Emp>());
@@ -30,42 +34,40 @@ std::string failureToServeAt(const std::string& address) {
 
 TEST(SystemErrorTest, NamesTheSocketThatAClientCannotMake) {
     const Failing none("socket", EMFILE);
-    const auto failure = calls::failureOf([] { TavIDL::Connection::open("unix:/none"); });
-    EXPECT_STREQ(failure.what(),
-                 "Connection::open at unix:/none: cannot connect: "
-                 "cannot make a socket: Too many open files");
+    EXPECT_EQ(failureToConnectTo("unix:/none"),
+              "Connection::open at unix:/none: cannot connect: "
+              "cannot make a socket: Too many open files");
 }
 
 TEST(SystemErrorTest, NamesTheHostThatCannotBeLookedUp) {
     const Failing none("getaddrinfo", EMFILE);
-    const auto failure = calls::failureOf([] { TavIDL::Connection::open("localhost:1"); });
-    EXPECT_STREQ(failure.what(),
-                 "Connection::open at localhost:1: cannot connect: "
-                 "cannot find the host 'localhost': Too many open files");
+    EXPECT_EQ(failureToConnectTo("localhost:1"),
+              "Connection::open at localhost:1: cannot connect: "
+              "cannot find the host 'localhost': Too many open files");
 }
 
 TEST(SystemErrorTest, NamesTheLocalAddressThatIsNotKnown) {
     const TavIDL::Server server(":0", std::make_shared<Emp>());
     const Failing nameless("getnameinfo");
-    const auto failure = calls::failureOf([&] { TavIDL::Connection::open(server.address()); });
-    EXPECT_EQ(failure.what(), "Connection::open at " + server.address() +
-                                  ": cannot connect: cannot get the connection's local address");
+    EXPECT_EQ(failureToConnectTo(server.address()),
+              "Connection::open at " + server.address() +
+                  ": cannot connect: cannot get the connection's local address");
 }
 
 TEST(SystemErrorTest, OfTheWaitForAConnectionIsNotTakenForATimeout) {
     const peers::Listener listener;
     const Failing noWait("poll", ENOMEM);
-    const auto failure = calls::failureOf([&] { TavIDL::Connection::open(listener.address()); });
-    EXPECT_EQ(failure.what(), "Connection::open at " + listener.address() +
-                                  ": cannot connect: Cannot allocate memory");
+    EXPECT_EQ(
+        failureToConnectTo(listener.address()),
+        "Connection::open at " + listener.address() + ": cannot connect: Cannot allocate memory");
 }
 
 TEST(SystemErrorTest, NamesWhatASocketRefusesWhenItIsConnected) {
     const peers::Listener listener;
     const Failing blocking("fcntl", EPERM);
-    const auto failure = calls::failureOf([&] { TavIDL::Connection::open(listener.address()); });
-    EXPECT_EQ(failure.what(), "Connection::open at " + listener.address() +
-                                  ": cannot connect: fcntl: Operation not permitted");
+    EXPECT_EQ(failureToConnectTo(listener.address()),
+              "Connection::open at " + listener.address() +
+                  ": cannot connect: fcntl: Operation not permitted");
 }
 
 // Otherwise the call would wait without a limit.

@@ -182,7 +182,7 @@ void signals(Trial& trial) {
     std::thread sender([&ended] {
         while (!ended) {
             ::kill(::getpid(), SIGTERM);  // again and again: a fault can swallow its effect
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));  // only the pace
         }
     });
     trial.begin();
