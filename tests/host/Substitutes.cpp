@@ -7,19 +7,20 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <time.h>
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <string>
 
+#include "Clock.h"
+
 namespace {
 
-std::atomic<std::chrono::nanoseconds::rep> passed{0};
 std::atomic<long> live{0};
 std::atomic<long> connects{0};
 std::atomic<bool> active[3];
@@ -49,10 +50,6 @@ Function* next(Function*, const char* name) {
 }  // namespace
 
 namespace substitutes {
-
-void passTime(std::chrono::milliseconds time) {
-    passed += std::chrono::nanoseconds(time).count();
-}
 
 Substitute::Substitute(Behavior behavior) : behavior_(behavior) {
     isActive(behavior_) = true;
@@ -85,13 +82,6 @@ long liveObjects() {
 using substitutes::Behavior;
 
 // The linker prefers these to the functions of the shared libraries.
-
-std::chrono::steady_clock::time_point std::chrono::steady_clock::now() noexcept {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return time_point(std::chrono::seconds(now.tv_sec) +
-                      std::chrono::nanoseconds(now.tv_nsec + passed));
-}
 
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
                            addrinfo** found) {

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "Calls.h"
-#include "Substitutes.h"
+#include "Clock.h"
 
 using calls::CallFailed;
 using calls::failureOf;

@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "Calls.h"
-#include "Substitutes.h"
+#include "Clock.h"
 
 using calls::CallFailed;
 using calls::failureOf;

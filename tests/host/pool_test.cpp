@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "Calls.h"
-#include "Substitutes.h"
+#include "Clock.h"
 
 using calls::CallFailed;
 using calls::failureOf;
@@ -78,6 +78,7 @@ TEST_P(PoolTest, DoesNotNoticeARestartIfItIsEmpty) {
 }
 
 TEST_P(PoolTest, LosesOneCallToARestartIfItsConnectionWasUsedJustBefore) {
+    const substitutes::StoppedClock clock;
     std::vector<peers::Peer> idle = makeIdle(1);
     restart(idle);
     EXPECT_EQ(failureOf([&] { execute(emp_, "read"); }).reason(), CallFailed::ConnectionClosed);
@@ -86,6 +87,7 @@ TEST_P(PoolTest, LosesOneCallToARestartIfItsConnectionWasUsedJustBefore) {
 }
 
 TEST_P(PoolTest, HasNotSentACallIfItsConnectionWasResetJustBefore) {
+    const substitutes::StoppedClock clock;
     std::vector<peers::Peer> idle = makeIdle(1);
     idle[0].reset();
     const CallFailed failure = failureOf([&] { execute(emp_, "read"); });
@@ -95,6 +97,7 @@ TEST_P(PoolTest, HasNotSentACallIfItsConnectionWasResetJustBefore) {
 }
 
 TEST_P(PoolTest, LosesOneCallToARestartEvenIfSeveralConnectionsAreIdle) {
+    const substitutes::StoppedClock clock;
     std::vector<peers::Peer> idle = makeIdle(4);
     restart(idle);
     EXPECT_EQ(failureOf([&] { execute(emp_, "read"); }).reason(), CallFailed::ConnectionClosed);

@@ -18,6 +18,7 @@
 #include "Caller.h"
 #include "Calls.h"
 #include "Certificates.h"
+#include "Clock.h"
 #include "Emp.h"
 #include "OpensslSubstitutes.h"
 #include "Support.h"
@@ -360,6 +361,7 @@ TEST_F(TlsTest, ErrorsThatAHandlerLeavesInOpensslDoNotAffectTheConnection) {
 }
 
 TEST_F(TlsTest, AConnectionThatTheServerClosedIsNotUsedIfAnotherOneHasFailed) {
+    const substitutes::StoppedClock clock;
     auto server = serve();
     RemoteEmp remote(server->address(), forClient);
     auto waiting = std::async(std::launch::async, [&] { return execute(remote, "wait"); });
