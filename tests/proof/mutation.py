@@ -4,11 +4,11 @@
     mutation.py BUILD TARGET [--runs=N [--seed=N]] [--noticed=N] [--list] [FILE[:LINE]...]
 
 BUILD is what script/proof builds: its tests run with each changed version in turn. TARGET is
-libTavIDL, Host or tavctl: mutation_targets.py has their sources and tests. All changes are made, or
-N random ones: in the whole target, in the named files, or in single lines. A change that no test
-notices is listed. equivalent.toml has those that none can notice. Fails if fewer than N % are
-noticed; without that option, mutation_targets.py says how many. The last line has the same form
-as in the other programs here.
+libTavIDL, Host or tavctl: mutation_targets.py has their sources and tests. All changes are made, in
+the whole target, in the named files, or in single lines. A change that no test notices is listed.
+equivalent.toml has those that none can notice. With --runs, at most N random changes are made, and
+none of those. Fails if fewer than N % are noticed; without that option, mutation_targets.py says how
+many. The last line has the same form as in the other programs here.
 """
 
 import argparse
@@ -187,9 +187,12 @@ def main():
     target = TARGETS[options.target]
     places = options.places or target.files()
     mutants = every = list(mutants_in(places, target, options.build))
-    if options.runs and options.runs < len(every):
-        print(f"{options.runs} of {len(every)} changes: --seed={options.seed}", flush=True)
-        mutants = sorted(random.Random(options.seed).sample(every, options.runs))
+    equivalent = excused()
+    if options.runs:
+        mutants = [mutant for mutant in every if mutant.key() not in equivalent]
+        if options.runs < len(mutants):
+            print(f"{options.runs} of {len(mutants)} changes: --seed={options.seed}", flush=True)
+            mutants = sorted(random.Random(options.seed).sample(mutants, options.runs))
     if options.list:
         for mutant in mutants:
             print(f"{mutant.file}:{mutant.line}: {mutant.what}")
@@ -211,7 +214,6 @@ def main():
             _, test = sanitized.noticed_by(mutant, target.sanitized_tests)
         return mutant, compiles, test
 
-    equivalent = excused()
     tried, alive, excusable = [], [], set()
     with concurrent.futures.ThreadPoolExecutor(JOBS) as pool:
         for mutant, compiles, test in pool.map(noticed_by, mutants):
@@ -226,9 +228,10 @@ def main():
                 again = shlex.join((sys.argv[0], sys.argv[1], options.target, where))
                 print(f"nothing notices {where}: {mutant.what}\n  {again}", flush=True)
 
-    # What a test notices, and what is not there any more.
-    needless = (equivalent & {mutant.key() for mutant in tried}) - excusable
-    needless |= {key for key in equivalent - {mutant.key() for mutant in every} if key[0] in places}
+    # What is not there any more, and what a test notices. The latter needs all changes of a file: two
+    # of them can look the same, and only one be noticed.
+    needed = {mutant.key() for mutant in every} if options.runs else excusable
+    needless = {key for key in equivalent - needed if key[0] in places}
     for file, what in needless:
         print(f"FAILED: not needed in equivalent.toml: {file}: {what}")
     share = 100 * (len(tried) - len(alive)) / max(len(tried), 1)
