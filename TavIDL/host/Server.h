@@ -45,6 +45,7 @@ public:
            const Settings& settings = Settings());
 
     /// Calls `serve` with each plain connection, and closes the connection when `serve` returns.
+    /// To stop() and finish(), each connection is a running call.
     Server(const std::string& address,
            std::function<void(const std::shared_ptr<Connection>&)> serve,
            const Settings& settings = Settings());

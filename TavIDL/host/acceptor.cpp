@@ -154,6 +154,9 @@ void Acceptor::startWorker(Descriptor descriptor) {
     std::list<Worker> started;
     try {
         Worker& worker = started.emplace_back(std::move(descriptor));
+        if (raw_) {
+            ++worker.calls;  // from here on: finish() may come before the thread begins
+        }
         worker.thread.emplace(settings_.stackSize, [this, &worker] { serve(worker); });
     } catch (const std::exception& failure) {
         reportOnce("a connection was closed: ", failure.what());
@@ -226,7 +229,6 @@ void Acceptor::serveConnection(Worker& worker) {
             worker.calls);
     } else {
         socket->limitEach(settings_.idleTimeout, settings_.sendTimeout);
-        ++worker.calls;
         raw_(socket);
     }
 }

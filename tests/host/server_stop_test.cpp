@@ -397,6 +397,22 @@ TEST_P(Stopping, FinishWaitsForAnOwnFunctionAndNoLonger) {
     EXPECT_EQ(received, 50);
 }
 
+TEST_P(Stopping, FinishWaitsForAnOwnFunctionBeforeItBegins) {
+    server.emplace(
+        address,
+        [](const std::shared_ptr<Connection>& connection) {
+            uint8_t byte = 0;
+            connection->read(&byte, 1);
+        },
+        settings);
+    Caller client(server->address());  // over TLS the function begins only after the handshake
+    auto finished = std::async(std::launch::async, [&] { server->finish(); });
+    EXPECT_FALSE(client.hearsWithin(200));  // longer than clients may pause
+    client.closeOutput();
+    client.waitForEnd();
+    finished.get();
+}
+
 TEST_P(Stopping, FinishEndsAlthoughClientsKeepConnecting) {
     settings.maxClients = 1000000;  // as many as come
     serve();
