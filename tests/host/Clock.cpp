@@ -33,6 +33,7 @@ StoppedClock::StoppedClock() {
 
 StoppedClock::~StoppedClock() {
     stoppedAt = kRuns;
+    passed = 0;
 }
 
 }  // namespace substitutes

@@ -9,7 +9,8 @@ namespace substitutes {
 // Moves the clock forward. (Waits that have begun do not end earlier.)
 void passTime(std::chrono::milliseconds time);
 
-// In its lifetime only passTime() moves the clock, however slow the machine is.
+// In its lifetime only passTime() moves the clock, however slow the machine is. Afterwards the
+// clock is right again.
 class StoppedClock {
 public:
     StoppedClock();
