@@ -2,12 +2,12 @@
 # Counts the system calls of a round trip: exactly one receive and one send on each side, and hardly any
 # by other threads.
 #
-#   system_calls.sh STRACE PROGRAM tcp|unix buffered|framed call|batch
+#   system_calls.sh STRACE PROGRAM tcp|unix buffered|framed|tls call|batch
 #
 # Exit status 77: the system does not allow tracing processes, so nothing was counted.
 set -euo pipefail
 
-strace=$1 program=$2 family=$3 framing=$4 kind=$5
+strace=$1 program=$2 family=$3 layer=$4 kind=$5
 first=50 # round trips that are not counted: making the connection is part of them
 counted=200
 
@@ -23,10 +23,11 @@ address=127.0.0.1:0
 if [[ $family == unix ]]; then
     address=unix:$directory/socket
 fi
-coproc SERVER { "$strace" -f -o "$directory/server" "$program" serve "$address" "$framing"; }
+coproc SERVER { "$strace" -f -o "$directory/server" "$program" serve "$address" "$layer"; }
 server=$SERVER_PID
-read -r address <&"${SERVER[0]}"
-"$strace" -f -o "$directory/client" "$program" "$kind" "$address" "$framing" $((first + counted))
+read -r address certificate <&"${SERVER[0]}"
+"$strace" -f -o "$directory/client" "$program" "$kind" "$address" "$layer" $((first + counted)) \
+    ${certificate:+"$certificate"}
 echo >&"${SERVER[1]}"
 wait "$server"
 
@@ -40,11 +41,12 @@ cost() {
             sub(/^recvfrom$/, "recv", name)
             sub(/^sendto$/, "send", name)
             if (name == "send") {
-                if (sender == "") sender = $1
+                # Over TLS, the thread of a connection without calls also sends, before.
+                if ($1 != sender && sends < first) { sender = $1; sends = 0 }
                 if ($1 != sender) count["send by another thread"]++
                 if (++sends == first) next
             }
-            if (sends < first) next
+            if (sends < first || sends > first + counted) next
             if ($1 == sender) since[name]++
             else others++
             if (name == "send" && $1 == sender) {
