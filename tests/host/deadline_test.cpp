@@ -72,6 +72,22 @@ TEST_P(DeadlineTest, EndsACallThatIsNotAccepted) {
     });
 }
 
+TEST_P(DeadlineTest, EndsACallThatCouldNotBeSentInTime) {
+    const substitutes::StoppedClock clock;
+    static constexpr std::chrono::hours kLong(1);
+    TavIDL::Settings settings = impatient(this->settings(), kLong);
+    settings.makeProtocol = [](std::shared_ptr<apache::thrift::transport::TTransport> transport) {
+        substitutes::passTime(kLong);
+        return std::make_shared<apache::thrift::protocol::TBinaryProtocol>(std::move(transport));
+    };
+    TavIDL::RemoteEmp emp(listener_.address(), settings);
+    const CallFailed failure = failureOf([&] { execute(emp, "read"); });
+    EXPECT_EQ(failure.reason(), CallFailed::NoAnswerInTime);
+    EXPECT_THAT(failure.what(),
+                EndsWith("no answer in time: 3600000 ms passed before it was sent"));
+    EXPECT_FALSE(failure.sent());
+}
+
 TEST_P(DeadlineTest, EndsACallWhoseReplyStopsInTheMiddle) {
     Running call([&] { return execute(emp_, "read"); });
     peers::Peer peer = listener_.accept();
@@ -269,6 +285,7 @@ TEST(ConnectionTest, MayWaitForAWholeSecond) {
 
 // So much that it has to wait for the peer to read.
 TEST_P(DeadlineTest, OfAPlainConnectionAppliesToEachWrite) {
+    const substitutes::StoppedClock clock;
     TavIDL::Settings settings = this->settings();
     settings.callTimeout = std::chrono::hours(1);
     const auto connection = TavIDL::Connection::open(listener_.address(), settings);

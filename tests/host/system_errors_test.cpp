@@ -54,6 +54,14 @@ TEST(SystemErrorTest, NamesTheLocalAddressThatIsNotKnown) {
                   ": cannot connect: cannot get the connection's local address");
 }
 
+TEST(SystemErrorTest, DoesNotConcernTheNameOfAUnixSocketsMachine) {
+    const peers::Directory directory;
+    const TavIDL::Server server(directory.socket(), std::make_shared<Emp>());
+    const Failing nameless("getnameinfo");
+    TavIDL::RemoteEmp emp(server.address());
+    EXPECT_EQ(execute(emp, "read"), "read done");
+}
+
 TEST(SystemErrorTest, OfTheWaitForAConnectionIsNotTakenForATimeout) {
     const peers::Listener listener;
     const Failing noWait("poll", ENOMEM);
@@ -93,6 +101,7 @@ TEST(SystemErrorTest, EndsAWriteThatCannotWait) {
         FAIL() << "everything was sent";
     } catch (const apache::thrift::transport::TTransportException& failure) {
         EXPECT_STREQ(failure.what(), "poll: Cannot allocate memory");
+        EXPECT_EQ(failure.getType(), failure.UNKNOWN);
     }
 }
 

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <fstream>
 #include <future>
 #include <memory>
 #include <new>
@@ -27,14 +28,18 @@
 
 namespace {
 
+using apache::thrift::transport::TTransportException;
 using std::chrono::milliseconds;
 using TavIDL::CallFailed;
+using TavIDL::Connection;
 using TavIDL::RemoteEmp;
 using TavIDL::Server;
 using TavIDL::Settings;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 constexpr const char* kHere = "DNS:localhost,IP:127.0.0.1";
 
@@ -233,10 +238,10 @@ TEST_F(TlsTest, NamesTheUnusableFileAndTheReason) {
     settings.tls.key = makeCertificate(directory, "other", kHere, nullptr).keyFile;
     EXPECT_EQ(failure(settings), "TLS: cannot use '" + settings.tls.key + "': key values mismatch");
     settings.tls.key = "";
-    EXPECT_THAT(failure(settings), HasSubstr("needs a certificate and its key"));
+    EXPECT_EQ(failure(settings), "TLS: a server needs a certificate and its key");
     settings = forServer;
     settings.tls.certificate = "";
-    EXPECT_THAT(failure(settings), HasSubstr("needs a certificate and its key"));
+    EXPECT_EQ(failure(settings), "TLS: a server needs a certificate and its key");
 }
 
 TEST_F(TlsTest, IsNotForUnixSockets) {
@@ -256,6 +261,15 @@ TEST_F(TlsTest, AClientWithoutTlsIsRejected) {
     expectService(*server);
 }
 
+TEST_F(TlsTest, AClientThatStopsSpeakingTlsIsDisconnected) {
+    const auto server = serve();
+    TlsCaller client(server->address());
+    client.shakeHands();
+    client.caller().send(requestFor("read"));
+    client.caller().waitForEnd();
+    EXPECT_THAT(reports.all(), ElementsAre(HasSubstr("closed: TLS: cannot read: ")));
+}
+
 TEST_F(TlsTest, AServerWithoutTlsIsRejected) {
     forServer.tls = TavIDL::Tls();
     const auto server = serve();
@@ -266,25 +280,99 @@ TEST_F(TlsTest, AServerWithoutTlsIsRejected) {
     expectService(*server);
 }
 
+TEST_F(TlsTest, AServerThatClosesInsteadOfAHandshakeIsReported) {
+    peers::Listener listener;
+    calls::Running call([&] { return failureOf(listener.address()); });
+    peers::Peer peer = listener.accept();
+    peer.closeOutput();
+    EXPECT_THAT(call.result(), HasSubstr("TLS: handshake failed: the connection was closed"));
+    EXPECT_EQ(reason, CallFailed::CannotConnect);
+}
+
+// --- Versions and sessions
+
+// A client that OpenSSL connects.
+struct OpensslClient {
+    OpensslClient(const std::string& address, SSL_CTX* context, SSL_SESSION* old = nullptr)
+        : caller(address), session(SSL_new(context), SSL_free) {
+        SSL_set_fd(session.get(), caller.descriptor());
+        SSL_set_session(session.get(), old);
+        connected = SSL_connect(session.get()) == 1;
+    }
+
+    Caller caller;
+    const std::shared_ptr<SSL> session;
+    bool connected = false;
+};
+
+std::shared_ptr<SSL_CTX> clientUpTo(int version) {
+    std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
+    SSL_CTX_set_max_proto_version(context.get(), version);
+    return context;
+}
+
 // OpenSSL refuses to resume a session with a client certificate, unless it is set up for that.
 TEST_F(TlsTest, AClientWithTls12MayConnectAgainWithItsOldSession) {
     const Certificate own = makeCertificate(directory, "client", "DNS:client", &authority);
     forServer.tls.trusted = authority.file;
     const auto server = serve();
-    const std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
-    SSL_CTX_set_max_proto_version(context.get(), TLS1_2_VERSION);
+    const auto context = clientUpTo(TLS1_2_VERSION);
     SSL_CTX_use_certificate_file(context.get(), own.file.c_str(), SSL_FILETYPE_PEM);
     SSL_CTX_use_PrivateKey_file(context.get(), own.keyFile.c_str(), SSL_FILETYPE_PEM);
     std::shared_ptr<SSL_SESSION> old;
     for (int round = 0; round < 2; ++round) {
-        Caller client(server->address());
-        const std::shared_ptr<SSL> session(SSL_new(context.get()), SSL_free);
-        SSL_set_fd(session.get(), client.descriptor());
-        SSL_set_session(session.get(), old.get());
-        EXPECT_EQ(SSL_connect(session.get()), 1);
-        old.reset(SSL_get1_session(session.get()), SSL_SESSION_free);
-        SSL_shutdown(session.get());
+        const OpensslClient client(server->address(), context.get(), old.get());
+        EXPECT_TRUE(client.connected);
+        old.reset(SSL_get1_session(client.session.get()), SSL_SESSION_free);
+        SSL_shutdown(client.session.get());
     }
+}
+
+TEST_F(TlsTest, AServerKeepsNoSessionsAndSendsNone) {
+    const auto server = serve();
+    const std::string request = requestFor("read");
+    for (const int version : {TLS1_2_VERSION, TLS1_3_VERSION}) {
+        for (const auto tickets : {0UL, static_cast<unsigned long>(SSL_OP_NO_TICKET)}) {
+            const auto context = clientUpTo(version);
+            SSL_CTX_set_options(context.get(), tickets);
+            const OpensslClient client(server->address(), context.get());
+            SSL* const session = client.session.get();
+            SSL_write(session, request.data(), static_cast<int>(request.size()));
+            char byte = 0;
+            EXPECT_EQ(SSL_read(session, &byte, 1), 1);  // a ticket would have come before
+            EXPECT_EQ(SSL_version(session), version);
+            EXPECT_FALSE(SSL_SESSION_is_resumable(SSL_get0_session(session)));
+        }
+    }
+}
+
+// The exit status says which versions from 1.1 on a server accepts.
+int acceptedVersions() {
+    const Directory directory;
+    std::ofstream(directory.file("openssl.cnf")) << "openssl_conf = all\n"
+                                                    "[all]\nssl_conf = ssl\n"
+                                                    "[ssl]\nsystem_default = allowed\n"
+                                                    "[allowed]\nMinProtocol = TLSv1\n"
+                                                    "CipherString = ALL:@SECLEVEL=0\n";
+    setenv("OPENSSL_CONF", directory.file("openssl.cnf").c_str(), 1);
+    const Certificate own = makeCertificate(directory, "server", kHere, nullptr);
+    Settings settings;
+    settings.tls.enabled = true;
+    settings.tls.certificate = own.file;
+    settings.tls.key = own.keyFile;
+    const Server server("127.0.0.1:0", std::make_shared<Emp>(), settings);
+    int accepted = 0;
+    for (const int version : {TLS1_1_VERSION, TLS1_2_VERSION, TLS1_3_VERSION}) {
+        const OpensslClient client(server.address(), clientUpTo(version).get());
+        accepted = 2 * accepted + client.connected;
+    }
+    return accepted;
+}
+
+// In its own process, where OpenSSL has not read its configuration yet.
+TEST(TlsVersionTest, Before12IsRefusedEvenIfOpensslIsConfiguredForIt) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(std::exit(acceptedVersions()), testing::ExitedWithCode(3), "");
 }
 
 // --- Clients that disconnect. (A SIGPIPE would end the process.)
@@ -304,7 +392,8 @@ TEST_F(TlsTest, AClientMayCloseOrResetDuringTheHandshake) {
                 client.closeOutput();
                 client.waitForEnd();
             }
-            EXPECT_THAT(reports.waitFor(1), ElementsAre(HasSubstr("handshake")));
+            EXPECT_THAT(reports.waitFor(1),
+                        ElementsAre(EndsWith(": closed: the client ended the TLS handshake")));
         }
     }
     expectService(*server);
@@ -360,6 +449,12 @@ TEST_F(TlsTest, ErrorsThatAHandlerLeavesInOpensslDoNotAffectTheConnection) {
     EXPECT_THAT(reports.all(), IsEmpty());
 }
 
+TEST_F(TlsTest, AFailedCallLeavesNoErrorsInOpenssl) {
+    use(makeCertificate(directory, "itself", kHere, nullptr));
+    EXPECT_NE(failureOf(serve()->address()), "");
+    EXPECT_EQ(ERR_peek_error(), 0UL);
+}
+
 TEST_F(TlsTest, AConnectionThatTheServerClosedIsNotUsedIfAnotherOneHasFailed) {
     const substitutes::StoppedClock clock;
     auto server = serve();
@@ -397,10 +492,16 @@ public:
     void send(const std::string& bytes) {
         SSL_write(session_.get(), bytes.data(), static_cast<int>(bytes.size()));
     }
+    void sendUnencrypted(const std::string& bytes) { peer_.send(bytes); }
     // Sends a record of TLS itself.
     void updateKey() {
         EXPECT_EQ(SSL_key_update(session_.get(), SSL_KEY_UPDATE_NOT_REQUESTED), 1);
         EXPECT_EQ(SSL_do_handshake(session_.get()), 1);
+    }
+    // The one that the client wants to reach, if it says so.
+    std::string serverName() const {
+        const char* const name = SSL_get_servername(session_.get(), TLSEXT_NAMETYPE_host_name);
+        return name != nullptr ? name : "none";
     }
     void close() { peer_.close(); }
 
@@ -409,6 +510,53 @@ private:
     std::shared_ptr<SSL_CTX> context_;
     std::shared_ptr<SSL> session_;
 };
+
+TEST_F(TlsTest, APlainConnectionFailsIfItsPeerStopsSpeakingTls) {
+    peers::Listener listener;
+    auto opened = std::async(std::launch::async,
+                             [&] { return Connection::open(listener.address(), forClient); });
+    TlsPeer peer(listener.accept(), certificate);
+    const auto connection = opened.get();
+    peer.sendUnencrypted("not a record");
+    uint8_t byte = 0;
+    try {
+        connection->read(&byte, 1);
+        FAIL() << "read something";
+    } catch (const TTransportException& failure) {
+        EXPECT_EQ(failure.getType(), TTransportException::CORRUPTED_DATA);
+        EXPECT_THAT(failure.what(), StartsWith("TLS: cannot read: "));
+    }
+    EXPECT_EQ(ERR_peek_error(), 0UL);
+}
+
+TEST_F(TlsTest, APlainConnectionCannotBeWrittenAfterTheEndOfItsOutput) {
+    const auto server = serve();
+    const auto connection = Connection::open(server->address(), forClient);
+    connection->closeOutput();
+    const uint8_t byte = 0;
+    try {
+        connection->write(&byte, 1);
+        FAIL() << "written";
+    } catch (const TTransportException& failure) {
+        EXPECT_STREQ(failure.what(), "TLS: cannot write: protocol is shutdown");
+    }
+    EXPECT_EQ(ERR_peek_error(), 0UL);
+}
+
+// TLS has no such names for numeric addresses.
+TEST_F(TlsTest, AClientSaysWhichNameItWantsToReach) {
+    const calls::Messages messages{Settings()};
+    for (const std::string host : {"localhost", "127.0.0.1"}) {
+        peers::Listener listener;
+        const std::string& address = listener.address();
+        calls::Running call([&] { return failureOf(host + address.substr(address.rfind(':'))); });
+        TlsPeer peer(listener.accept(), certificate);
+        EXPECT_EQ(peer.serverName(), host == "localhost" ? host : "none");
+        peer.receive(messages.request("read").size());
+        peer.send(messages.reply("read done"));
+        EXPECT_EQ(call.result(), "");
+    }
+}
 
 TEST_F(TlsTest, AConnectionOnWhichOnlyTlsHasSentSomethingIsUsedEvenIfAnotherOneHasFailed) {
     const calls::Messages messages{Settings()};
@@ -561,8 +709,7 @@ TEST_F(TlsTest, ACallHasItsTimeout) {
 
 TEST_F(TlsTest, AHandshakeHasTheTimeoutForConnecting) {
     Gate never;
-    const Server silent("127.0.0.1:0",
-                        [&](const std::shared_ptr<TavIDL::Connection>&) { never.wait(); });
+    const Server silent("127.0.0.1:0", [&](const std::shared_ptr<Connection>&) { never.wait(); });
     forClient.connectTimeout = milliseconds(20);
     EXPECT_NE(failureOf(silent.address()), "");
     EXPECT_EQ(reason, CallFailed::CannotConnect);

@@ -54,9 +54,9 @@ LIBTAVIDL = Target(
 CLIENT, SERVER, *FAILURES = programs(
     "host/host_client_test --gtest_fail_fast", "host/host_server_test --gtest_fail_fast",
     "proof/proof_host_allocations", "proof/proof_system_calls --only=unix")
-ROUND_TRIP, FULL_SERVER = (
+ROUND_TRIP, FULL_SERVER, ENCRYPTED = (
     "{source}/tests/host/system_calls.sh strace {build}/tests/host/host_calls " + words
-    for words in ("tcp buffered call", "unix framed batch"))
+    for words in ("tcp buffered call", "unix framed batch", "tcp tls call"))
 HOST = Target(
     cmake_target="TavIDLHost",
     product="TavIDL/host/libTavIDLHost.so.*",
@@ -66,7 +66,8 @@ HOST = Target(
     tests={"": (ROUND_TRIP, FULL_SERVER, SERVER, CLIENT, *FAILURES),
            **dict.fromkeys(("Batch.cpp", "EmpSession.cpp", "Remote.cpp", "address.cpp",
                             "channel.cpp", "pool.cpp"),
-                           (ROUND_TRIP, CLIENT, SERVER, *FAILURES))})
+                           (ROUND_TRIP, CLIENT, SERVER, *FAILURES)),
+           "tls.cpp": (ENCRYPTED, SERVER)})
 
 DECODE, DESCRIBE, ENCODE, HELP, OPTIONS, TERMINAL, USAGE = (
     "transcripts.TranscriptTest.test" + name
