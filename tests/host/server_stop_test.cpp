@@ -23,6 +23,7 @@
 
 #include "Caller.h"
 #include "Certificates.h"
+#include "Clock.h"
 #include "Emp.h"
 #include "Support.h"
 
@@ -191,6 +192,19 @@ TEST_P(Stopping, NeedsNoTimeForIdleConnections) {
     for (int i = 0; i < 20; ++i) {
         idle.push_back(connectAndCall());
     }
+    server->stop();
+    EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+TEST_P(Stopping, DoesNotReportIdleConnectionsForWhichItHasNoTime) {
+    settings.stopTimeout = milliseconds(0);
+    serve();
+    const std::size_t threads = countThreads();
+    std::vector<std::shared_ptr<Connection>> idle;
+    for (int i = 0; i < 20; ++i) {
+        idle.push_back(connect());
+    }
+    waitUntil([&] { return countThreads() == threads + idle.size(); });
     server->stop();
     EXPECT_THAT(reports.all(), IsEmpty());
 }
@@ -370,6 +384,20 @@ TEST_P(Stopping, FinishWaitsForTheRestOfARequest) {
     finished.get();  // does not wait for the other client
     EXPECT_THAT(emp->handled.all(), ElementsAre("read", "one", "two"));
     EXPECT_THAT(reports.all(), IsEmpty());
+}
+
+TEST_P(Stopping, FinishWaitsForFurtherCallsOfItsClients) {
+    const substitutes::StoppedClock clock;  // no client pauses for too long
+    const int accepting = threadStartedBy([&] { serve(); });
+    auto remote = std::make_unique<RemoteEmp>(server->address(), clientSettings);
+    execute(*remote, "read");
+    auto finished = std::async(std::launch::async, [&] { server->finish(); });
+    waitUntil([&] { return threads().count(accepting) == 0; });
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(execute(*remote, "read"), "read done");
+    }
+    remote.reset();
+    finished.get();
 }
 
 TEST_P(Stopping, FinishWaitsForAnOwnFunctionAndNoLonger) {
