@@ -126,7 +126,8 @@ class Peer:
         self.address = "127.0.0.1:%d" % self.port
         self.serve = serve
         test.addCleanup(self.end)
-        threading.Thread(target=self.accept, daemon=True).start()
+        self.thread = threading.Thread(target=self.accept, daemon=True)
+        self.thread.start()
 
     def accept(self):
         while True:
@@ -145,6 +146,7 @@ class Peer:
 
     def end(self):
         self.socket.shutdown(socket.SHUT_RDWR)
+        self.thread.join()  # otherwise it might accept from the next socket with this number
         self.socket.close()
 
 
