@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "Caller.h"
+#include "Clock.h"
 #include "Emp.h"
 #include "Support.h"
 
@@ -281,19 +282,27 @@ protected:
             settings);
     }
 
+    static void passTimeUntilClosed(Caller& client) {
+        while (!client.hearsWithin(1)) {
+            substitutes::passTime(kShort);
+        }
+        EXPECT_EQ(client.receive(1), "");
+    }
+
     Reports<std::string> reports;
     std::unique_ptr<Server> server;
 };
 
 TEST_F(TimeLimits, AConnectionMayBeIdleForItsTimeout) {
+    const substitutes::StoppedClock clock;
     serve(&Settings::idleTimeout);
     Caller never(server->address());
-    EXPECT_EQ(never.receive(1), "");
+    passTimeUntilClosed(never);
 
     Caller once(server->address());
     once.send(requestFor("read"));
     EXPECT_EQ(once.result(), "read done");
-    EXPECT_EQ(once.receive(1), "");
+    passTimeUntilClosed(once);
     EXPECT_THAT(reports.waitFor(2), Each(HasSubstr("the client was idle for too long")));
 }
 
@@ -365,16 +374,33 @@ TEST_F(TimeLimits, AClientThatReadsTooSlowlyIsDisconnected) {
     EXPECT_EQ(reports.waitFor(1).size(), 1U);
 }
 
+TEST_F(TimeLimits, EachReplyMayTakeItsTimeout) {
+    const substitutes::StoppedClock clock;
+    Settings settings = patient(reports);
+    const std::string much(32 << 20, 'x');  // more than the system takes at once
+    const Server large("127.0.0.1:0",
+                       std::make_shared<Emp>([&](const std::string& cmd, const std::string&) {
+                           if (cmd == "second") {
+                               substitutes::passTime(settings.sendTimeout);
+                           }
+                           return much;
+                       }),
+                       settings);
+    Caller client(large.address());
+    client.send(requestFor("first") + requestFor("second"));
+    EXPECT_TRUE(client.result() == much);
+    EXPECT_TRUE(client.result() == much);
+}
+
 TEST_F(TimeLimits, AHandlerMayTakeLonger) {
     for (const auto limit :
          {&Settings::idleTimeout, &Settings::receiveTimeout, &Settings::sendTimeout}) {
+        const substitutes::StoppedClock clock;
         Settings settings = patient(reports);
         settings.*limit = milliseconds(1);
         const Server slow("127.0.0.1:0",
                           std::make_shared<Emp>([](const std::string&, const std::string&) {
-                              const auto end = std::chrono::steady_clock::now() + milliseconds(5);
-                              while (std::chrono::steady_clock::now() < end) {
-                              }
+                              substitutes::passTime(milliseconds(5));
                               return "late";
                           }),
                           settings);
