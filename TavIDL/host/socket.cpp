@@ -142,6 +142,9 @@ void Socket::write(const uint8_t* bytes, uint32_t count) {
         const std::size_t sent = tls_ ? tls_->write(bytes, count) : send(bytes, count);
         bytes += sent;
         count -= static_cast<uint32_t>(sent);
+        if (count > 0) {
+            writeLimit_.left();  // throws if a slowly reading peer has used up the time
+        }
     }
 }
 
