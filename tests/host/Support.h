@@ -127,14 +127,19 @@ inline std::set<int> threads() {
 inline std::size_t countThreads() {
     return threads().size();
 }
+// The ids of those that have started since.
+inline std::set<int> threadsSince(const std::set<int>& before) {
+    std::set<int> all = threads();
+    for (const int thread : before) {
+        all.erase(thread);
+    }
+    return all;
+}
 // The id of the only thread that `work` starts and leaves running.
 inline int threadStartedBy(const std::function<void()>& work) {
     const std::set<int> before = threads();
     work();
-    std::set<int> added = threads();
-    for (const int thread : before) {
-        added.erase(thread);
-    }
+    const std::set<int> added = threadsSince(before);
     if (added.size() != 1) {
         throw std::logic_error("it started " + std::to_string(added.size()) + " threads");
     }

@@ -199,12 +199,12 @@ TEST_P(Stopping, NeedsNoTimeForIdleConnections) {
 TEST_P(Stopping, DoesNotReportIdleConnectionsForWhichItHasNoTime) {
     settings.stopTimeout = milliseconds(0);
     serve();
-    const std::size_t threads = countThreads();
+    const std::set<int> others = threads();
     std::vector<std::shared_ptr<Connection>> idle;
     for (int i = 0; i < 20; ++i) {
         idle.push_back(connect());
     }
-    waitUntil([&] { return countThreads() == threads + idle.size(); });
+    waitUntil([&] { return threadsSince(others).size() == idle.size(); });  // it has accepted them
     server->stop();
     EXPECT_THAT(reports.all(), IsEmpty());
 }
@@ -549,9 +549,7 @@ TEST_P(Signals, StopTheServerAndThenHaveTheirPreviousEffect) {
         EXPECT_EQ(client.receive(1).size(), 1U);
     }
     if (place != While::accepting) {
-        for (const int thread : std::exchange(own, threads())) {
-            own.erase(thread);  // leaves the thread of the connection
-        }
+        own = threadsSince(own);  // the thread of the connection
     } else {
         for (const int thread : before) {
             own.erase(thread);  // leaves the thread that accepts
