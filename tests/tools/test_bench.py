@@ -163,22 +163,22 @@ class BenchTest(ToolTest):
         def on_terminal(*words):
             terminal, theirs = pty.openpty()
             self.addCleanup(os.close, terminal)
+            shown = bytearray()
 
-            def run():
-                subprocess.run([TAVCTL, "bench", peer, "TavEmp.Close", "--seconds", "0.5", *words],
-                               stdout=subprocess.PIPE, stderr=theirs, env=environment(), check=True)
-                os.write(theirs, b"end")
-                os.close(theirs)
+            def watch():
+                while not shown.endswith(b"end"):
+                    shown.extend(os.read(terminal, 65536))
+                    if b"calls" in shown:
+                        seen.set()  # only now the first call is answered
 
-            thread = threading.Thread(target=run)
-            thread.start()
-            self.addCleanup(thread.join)
-            shown = b""
-            while not shown.endswith(b"end"):
-                shown += os.read(terminal, 65536)
-                if b"calls" in shown:
-                    seen.set()  # only now the first call is answered
-            return shown
+            watching = threading.Thread(target=watch, daemon=True)
+            watching.start()
+            subprocess.run([TAVCTL, "bench", peer, "TavEmp.Close", "--seconds", "0.5", *words],
+                           stdout=subprocess.PIPE, stderr=theirs, env=environment(), check=True)
+            os.write(theirs, b"end")
+            watching.join()
+            os.close(theirs)
+            return bytes(shown)
 
         self.assertRegex(on_terminal(), rb"^\r\d+ calls.*\r\x1b\[Kend$")
         self.assertEqual(b"end", on_terminal("--quiet"))
