@@ -1,10 +1,11 @@
 // Serves and makes calls, for system_calls.sh, which counts what they cost.
 //
-//   host_calls serve ADDRESS LAYER             prints where it listens; ends with its input
-//   host_calls call ADDRESS LAYER COUNT [CERTIFICATE]    one call after the other
-//   host_calls batch ADDRESS LAYER COUNT [CERTIFICATE]   so many batches of 16 calls
+//   host_calls serve ADDRESS LAYER          prints where it listens; ends with its input
+//   host_calls call ADDRESS LAYER COUNT     one call after the other
+//   host_calls batch ADDRESS LAYER COUNT    so many batches of 16 calls
 //
-// LAYER is "framed", "buffered" or "tls". With TLS the server also prints its CERTIFICATE's file.
+// LAYER is "framed", "buffered" or "tls". With TLS the server also prints its certificate's file,
+// which a client gets as its last argument.
 
 #include <TavIDL/host/Batch.h>
 #include <TavIDL/host/Connection.h>

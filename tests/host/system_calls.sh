@@ -46,6 +46,7 @@ cost() {
                 if ($1 != sender) count["send by another thread"]++
                 if (++sends == first) next
             }
+            # Over TLS, ending a connection is a send, too.
             if (sends < first || sends > first + counted) next
             if ($1 == sender) since[name]++
             else others++

@@ -54,7 +54,7 @@ TEST(SystemErrorTest, NamesTheLocalAddressThatIsNotKnown) {
                   ": cannot connect: cannot get the connection's local address");
 }
 
-TEST(SystemErrorTest, DoesNotConcernTheNameOfAUnixSocketsMachine) {
+TEST(SystemErrorTest, UnixSocketsNeedNoHostName) {
     const peers::Directory directory;
     const TavIDL::Server server(directory.socket(), std::make_shared<Emp>());
     const Failing nameless("getnameinfo");

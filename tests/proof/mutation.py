@@ -6,9 +6,9 @@
 BUILD is what script/proof builds: its tests run with each changed version in turn. TARGET is
 libTavIDL, Host or tavctl: mutation_targets.py has their sources and tests. All changes are made, in
 the whole target, in the named files, or in single lines. A change that no test notices is listed.
-equivalent.toml has those that none can notice. With --runs, at most N random changes are made, and
-none of those. Fails if fewer than N % are noticed; without that option, mutation_targets.py says how
-many. The last line has the same form as in the other programs here.
+equivalent.toml has those that none can notice. --runs leaves these out, and makes at most N random
+ones of the others. Fails if fewer than N % are noticed; without that option, mutation_targets.py says
+how many. The last line has the same form as in the other programs here.
 """
 
 import argparse
